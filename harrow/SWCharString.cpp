@@ -1,0 +1,62 @@
+#include "harrow/SWCharString.h"
+
+#include <algorithm>
+#include <limits>
+#include <new>
+#include <utility>
+
+#include "harrow/SecureWipe.h"
+
+namespace Harrowlib201 {
+
+// Stands before the characters in one block.
+struct SWCharString::Body {
+    explicit Body(size_t i_nLength) : m_nLength(i_nLength) {}
+
+    char16_t* Text() { return reinterpret_cast<char16_t*>(this + 1); }
+
+    std::atomic<size_t> m_nReferences{1};
+    size_t m_nLength;
+};
+
+SWCharString::SWCharString(const char16_t* i_pszText)
+    : SWCharString(i_pszText == nullptr ? std::u16string_view() : std::u16string_view(i_pszText)) {}
+
+SWCharString::SWCharString(std::u16string_view i_text) {
+    if (i_text.empty()) {
+        return;
+    }
+    if (i_text.size() >= (std::numeric_limits<size_t>::max() - sizeof(Body)) / sizeof(char16_t)) {
+        throw std::bad_alloc();
+    }
+    void* pvBlock = ::operator new(sizeof(Body) + (i_text.size() + 1) * sizeof(char16_t));
+    m_pBody = new (pvBlock) Body(i_text.size());
+    *std::copy(i_text.begin(), i_text.end(), m_pBody->Text()) = u'\0';
+}
+
+SWCharString::SWCharString(const SWCharString& i_other) noexcept : m_pBody(i_other.m_pBody) {
+    if (m_pBody != nullptr) {
+        m_pBody->m_nReferences.fetch_add(1, std::memory_order_relaxed);
+    }
+}
+
+SWCharString::SWCharString(SWCharString&& io_other) noexcept : m_pBody(std::exchange(io_other.m_pBody, nullptr)) {}
+
+SWCharString& SWCharString::operator=(SWCharString i_other) noexcept {
+    std::swap(m_pBody, i_other.m_pBody);
+    return *this;
+}
+
+SWCharString::~SWCharString() {
+    if (m_pBody != nullptr && m_pBody->m_nReferences.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+        SecureWipe(m_pBody->Text(), m_pBody->m_nLength * sizeof(char16_t));
+        m_pBody->~Body();
+        ::operator delete(m_pBody);
+    }
+}
+
+size_t SWCharString::length() const noexcept { return m_pBody == nullptr ? 0 : m_pBody->m_nLength; }
+
+const char16_t* SWCharString::c_str() const noexcept { return m_pBody == nullptr ? u"" : m_pBody->Text(); }
+
+}  // namespace Harrowlib201

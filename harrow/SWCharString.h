@@ -1,0 +1,45 @@
+// The text type of the whole library: UTF-16, immutable, shared by reference count.
+#pragma once
+
+#include <atomic>
+#include <compare>
+#include <cstddef>
+#include <string_view>
+
+namespace Harrowlib201 {
+
+// A copy costs one atomic increment. The characters are overwritten before their memory is released, because any text
+// may be a password. Strings are compared unit by unit: case-sensitive, no locale.
+class SWCharString {
+public:
+    SWCharString() noexcept = default;
+    // A null pointer gives the empty text. Throws std::bad_alloc.
+    SWCharString(const char16_t* i_pszText);
+    explicit SWCharString(std::u16string_view i_text);
+    SWCharString(const SWCharString& i_other) noexcept;
+    SWCharString(SWCharString&& io_other) noexcept;
+    SWCharString& operator=(SWCharString i_other) noexcept;
+    ~SWCharString();
+
+    bool isEmpty() const noexcept { return m_pBody == nullptr; }
+    size_t length() const noexcept;
+    // Ends with a zero unit; valid as long as a copy of this string lives.
+    const char16_t* c_str() const noexcept;
+    std::u16string_view view() const noexcept { return {c_str(), length()}; }
+
+    friend bool operator==(const SWCharString& i_left, const SWCharString& i_right) noexcept {
+        return i_left.view() == i_right.view();
+    }
+    friend std::strong_ordering operator<=>(const SWCharString& i_left, const SWCharString& i_right) noexcept {
+        return i_left.view() <=> i_right.view();
+    }
+
+private:
+    struct Body;
+    Body* m_pBody = nullptr;  // null for the empty text
+};
+
+using SString = SWCharString;
+using SString_t = SWCharString;
+
+}  // namespace Harrowlib201

@@ -1,0 +1,54 @@
+/* harrow_log.h: where traces and assertions of the morwen plug-in go.
+ *
+ * The plug-in reads no file and no environment variable; a host that wants to see what happens sets a sink here. Without
+ * a sink nothing is formatted and nothing is written. A C11 and C++20 header.
+ */
+#ifndef MORWEN_HARROW_LOG_H
+#define MORWEN_HARROW_LOG_H
+
+#include <stdint.h>
+
+#ifdef _WIN32
+#ifdef HARROW_BUILDING_LOG
+#define HARROW_LOG_API __declspec(dllexport)
+#else
+#define HARROW_LOG_API __declspec(dllimport)
+#endif
+#else
+#define HARROW_LOG_API __attribute__((visibility("default")))
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Kinds, to be combined with "or". */
+enum HarrowLogKind {
+    HARROW_LOG_TRACE = 1,    /* what the plug-in does, step by step, and why something failed; no password ever */
+    HARROW_LOG_ASSERTION = 2 /* a condition that should hold does not: a fault of the host, or of the plug-in */
+};
+
+/* Called on the thread that speaks, by many threads at once. The texts are UTF-8, end with a zero byte, and are valid
+ * only during the call. The sink must not throw and must not call HarrowLogSetSink; what the plug-in would trace because
+ * of calls made inside the sink is dropped. */
+typedef void (*HarrowLogSink)(uint32_t i_nKind, const char* i_pszFile, int i_nLine, const char* i_pszMessage,
+                              void* i_pvUser);
+
+/* Sets the sink, which is given the kinds named; a null sink or no kind switches off. When it returns, the sink set before
+ * is not running any more and will not be called again. */
+HARROW_LOG_API void HarrowLogSetSink(HarrowLogSink i_pfnSink, void* i_pvUser, uint32_t i_nKinds);
+
+/* The rest is the speaking side, for libraries that write here. */
+
+/* The word that holds the wanted kinds: to be read with a relaxed atomic load, never written. Valid as long as the
+ * library is loaded. */
+HARROW_LOG_API uint32_t* HarrowLogWantedKinds(void);
+
+/* Gives one message to the sink, if it wants the kind. */
+HARROW_LOG_API void HarrowLogWrite(uint32_t i_nKind, const char* i_pszFile, int i_nLine, const char* i_pszMessage);
+
+#ifdef __cplusplus
+} /* extern "C" */
+#endif
+
+#endif

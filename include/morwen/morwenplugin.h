@@ -1,0 +1,191 @@
+/* morwenplugin.h: the contract between the morwen single sign-on plug-in and the program that loads it (the host).
+ *
+ * A C11 and C++20 header. It needs nothing but the C library's headers.
+ *
+ * 1. Results. Every function returns a 32-bit code (enum SSOCode). SSO_OK, SSO_CONTINUE and SSO_ACCEPTED are successes,
+ *    everything else is an error. No C++ exception ever leaves a function.
+ * 2. Text is UTF-16, ended by a zero unit (SSOChar: char16_t, on Windows wchar_t). A null input text means the empty text.
+ * 3. Ownership. Whatever a function writes through an "out" pointer was allocated by the plug-in and goes back through
+ *    the function that the text names (SSOFreeBuffer, SSOFreeString, SSOFreeParameters, SSOFreeError), never through
+ *    free or delete. What the host passes in stays the host's; the plug-in keeps no pointer to it.
+ * 4. Out pointers must point to a null pointer on entry: the plug-in overwrites what stands there, and an allocation
+ *    that stood there is lost (which an assertion reports). An out pointer may be null only where the text says so.
+ * 5. Outputs on failure. When a function fails, every text, chain and buffer that it would have handed out is null and
+ *    every length 0; there is nothing to free.
+ * 6. Threads. Every function may be called on any thread, and by many at once. Two calls must not work on the same
+ *    session key at the same time. SSOTermPackage waits for calls under way on other threads, and no call may be
+ *    started after the last SSOTermPackage until SSOInitPackage is called again (it would return SSO_ERROR).
+ * 7. Errors. After a code of SSO_DENIED or above, SSOGetError on the same thread gives a record of what happened, once,
+ *    for most failures; where the text says "no record", there is none.
+ */
+#ifndef MORWEN_MORWENPLUGIN_H
+#define MORWEN_MORWENPLUGIN_H
+
+#include <stdint.h>
+
+#ifdef _WIN32
+#include <wchar.h>
+typedef wchar_t SSOChar;         /* one UTF-16 unit */
+typedef unsigned long SSOLength; /* 32 bits */
+#ifdef MORWEN_BUILDING_PLUGIN
+#define SSO_API __declspec(dllexport)
+#else
+#define SSO_API __declspec(dllimport)
+#endif
+#else
+#ifndef __cplusplus
+#include <uchar.h>
+#endif
+typedef char16_t SSOChar;   /* one UTF-16 unit */
+typedef uint32_t SSOLength; /* 32 bits */
+#define SSO_API __attribute__((visibility("default")))
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* What the functions return. */
+enum SSOCode {
+    SSO_OK = 0,             /* done; of a client's login: complete */
+    SSO_CONTINUE = 1,       /* send the token to the other side and call again with its answer */
+    SSO_ACCEPTED = 2,       /* the accepting side's login is complete */
+    SSO_DENIED = 3,         /* the security package refused the logon */
+    SSO_ERROR = 100,        /* anything that has no code of its own */
+    SSO_NOT_SUPPORTED = 101, /* the provider type does not offer this operation */
+    SSO_NO_CONTEXT = 103,   /* no security context under the given key */
+    SSO_OUT_OF_MEMORY = 106
+};
+
+/* Type tags of a parameter. Values are always text; the tag says how to read it. */
+enum SSOParameterType {
+    SSO_PARAMETER_STRING = 1, /* the text itself */
+    SSO_PARAMETER_LONG = 2,   /* decimal digits, with a leading minus for a negative number; 64 bits signed */
+    SSO_PARAMETER_BOOL = 3    /* "1" is true; "0" and "-1" are false; anything else is an error */
+};
+
+/* One parameter of a chain. 32 bytes on a 64-bit platform. A null chain is an empty set. Of two elements with one key
+ * the later counts. A chain that the plug-in hands out is one block, sorted by key. */
+typedef struct ParasSeq {
+    const SSOChar* key;
+    uint32_t type; /* enum SSOParameterType; only the low eight bits are read */
+    const SSOChar* value; /* null means the empty text */
+    struct ParasSeq* next; /* null in the last element */
+} ParasSeq;
+
+/* A text to be put in place of "%1", "%2" or "%3" of a message. 16 bytes on a 64-bit platform. */
+typedef struct SSOSubstitution {
+    const SSOChar* data; /* null when the text is empty */
+    struct SSOSubstitution* next;
+} SSOSubstitution;
+
+/* What happened. 24 bytes on a 64-bit platform. Goes back through SSOFreeError. */
+typedef struct SSOError {
+    uint32_t errCode;               /* the code that the failed function returned */
+    uint32_t messageId;             /* for SSOGetMessageContent */
+    SSOSubstitution* substitutions; /* null, or the first of up to three */
+    const SSOChar* message;         /* null but in the record of SSO_OUT_OF_MEMORY, which holds its text itself */
+} SSOError;
+
+/* Provider types. */
+#define SSO_PROVIDER_SSPI "SSPI"               /* Kerberos */
+#define SSO_PROVIDER_THREADTOKEN "THREADTOKEN" /* the identity under which the calling thread already runs */
+
+/* Parameter keys, as ASCII literals. To get UTF-16 in C or C++ on Linux write u"" SSO_KEY_SPN. */
+#define SSO_KEY_SPN "SI_SERVER_SSPI_SPN"            /* string: the server's principal, "service/host" or "service/host@REALM" */
+#define SSO_KEY_CACHE_CONTEXTS "SI_CACHE_SECCONTEXT" /* bool: keep the contexts of accepted logins; true unless set */
+#define SSO_KEY_CACHE_EXPIRY "SSPI_CTXT_CACHE_EXPIRY" /* long: seconds that a context is kept; 0 (unless set): no limit */
+#define SSO_KEY_RENEWALS "CONTEXT_RENEWALS_ALLOWED" /* bool: renew kept contexts before they run out; true unless set */
+#define SSO_KEY_USER_SID "SSPI_USER_SID"            /* string, from SSOAcceptLogin: the user's security identifier */
+#define SSO_KEY_GROUP_SIDS "SSPI_USER_GROUP_SIDS"   /* string, from SSOAcceptLogin: those of the groups, each with ";" */
+
+/* Keys handed out in place of a key of a context. */
+#define SSO_KEY_TEXT_CLIENT_DONE "DUMMY_KEY"                  /* a client keeps no context */
+#define SSO_KEY_TEXT_CACHING_OFF "DUMMY_KEY__CACHING_IS_OFF" /* accepted, and contexts are not kept */
+
+/* Starts the package, or counts up when it is started. One SSOTermPackage belongs to each success. No record. */
+SSO_API uint32_t SSOInitPackage(void);
+
+/* Counts down; the last call ends the package, and with it every session, kept context and error record. */
+SSO_API uint32_t SSOTermPackage(void);
+
+/* Makes the handler of a provider type and gives it its settings. A setting that is absent keeps its value; a setting of
+ * the wrong type fails the call and changes nothing. SSO_KEY_SPN among them is the name under which the server renews
+ * kept contexts. May be called again. */
+SSO_API uint32_t SSOInitProvider(const SSOChar* i_pszType, const ParasSeq* i_pParameters);
+
+/* The parameters that a login of this type needs, with empty values. Out: goes back through SSOFreeParameters. */
+SSO_API uint32_t SSOGetRequiredParameters(const SSOChar* i_pszType, ParasSeq** o_ppParameters);
+
+/* Client: begins a login. With an empty user name the logged-on user's own tickets are used; otherwise the name has the
+ * form DOMAIN\user and the password goes with it. The parameters must hold SSO_KEY_SPN. Returns SSO_CONTINUE (send the
+ * token, then SSOContinueLogin with the answer), or SSO_OK when no answer is awaited. Out: session key
+ * (SSOFreeString), token (SSOFreeBuffer) and its length in bytes. */
+SSO_API uint32_t SSOStartLogin(const SSOChar* i_pszUser, const SSOChar* i_pszPassword, const SSOChar* i_pszType,
+                               const ParasSeq* i_pParameters, SSOChar** o_ppszSessionKey, void** o_ppvBuffer,
+                               SSOLength* o_pnBufferLength);
+
+/* Client: goes on with the server's answer. SSO_OK: the server is authenticated and the session is gone. SSO_CONTINUE:
+ * another round. A token that is refused leaves the session as it was. Out: next token (may be null) and its length. */
+SSO_API uint32_t SSOContinueLogin(const SSOChar* i_pszSessionKey, const void* i_pvBuffer, SSOLength i_nBufferLength,
+                                  void** o_ppvBuffer, SSOLength* o_pnBufferLength);
+
+/* Server: takes a client's token. First with an empty session key; SSO_CONTINUE gives the key for the next call of this
+ * login. When there is an answer, send it. A server whose client sends nothing more calls again with the key, a null
+ * buffer and length 0 to close the login. SSO_ACCEPTED: the user is who the ticket says, and o_ppszSessionKey holds the
+ * key of the kept context (or SSO_KEY_TEXT_CACHING_OFF). Out: answer (SSOFreeBuffer; may be null), its length, logon
+ * information (SSOFreeParameters; the pointer may be null when it is not wanted), key (SSOFreeString). */
+SSO_API uint32_t SSOAcceptLogin(const SSOChar* i_pszType, const SSOChar* i_pszSessionKey, const void* i_pvBuffer,
+                                SSOLength i_nBufferLength, void** o_ppvBuffer, SSOLength* o_pnBufferLength,
+                                ParasSeq** o_ppLogonInformation, SSOChar** o_ppszSessionKey);
+
+/* The calling thread goes on as the user of the context, until SSORevert on the same thread. */
+SSO_API uint32_t SSOImpersonate(const SSOChar* i_pszContextKey);
+
+/* The calling thread is itself again. Also for a context that has expired meanwhile. */
+SSO_API uint32_t SSORevert(const SSOChar* i_pszContextKey);
+
+/* Gives a context a key of the host's choice; the old key names nothing afterwards. SSO_NO_CONTEXT if there is none. */
+SSO_API uint32_t SSOAssociateSecurityContext(const SSOChar* i_pszContextKey, const SSOChar* i_pszNewKey);
+
+/* Keeps the identity that the calling thread has (type "THREADTOKEN"). Out: the context's key (SSOFreeString). */
+SSO_API uint32_t SSOAcquireCurrentSecurityContext(const SSOChar* i_pszType, const ParasSeq* i_pParameters,
+                                                  SSOChar** o_ppszContextKey);
+
+/* Lets one context go. SSO_NO_CONTEXT if there is none; no record. */
+SSO_API uint32_t SSOReleaseSecurityContext(const SSOChar* i_pszContextKey);
+
+/* Lets every context go. */
+SSO_API uint32_t SSOReleaseAllSecurityContexts(void);
+
+/* Gives a token buffer back. Does nothing while the package is not started: give buffers back before SSOTermPackage. */
+SSO_API uint32_t SSOFreeBuffer(void* i_pvBuffer);
+
+/* Gives a text back. At any time; null does nothing. */
+SSO_API uint32_t SSOFreeString(SSOChar* i_pszText);
+
+/* Gives a chain back that the plug-in made. Null does nothing. */
+SSO_API uint32_t SSOFreeParameters(ParasSeq* i_pParameters);
+
+/* SSO_OK if there is a context under the key that has not expired, else SSO_NO_CONTEXT; no record. */
+SSO_API uint32_t SSOLookupSecurityContext(const SSOChar* i_pszContextKey);
+
+/* The calling thread's newest error record, once. SSO_ERROR and null if there is none. Out: goes back through
+ * SSOFreeError. The code is the one that the failed function returned. */
+SSO_API uint32_t SSOGetError(uint32_t i_nErrorCode, SSOError** o_ppError);
+
+/* Gives a record back. Null does nothing. */
+SSO_API uint32_t SSOFreeError(SSOError* i_pError);
+
+/* The text of a message, with "%1" to "%3" where the record's substitutions belong. Out: goes back through
+ * SSOFreeString. SSO_ERROR and null for an unknown identifier. */
+SSO_API uint32_t SSOGetMessageContent(uint32_t i_nMessageId, SSOChar** o_ppszMessage);
+
+/* Not offered: always returns SSO_ERROR and does nothing. */
+SSO_API uint32_t SSOReleaseAllProviderSecContexts(void* i_pvIgnored);
+
+#ifdef __cplusplus
+} /* extern "C" */
+#endif
+
+#endif

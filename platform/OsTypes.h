@@ -1,0 +1,8 @@
+// The operating system's types and constants, under the same names on every platform.
+#pragma once
+
+#ifdef _WIN32
+#include "platform/windows/WindowsTypes.h"
+#else
+#include "platform/linux/LinuxTypes.h"
+#endif
