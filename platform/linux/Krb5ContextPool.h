@@ -1,0 +1,46 @@
+// libkrb5 contexts, kept and lent: making one costs a process-wide lock and a read of the configuration.
+#pragma once
+
+#include <krb5/krb5.h>
+
+#include <cstdint>
+#include <memory>
+
+namespace morwen {
+
+class Krb5ContextPool;
+
+// A context that only the holder uses until it goes back. It is set up for this layer: the replay cache is the service's
+// own file, requests to a KDC have a deadline, and no error of an earlier use is left in it.
+class Krb5ContextLease {
+public:
+    Krb5ContextLease(Krb5ContextLease&& io_other) noexcept;
+    Krb5ContextLease& operator=(Krb5ContextLease&&) = delete;
+    Krb5ContextLease(const Krb5ContextLease&) = delete;
+    Krb5ContextLease& operator=(const Krb5ContextLease&) = delete;
+    ~Krb5ContextLease();
+
+    // False when no context could be made; Code tells why.
+    explicit operator bool() const noexcept { return m_context != nullptr; }
+    krb5_error_code Code() const noexcept { return m_nCode; }
+    krb5_context get() const noexcept { return m_context; }
+
+private:
+    friend class Krb5ContextPool;
+    Krb5ContextLease() = default;
+
+    krb5_context m_context = nullptr;
+    krb5_error_code m_nCode = 0;
+    int64_t m_nBornAt = 0;         // seconds of the monotonic clock
+    uint64_t m_nGeneration = 0;    // of the configuration that it was made from
+};
+
+class Krb5ContextPool {
+public:
+    // Lends a context, made anew when none is idle, when the idle ones are older than a minute, when the configuration
+    // files have changed (looked at once a second at most) or when the process runs as another user than they were made
+    // for. Never throws; look at the lease.
+    static Krb5ContextLease Take() noexcept;
+};
+
+}  // namespace morwen
