@@ -1,0 +1,284 @@
+/* sso_server: a host that lets Kerberos users log on, several at once, and says who they are.
+ *
+ * The keys of the service come from the machine's Kerberos configuration (KRB5_KTNAME, or the default keytab). The
+ * exchange proves who is at the other end at that moment and nothing about what the connection carries later: a real
+ * host runs it inside a connection that protects itself.
+ */
+#include <errno.h>
+#include <getopt.h>
+#include <poll.h>
+#include <pthread.h>
+#include <signal.h>
+#include <stdbool.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "host_net.h"
+#include "host_report.h"
+#include "host_text.h"
+#include "morwen/morwenplugin.h"
+
+enum {
+    kMostClients = 32,     /* at once; the others wait in the system's queue */
+    kSecondsForLogin = 10, /* the accepting side asks no KDC, so this is the client's time alone */
+    kMostRounds = 8        /* Kerberos takes two; a peer that never comes to an end is not heard out */
+};
+
+static pthread_mutex_t g_Lock = PTHREAD_MUTEX_INITIALIZER;
+static pthread_cond_t g_ClientGone = PTHREAD_COND_INITIALIZER;
+static unsigned g_nClients = 0; /* guarded by g_Lock */
+static int g_anStopPipe[2];     /* readable from the moment a signal asked to stop */
+
+static void Stop(int i_nSignal) {
+    (void)i_nSignal;
+    const int saved = errno;
+    /* A full pipe is as readable as one byte. */
+    const ssize_t ignored = write(g_anStopPipe[1], "", 1);
+    (void)ignored;
+    errno = saved;
+}
+
+static bool SameText(const SSOChar* i_pszText, const SSOChar* i_pszOther) {
+    while (*i_pszText != 0 && *i_pszText == *i_pszOther) {
+        ++i_pszText;
+        ++i_pszOther;
+    }
+    return *i_pszText == *i_pszOther;
+}
+
+static const SSOChar* Find(const ParasSeq* i_pChain, const SSOChar* i_pszKey) {
+    for (; i_pChain != NULL; i_pChain = i_pChain->next) {
+        if (SameText(i_pChain->key, i_pszKey)) {
+            return i_pChain->value;
+        }
+    }
+    return NULL;
+}
+
+/* Greets the user. The SIDs are what a server grants rights to: they stay when an account is renamed. */
+static void Welcome(const Connection* i_pConnection, const ParasSeq* i_pLogon) {
+    char* user = TextToUtf8(Find(i_pLogon, u"" SSO_KEY_USER_SID));
+    char* groups = TextToUtf8(Find(i_pLogon, u"" SSO_KEY_GROUP_SIDS));
+    if (user != NULL && groups != NULL) {
+        char line[128];
+        printf("logged on: %s, groups %s\n", user, *groups != '\0' ? groups : "(none)");
+        const int length = snprintf(line, sizeof(line), "Welcome, %s.", user);
+        /* A client that has gone meanwhile misses its greeting, no more. */
+        SendFrame(i_pConnection, FRAME_WELCOME, line, length < (int)sizeof(line) ? (uint32_t)length : sizeof(line) - 1);
+    }
+    free(user);
+    free(groups);
+}
+
+/* Gives one frame of the client to the plug-in, and the answer to the client. The session key changes with every step.
+ */
+static uint32_t Step(const Connection* i_pConnection, const Frame* i_pFrame, SSOChar** io_ppszKey) {
+    /* Out pointers start as null: the plug-in overwrites what stands in them. */
+    void* reply = NULL;
+    SSOLength replyLength = 0;
+    ParasSeq* logon = NULL;
+    SSOChar* key = NULL;
+    /* A client that is done sends nothing more; the plug-in closes the login on a null buffer. */
+    const uint32_t code = SSOAcceptLogin(u"" SSO_PROVIDER_SSPI, *io_ppszKey, i_pFrame->data, i_pFrame->length, &reply,
+                                         &replyLength, &logon, &key);
+    bool sent = true;
+    switch (code) {
+        case SSO_CONTINUE:
+        case SSO_ACCEPTED:
+            if (reply != NULL) {
+                sent = SendFrame(i_pConnection, FRAME_TOKEN, reply, replyLength) == 0;
+            }
+            if (code == SSO_ACCEPTED && sent) {
+                Welcome(i_pConnection, logon);
+            }
+            break;
+        case SSO_DENIED:
+            ReportFailure("logon denied", code);
+            break;
+        default:
+            ReportFailure("logon failed", code);
+            break;
+    }
+    SSOFreeBuffer(reply);
+    SSOFreeParameters(logon);
+    SSOFreeString(*io_ppszKey);
+    *io_ppszKey = key;
+    return sent ? code : SSO_ERROR;
+}
+
+/* Runs one login. A login that breaks off leaves its session in the plug-in until SSOTermPackage: that bounds what a
+ * server can do without, so a server for strangers would end and start the package now and then. */
+static void Serve(const Connection* i_pConnection) {
+    SSOChar* key = NULL; /* null, like the empty text, begins a login */
+    uint32_t code = SSO_CONTINUE;
+    for (int round = 0; code == SSO_CONTINUE; ++round) {
+        Frame frame;
+        if (ReceiveFrame(i_pConnection, &frame) != 0) {
+            fputs("the client went away, was too slow, or does not speak this protocol\n", stderr);
+            break;
+        }
+        const bool token = frame.kind == FRAME_TOKEN && frame.data != NULL;
+        const bool done = frame.kind == FRAME_DONE && frame.data == NULL && key != NULL;
+        code = (token || done) && round < kMostRounds ? Step(i_pConnection, &frame, &key) : SSO_ERROR;
+        free(frame.data);
+    }
+    if (code != SSO_ACCEPTED) {
+        SendFrame(i_pConnection, FRAME_REFUSED, NULL, 0);
+    }
+    SSOFreeString(key); /* with kept contexts this would be the context's key, for SSOImpersonate */
+}
+
+static void* ServeOnThread(void* i_pvConnection) {
+    Connection* connection = i_pvConnection;
+    Serve(connection);
+    fflush(stdout);
+    Disconnect(connection);
+    free(connection);
+    pthread_mutex_lock(&g_Lock);
+    --g_nClients;
+    pthread_cond_signal(&g_ClientGone);
+    pthread_mutex_unlock(&g_Lock);
+    return NULL;
+}
+
+static void AwaitFewerThan(unsigned i_nClients) {
+    pthread_mutex_lock(&g_Lock);
+    while (g_nClients >= i_nClients) {
+        pthread_cond_wait(&g_ClientGone, &g_Lock);
+    }
+    pthread_mutex_unlock(&g_Lock);
+}
+
+static void StartClient(int i_nSocket) {
+    Connection* connection = malloc(sizeof(*connection));
+    if (connection == NULL) {
+        close(i_nSocket);
+        return;
+    }
+    Adopt(i_nSocket, kSecondsForLogin, connection);
+    pthread_mutex_lock(&g_Lock);
+    ++g_nClients;
+    pthread_mutex_unlock(&g_Lock);
+    pthread_t thread;
+    if (pthread_create(&thread, NULL, ServeOnThread, connection) == 0) {
+        pthread_detach(thread);
+        return;
+    }
+    fputs("no thread for a client\n", stderr);
+    pthread_mutex_lock(&g_Lock);
+    --g_nClients;
+    pthread_mutex_unlock(&g_Lock);
+    Disconnect(connection);
+    free(connection);
+}
+
+/* Accepts clients until a signal asks to stop; a login under way is finished, its deadline bounds that. */
+static void Run(int i_nListener) {
+    struct pollfd wait[] = {{.fd = i_nListener, .events = POLLIN}, {.fd = g_anStopPipe[0], .events = POLLIN}};
+    while (poll(wait, 2, -1) > 0 || errno == EINTR) {
+        if (wait[1].revents != 0) {
+            break;
+        }
+        const int client = wait[0].revents != 0 ? accept(i_nListener, NULL, NULL) : -1;
+        wait[0].revents = 0;
+        if (client >= 0) {
+            StartClient(client);
+            AwaitFewerThan(kMostClients);
+        }
+    }
+    close(i_nListener);
+    AwaitFewerThan(1);
+}
+
+/* Under its final name the file is whole: a script may read it as soon as it is there. */
+static bool WritePort(const char* i_pszFile, uint16_t i_nPort) {
+    char temporary[4096];
+    if (snprintf(temporary, sizeof(temporary), "%s.new", i_pszFile) >= (int)sizeof(temporary)) {
+        return false;
+    }
+    FILE* file = fopen(temporary, "w");
+    if (file == NULL) {
+        return false;
+    }
+    const bool written = fprintf(file, "%u\n", (unsigned)i_nPort) > 0;
+    return fclose(file) == 0 && written && rename(temporary, i_pszFile) == 0;
+}
+
+static int Usage(void) {
+    fputs(
+        "usage: sso_server [--listen ADDRESS] [--port N] [--port-file FILE] [--trace]\n"
+        "Listens on 127.0.0.1 and a port of the system's choice unless told otherwise; SIGTERM or SIGINT ends it.\n",
+        stderr);
+    return 2;
+}
+
+int main(int i_nArguments, char** i_ppszArguments) {
+    static const struct option kOptions[] = {{"listen", required_argument, NULL, 'l'},
+                                             {"port", required_argument, NULL, 'p'},
+                                             {"port-file", required_argument, NULL, 'f'},
+                                             {"trace", no_argument, NULL, 't'},
+                                             {NULL, 0, NULL, 0}};
+    const char* address = "127.0.0.1";
+    const char* portFile = NULL;
+    uint16_t port = 0;
+    for (int option = 0; (option = getopt_long(i_nArguments, i_ppszArguments, "", kOptions, NULL)) != -1;) {
+        char* end = NULL;
+        switch (option) {
+            case 'l':
+                address = optarg;
+                break;
+            case 'p': {
+                const unsigned long number = strtoul(optarg, &end, 10);
+                if (*optarg == '\0' || *end != '\0' || number > UINT16_MAX) {
+                    return Usage();
+                }
+                port = (uint16_t)number;
+                break;
+            }
+            case 'f':
+                portFile = optarg;
+                break;
+            case 't':
+                StartTrace();
+                break;
+            default:
+                return Usage();
+        }
+    }
+    if (optind != i_nArguments) {
+        return Usage();
+    }
+
+    const struct sigaction stop = {.sa_handler = Stop};
+    if (pipe(g_anStopPipe) != 0 || sigaction(SIGTERM, &stop, NULL) != 0 || sigaction(SIGINT, &stop, NULL) != 0) {
+        perror("signals");
+        return 2;
+    }
+    if (SSOInitPackage() != SSO_OK) {
+        fputs("the plug-in does not start\n", stderr); /* leaves no record */
+        return 2;
+    }
+    /* This host never impersonates, so it keeps no contexts. */
+    const ParasSeq settings = {u"" SSO_KEY_CACHE_CONTEXTS, SSO_PARAMETER_BOOL, u"0", NULL};
+    const uint32_t code = SSOInitProvider(u"" SSO_PROVIDER_SSPI, &settings);
+    int status = 2;
+    if (code != SSO_OK) {
+        ReportFailure("the provider does not start", code);
+    } else {
+        const int listener = Listen(address, port, &port);
+        if (listener >= 0 && portFile != NULL && !WritePort(portFile, port)) {
+            perror(portFile);
+            close(listener);
+        } else if (listener >= 0) {
+            printf("listening on %s port %u\n", address, (unsigned)port);
+            fflush(stdout);
+            Run(listener);
+            status = 0;
+        }
+    }
+    SSOTermPackage(); /* no thread is inside the plug-in any more: the clients are done */
+    return status;
+}
