@@ -82,7 +82,7 @@ char* TextToUtf8(const SSOChar* i_pszText) {
             continue;
         }
         const int following = character < 0x800 ? 1 : character < 0x10000 ? 2 : 3;
-        *end++ = (char)((0xF00u >> following & 0xF0) | character >> (6 * following));
+        *end++ = (char)((0xFF00u >> (following + 1) & 0xFF) | character >> (6 * following));
         for (int shift = 6 * (following - 1); shift >= 0; shift -= 6) {
             *end++ = (char)(0x80 | (character >> shift & 0x3F));
         }
