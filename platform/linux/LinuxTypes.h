@@ -19,6 +19,9 @@ using HLOCAL = void*;
 using PSID = void*;
 using SECURITY_STATUS = int32_t;
 
+// libkrb5's header makes macros of these two; whichever comes first, the names mean 0 and 1.
+#undef FALSE
+#undef TRUE
 inline constexpr BOOL FALSE = 0;
 inline constexpr BOOL TRUE = 1;
 

@@ -18,4 +18,10 @@ struct TokenIdentity {
 // Makes a handle for an identity; it goes back through TokenCalls' CloseHandle. Throws std::bad_alloc.
 HANDLE OpenToken(std::shared_ptr<const TokenIdentity> i_pIdentity);
 
+// The identity of an open token; null for a handle that is closed or never was one.
+std::shared_ptr<const TokenIdentity> FindToken(HANDLE i_hToken) noexcept;
+
+// False, and nothing done, for a handle that is closed or never was one.
+bool CloseToken(HANDLE i_hToken) noexcept;
+
 }  // namespace morwen

@@ -1,0 +1,180 @@
+// libkrb5 contexts, kept and lent.
+#include "platform/linux/Krb5ContextPool.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <ctime>
+#include <new>
+#include <utility>
+
+#include "harrow/CS_Wrapper.h"
+#include "platform/linux/ServiceProfile.h"
+
+namespace morwen {
+
+using Harrowlib201::CS_Locker;
+using Harrowlib201::CS_Wrapper;
+
+namespace {
+
+constexpr int64_t kLongestLife = 60;  // seconds
+constexpr int64_t kLookInterval = 1;  // seconds between two looks at the configuration files
+constexpr size_t kMostIdle = 64;      // as many threads may shake hands at once without making a context
+
+int64_t SecondsNow() noexcept {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return now.tv_sec;
+}
+
+krb5_error_code MakeContext(krb5_context& o_context) noexcept {
+    try {
+        profile_t profile = nullptr;
+        krb5_error_code nCode = ServiceProfile::Open(profile);
+        if (nCode != 0) {
+            return nCode;
+        }
+        nCode = krb5_init_context_profile(profile, 0, &o_context);
+        profile_release(profile);
+        return nCode;
+    } catch (const std::bad_alloc&) {
+        return ENOMEM;
+    }
+}
+
+struct Idle {
+    krb5_context m_context;
+    int64_t m_nBornAt;
+};
+
+// Contexts on their way out: freed when the pool's lock is no longer held, because that takes a lock of the library.
+class Discarded {
+public:
+    Discarded() = default;
+    Discarded(const Discarded&) = delete;
+    Discarded& operator=(const Discarded&) = delete;
+    ~Discarded() {
+        for (size_t i = 0; i < m_nCount; ++i) {
+            krb5_free_context(m_aContexts[i]);
+        }
+    }
+    void Add(krb5_context i_context) noexcept { m_aContexts[m_nCount++] = i_context; }
+
+private:
+    std::array<krb5_context, kMostIdle> m_aContexts{};
+    size_t m_nCount = 0;
+};
+
+// Nothing in it needs a destructor, so it serves threads that still run while the process ends.
+class Pool {
+public:
+    // An idle context, or none; the generation is that of the contexts to be made now.
+    krb5_context Take(int64_t i_nNow, int64_t& o_nBornAt, uint64_t& o_nGeneration) noexcept {
+        const uid_t nUser = geteuid();
+        Discarded discarded;
+        const CS_Locker locker(m_section);
+        if (nUser != m_nUser) {
+            m_nUser = nUser;
+            DiscardAll(discarded);
+        }
+        if (i_nNow >= m_nNextLook) {
+            m_nNextLook = i_nNow + kLookInterval;
+            if (const uint64_t nMark = ServiceProfile::ConfigurationMark(); nMark != m_nMark) {
+                m_nMark = nMark;
+                DiscardAll(discarded);
+            }
+            DiscardOld(i_nNow, discarded);
+        }
+        o_nGeneration = m_nGeneration;
+        if (m_nIdle == 0) {
+            return nullptr;
+        }
+        const Idle& taken = m_aIdle[--m_nIdle];
+        o_nBornAt = taken.m_nBornAt;
+        return taken.m_context;
+    }
+
+    // False when the context is not wanted any more; it stays the caller's then.
+    bool GiveBack(krb5_context i_context, int64_t i_nBornAt, uint64_t i_nGeneration) noexcept {
+        const CS_Locker locker(m_section);
+        if (m_bClosed || i_nGeneration != m_nGeneration || m_nIdle == kMostIdle) {
+            return false;
+        }
+        m_aIdle[m_nIdle++] = {i_context, i_nBornAt};
+        return true;
+    }
+
+    void Close() noexcept {
+        Discarded discarded;
+        const CS_Locker locker(m_section);
+        m_bClosed = true;
+        DiscardAll(discarded);
+    }
+
+private:
+    void DiscardAll(Discarded& io_discarded) noexcept S_REQUIRES(m_section) {
+        ++m_nGeneration;
+        while (m_nIdle > 0) {
+            io_discarded.Add(m_aIdle[--m_nIdle].m_context);
+        }
+    }
+
+    void DiscardOld(int64_t i_nNow, Discarded& io_discarded) noexcept S_REQUIRES(m_section) {
+        size_t nKept = 0;
+        for (size_t i = 0; i < m_nIdle; ++i) {
+            if (i_nNow - m_aIdle[i].m_nBornAt >= kLongestLife) {
+                io_discarded.Add(m_aIdle[i].m_context);
+            } else {
+                m_aIdle[nKept++] = m_aIdle[i];
+            }
+        }
+        m_nIdle = nKept;
+    }
+
+    CS_Wrapper m_section;
+    std::array<Idle, kMostIdle> m_aIdle S_GUARDED_BY(m_section){};
+    size_t m_nIdle S_GUARDED_BY(m_section) = 0;
+    uint64_t m_nGeneration S_GUARDED_BY(m_section) = 0;
+    uint64_t m_nMark S_GUARDED_BY(m_section) = 0;
+    int64_t m_nNextLook S_GUARDED_BY(m_section) = 0;
+    uid_t m_nUser S_GUARDED_BY(m_section) = 0;
+    bool m_bClosed S_GUARDED_BY(m_section) = false;
+};
+
+constinit Pool g_pool;
+
+// Gives the idle contexts back to the library when this one is unloaded; a lease that returns later is freed at once.
+const struct Closer {
+    ~Closer() { g_pool.Close(); }
+} g_closer;
+
+}  // namespace
+
+Krb5ContextLease::Krb5ContextLease(Krb5ContextLease&& io_other) noexcept
+    : m_context(std::exchange(io_other.m_context, nullptr)),
+      m_nCode(io_other.m_nCode),
+      m_nBornAt(io_other.m_nBornAt),
+      m_nGeneration(io_other.m_nGeneration) {}
+
+Krb5ContextLease::~Krb5ContextLease() {
+    if (m_context != nullptr && !g_pool.GiveBack(m_context, m_nBornAt, m_nGeneration)) {
+        krb5_free_context(m_context);
+    }
+}
+
+Krb5ContextLease Krb5ContextPool::Take() noexcept {
+    const int64_t nNow = SecondsNow();
+    Krb5ContextLease lease;
+    lease.m_context = g_pool.Take(nNow, lease.m_nBornAt, lease.m_nGeneration);
+    if (lease.m_context != nullptr) {
+        krb5_clear_error_message(lease.m_context);
+    } else {
+        lease.m_nBornAt = nNow;
+        lease.m_nCode = MakeContext(lease.m_context);
+    }
+    return lease;
+}
+
+}  // namespace morwen

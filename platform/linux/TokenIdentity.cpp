@@ -1,0 +1,71 @@
+// The table of open tokens.
+#include "platform/linux/TokenIdentity.h"
+
+#include <map>
+#include <utility>
+
+#include "harrow/CS_Wrapper.h"
+#include "platform/linux/NeverDestroyed.h"
+
+namespace morwen {
+
+using Harrowlib201::CS_Locker;
+using Harrowlib201::CS_Wrapper;
+
+namespace {
+
+// No handle value is ever used twice, so a stale one finds nothing. The mark in the upper bits makes an address that no
+// pointer has, so a foreign one finds nothing either.
+constexpr uintptr_t kMark = uintptr_t{0x4D54} << 48;
+
+class TokenTable {
+public:
+    HANDLE Add(std::shared_ptr<const TokenIdentity> i_pIdentity) {
+        const CS_Locker locker(m_section);
+        const uintptr_t nHandle = kMark | (m_nLast += 4);
+        m_tokens.emplace(nHandle, std::move(i_pIdentity));
+        return reinterpret_cast<HANDLE>(nHandle);
+    }
+
+    std::shared_ptr<const TokenIdentity> Find(HANDLE i_hToken) noexcept {
+        const CS_Locker locker(m_section);
+        const auto itToken = m_tokens.find(reinterpret_cast<uintptr_t>(i_hToken));
+        return itToken != m_tokens.end() ? itToken->second : nullptr;
+    }
+
+    bool Remove(HANDLE i_hToken) noexcept {
+        // Taken out under the lock, destroyed without it.
+        Tokens::node_type removed;
+        const CS_Locker locker(m_section);
+        removed = m_tokens.extract(reinterpret_cast<uintptr_t>(i_hToken));
+        return !removed.empty();
+    }
+
+private:
+    using Tokens = std::map<uintptr_t, std::shared_ptr<const TokenIdentity>>;
+
+    CS_Wrapper m_section;
+    uintptr_t m_nLast S_GUARDED_BY(m_section) = 0;
+    Tokens m_tokens S_GUARDED_BY(m_section);
+};
+
+TokenTable& Table() noexcept {
+    static NeverDestroyed<TokenTable> s_table;
+    return *s_table;
+}
+
+}  // namespace
+
+HANDLE OpenToken(std::shared_ptr<const TokenIdentity> i_pIdentity) {
+    return Table().Add(std::move(i_pIdentity));
+}
+
+std::shared_ptr<const TokenIdentity> FindToken(HANDLE i_hToken) noexcept {
+    return Table().Find(i_hToken);
+}
+
+bool CloseToken(HANDLE i_hToken) noexcept {
+    return Table().Remove(i_hToken);
+}
+
+}  // namespace morwen
