@@ -11,8 +11,7 @@ constexpr uint32_t kSaturated = std::numeric_limits<uint32_t>::max();
 
 void CRefCount::addRef() noexcept {
     uint32_t nCount = m_nRefCount.load(std::memory_order_relaxed);
-    while (nCount != kSaturated &&
-           !m_nRefCount.compare_exchange_weak(nCount, nCount + 1, std::memory_order_relaxed)) {
+    while (nCount != kSaturated && !m_nRefCount.compare_exchange_weak(nCount, nCount + 1, std::memory_order_relaxed)) {
     }
 }
 

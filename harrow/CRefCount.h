@@ -8,8 +8,8 @@
 
 namespace Harrowlib201 {
 
-// The object deletes itself when the count falls to zero. A count that would overflow stays at its largest value, and the
-// object then lives on: a leak is harmless, a dangling pointer is not. A release too many ends the program.
+// The object deletes itself when the count falls to zero. A count that would overflow stays at its largest value, and
+// the object then lives on: a leak is harmless, a dangling pointer is not. A release too many ends the program.
 class CRefCount {
 public:
     CRefCount(const CRefCount&) = delete;

@@ -27,11 +27,17 @@ void RequireAllocated(const JTCThreadKey& i_key) {
 
 }  // namespace
 
-JTCInitialize::JTCInitialize() noexcept { s_nUsers.fetch_add(1); }
+JTCInitialize::JTCInitialize() noexcept {
+    s_nUsers.fetch_add(1);
+}
 
-JTCInitialize::~JTCInitialize() { s_nUsers.fetch_sub(1); }
+JTCInitialize::~JTCInitialize() {
+    s_nUsers.fetch_sub(1);
+}
 
-bool JTCInitialize::initialized() noexcept { return s_nUsers.load() != 0; }
+bool JTCInitialize::initialized() noexcept {
+    return s_nUsers.load() != 0;
+}
 
 JTCThreadKey JTCTSS::allocate() {
     const uint64_t nGeneration = s_nLastGeneration.fetch_add(1) + 1;

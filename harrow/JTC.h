@@ -44,8 +44,8 @@ struct JTCThreadKey {
     uint64_t m_nGeneration = 0;  // 0: no key
 };
 
-// Thread-local slots: one pointer for each thread and key, null until set. There is no destructor at thread exit, because
-// such a thing would keep the library loaded; who sets a pointer keeps track of what it points to.
+// Thread-local slots: one pointer for each thread and key, null until set. There is no destructor at thread exit,
+// because such a thing would keep the library loaded; who sets a pointer keeps track of what it points to.
 class JTCTSS {
 public:
     // Throws JTCSystemCallException when all slots are taken.

@@ -1,5 +1,5 @@
-// The log hub: a shared library of its own, so that a host can set its sink before it loads the plug-in and keep it when
-// the plug-in goes.
+// The log hub: a shared library of its own, so that a host can set its sink before it loads the plug-in and keep it
+// when the plug-in goes.
 #include <atomic>
 #include <mutex>
 #include <shared_mutex>
@@ -33,7 +33,9 @@ void HarrowLogSetSink(HarrowLogSink i_pfnSink, void* i_pvUser, uint32_t i_nKinds
     std::atomic_ref<uint32_t>(hub.m_nWantedKinds).store(i_pfnSink == nullptr ? 0 : i_nKinds, std::memory_order_relaxed);
 }
 
-uint32_t* HarrowLogWantedKinds(void) { return &TheHub().m_nWantedKinds; }
+uint32_t* HarrowLogWantedKinds(void) {
+    return &TheHub().m_nWantedKinds;
+}
 
 void HarrowLogWrite(uint32_t i_nKind, const char* i_pszFile, int i_nLine, const char* i_pszMessage) {
     if (t_bInsideSink) {

@@ -41,8 +41,12 @@ SDateTime::SDateTime(int i_nYear, int i_nMonth, int i_nDay, int i_nHour, int i_n
     m_nMilliseconds = pfnSeconds(i_nYear, i_nMonth, i_nDay, i_nHour, i_nMinute, i_nSecond) * 1000 + i_nMillisecond;
 }
 
-SDateTime SDateTime::GetCurrentDateTime() noexcept { return SDateTime(s_pfnClock.load(std::memory_order_relaxed)()); }
+SDateTime SDateTime::GetCurrentDateTime() noexcept {
+    return SDateTime(s_pfnClock.load(std::memory_order_relaxed)());
+}
 
-void SDateTime::SetClock(Clock i_pfnClock) noexcept { s_pfnClock = i_pfnClock != nullptr ? i_pfnClock : SystemClock; }
+void SDateTime::SetClock(Clock i_pfnClock) noexcept {
+    s_pfnClock = i_pfnClock != nullptr ? i_pfnClock : SystemClock;
+}
 
 }  // namespace Harrowlib201

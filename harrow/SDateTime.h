@@ -10,7 +10,8 @@ namespace Harrowlib201 {
 
 enum class STimeZone { TZ_UTC, TZ_Local };
 
-// Holds UTC milliseconds since 1970 whatever zone it was made from, so that instants compare across a change of the clock.
+// Holds UTC milliseconds since 1970 whatever zone it was made from, so that instants compare across a change of the
+// clock.
 class SDateTime {
 public:
     // What the clock says; milliseconds since 1970, UTC. Must not throw and may be called on any thread.

@@ -10,9 +10,13 @@ namespace {
 std::span<const SMessage> s_messages;
 }
 
-void SResManager::Initialize(std::span<const SMessage> i_messages) noexcept { s_messages = i_messages; }
+void SResManager::Initialize(std::span<const SMessage> i_messages) noexcept {
+    s_messages = i_messages;
+}
 
-void SResManager::Terminate() noexcept { s_messages = {}; }
+void SResManager::Terminate() noexcept {
+    s_messages = {};
+}
 
 SWCharString SResManager::LoadStringW(uint32_t i_nId, uint32_t i_nLanguage) {
     const auto found = std::find_if(s_messages.begin(), s_messages.end(),

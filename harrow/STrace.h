@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdint>
 #include <initializer_list>
+#include <new>
 #include <string>
 
 #include "harrow/SWCharString.h"
@@ -18,8 +19,12 @@ inline bool IsWanted(uint32_t i_nKind) noexcept {
     return (std::atomic_ref<uint32_t>(*g_pWantedKinds).load(std::memory_order_relaxed) & i_nKind) != 0;
 }
 
-inline bool ShouldTrace() noexcept { return IsWanted(HARROW_LOG_TRACE); }
-inline bool ShouldAssert() noexcept { return IsWanted(HARROW_LOG_ASSERTION); }
+inline bool ShouldTrace() noexcept {
+    return IsWanted(HARROW_LOG_TRACE);
+}
+inline bool ShouldAssert() noexcept {
+    return IsWanted(HARROW_LOG_ASSERTION);
+}
 
 // What replaces "%1", "%2" or "%3" in a trace.
 class STraceParameter {
@@ -49,36 +54,44 @@ void SAssert(const char* i_pszFile, int i_nLine, const char* i_pszExpression, co
 
 // S_TRACE(text, parameter...): the parameters are not even built when nobody listens, and one that cannot be built for
 // lack of memory costs the message and nothing else.
-#define S_TRACE(text, ...)                                                            \
-    do {                                                                              \
-        if (::Harrowlib201::ShouldTrace()) {                                          \
-            try {                                                                     \
-                ::Harrowlib201::STrace(__FILE__, __LINE__, (text), {__VA_ARGS__});    \
-            } catch (const std::bad_alloc&) {                                         \
-            }                                                                         \
-        }                                                                             \
+#define S_TRACE(text, ...)                                                         \
+    do {                                                                           \
+        if (::Harrowlib201::ShouldTrace()) {                                       \
+            try {                                                                  \
+                ::Harrowlib201::STrace(__FILE__, __LINE__, (text), {__VA_ARGS__}); \
+            } catch (const std::bad_alloc&) {                                      \
+            }                                                                      \
+        }                                                                          \
     } while (false)
 
 // S_ASSERT(condition): reports the condition's text when it does not hold, and goes on.
-#define S_ASSERT(condition)                                                           \
-    do {                                                                              \
-        if (!(condition) && ::Harrowlib201::ShouldAssert()) {                         \
-            ::Harrowlib201::SAssert(__FILE__, __LINE__, #condition, nullptr);         \
-        }                                                                             \
+#define S_ASSERT(condition)                                                   \
+    do {                                                                      \
+        if (!(condition) && ::Harrowlib201::ShouldAssert()) {                 \
+            ::Harrowlib201::SAssert(__FILE__, __LINE__, #condition, nullptr); \
+        }                                                                     \
     } while (false)
 
 // The same with a message of its own.
-#define S_ASSERT_MSG(condition, message)                                              \
-    do {                                                                              \
-        if (!(condition) && ::Harrowlib201::ShouldAssert()) {                         \
-            ::Harrowlib201::SAssert(__FILE__, __LINE__, #condition, (message));       \
-        }                                                                             \
+#define S_ASSERT_MSG(condition, message)                                        \
+    do {                                                                        \
+        if (!(condition) && ::Harrowlib201::ShouldAssert()) {                   \
+            ::Harrowlib201::SAssert(__FILE__, __LINE__, #condition, (message)); \
+        }                                                                       \
+    } while (false)
+
+// The same with a text in place of the condition's own.
+#define S_ASSERT_TEXT(condition, text)                                    \
+    do {                                                                  \
+        if (!(condition) && ::Harrowlib201::ShouldAssert()) {             \
+            ::Harrowlib201::SAssert(__FILE__, __LINE__, (text), nullptr); \
+        }                                                                 \
     } while (false)
 
 // A failed assertion whose text is the message alone.
-#define S_FAIL(message)                                                               \
-    do {                                                                              \
-        if (::Harrowlib201::ShouldAssert()) {                                         \
-            ::Harrowlib201::SAssert(__FILE__, __LINE__, nullptr, (message));          \
-        }                                                                             \
+#define S_FAIL(message)                                                      \
+    do {                                                                     \
+        if (::Harrowlib201::ShouldAssert()) {                                \
+            ::Harrowlib201::SAssert(__FILE__, __LINE__, nullptr, (message)); \
+        }                                                                    \
     } while (false)

@@ -1,6 +1,5 @@
 #include "harrow/SWCharString.h"
 
-#include <algorithm>
 #include <limits>
 #include <new>
 #include <utility>
@@ -23,15 +22,18 @@ SWCharString::SWCharString(const char16_t* i_pszText)
     : SWCharString(i_pszText == nullptr ? std::u16string_view() : std::u16string_view(i_pszText)) {}
 
 SWCharString::SWCharString(std::u16string_view i_text) {
-    if (i_text.empty()) {
-        return;
+    if (!i_text.empty()) {
+        *std::copy(i_text.begin(), i_text.end(), Allocate(i_text.size())) = u'\0';
     }
-    if (i_text.size() >= (std::numeric_limits<size_t>::max() - sizeof(Body)) / sizeof(char16_t)) {
+}
+
+char16_t* SWCharString::Allocate(size_t i_nLength) {
+    if (i_nLength >= (std::numeric_limits<size_t>::max() - sizeof(Body)) / sizeof(char16_t)) {
         throw std::bad_alloc();
     }
-    void* pvBlock = ::operator new(sizeof(Body) + (i_text.size() + 1) * sizeof(char16_t));
-    m_pBody = new (pvBlock) Body(i_text.size());
-    *std::copy(i_text.begin(), i_text.end(), m_pBody->Text()) = u'\0';
+    void* pvBlock = ::operator new(sizeof(Body) + (i_nLength + 1) * sizeof(char16_t));
+    m_pBody = new (pvBlock) Body(i_nLength);
+    return m_pBody->Text();
 }
 
 SWCharString::SWCharString(const SWCharString& i_other) noexcept : m_pBody(i_other.m_pBody) {
@@ -55,8 +57,12 @@ SWCharString::~SWCharString() {
     }
 }
 
-size_t SWCharString::length() const noexcept { return m_pBody == nullptr ? 0 : m_pBody->m_nLength; }
+size_t SWCharString::length() const noexcept {
+    return m_pBody == nullptr ? 0 : m_pBody->m_nLength;
+}
 
-const char16_t* SWCharString::c_str() const noexcept { return m_pBody == nullptr ? u"" : m_pBody->Text(); }
+const char16_t* SWCharString::c_str() const noexcept {
+    return m_pBody == nullptr ? u"" : m_pBody->Text();
+}
 
 }  // namespace Harrowlib201

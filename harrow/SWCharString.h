@@ -1,6 +1,7 @@
 // The text type of the whole library: UTF-16, immutable, shared by reference count.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <compare>
 #include <cstddef>
@@ -21,6 +22,19 @@ public:
     SWCharString& operator=(SWCharString i_other) noexcept;
     ~SWCharString();
 
+    // From another type of UTF-16 unit, such as the wchar_t of some systems. A null pointer gives the empty text. The
+    // characters go nowhere but into this string.
+    template <class Unit>
+    static SWCharString FromUnits(const Unit* i_pszText) {
+        static_assert(sizeof(Unit) == sizeof(char16_t));
+        SWCharString ssText;
+        if (i_pszText != nullptr && *i_pszText != Unit{}) {
+            const std::basic_string_view<Unit> text(i_pszText);
+            *std::copy(text.begin(), text.end(), ssText.Allocate(text.size())) = u'\0';
+        }
+        return ssText;
+    }
+
     bool isEmpty() const noexcept { return m_pBody == nullptr; }
     size_t length() const noexcept;
     // Ends with a zero unit; valid as long as a copy of this string lives.
@@ -36,6 +50,9 @@ public:
 
 private:
     struct Body;
+    // Room for so many characters and the zero behind them. Only for an empty string.
+    char16_t* Allocate(size_t i_nLength);
+
     Body* m_pBody = nullptr;  // null for the empty text
 };
 

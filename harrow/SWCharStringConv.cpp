@@ -102,9 +102,13 @@ public:
 
 }  // namespace
 
-SWCharString SWCharStringConv::ToString(uint64_t i_nValue, int i_nRadix) { return Format(i_nValue, i_nRadix); }
+SWCharString SWCharStringConv::ToString(uint64_t i_nValue, int i_nRadix) {
+    return Format(i_nValue, i_nRadix);
+}
 
-SWCharString SWCharStringConv::ToString(int64_t i_nValue, int i_nRadix) { return Format(i_nValue, i_nRadix); }
+SWCharString SWCharStringConv::ToString(int64_t i_nValue, int i_nRadix) {
+    return Format(i_nValue, i_nRadix);
+}
 
 bool SWCharStringConv::FromString(const SWCharString& i_ssText, uint64_t& o_nValue) {
     return Parse(i_ssText, o_nValue);

@@ -1,7 +1,7 @@
 /* harrow_log.h: where traces and assertions of the morwen plug-in go.
  *
- * The plug-in reads no file and no environment variable; a host that wants to see what happens sets a sink here. Without
- * a sink nothing is formatted and nothing is written. A C11 and C++20 header.
+ * The plug-in reads no file and no environment variable; a host that wants to see what happens sets a sink here.
+ * Without a sink nothing is formatted and nothing is written. A C11 and C++20 header.
  */
 #ifndef MORWEN_HARROW_LOG_H
 #define MORWEN_HARROW_LOG_H
@@ -29,13 +29,13 @@ enum HarrowLogKind {
 };
 
 /* Called on the thread that speaks, by many threads at once. The texts are UTF-8, end with a zero byte, and are valid
- * only during the call. The sink must not throw and must not call HarrowLogSetSink; what the plug-in would trace because
- * of calls made inside the sink is dropped. */
+ * only during the call. The sink must not throw and must not call HarrowLogSetSink; what the plug-in would trace
+ * because of calls made inside the sink is dropped. */
 typedef void (*HarrowLogSink)(uint32_t i_nKind, const char* i_pszFile, int i_nLine, const char* i_pszMessage,
                               void* i_pvUser);
 
-/* Sets the sink, which is given the kinds named; a null sink or no kind switches off. When it returns, the sink set before
- * is not running any more and will not be called again. */
+/* Sets the sink, which is given the kinds named; a null sink or no kind switches off. When it returns, the sink set
+ * before is not running any more and will not be called again. */
 HARROW_LOG_API void HarrowLogSetSink(HarrowLogSink i_pfnSink, void* i_pvUser, uint32_t i_nKinds);
 
 /* The rest is the speaking side, for libraries that write here. */

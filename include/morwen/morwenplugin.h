@@ -4,7 +4,8 @@
  *
  * 1. Results. Every function returns a 32-bit code (enum SSOCode). SSO_OK, SSO_CONTINUE and SSO_ACCEPTED are successes,
  *    everything else is an error. No C++ exception ever leaves a function.
- * 2. Text is UTF-16, ended by a zero unit (SSOChar: char16_t, on Windows wchar_t). A null input text means the empty text.
+ * 2. Text is UTF-16, ended by a zero unit (SSOChar: char16_t, on Windows wchar_t). A null input text means the empty
+ * text.
  * 3. Ownership. Whatever a function writes through an "out" pointer was allocated by the plug-in and goes back through
  *    the function that the text names (SSOFreeBuffer, SSOFreeString, SSOFreeParameters, SSOFreeError), never through
  *    free or delete. What the host passes in stays the host's; the plug-in keeps no pointer to it.
@@ -47,13 +48,13 @@ extern "C" {
 
 /* What the functions return. */
 enum SSOCode {
-    SSO_OK = 0,             /* done; of a client's login: complete */
-    SSO_CONTINUE = 1,       /* send the token to the other side and call again with its answer */
-    SSO_ACCEPTED = 2,       /* the accepting side's login is complete */
-    SSO_DENIED = 3,         /* the security package refused the logon */
-    SSO_ERROR = 100,        /* anything that has no code of its own */
+    SSO_OK = 0,              /* done; of a client's login: complete */
+    SSO_CONTINUE = 1,        /* send the token to the other side and call again with its answer */
+    SSO_ACCEPTED = 2,        /* the accepting side's login is complete */
+    SSO_DENIED = 3,          /* the security package refused the logon */
+    SSO_ERROR = 100,         /* anything that has no code of its own */
     SSO_NOT_SUPPORTED = 101, /* the provider type does not offer this operation */
-    SSO_NO_CONTEXT = 103,   /* no security context under the given key */
+    SSO_NO_CONTEXT = 103,    /* no security context under the given key */
     SSO_OUT_OF_MEMORY = 106
 };
 
@@ -68,8 +69,8 @@ enum SSOParameterType {
  * the later counts. A chain that the plug-in hands out is one block, sorted by key. */
 typedef struct ParasSeq {
     const SSOChar* key;
-    uint32_t type; /* enum SSOParameterType; only the low eight bits are read */
-    const SSOChar* value; /* null means the empty text */
+    uint32_t type;         /* enum SSOParameterType; only the low eight bits are read */
+    const SSOChar* value;  /* null means the empty text */
     struct ParasSeq* next; /* null in the last element */
 } ParasSeq;
 
@@ -92,15 +93,18 @@ typedef struct SSOError {
 #define SSO_PROVIDER_THREADTOKEN "THREADTOKEN" /* the identity under which the calling thread already runs */
 
 /* Parameter keys, as ASCII literals. To get UTF-16 in C or C++ on Linux write u"" SSO_KEY_SPN. */
-#define SSO_KEY_SPN "SI_SERVER_SSPI_SPN"            /* string: the server's principal, "service/host" or "service/host@REALM" */
+#define SSO_KEY_SPN "SI_SERVER_SSPI_SPN" /* string: the server's principal, "service/host" or "service/host@REALM" */
 #define SSO_KEY_CACHE_CONTEXTS "SI_CACHE_SECCONTEXT" /* bool: keep the contexts of accepted logins; true unless set */
-#define SSO_KEY_CACHE_EXPIRY "SSPI_CTXT_CACHE_EXPIRY" /* long: seconds that a context is kept; 0 (unless set): no limit */
-#define SSO_KEY_RENEWALS "CONTEXT_RENEWALS_ALLOWED" /* bool: renew kept contexts before they run out; true unless set */
+#define SSO_KEY_CACHE_EXPIRY \
+    "SSPI_CTXT_CACHE_EXPIRY"                        /* long: seconds that a context is kept; 0 (unless set): no limit */
+#define SSO_KEY_RENEWALS "CONTEXT_RENEWALS_ALLOWED" /* bool: renew kept contexts before they run out; true unless set \
+                                                     */
 #define SSO_KEY_USER_SID "SSPI_USER_SID"            /* string, from SSOAcceptLogin: the user's security identifier */
-#define SSO_KEY_GROUP_SIDS "SSPI_USER_GROUP_SIDS"   /* string, from SSOAcceptLogin: those of the groups, each with ";" */
+#define SSO_KEY_GROUP_SIDS "SSPI_USER_GROUP_SIDS"   /* string, from SSOAcceptLogin: those of the groups, each with ";" \
+                                                     */
 
 /* Keys handed out in place of a key of a context. */
-#define SSO_KEY_TEXT_CLIENT_DONE "DUMMY_KEY"                  /* a client keeps no context */
+#define SSO_KEY_TEXT_CLIENT_DONE "DUMMY_KEY"                 /* a client keeps no context */
 #define SSO_KEY_TEXT_CACHING_OFF "DUMMY_KEY__CACHING_IS_OFF" /* accepted, and contexts are not kept */
 
 /* Starts the package, or counts up when it is started. One SSOTermPackage belongs to each success. No record. */
@@ -109,9 +113,9 @@ SSO_API uint32_t SSOInitPackage(void);
 /* Counts down; the last call ends the package, and with it every session, kept context and error record. */
 SSO_API uint32_t SSOTermPackage(void);
 
-/* Makes the handler of a provider type and gives it its settings. A setting that is absent keeps its value; a setting of
- * the wrong type fails the call and changes nothing. SSO_KEY_SPN among them is the name under which the server renews
- * kept contexts. May be called again. */
+/* Makes the handler of a provider type and gives it its settings. A setting that is absent keeps its value; a setting
+ * of the wrong type fails the call and changes nothing. SSO_KEY_SPN among them is the name under which the server
+ * renews kept contexts. May be called again. */
 SSO_API uint32_t SSOInitProvider(const SSOChar* i_pszType, const ParasSeq* i_pParameters);
 
 /* The parameters that a login of this type needs, with empty values. Out: goes back through SSOFreeParameters. */

@@ -1,0 +1,60 @@
+#include "cache/ContextManager.h"
+
+#include "errors/SSOException.h"
+#include "harrow/STrace.h"
+#include "morwen/morwenplugin.h"
+
+namespace morwen {
+
+using namespace Harrowlib201;
+
+ContextManager::ContextManager(const CSmartRefCountPtr<SecContextCache>& i_pContextCache)
+    : m_pContextCache(i_pContextCache) {
+    S_ASSERT(m_pContextCache);
+    if (!m_pContextCache) {
+        throw SSOException(SSO_ERROR);
+    }
+}
+
+void ContextManager::Impersonate(const SWCharString& i_ssKey) {
+    m_pContextCache->WithToken(i_ssKey, [&i_ssKey](const auto& i_found) {
+        if (!i_found.m_pToken || i_found.m_pToken->Expired(SDateTime::GetCurrentDateTime())) {
+            S_TRACE("ssoplugin: ContextManager::Impersonate() -- token for %1 not found or expired.", i_ssKey);
+            throw SSOException(SSO_ERROR, kMsgContextUnusable);
+        }
+        i_found.m_pToken->Impersonate();
+    });
+}
+
+void ContextManager::Revert(const SWCharString& i_ssKey) {
+    m_pContextCache->WithToken(i_ssKey, [&i_ssKey](const auto& i_found) {
+        if (!i_found.m_bPresent) {
+            S_TRACE("ssoplugin: ContextManager::Revert() -- token for %1 not found.", i_ssKey);
+            throw SSOException(SSO_ERROR, kMsgNoContext);
+        }
+        const StaticTokenPtr& pToken = i_found.m_pToken;
+        S_ASSERT(pToken);
+        if (!pToken) {
+            throw SSOException(SSO_ERROR);
+        }
+        pToken->Revert();
+    });
+}
+
+bool ContextManager::AddAssociation(const SWCharString& i_ssKey, const SWCharString& i_ssNewKey) {
+    return m_pContextCache->AddAssociation(i_ssKey, i_ssNewKey);
+}
+
+bool ContextManager::IsValid(const SWCharString& i_ssKey) {
+    return m_pContextCache->IsValid(i_ssKey);
+}
+
+bool ContextManager::Remove(const SWCharString& i_ssKey) {
+    return m_pContextCache->Remove(i_ssKey);
+}
+
+void ContextManager::Clear() {
+    m_pContextCache->Clear();
+}
+
+}  // namespace morwen

@@ -1,0 +1,44 @@
+// An established security context that has outlived its login.
+#pragma once
+
+#include <cstdint>
+
+#include "harrow/CRWLock.h"
+#include "harrow/CRefCount.h"
+#include "harrow/SDateTime.h"
+#include "harrow/SWCharString.h"
+
+namespace morwen {
+
+using Harrowlib201::SDateTime;
+using Harrowlib201::STimeSpan;
+using Harrowlib201::SWCharString;
+
+// Shared by the context cache and whoever works with it at the moment. Failures are SSOExceptions; the questions about
+// time never throw.
+class StaticToken : public Harrowlib201::CRefCount {
+public:
+    // The order of the operations is part of the interface.
+    virtual void Impersonate() = 0;  // the calling thread runs as the token's user
+    virtual void Revert() = 0;       // undoes the last Impersonate
+    virtual bool Expired(SDateTime i_now) = 0;
+    virtual bool RenegotiateImpl() = 0;  // takes a fresh context for the same user over
+    virtual STimeSpan GetTimeToExpiry(SDateTime i_now) = 0;
+    virtual STimeSpan GetLifetime() = 0;
+
+    const SWCharString& GetType() const noexcept { return m_ssType; }
+
+protected:
+    explicit StaticToken(const SWCharString& i_ssType)
+        : m_ssType(i_ssType), m_created(SDateTime::GetCurrentDateTime()), m_lastNegotiated(m_created) {}
+
+    SWCharString m_ssType;  // of the handler that made it
+    SDateTime m_created;
+    mutable Harrowlib201::CRWLock m_lock;
+    SDateTime m_lastNegotiated S_GUARDED_BY(m_lock);
+    uint16_t m_nImpersonationCount S_GUARDED_BY(m_lock) = 0;
+};
+
+using StaticTokenPtr = Harrowlib201::CSmartRefCountPtr<StaticToken>;
+
+}  // namespace morwen

@@ -1,0 +1,12 @@
+// The texts that explain an error to a person.
+#pragma once
+
+#include <span>
+
+#include "harrow/SResManager.h"
+
+namespace morwen {
+
+std::span<const Harrowlib201::SMessage> MessageTable() noexcept;
+
+}  // namespace morwen

@@ -1,0 +1,56 @@
+#include "handlers/kerberos/ErrorText.h"
+
+#include <string>
+
+#include "harrow/SWCharStringConv.h"
+#include "platform/Platform.h"
+
+namespace morwen {
+
+using Harrowlib201::SWCharStringConv;
+
+namespace {
+
+constexpr DWORD kSizeHint = 1024;
+constexpr DWORD kDefaultLanguage = 0x400;
+
+// Gives the text back to the system.
+class SystemText {
+public:
+    explicit SystemText(SECURITY_STATUS i_nStatus) {
+        Platform::Kernel().FormatMessageW(
+            FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
+            static_cast<DWORD>(i_nStatus), kDefaultLanguage, reinterpret_cast<WCHAR*>(&m_pszText), kSizeHint, nullptr);
+    }
+    ~SystemText() {
+        if (m_pszText != nullptr) {
+            Platform::Kernel().LocalFree(m_pszText);
+        }
+    }
+    SystemText(const SystemText&) = delete;
+    SystemText& operator=(const SystemText&) = delete;
+
+    SWCharString Text() const { return SWCharString::FromUnits(m_pszText); }
+
+private:
+    WCHAR* m_pszText = nullptr;
+};
+
+}  // namespace
+
+SWCharString GetErrorText(SECURITY_STATUS i_nStatus) {
+    if (i_nStatus == SEC_E_OK) {
+        return {};
+    }
+    const SWCharString ssSystem = SystemText(i_nStatus).Text();
+    std::u16string text = u"Error ";
+    text += SWCharStringConv::ToString(static_cast<int64_t>(i_nStatus)).view();
+    text += u": ";
+    text += ssSystem.isEmpty() ? std::u16string_view(u"???") : ssSystem.view();
+    while (!text.empty() && std::u16string_view(u" \t\r\n").find(text.back()) != std::u16string_view::npos) {
+        text.pop_back();
+    }
+    return SWCharString(text);
+}
+
+}  // namespace morwen

@@ -1,0 +1,340 @@
+#include "handlers/kerberos/KerberosSSPIHandler.h"
+
+#include <cstdlib>
+#include <limits>
+
+#include "errors/SSOException.h"
+#include "handlers/kerberos/ErrorText.h"
+#include "handlers/kerberos/KerberosSSPICredentials.h"
+#include "handlers/kerberos/LogonInformation.h"
+#include "handlers/kerberos/SSPISession.h"
+#include "harrow/STrace.h"
+#include "platform/OsText.h"
+#include "platform/Platform.h"
+
+namespace morwen {
+
+using namespace Harrowlib201;
+
+namespace {
+
+// One security buffer of the type token, as the package's calls take it.
+class TokenBuffer {
+public:
+    TokenBuffer(void* i_pvBytes, uint64_t i_nLength)
+        : m_buffer{static_cast<ULONG>(i_nLength), SECBUFFER_TOKEN, i_pvBytes},
+          m_description{SECBUFFER_VERSION, 1, &m_buffer} {}
+    TokenBuffer(const TokenBuffer&) = delete;
+    TokenBuffer& operator=(const TokenBuffer&) = delete;
+
+    SecBufferDesc* get() noexcept { return &m_description; }
+    uint64_t Length() const noexcept { return m_buffer.cbBuffer; }
+
+private:
+    SecBuffer m_buffer;
+    SecBufferDesc m_description;
+};
+
+// The package takes input through a pointer to non-const, and only reads it.
+TokenBuffer InputBuffer(const uint8_t* i_pvBuffer, uint64_t i_nBufferSize) {
+    return {const_cast<uint8_t*>(i_pvBuffer), i_nBufferSize};
+}
+
+// Credentials and session as the classes of this handler. Throws SSOException with one of the two texts.
+struct LoginObjects {
+    LoginObjects(const SSOCredentialsPtr& i_pCredentials, const SSOSessionPtr& i_pSession,
+                 const char* i_pszWrongCredentials, const char* i_pszWrongSession)
+        : m_pCredentials(CountedCast<KerberosSSPICredentials>(i_pCredentials)),
+          m_pSession(CountedCast<SSPISession>(i_pSession)) {
+        if (!m_pCredentials) {
+            S_FAIL(i_pszWrongCredentials);
+            throw SSOException(SSO_ERROR);
+        }
+        if (!m_pSession) {
+            S_FAIL(i_pszWrongSession);
+            throw SSOException(SSO_ERROR);
+        }
+    }
+
+    CSmartRefCountPtr<KerberosSSPICredentials> m_pCredentials;
+    CSmartRefCountPtr<SSPISession> m_pSession;
+};
+
+void RequireInput(const uint8_t* i_pvBuffer, uint64_t i_nBufferSize, const char* i_pszNull, const char* i_pszEmpty) {
+    S_ASSERT_MSG(i_pvBuffer, i_pszNull);
+    S_ASSERT_MSG(i_nBufferSize, i_pszEmpty);
+    // What does not fit the package's 32-bit length must not be cut to something that does.
+    if (i_pvBuffer == nullptr || i_nBufferSize == 0 || i_nBufferSize > std::numeric_limits<uint32_t>::max()) {
+        throw SSOException(SSO_ERROR);
+    }
+}
+
+// A setting, when it is there.
+template <class Value>
+bool ReadSetting(const Parameters& i_parameters, const char16_t* i_pszKey, Value& o_value, const char* i_pszMismatch) {
+    try {
+        return i_parameters.GetParameter(i_pszKey, o_value);
+    } catch (const SSOException&) {
+        S_FAIL(i_pszMismatch);
+        throw;
+    }
+}
+
+[[noreturn]] void ThrowNoPackage() {
+    throw SSOException(SSO_ERROR, kMsgNoPackage, {u"Kerberos/SSPI"});
+}
+
+}  // namespace
+
+KerberosSSPIHandler::KerberosSSPIHandler() {
+    m_requiredLoginParameters.SetParameter(u"SI_SERVER_SSPI_SPN", SWCharString());
+    const OsText package(u"Kerberos");
+    PSecPkgInfoW pPackageInfo = nullptr;
+    if (Platform::Sspi().QuerySecurityPackageInfoW(package.get(), &pPackageInfo) != SEC_E_OK) {
+        S_TRACE("ssoplugin: KerberosSSPIHandler::KerberosSSPIHandler() -- QuerySecurityPackageInfo() failed!");
+        ThrowNoPackage();
+    }
+    S_ASSERT(pPackageInfo);
+    if (pPackageInfo == nullptr) {
+        S_TRACE("ssoplugin: KerberosSSPIHandler::KerberosSSPIHandler() -- QuerySecurityPackageInfo() returned NULL!");
+        ThrowNoPackage();
+    }
+    m_nMaxTokenSize = pPackageInfo->cbMaxToken;
+    const SECURITY_STATUS statFree = Platform::Sspi().FreeContextBuffer(pPackageInfo);
+    S_ASSERT(statFree == SEC_E_OK);
+}
+
+void KerberosSSPIHandler::InitHandler(const Parameters& i_globalParameters) {
+    if (!i_globalParameters.CheckParameters(m_requiredGlobalParameters)) {
+        S_TRACE("ssoplugin: KerberosSSPIHandler::InitHandler() -- Missing global parameters.");
+        ThrowNoPackage();
+    }
+    int64_t lExpiryTime = 0;
+    bool bCacheContexts = true;
+    bool bAllowRenewals = true;
+    const bool bExpiryPresent =
+        ReadSetting(i_globalParameters, u"SSPI_CTXT_CACHE_EXPIRY", lExpiryTime,
+                    "ssoplugin: KerberosSSPIHandler::InitHandler() -- Type mismatch getting the cache expiry time.");
+    if (bExpiryPresent && lExpiryTime >= INT64_MAX / 1000) {
+        S_ASSERT(lExpiryTime < (INT64_MAX / 1000));
+        lExpiryTime = INT64_MAX;
+    }
+    const bool bCachePresent =
+        ReadSetting(i_globalParameters, u"SI_CACHE_SECCONTEXT", bCacheContexts,
+                    "ssoplugin: KerberosSSPIHandler::InitHandler() -- Type mismatch getting the cache expiry flag.");
+    const bool bRenewalsPresent =
+        ReadSetting(i_globalParameters, u"CONTEXT_RENEWALS_ALLOWED", bAllowRenewals,
+                    "ssoplugin: KerberosSSPIHandler::InitHandler() -- Type mismatch getting the context renewal flag.");
+    Parameters globalParameters = i_globalParameters;  // copied before the first change, because a copy can fail
+
+    const CSmartWriteLocker locker(m_lock);
+    if (bExpiryPresent) {
+        // Computed unsigned, so that the largest value wraps to -1000 ms: a context that is always too old.
+        m_cacheExpiry = STimeSpan(static_cast<int64_t>(static_cast<uint64_t>(lExpiryTime) * 1000U));
+        S_TRACE("ssoplugin: KerberosSSPIHandler::InitHandler() -- Setting cache timeout to %1", lExpiryTime);
+    }
+    if (bCachePresent) {
+        m_bCacheContexts = bCacheContexts;
+        S_TRACE(bCacheContexts ? "ssoplugin: KerberosSSPIHandler::InitHandler() -- Turning on caching of contexts."
+                               : "ssoplugin: KerberosSSPIHandler::InitHandler() -- Turning off caching of contexts.");
+    }
+    if (bRenewalsPresent) {
+        m_bRenewalsAllowed = bAllowRenewals;
+        S_TRACE(
+            bAllowRenewals
+                ? "ssoplugin: KerberosSSPIHandler::InitHandler() -- Allowing renewals of cached security contexts."
+                : "ssoplugin: KerberosSSPIHandler::InitHandler() -- Disabling renewals of cached security contexts.");
+    }
+    m_globalParameters = std::move(globalParameters);
+}
+
+void KerberosSSPIHandler::Reserved(void*) {}
+
+uint32_t KerberosSSPIHandler::InitializeContext(const SSOCredentialsPtr& i_pCredentials,
+                                                const SSOSessionPtr& i_pSession, const uint8_t* i_pvBuffer,
+                                                uint64_t i_nBufferSize, uint8_t** o_ppvBuffer,
+                                                uint64_t* o_pnBufferLength) {
+    *o_ppvBuffer = nullptr;
+    *o_pnBufferLength = 0;
+    const LoginObjects login(
+        i_pCredentials, i_pSession,
+        "ssoplugin: KerberosSSPIHandler::InitializeContext() -- Wrong type of SSOCredentialsPtr passed in.",
+        "ssoplugin: KerberosSSPIHandler::InitializeContext() -- Wrong type of SSOSessionPtr passed in.");
+    SSPISession& session = *login.m_pSession;
+    S_TRACE("ssoplugin: KerberosSSPIHandler::InitializeContext() -- Pass %1", uint32_t{session.GetPassCount()});
+    const bool bFirstPass = !session.HoldsContext();
+    session.CountPass();
+
+    SWCharString ssSPN;
+    if (!session.GetParameters().GetParameter(u"SI_SERVER_SSPI_SPN", ssSPN)) {
+        S_TRACE("ssoplugin: KerberosSSPIHandler::InitializeContext() -- Missing SPN!");
+        throw SSOException(SSO_ERROR, kMsgServerPrincipal);
+    }
+    const OsText spn(ssSPN);
+
+    *o_ppvBuffer = AllocateOutput("ssoplugin: KerberosSSPIHandler::InitializeContext() -- Out of memory");
+    TokenBuffer output(*o_ppvBuffer, m_nMaxTokenSize);
+    if (!bFirstPass) {
+        RequireInput(i_pvBuffer, i_nBufferSize,
+                     "ssoplugin: KerberosSSPIHandler::InitializeContext() -- NULL input buffer on second pass.",
+                     "ssoplugin: KerberosSSPIHandler::InitializeContext() -- 0-length input buffer on second pass.");
+    }
+    TokenBuffer input = InputBuffer(i_pvBuffer, i_nBufferSize);
+    ULONG nAttributes = 0;
+    TimeStamp tsExpiry{};
+    const SECURITY_STATUS nStatus = Platform::Sspi().InitializeSecurityContextW(
+        login.m_pCredentials->GetHandle(), bFirstPass ? nullptr : session.GetContext(), spn.get(),
+        ISC_REQ_DELEGATE | ISC_REQ_MUTUAL_AUTH, 0, SECURITY_NATIVE_DREP, bFirstPass ? nullptr : input.get(), 0,
+        session.GetContext(), output.get(), &nAttributes, &tsExpiry);
+    *o_pnBufferLength = output.Length();
+    switch (nStatus) {
+        case SEC_E_OK:
+            session.SetEstablished();
+            return SSO_OK;
+        case SEC_I_CONTINUE_NEEDED:
+            return SSO_CONTINUE;
+        case SEC_E_LOGON_DENIED:
+            S_TRACE("ssoplugin: KerberosSSPIHandler::InitializeContext() -- Logon denied.");
+            // Who denied it, and why.
+            S_TRACE("ssoplugin: KerberosSSPIHandler::InitializeContext() -- %1", GetErrorText(nStatus));
+            throw SSOException(SSO_DENIED, kMsgLogonDeniedClient);
+        case SEC_E_WRONG_PRINCIPAL:
+            S_TRACE("ssoplugin: KerberosSSPIHandler::InitializeContext() -- Mutual authentication failed.");
+            S_TRACE("ssoplugin: KerberosSSPIHandler::InitializeContext() -- %1", GetErrorText(nStatus));
+            throw SSOException(SSO_ERROR, kMsgServerPrincipal);
+        default:
+            S_TRACE("ssoplugin: KerberosSSPIHandler::InitializeContext() -- Failure in InitializeSecurityContext(). %1",
+                    GetErrorText(nStatus));
+            throw SSOException(SSO_ERROR);
+    }
+}
+
+uint32_t KerberosSSPIHandler::AcceptContext(const SSOCredentialsPtr& i_pCredentials, const SSOSessionPtr& i_pSession,
+                                            const uint8_t* i_pvBuffer, uint64_t i_nBufferSize, uint8_t** o_ppvBuffer,
+                                            uint64_t* o_pnBufferLength, bool i_bWantLogonInformation,
+                                            Parameters& o_logonInformation) {
+    *o_ppvBuffer = nullptr;
+    *o_pnBufferLength = 0;
+    const LoginObjects login(
+        i_pCredentials, i_pSession,
+        "ssoplugin: KerberosSSPIHandler::AcceptContext() -- Wrong type of SSOCredentialsPtr passed in.",
+        "ssoplugin: KerberosSSPIHandler::AcceptContext() -- Wrong type of SSOSessionPtr passed in.");
+    SSPISession& session = *login.m_pSession;
+    const bool bFirstPass = session.GetPassCount() == 0;
+    session.CountPass();
+
+    if (!bFirstPass && i_pvBuffer == nullptr && i_nBufferSize == 0) {
+        // The client has nothing more to say. That ends a handshake whose context is complete; it must not end one
+        // whose earlier passes failed or still wait for the client, or nobody's logon would be accepted.
+        if (!session.IsEstablished()) {
+            S_TRACE("ssoplugin: KerberosSSPIHandler::AcceptContext() -- The context is not complete.");
+            throw SSOException(SSO_ERROR);
+        }
+        if (i_bWantLogonInformation) {
+            GetLogonInformation(i_pSession, o_logonInformation);
+        }
+        return SSO_ACCEPTED;
+    }
+    RequireInput(i_pvBuffer, i_nBufferSize, "ssoplugin: KerberosSSPIHandler::AcceptContext() -- NULL input buffer.",
+                 "ssoplugin: KerberosSSPIHandler::AcceptContext() -- 0-length input buffer..");
+    TokenBuffer input = InputBuffer(i_pvBuffer, i_nBufferSize);
+    *o_ppvBuffer = AllocateOutput("ssoplugin: KerberosSSPIHandler::AcceptContext() -- Out of memory");
+    TokenBuffer output(*o_ppvBuffer, m_nMaxTokenSize);
+    ULONG nAttributes = 0;
+    TimeStamp tsExpiry{};
+    const SECURITY_STATUS nStatus = Platform::Sspi().AcceptSecurityContext(
+        login.m_pCredentials->GetHandle(), bFirstPass ? nullptr : session.GetContext(), input.get(),
+        ASC_REQ_MUTUAL_AUTH, SECURITY_NATIVE_DREP, session.GetContext(), output.get(), &nAttributes, &tsExpiry);
+    *o_pnBufferLength = output.Length();
+    switch (nStatus) {
+        case SEC_I_CONTINUE_NEEDED:
+            return SSO_CONTINUE;
+        case SEC_E_INSUFFICIENT_MEMORY:
+            S_FAIL("ssoplugin: KerberosSSPIHandler::AcceptContext() -- Out of memory!");
+            throw SSOException(SSOException::OutOfMemory());
+        case SEC_E_LOGON_DENIED:
+            S_TRACE("ssoplugin: KerberosSSPIHandler::AcceptContext() -- Logon denied.");
+            S_TRACE("ssoplugin: KerberosSSPIHandler::AcceptContext() -- %1", GetErrorText(nStatus));
+            throw SSOException(SSO_DENIED, kMsgCredentials);
+        case SEC_E_OK:
+            session.SetEstablished();
+            if (i_bWantLogonInformation) {
+                GetLogonInformation(i_pSession, o_logonInformation);
+            }
+            return *o_ppvBuffer != nullptr || *o_pnBufferLength != 0 ? SSO_CONTINUE : SSO_ACCEPTED;
+        case SEC_I_COMPLETE_NEEDED:
+        case SEC_I_COMPLETE_AND_CONTINUE:
+            return SSO_OK;
+        default:
+            S_TRACE("ssoplugin: KerberosSSPIHandler::AcceptContext() -- Failure in AcceptSecurityContext(). %1",
+                    GetErrorText(nStatus));
+            throw SSOException(SSO_ERROR);
+    }
+}
+
+SSOSessionPtr KerberosSSPIHandler::CreateSession(const ParasSeq* i_pLoginParameters) {
+    S_TRACE("ssoplugin: KerberosSSPIHandler::CreateSession() -- Creating a new session for Kerberos SSPI.");
+    try {
+        return MakeCounted<SSPISession>(i_pLoginParameters);
+    } catch (const std::bad_alloc&) {
+        S_FAIL("KerberosSSPIHandler::CreateSession() -- Out of memory!");
+        throw SSOException(SSOException::OutOfMemory());
+    } catch (...) {
+        S_FAIL("KerberosSSPIHandler::CreateSession() -- Creation failed.");
+        throw SSOException(SSO_ERROR);
+    }
+}
+
+SSOCredentialsPtr KerberosSSPIHandler::CreateCredentials(const SWCharString& i_ssUser, const SWCharString& i_ssPassword,
+                                                         uint32_t i_nCredentialType) {
+    S_TRACE("ssoplugin: KerberosSSPIHandler::CreateCredentials() -- Creating new credentials object.");
+    try {
+        return MakeCounted<KerberosSSPICredentials>(i_ssUser, i_ssPassword, i_nCredentialType);
+    } catch (const SSOException&) {
+        throw;
+    } catch (const std::bad_alloc&) {
+        S_FAIL("KerberosSSPIHandler::CreateCredentials() -- Out of memory.");
+        throw SSOException(SSOException::OutOfMemory());
+    } catch (...) {
+        S_FAIL("KerberosSSPIHandler::CreateCredentials() -- Creation failed.");
+        throw SSOException(SSO_ERROR);
+    }
+}
+
+uint8_t* KerberosSSPIHandler::AllocateOutput(const char* i_pszOutOfMemory) {
+    try {
+        return AllocateBuffer(m_nMaxTokenSize);
+    } catch (const SSOException&) {
+        S_FAIL(i_pszOutOfMemory);
+        throw;
+    }
+}
+
+uint8_t* KerberosSSPIHandler::AllocateBuffer(uint64_t i_nSize) {
+    auto* pvBuff = static_cast<uint8_t*>(std::calloc(i_nSize, 1));
+    S_ASSERT_MSG(pvBuff, "KerberosSSPIHandler::AllocateBuffer() -- Out of memory.");
+    if (pvBuff == nullptr) {
+        throw SSOException(SSOException::OutOfMemory());
+    }
+    return pvBuff;
+}
+
+void KerberosSSPIHandler::FreeBuffer(uint8_t* i_pvBuffer) {
+    if (i_pvBuffer == nullptr) {
+        S_TRACE("KerberosSSPIHandler::FreeBuffer() -- input buffer is NULL");
+        return;
+    }
+    std::free(i_pvBuffer);
+}
+
+SWCharString KerberosSSPIHandler::GetSPN() const {
+    const CSmartReadLocker locker(m_lock);
+    SWCharString ssSPN;
+    if (!m_globalParameters.GetParameter(u"SI_SERVER_SSPI_SPN", ssSPN)) {
+        S_TRACE("ssoplugin: KerberosSSPIHandler::GetSPN() -- Could not determine spn!");
+        throw SSOException(SSO_ERROR);
+    }
+    return ssSPN;
+}
+
+}  // namespace morwen

@@ -1,0 +1,22 @@
+// Who logged on: the security identifiers of an accepted login.
+#pragma once
+
+#include <memory>
+
+#include "params/Parameters.h"
+#include "platform/OsTypes.h"
+#include "sessions/SSOSession.h"
+
+namespace morwen {
+
+// Adds SSPI_USER_SID and SSPI_USER_GROUP_SIDS (each SID followed by ";", in the token's order). The calling thread is
+// itself again on every way out. Throws SSOException.
+void GetLogonInformation(const SSOSessionPtr& i_pSession, Parameters& o_parameters);
+
+// Reads one kind of information about a token. Throws SSOException.
+void GetUserData(HANDLE i_hUserHandle, TOKEN_INFORMATION_CLASS i_eClass, std::unique_ptr<BYTE[]>* o_TokenInformation);
+
+// The textual form, for example S-1-5-18. Throws SSOException for what is not a security identifier.
+void SIDToSString(PSID i_pSid, SWCharString& o_ssText);
+
+}  // namespace morwen

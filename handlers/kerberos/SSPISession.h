@@ -1,0 +1,36 @@
+// A Kerberos login in progress.
+#pragma once
+
+#include "platform/OsTypes.h"
+#include "sessions/SSOSession.h"
+
+namespace morwen {
+
+// Owns the security context that the handshake builds.
+class SSPISession : public SSOSession {
+public:
+    explicit SSPISession(const ParasSeq* i_pLoginParameters);
+
+    // Keeping contexts is not offered yet: throws SSOException with SSO_NOT_SUPPORTED.
+    StaticTokenPtr GetStaticToken() override;
+
+    bool HoldsContext() const noexcept { return m_handle.dwLower != 0 || m_handle.dwUpper != 0; }
+    // Valid as long as this object lives; both words are zero until a first step has made a context.
+    CtxtHandle* GetContext() noexcept { return &m_handle; }
+
+    uint16_t GetPassCount() const noexcept { return m_nPassCount; }
+    // Stays at the largest count, so that a late pass is never taken for the first.
+    void CountPass() noexcept;
+
+    // Whether the package has said that the context is complete: only then is the peer known.
+    bool IsEstablished() const noexcept { return m_bEstablished; }
+    void SetEstablished() noexcept { m_bEstablished = true; }
+
+private:
+    ~SSPISession() override;
+
+    CtxtHandle m_handle{};
+    bool m_bEstablished = false;
+};
+
+}  // namespace morwen

@@ -1,0 +1,522 @@
+#include "plugin/SSOImpl.h"
+
+#include <new>
+
+#include "errors/ErrorRecord.h"
+#include "errors/HostText.h"
+#include "errors/MessageTable.h"
+#include "errors/SSOException.h"
+#include "handlers/SSOHandlerFactory.h"
+#include "harrow/SLogger.h"
+#include "harrow/SResManager.h"
+#include "harrow/STrace.h"
+#include "plugin/Version.h"
+
+namespace morwen {
+
+using namespace Harrowlib201;
+
+namespace {
+
+// Reports an output that would be overwritten. The condition's text may be null where the message says it all.
+void RequireNull(const void* i_pvOutput, const char* i_pszCondition, const char* i_pszMessage) noexcept {
+    if (i_pvOutput != nullptr && ShouldAssert()) {
+        SAssert(__FILE__, __LINE__, i_pszCondition, i_pszMessage);
+    }
+}
+
+// Whatever a login operation handed out before it failed is taken back. Keeps nothing when all went well.
+class LoginOutputs {
+public:
+    LoginOutputs(void** o_ppvBuffer, SSOLength* o_pnBufferLength) noexcept
+        : m_ppvBuffer(o_ppvBuffer), m_pnBufferLength(o_pnBufferLength) {}
+    ~LoginOutputs() {
+        if (m_ppvBuffer != nullptr) {
+            SessionManager::FreeExternalBuffer(*m_ppvBuffer);
+            *m_ppvBuffer = nullptr;
+            *m_pnBufferLength = 0;
+        }
+    }
+    LoginOutputs(const LoginOutputs&) = delete;
+    LoginOutputs& operator=(const LoginOutputs&) = delete;
+
+    void HandOut() noexcept { m_ppvBuffer = nullptr; }
+
+private:
+    void** m_ppvBuffer;
+    SSOLength* m_pnBufferLength;
+};
+
+}  // namespace
+
+template <class Operation>
+uint32_t SSOImpl::Run(Operation i_operation) {
+    const CSmartReadLocker locker(m_lock);
+    if (m_nInitRefcount == 0) {
+        return SSO_ERROR;
+    }
+    try {
+        return i_operation();
+    } catch (const SSOException& exception) {
+        if (m_pErrorManager) {
+            m_pErrorManager->SetThreadError(exception);
+        }
+        return exception.GetCode();
+    }
+}
+
+template <class Operation>
+uint32_t SSOImpl::RunOnContexts(Operation i_operation) {
+    return Run([&]() -> uint32_t {
+        S_ASSERT(m_pContextManager);
+        if (!m_pContextManager) {
+            return SSO_ERROR;
+        }
+        return i_operation(*m_pContextManager);
+    });
+}
+
+JTCHandleT<SSOImpl> SSOImpl::instance() {
+    static CS_Wrapper s_section;
+    static JTCHandleT<SSOImpl> s_pSingleton;
+    const CS_Locker locker(s_section);
+    if (!s_pSingleton) {
+        try {
+            s_pSingleton = MakeCounted<SSOImpl>();
+        } catch (const std::bad_alloc&) {
+            S_TRACE("ssoplugin: SSOImpl::instance() -- Out of memory!");
+        }
+    }
+    return s_pSingleton;
+}
+
+SSOImpl::~SSOImpl() {
+    if (m_nInitRefcount > 0) {
+        SResManager::Terminate();
+        SLogger::Terminate();
+    }
+    S_ASSERT(m_nInitRefcount == 0);
+    S_ASSERT(!m_pContextManager);
+    S_ASSERT(!m_pSessionManager);
+    S_ASSERT(!m_pErrorManager);
+}
+
+// ---- Start and end ----
+
+bool SSOImpl::Initialize() {
+    const CSmartWriteLocker locker(m_lock);
+    if (m_nInitRefcount > 0) {
+        ++m_nInitRefcount;
+        S_TRACE("ssoplugin: SSOImpl::Initialize() -- Already initialized; incrementing refcount (%1)", m_nInitRefcount);
+        return true;
+    }
+    S_ASSERT(m_nInitRefcount == 0);
+    SLogger::Initialize("morwen " MORWEN_VERSION);
+    SResManager::Initialize(MessageTable());
+    try {
+        StartThreadLibrary();
+        CreateComponents();
+    } catch (const SSOException&) {
+        S_TRACE("ssoplugin: SSOImpl::Initialize() -- Failed to initialize components.");
+        S_ASSERT(m_nInitRefcount == 0);
+        ReleaseComponents();
+        SResManager::Terminate();
+        SLogger::Terminate();
+        return false;
+    }
+    ++m_nInitRefcount;
+    S_ASSERT(m_nInitRefcount == 1);
+    S_TRACE("ssoplugin: SSOImpl::Initialize() -- Successfully initialized.  Refcount is now %1", m_nInitRefcount);
+    return true;
+}
+
+void SSOImpl::StartThreadLibrary() {
+    if (!m_pJtcInit) {
+        try {
+            m_pJtcInit = std::make_unique<JTCInitialize>();
+            S_ASSERT(m_pJtcInit);
+            S_ASSERT(JTCInitialize::initialized());
+        } catch (const std::bad_alloc&) {
+            S_TRACE("ssoplugin: SSOImpl::Initialize() -- Out of memory initializing JTC!");
+        } catch (...) {
+            S_TRACE("ssoplugin: SSOImpl::Initialize() -- Unexpected exception initializing JTC!");
+        }
+    }
+    if (!m_pJtcInit || !JTCInitialize::initialized()) {
+        throw SSOException(SSO_ERROR);
+    }
+}
+
+void SSOImpl::CreateComponents() {
+    try {
+        const auto pCache = MakeCounted<SecContextCache>(0);
+        m_pSessionManager = MakeCounted<SessionManager>(pCache);
+        m_pContextManager = MakeCounted<ContextManager>(pCache);
+        m_pErrorManager = MakeCounted<ErrorManager>();
+    } catch (const std::bad_alloc&) {
+        S_TRACE("ssoplugin: SSOImpl::Initialize() -- Out of memory intializing components!");
+    } catch (...) {
+        S_TRACE("ssoplugin: SSOImpl::Initialize() -- Unexpected exception initializing components!");
+    }
+    S_ASSERT(m_pSessionManager);
+    S_ASSERT(m_pContextManager);
+    S_ASSERT(m_pErrorManager);
+    if (!m_pSessionManager || !m_pContextManager || !m_pErrorManager) {
+        throw SSOException(SSO_ERROR);
+    }
+}
+
+void SSOImpl::ReleaseComponents() {
+    m_pContextManager = nullptr;
+    m_pSessionManager = nullptr;
+    m_pErrorManager = nullptr;
+    m_pJtcInit.reset();
+}
+
+void SSOImpl::Shutdown() {
+    const CSmartWriteLocker locker(m_lock);
+    S_ASSERT(m_nInitRefcount > 0);
+    if (m_nInitRefcount == 0) {
+        S_TRACE("ssoplugin: SSOImpl::Shutdown() -- Called more times than Initialize()!");
+    } else {
+        --m_nInitRefcount;
+    }
+    if (m_nInitRefcount != 0) {
+        return;
+    }
+    SResManager::Terminate();
+    SLogger::Terminate();
+    if (m_pContextManager) {
+        m_pContextManager->Clear();
+    }
+    ReleaseComponents();
+    try {
+        const SSOHandlerFactoryPtr pHandlerFactory = SSOHandlerFactory::instance();
+        if (pHandlerFactory) {
+            pHandlerFactory->ReleaseHandlers();
+        } else {
+            S_ASSERT_MSG(pHandlerFactory, "SSOImpl::Shutdown(): unexpected NULL HandlerFactory");
+        }
+    } catch (...) {
+        S_TRACE("SSOImpl::Shutdown(): caught xn when cleaning up SSOHandlers");
+    }
+}
+
+// ---- Providers ----
+
+uint32_t SSOImpl::InitSSOProvider(const SWCharString& i_ssType, const ParasSeq* i_pParameters) {
+    return RunOnContexts([&](ContextManager&) {
+        const SSOHandlerFactoryPtr pHandlerFactory = SSOHandlerFactory::instance();
+        S_ASSERT(pHandlerFactory);
+        if (!pHandlerFactory) {
+            throw SSOException(SSO_ERROR);
+        }
+        const SSOHandlerPtr pHandler = pHandlerFactory->GetHandler(i_ssType);
+        if (!pHandler) {
+            S_TRACE("ssoplugin: SSOImpl::InitSSOProvider() -- Could not get a handler for %1", i_ssType);
+            throw SSOException(SSO_ERROR, kMsgUnknownProvider, {i_ssType});
+        }
+        const Parameters parameters(i_pParameters);
+        pHandler->InitHandler(parameters);
+        bool bCacheContexts = false;
+        bool bKnown = false;
+        try {
+            bKnown = parameters.GetParameter(u"SI_CACHE_SECCONTEXT", bCacheContexts);
+        } catch (const SSOException&) {
+            // Handlers that have no use for the setting do not check it.
+        }
+        if (!bKnown) {
+            S_TRACE(
+                "ssoplugin: SSOImpl::InitSSOProvider() -- Could not determine whether to start the update thread or "
+                "not.  Delaying until needed.");
+        } else if (!bCacheContexts) {
+            S_TRACE(
+                "ssoplugin: SSOImpl::InitSSOProvider() -- Not starting the cache cleanup thread; may start later if "
+                "needed.");
+        }
+        return SSO_OK;
+    });
+}
+
+uint32_t SSOImpl::GetRequiredParameters(const SWCharString& i_ssType, ParasSeq** o_ppParameters) {
+    return Run([&] {
+        const SSOHandlerFactoryPtr pHandlerFactory = SSOHandlerFactory::instance();
+        S_ASSERT(pHandlerFactory);
+        if (!pHandlerFactory) {
+            throw SSOException(SSO_ERROR);
+        }
+        const SSOHandlerPtr pHandler = pHandlerFactory->GetHandler(i_ssType);
+        if (!pHandler) {
+            S_TRACE("ssoplugin: SSOImpl::GetRequiredParameters() -- Could not get a handler for %1", i_ssType);
+            throw SSOException(SSO_ERROR, kMsgUnknownProvider, {i_ssType});
+        }
+        pHandler->GetRequiredParameters().ToParasSeq(o_ppParameters);
+        return SSO_OK;
+    });
+}
+
+// ---- Logins ----
+
+uint32_t SSOImpl::SSOStartLogin(const SWCharString& i_ssUser, const SWCharString& i_ssPassword,
+                                const SWCharString& i_ssType, const ParasSeq* i_pParameters, void** o_ppvBuffer,
+                                SSOLength* o_pnBufferLength, SSOChar** o_ppSessionKey) {
+    return Run([&] {
+        if (!m_pSessionManager) {
+            S_TRACE("ssoplugin: SSOImpl::SSOStartLogin() -- Plugin not initialized.");
+            throw SSOException(SSO_ERROR, kMsgNotInitialized);
+        }
+        S_ASSERT(o_ppvBuffer);
+        S_ASSERT(o_pnBufferLength);
+        S_ASSERT(o_ppSessionKey);
+        if (o_ppvBuffer == nullptr || o_pnBufferLength == nullptr || o_ppSessionKey == nullptr) {
+            S_TRACE("ssoplugin: SSOImpl::StartLogin() -- NULL pointer for returning data!");
+            throw SSOException(SSO_ERROR);
+        }
+        constexpr auto pszLeak =
+            "ssoplugin: SSOImpl::StartLogin() -- Non-NULL value passed in; could be leaking memory!";
+        RequireNull(*o_ppvBuffer, "*o_ppvBuffer == NULL", pszLeak);
+        RequireNull(*o_ppSessionKey, "*o_ppSessionKey == NULL", pszLeak);
+        *o_ppvBuffer = nullptr;
+        *o_ppSessionKey = nullptr;
+        *o_pnBufferLength = 0;
+        LoginOutputs outputs(o_ppvBuffer, o_pnBufferLength);
+        SWCharString ssSessionKey;
+        const uint32_t nResult =
+            m_pSessionManager->GenerateClientContext(i_ssUser, i_ssPassword, i_ssType, i_pParameters, nullptr, 0, {},
+                                                     o_ppvBuffer, o_pnBufferLength, ssSessionKey);
+        *o_ppSessionKey = AllocateString(ssSessionKey);
+        outputs.HandOut();
+        return nResult;
+    });
+}
+
+uint32_t SSOImpl::SSOContinueLogin(const void* i_pvBuffer, SSOLength i_nBufferLength, const SSOChar* i_pSessionKey,
+                                   void** o_ppvBuffer, SSOLength* o_pnBufferLength) {
+    return Run([&] {
+        if (!m_pSessionManager) {
+            S_TRACE("ssoplugin: SSOImpl::SSOContinueLogin() -- Plugin not initialized.");
+            throw SSOException(SSO_ERROR, kMsgNotInitialized);
+        }
+        S_ASSERT(i_pvBuffer);
+        S_ASSERT(i_nBufferLength > 0);
+        S_ASSERT(i_pSessionKey);
+        S_ASSERT(o_ppvBuffer);
+        S_ASSERT(o_pnBufferLength);
+        if (i_pvBuffer == nullptr || i_pSessionKey == nullptr || o_ppvBuffer == nullptr ||
+            o_pnBufferLength == nullptr || i_nBufferLength == 0) {
+            S_TRACE("ssoplugin: SSOImpl::ContinueLogin() -- Bad parameters!");
+            throw SSOException(SSO_ERROR);
+        }
+        RequireNull(*o_ppvBuffer, "*o_ppvBuffer == NULL",
+                    "ssoplugin: SSOImpl::ContinueLogin() -- Non-NULL value passed in; could be leaking memory!");
+        *o_ppvBuffer = nullptr;
+        *o_pnBufferLength = 0;
+        SWCharString ssKey;
+        return m_pSessionManager->GenerateClientContext({}, {}, {}, nullptr, i_pvBuffer, i_nBufferLength,
+                                                        FromHost(i_pSessionKey), o_ppvBuffer, o_pnBufferLength, ssKey);
+    });
+}
+
+uint32_t SSOImpl::SSOAcceptLogin(const SWCharString& i_ssType, const SWCharString& i_ssSessionKey,
+                                 const void* i_pvBuffer, SSOLength i_nBufferLength, void** o_ppvBuffer,
+                                 SSOLength* o_pnBufferLength, ParasSeq** o_ppLogonInformation,
+                                 SSOChar** o_ppSessionKey) {
+    return Run([&] {
+        if (!m_pSessionManager) {
+            S_TRACE("ssoplugin: SSOImpl::SSOAcceptLogin() -- Plugin not initialized.");
+            throw SSOException(SSO_ERROR, kMsgNotInitialized);
+        }
+        S_ASSERT(o_ppvBuffer);
+        S_ASSERT(o_pnBufferLength);
+        S_ASSERT(o_ppSessionKey);
+        if (o_ppvBuffer == nullptr || o_pnBufferLength == nullptr || o_ppSessionKey == nullptr) {
+            S_TRACE("ssoplugin: SSOImpl::AcceptLogin() -- Bad parameters!");
+            throw SSOException(SSO_ERROR);
+        }
+        constexpr auto pszLeak =
+            "ssoplugin: SSOImpl::ContinueLogin() -- Non-NULL value passed in; could be leaking memory!";
+        RequireNull(*o_ppvBuffer, "*o_ppvBuffer == NULL", pszLeak);
+        RequireNull(*o_ppSessionKey, "*o_ppSessionKey == NULL", pszLeak);
+        Parameters logonInformation;
+        *o_ppvBuffer = nullptr;
+        *o_ppSessionKey = nullptr;
+        *o_pnBufferLength = 0;
+        const bool bWantLogonInformation = o_ppLogonInformation != nullptr;
+        ParasSeq* pChain = nullptr;
+        if (bWantLogonInformation) {
+            // Before the login, which cannot be undone once it has succeeded.
+            Parameters().ToParasSeq(o_ppLogonInformation);
+        }
+        LoginOutputs outputs(o_ppvBuffer, o_pnBufferLength);
+        SWCharString ssSessionKey;
+        const uint32_t nResult = m_pSessionManager->GenerateServerContext(
+            i_ssType, i_ssSessionKey, i_pvBuffer, i_nBufferLength, o_ppvBuffer, o_pnBufferLength, bWantLogonInformation,
+            logonInformation, ssSessionKey);
+        if (bWantLogonInformation) {
+            logonInformation.ToParasSeq(&pChain);
+        }
+        try {
+            *o_ppSessionKey = AllocateString(ssSessionKey);
+        } catch (const SSOException&) {
+            Parameters::FreeSequence(pChain);
+            throw;
+        }
+        if (bWantLogonInformation) {
+            *o_ppLogonInformation = pChain;
+        }
+        outputs.HandOut();
+        return nResult;
+    });
+}
+
+// ---- Security contexts ----
+
+uint32_t SSOImpl::Impersonate(const SWCharString& i_ssKey) {
+    return RunOnContexts([&](ContextManager& i_contexts) {
+        i_contexts.Impersonate(i_ssKey);
+        return SSO_OK;
+    });
+}
+
+uint32_t SSOImpl::Revert(const SWCharString& i_ssKey) {
+    return RunOnContexts([&](ContextManager& i_contexts) {
+        i_contexts.Revert(i_ssKey);
+        return SSO_OK;
+    });
+}
+
+uint32_t SSOImpl::AssociateSecurityContext(const SWCharString& i_ssKey, const SWCharString& i_ssNewKey) {
+    return RunOnContexts([&](ContextManager& i_contexts) {
+        if (!i_contexts.AddAssociation(i_ssKey, i_ssNewKey)) {
+            throw SSOException(SSO_NO_CONTEXT, kMsgNoContext);
+        }
+        return SSO_OK;
+    });
+}
+
+uint32_t SSOImpl::LookupSecurityContext(const SWCharString& i_ssKey) {
+    return RunOnContexts(
+        [&](ContextManager& i_contexts) { return i_contexts.IsValid(i_ssKey) ? SSO_OK : SSO_NO_CONTEXT; });
+}
+
+uint32_t SSOImpl::ReleaseSecurityContext(const SWCharString& i_ssKey) {
+    return RunOnContexts(
+        [&](ContextManager& i_contexts) { return i_contexts.Remove(i_ssKey) ? SSO_OK : SSO_NO_CONTEXT; });
+}
+
+uint32_t SSOImpl::ReleaseAllSecurityContexts() {
+    return RunOnContexts([](ContextManager& i_contexts) {
+        i_contexts.Clear();
+        return SSO_OK;
+    });
+}
+
+uint32_t SSOImpl::AcquireCurrentSecurityContext(const SWCharString& i_ssType, const ParasSeq* i_pParameters,
+                                                SSOChar** o_ppSessionID) {
+    return Run([&]() -> uint32_t {
+        if (!m_pSessionManager) {
+            return SSO_ERROR;
+        }
+        S_ASSERT(o_ppSessionID);
+        if (o_ppSessionID == nullptr) {
+            throw SSOException(SSO_ERROR);
+        }
+        RequireNull(*o_ppSessionID, "!*o_ppSessionID",
+                    "ssoplugin: SSOImpl::AcquireCurrentSecurityContext() -- Non-null input string.  Possibly "
+                    "overwriting existing data!");
+        *o_ppSessionID = nullptr;
+        SWCharString ssSessionID;
+        const uint32_t nResult = m_pSessionManager->AcquireCurrentContext(i_ssType, i_pParameters, ssSessionID);
+        S_ASSERT(!ssSessionID.isEmpty());
+        if (ssSessionID.isEmpty()) {
+            throw SSOException(SSO_ERROR);
+        }
+        *o_ppSessionID = AllocateString(ssSessionID);
+        return nResult;
+    });
+}
+
+// ---- Errors ----
+
+uint32_t SSOImpl::GetError(uint32_t i_ErrorCode, SSOError** o_ppError) {
+    S_ASSERT(o_ppError);
+    if (o_ppError == nullptr) {
+        return SSO_ERROR;
+    }
+    RequireNull(*o_ppError, nullptr,
+                "ssoplugin: SSOImpl::GetError() -- Assigning error to a non-NULL object; possible memory leak!");
+    *o_ppError = nullptr;
+    return Run([&] {
+        *o_ppError = m_pErrorManager->GetThreadError();
+        if (*o_ppError == nullptr) {
+            S_TRACE("ssoplugin: SSOImpl::GetError() -- Could not get error details.");
+            return SSO_ERROR;
+        }
+        S_ASSERT((*o_ppError)->errCode == i_ErrorCode);
+        return SSO_OK;
+    });
+}
+
+uint32_t SSOImpl::GetErrorMessage(uint32_t i_nMessageId, SSOChar** o_ppMessage) {
+    S_ASSERT(o_ppMessage);
+    if (o_ppMessage == nullptr) {
+        return SSO_ERROR;
+    }
+    RequireNull(*o_ppMessage, nullptr,
+                "ssoplugin: SSOImpl::GetErrorMessage() -- Assigning error message to a non-NULL string; possible "
+                "memory leak!");
+    *o_ppMessage = nullptr;
+    const CSmartReadLocker locker(m_lock);
+    if (m_nInitRefcount == 0) {
+        return SSO_ERROR;
+    }
+    // Not inside the frame: an error while an error is explained must not become the thread's record.
+    *o_ppMessage = m_pErrorManager->GetErrorMessage(i_nMessageId);
+    if (*o_ppMessage == nullptr) {
+        S_TRACE("ssoplugin: SSOImpl::GetErrorMessage() -- Could not get error details.");
+        return SSO_ERROR;
+    }
+    return SSO_OK;
+}
+
+void SSOImpl::FreeError(SSOError* i_pError) noexcept {
+    try {
+        FreeErrorRecord(i_pError);
+    } catch (const SSOException&) {
+        S_FAIL("ssoplugin: SSOImpl::FreeError() -- Caught unexpected internal exception.");
+    } catch (...) {
+        S_FAIL("ssoplugin: SSOImpl::FreeError() -- Caught unknown exception!");
+    }
+}
+
+// ---- Memory ----
+
+void SSOImpl::FreeBuffer(void* i_pvBuffer) {
+    const CSmartReadLocker locker(m_lock);
+    if (m_nInitRefcount != 0 && m_pSessionManager) {
+        m_pSessionManager->FreeExternalBuffer(i_pvBuffer);
+    }
+}
+
+void SSOImpl::FreeParameters(ParasSeq* i_pParameters) noexcept {
+    Parameters::FreeSequence(i_pParameters);
+}
+
+SSOChar* SSOImpl::AllocateString(const SWCharString& i_ssText) {
+    SSOChar* pszCopy = CopyToHost(i_ssText);
+    if (pszCopy == nullptr && !i_ssText.isEmpty()) {
+        S_ASSERT(pszCopy);
+        throw SSOException(SSOException::OutOfMemory());
+    }
+    return pszCopy;
+}
+
+void SSOImpl::FreeString(SSOChar* i_pszText) noexcept {
+    if (i_pszText == nullptr) {
+        S_TRACE("ssoplugin: SSOImpl::FreeString() -- Called with a NULL buffer; doing nothing!");
+        return;
+    }
+    FreeHostText(i_pszText);
+}
+
+}  // namespace morwen

@@ -1,0 +1,35 @@
+// The logins in progress, by identifier.
+#pragma once
+
+#include <map>
+
+#include "handlers/SSOHandler.h"
+#include "harrow/CRWLock.h"
+#include "sessions/SSOSession.h"
+
+namespace morwen {
+
+// Is its own reader/writer lock. A session that was handed out stays alive when another thread releases it here.
+class SessionCache : private Harrowlib201::CRWLock {
+public:
+    SessionCache() = default;
+    ~SessionCache();
+    SessionCache(const SessionCache&) = delete;
+    SessionCache& operator=(const SessionCache&) = delete;
+
+    // Lets the handler make a session, and keeps it. Throws SSOException.
+    SSOSessionPtr CreateSession(const SSOHandlerPtr& i_pHandler, const ParasSeq* i_pLoginParameters);
+
+    // Null when there is none.
+    SSOSessionPtr GetSession(const SSOSession::SessionIdentifier& i_identifier);
+
+    // Does nothing when there is none.
+    void ReleaseSession(const SSOSession::SessionIdentifier& i_identifier);
+
+private:
+    void Insert(const SSOSessionPtr& i_pSession);
+
+    std::map<SSOSession::SessionIdentifier, SSOSessionPtr> m_mapSessions;
+};
+
+}  // namespace morwen

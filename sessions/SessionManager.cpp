@@ -1,0 +1,267 @@
+#include "sessions/SessionManager.h"
+
+#include <algorithm>
+#include <new>
+
+#include "errors/SSOException.h"
+#include "handlers/SSOHandlerFactory.h"
+#include "harrow/STrace.h"
+
+namespace morwen {
+
+using namespace Harrowlib201;
+
+namespace {
+
+constexpr const char16_t* kClientDone = u"DUMMY_KEY";
+constexpr const char16_t* kCachingOff = u"DUMMY_KEY__CACHING_IS_OFF";
+
+// A handler's output token; goes back to the handler.
+class HandlerToken {
+public:
+    explicit HandlerToken(SSOHandler& i_handler) noexcept : m_handler(i_handler) {}
+    ~HandlerToken() {
+        if (m_pvToken != nullptr) {
+            m_handler.FreeBuffer(m_pvToken);
+        }
+    }
+    HandlerToken(const HandlerToken&) = delete;
+    HandlerToken& operator=(const HandlerToken&) = delete;
+
+    // For the host. The handler's lengths come from 32-bit ones.
+    void CopyTo(void** o_ppvBuffer, SSOLength* o_pnBufferLength) const {
+        const auto nLength = static_cast<SSOLength>(m_nLength);
+        SessionManager::CopyToExternalBuffer(m_pvToken, o_ppvBuffer, nLength);
+        *o_pnBufferLength = nLength;
+    }
+
+    uint8_t* m_pvToken = nullptr;
+    uint64_t m_nLength = 0;
+
+private:
+    SSOHandler& m_handler;
+};
+
+// Takes a session out of the cache again unless the step that made it succeeds: its key never reached the host, so
+// nobody could ever end it, and a stranger's bad tokens would fill the memory. A session that was there before stays,
+// because the host holds its key and may try again with a better token.
+class NewSession {
+public:
+    NewSession(SessionCache& i_cache, const SSOSessionPtr& i_pSession) noexcept
+        : m_cache(i_cache), m_pSession(i_pSession) {}
+    ~NewSession() {
+        if (m_pSession) {
+            m_cache.ReleaseSession(m_pSession->GetIdentifier());
+        }
+    }
+    NewSession(const NewSession&) = delete;
+    NewSession& operator=(const NewSession&) = delete;
+
+    void Keep() noexcept { m_pSession = nullptr; }
+
+private:
+    SessionCache& m_cache;
+    SSOSessionPtr m_pSession;
+};
+
+void ClearOutputs(void** o_ppvBuffer, SSOLength* o_pnBufferLength) noexcept {
+    SessionManager::FreeExternalBuffer(*o_ppvBuffer);
+    *o_ppvBuffer = nullptr;
+    *o_pnBufferLength = 0;
+}
+
+void RequireStatus(uint32_t i_nStatus, const char* i_pszFailed) {
+    if (i_nStatus >= SSO_ERROR) {
+        S_FAIL(i_pszFailed);
+        throw SSOException(i_nStatus, kMsgGeneral);
+    }
+}
+
+}  // namespace
+
+SessionManager::SessionManager(const CSmartRefCountPtr<SecContextCache>& i_pContextCache)
+    : m_pContextCache(i_pContextCache) {}
+
+SSOHandlerPtr SessionManager::FindHandler(const SWCharString& i_ssType, const char* i_pszNoHandler) {
+    SSOHandlerPtr pHandler = SSOHandlerFactory::instance()->GetHandler(i_ssType);
+    S_ASSERT(pHandler);
+    if (!pHandler) {
+        S_TRACE(i_pszNoHandler, i_ssType);
+        throw SSOException(SSO_ERROR, kMsgUnknownProvider, {i_ssType});
+    }
+    return pHandler;
+}
+
+SSOSessionPtr SessionManager::FindSession(const SWCharString& i_ssSessionKey) {
+    return i_ssSessionKey.isEmpty() ? nullptr
+                                    : m_sessionCache.GetSession(SSOSession::SessionIdentifier(i_ssSessionKey));
+}
+
+uint32_t SessionManager::GenerateClientContext(const SWCharString& i_ssUser, const SWCharString& i_ssPassword,
+                                               const SWCharString& i_ssType, const ParasSeq* i_pParameters,
+                                               const void* i_pvToken, SSOLength i_nTokenLength,
+                                               const SWCharString& i_ssSessionKey, void** o_ppvBuffer,
+                                               SSOLength* o_pnBufferLength, SWCharString& o_ssKey) {
+    SWCharString ssType = i_ssType;
+    // A key must be a number even where it is not looked up.
+    const bool bNewLogin = !ssType.isEmpty();
+    SSOSessionPtr pSession;
+    if (!i_ssSessionKey.isEmpty() && bNewLogin) {
+        static_cast<void>(SSOSession::SessionIdentifier(i_ssSessionKey));
+    }
+    if (!bNewLogin) {
+        pSession = FindSession(i_ssSessionKey);
+        if (!pSession) {
+            S_TRACE(
+                "ssoplugin: SessionManager::GenerateClientContext() -- Could not determine SSOProvider: No cached "
+                "session!");
+            throw SSOException(SSO_ERROR);
+        }
+        ssType = pSession->GetType();
+        S_TRACE("ssoplugin: SessionManager::GenerateClientContext() -- SSO Provider from cache is %1", ssType);
+    }
+    const SSOHandlerPtr pHandler =
+        FindHandler(ssType, "ssoplugin: SessionManager::GenerateClientContext() -- NULL handler for session type %1");
+    if (!pSession) {
+        pSession = m_sessionCache.CreateSession(pHandler, i_pParameters);
+    }
+    NewSession newSession(m_sessionCache, bNewLogin ? pSession : nullptr);
+    S_ASSERT(pSession);
+    if (!pSession) {
+        S_TRACE("ssoplugin: SessionManager::GenerateClientContext() -- NULL Session object.");
+        throw SSOException(SSO_ERROR);
+    }
+    const SSOSession::SessionIdentifier identifier = pSession->GetIdentifier();
+    const SSOCredentialsPtr pCredentials = pHandler->CreateCredentials(i_ssUser, i_ssPassword, SSOHandler::kOutbound);
+    if (!pCredentials) {
+        S_FAIL("ssoplugin: SessionManager::GenerateClientContext() -- Credentials object is NULL!");
+        throw SSOException(SSO_ERROR);
+    }
+    uint32_t nStatus = SSO_ERROR;
+    try {
+        HandlerToken token(*pHandler);
+        nStatus = pHandler->InitializeContext(pCredentials, pSession, static_cast<const uint8_t*>(i_pvToken),
+                                              i_nTokenLength, &token.m_pvToken, &token.m_nLength);
+        RequireStatus(nStatus, "ssoplugin: SessionManager::GenerateClientContext() failed.");
+        token.CopyTo(o_ppvBuffer, o_pnBufferLength);
+        o_ssKey = nStatus != SSO_OK ? identifier.ToString() : SWCharString(kClientDone);
+    } catch (...) {
+        ClearOutputs(o_ppvBuffer, o_pnBufferLength);
+        throw;
+    }
+    newSession.Keep();
+    if (nStatus == SSO_OK) {
+        m_sessionCache.ReleaseSession(identifier);
+    }
+    return nStatus;
+}
+
+uint32_t SessionManager::GenerateServerContext(const SWCharString& i_ssType, const SWCharString& i_ssSessionKey,
+                                               const void* i_pvToken, SSOLength i_nTokenLength, void** o_ppvBuffer,
+                                               SSOLength* o_pnBufferLength, bool i_bWantLogonInformation,
+                                               Parameters& o_logonInformation, SWCharString& o_ssKey) {
+    const SSOHandlerPtr pHandler =
+        FindHandler(i_ssType, "ssoplugin: SessionManager::GenerateServerContext() -- NULL handler for session type %1");
+    SSOSessionPtr pSession = FindSession(i_ssSessionKey);
+    const bool bNewLogin = !pSession;
+    if (bNewLogin) {
+        pSession = m_sessionCache.CreateSession(pHandler, nullptr);
+    }
+    NewSession newSession(m_sessionCache, bNewLogin ? pSession : nullptr);
+    const SSOSession::SessionIdentifier identifier = pSession->GetIdentifier();
+    const SSOCredentialsPtr pCredentials = pHandler->CreateCredentials({}, {}, SSOHandler::kInbound);
+    uint32_t nStatus = SSO_ERROR;
+    try {
+        HandlerToken token(*pHandler);
+        nStatus =
+            pHandler->AcceptContext(pCredentials, pSession, static_cast<const uint8_t*>(i_pvToken), i_nTokenLength,
+                                    &token.m_pvToken, &token.m_nLength, i_bWantLogonInformation, o_logonInformation);
+        RequireStatus(nStatus, "ssoplugin: SessionManager::GenerateServerContext() failed.");
+        token.CopyTo(o_ppvBuffer, o_pnBufferLength);
+        if (nStatus == SSO_CONTINUE) {
+            o_ssKey = identifier.ToString();
+        } else if (nStatus == SSO_OK || nStatus == SSO_ACCEPTED) {
+            o_ssKey = pHandler->IsCachingOn() ? KeepContext(pSession) : SWCharString(kCachingOff);
+            nStatus = SSO_ACCEPTED;
+        } else {
+            S_TRACE("ssoplugin: SessionManager::GenerateServerContext() -- Unexpected result from AcceptLogin: %1",
+                    nStatus);
+            throw SSOException(SSO_ERROR);
+        }
+    } catch (...) {
+        ClearOutputs(o_ppvBuffer, o_pnBufferLength);
+        throw;
+    }
+    newSession.Keep();
+    if (nStatus == SSO_ACCEPTED) {
+        m_sessionCache.ReleaseSession(identifier);
+    }
+    S_TRACE("ssoplugin: SessionManager::GenerateServerContext() -- returning %1", nStatus);
+    return nStatus;
+}
+
+uint32_t SessionManager::AcquireCurrentContext(const SWCharString& i_ssType, const ParasSeq* i_pParameters,
+                                               SWCharString& o_ssKey) {
+    const SSOHandlerPtr pHandler =
+        FindHandler(i_ssType, "ssoplugin: SessionManager::AcquireCurrentContext() -- NULL handler for session type %1");
+    if (!pHandler->IsCachingOn()) {
+        S_TRACE(
+            "ssoplugin: SessionManager::AcquireCurrentContext() -- Caching is turned off.  No sense in continuing!");
+        throw SSOException(SSO_ERROR);
+    }
+    const SSOSessionPtr pSession = m_sessionCache.CreateSession(pHandler, nullptr);
+    const NewSession newSession(m_sessionCache, pSession);  // released in every case
+    const uint32_t nStatus = pHandler->AcquireCurrentContext(pSession, Parameters(i_pParameters));
+    if (nStatus == SSO_OK) {
+        o_ssKey = KeepContext(pSession);
+    }
+    return nStatus;
+}
+
+SWCharString SessionManager::KeepContext(const SSOSessionPtr& i_pSession) {
+    SWCharString ssKey;
+    return GetContextCache().Insert(ssKey, i_pSession->GetStaticToken());
+}
+
+SecContextCache& SessionManager::GetContextCache() const {
+    S_ASSERT(m_pContextCache);
+    if (!m_pContextCache) {
+        throw SSOException(SSO_ERROR);
+    }
+    return *m_pContextCache;
+}
+
+uint8_t* SessionManager::AllocateExternalBuffer(SSOLength i_Size) {
+    S_ASSERT(i_Size > 0);
+    if (i_Size == 0) {
+        throw SSOException(SSO_ERROR);
+    }
+    auto* pbBuffer = new (std::nothrow) uint8_t[i_Size];
+    if (pbBuffer == nullptr) {
+        S_ASSERT_MSG(pbBuffer, "ssoplugin: SessionManager::AllocateExternalBuffer() -- Out of memory!");
+        throw SSOException(SSOException::OutOfMemory());
+    }
+    return pbBuffer;
+}
+
+void SessionManager::CopyToExternalBuffer(const uint8_t* i_pbSource, void** o_ppbExternalBuffer, SSOLength i_nSize) {
+    S_ASSERT(o_ppbExternalBuffer);
+    if (o_ppbExternalBuffer == nullptr) {
+        throw SSOException(SSO_ERROR);
+    }
+    S_ASSERT_TEXT(*o_ppbExternalBuffer == nullptr, "*o_ppbExternalBuffer == NULL");
+    *o_ppbExternalBuffer = nullptr;
+    if (i_pbSource == nullptr || i_nSize == 0) {
+        S_TRACE("ssoplugin: SessionManager::CopyToExternalBuffer() -- Zero-length source specified.");
+        return;
+    }
+    uint8_t* pbBuffer = AllocateExternalBuffer(i_nSize);
+    std::copy_n(i_pbSource, i_nSize, pbBuffer);
+    *o_ppbExternalBuffer = pbBuffer;
+}
+
+void SessionManager::FreeExternalBuffer(void* i_pvBuffer) noexcept {
+    delete[] static_cast<uint8_t*>(i_pvBuffer);
+}
+
+}  // namespace morwen
