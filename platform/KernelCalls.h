@@ -18,8 +18,9 @@ public:
     virtual HANDLE GetCurrentProcess() noexcept = 0;
     virtual DWORD GetLastError() noexcept = 0;
 
-    // Used with the flags allocate-buffer, from-system and ignore-inserts: o_pszBuffer then is a WCHAR** in disguise, and
-    // what it receives goes back through LocalFree. Returns the text's length, 0 when there is no text for the code.
+    // Used with the flags allocate-buffer, from-system and ignore-inserts: o_pszBuffer then is a WCHAR** in disguise,
+    // and what it receives goes back through LocalFree. Returns the text's length, 0 when there is no text for the
+    // code.
     virtual DWORD FormatMessageW(DWORD i_nFlags, const void* i_pvSource, DWORD i_nMessageId, DWORD i_nLanguageId,
                                  WCHAR* o_pszBuffer, DWORD i_nSize, void* i_pvArguments) noexcept = 0;
     virtual HLOCAL LocalFree(HLOCAL i_pvMemory) noexcept = 0;

@@ -7,11 +7,17 @@ PlatformCalls& Platform::Current() {
     return s_calls;
 }
 
-SspiCalls& Platform::Sspi() { return *Current().m_pSspi; }
+SspiCalls& Platform::Sspi() {
+    return *Current().m_pSspi;
+}
 
-TokenCalls& Platform::Tokens() { return *Current().m_pTokens; }
+TokenCalls& Platform::Tokens() {
+    return *Current().m_pTokens;
+}
 
-KernelCalls& Platform::Kernel() { return *Current().m_pKernel; }
+KernelCalls& Platform::Kernel() {
+    return *Current().m_pKernel;
+}
 
 void Platform::Install(const PlatformCalls& i_calls) {
     Current() = i_calls.m_pSspi != nullptr ? i_calls : NativePlatformCalls();

@@ -5,8 +5,8 @@
 
 namespace morwen {
 
-// Each method has the name, the shape and the meaning of the system's function; after a failure KernelCalls' GetLastError
-// tells why, on the same thread. Methods may be called on any thread; they never throw.
+// Each method has the name, the shape and the meaning of the system's function; after a failure KernelCalls'
+// GetLastError tells why, on the same thread. Methods may be called on any thread; they never throw.
 class TokenCalls {
 public:
     TokenCalls() = default;
