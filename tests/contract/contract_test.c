@@ -17,13 +17,14 @@ _Static_assert(sizeof(SSOError) == 24 && offsetof(SSOError, messageId) == 4 && o
                "an error record is 24 bytes");
 _Static_assert(sizeof(SSOSubstitution) == 16 && offsetof(SSOSubstitution, next) == 8, "a substitution is 16 bytes");
 
-#define EXPORTS(X)                                                                                                \
-    X(SSOInitPackage)                                                                                             \
-    X(SSOTermPackage) X(SSOInitProvider) X(SSOGetRequiredParameters) X(SSOStartLogin) X(SSOContinueLogin)         \
-        X(SSOAcceptLogin) X(SSOImpersonate) X(SSORevert) X(SSOAssociateSecurityContext)                           \
-            X(SSOAcquireCurrentSecurityContext) X(SSOReleaseSecurityContext) X(SSOReleaseAllSecurityContexts)     \
-                X(SSOFreeBuffer) X(SSOFreeString) X(SSOFreeParameters) X(SSOLookupSecurityContext) X(SSOGetError) \
-                    X(SSOFreeError) X(SSOGetMessageContent) X(SSOReleaseAllProviderSecContexts)
+/* clang-format off */
+#define EXPORTS(X) \
+    X(SSOInitPackage) X(SSOTermPackage) X(SSOInitProvider) X(SSOGetRequiredParameters) X(SSOStartLogin) \
+    X(SSOContinueLogin) X(SSOAcceptLogin) X(SSOImpersonate) X(SSORevert) X(SSOAssociateSecurityContext) \
+    X(SSOAcquireCurrentSecurityContext) X(SSOReleaseSecurityContext) X(SSOReleaseAllSecurityContexts) \
+    X(SSOFreeBuffer) X(SSOFreeString) X(SSOFreeParameters) X(SSOLookupSecurityContext) X(SSOGetError) \
+    X(SSOFreeError) X(SSOGetMessageContent) X(SSOReleaseAllProviderSecContexts)
+/* clang-format on */
 
 /* The functions, with the header's types: a call that does not fit the header does not compile. */
 static struct {
