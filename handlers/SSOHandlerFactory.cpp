@@ -37,7 +37,7 @@ SSOHandlerPtr SSOHandlerFactory::GetHandler(const SWCharString& i_ssType) {
     S_TRACE("ssoplugin: SSOHandlerFactory::GetHandler() -- Looking for a handler for %1", i_ssType);
     const CS_Locker locker(m_section);
     const auto found = m_mapHandlers.find(i_ssType);
-    const SSOHandlerPtr pHandler = found != m_mapHandlers.end() ? found->second : MakeHandler(i_ssType);
+    SSOHandlerPtr pHandler = found != m_mapHandlers.end() ? found->second : MakeHandler(i_ssType);
     S_ASSERT(pHandler);
     if (!pHandler) {
         throw SSOException(SSO_ERROR);

@@ -13,15 +13,9 @@ constexpr char32_t kReplacement = 0xFFFD;
 
 template <class Number>
 SWCharString Format(Number i_nValue, int i_nRadix) {
-    char aDigits[65];
+    char aDigits[65] = {};  // 64 binary digits and a sign
     const auto result = std::to_chars(std::begin(aDigits), std::end(aDigits), i_nValue, i_nRadix);
-    char16_t aText[std::size(aDigits)];
-    const auto* pEnd = aText;
-    for (const char* pDigit = aDigits; pDigit != result.ptr; ++pDigit) {
-        aText[pDigit - aDigits] = static_cast<unsigned char>(*pDigit);
-        ++pEnd;
-    }
-    return SWCharString(std::u16string_view(aText, static_cast<size_t>(pEnd - aText)));
+    return SWCharString(std::u16string(aDigits, result.ptr));
 }
 
 template <class Number>

@@ -25,7 +25,8 @@ public:
         // The session key.
         SWCharString ToString() const;
 
-        friend auto operator<=>(const SessionIdentifier&, const SessionIdentifier&) noexcept = default;
+        friend bool operator==(const SessionIdentifier&, const SessionIdentifier&) noexcept = default;
+        friend std::strong_ordering operator<=>(const SessionIdentifier&, const SessionIdentifier&) noexcept = default;
 
     private:
         uint64_t m_nValue = 0;  // no session has it

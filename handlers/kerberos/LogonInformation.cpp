@@ -204,8 +204,9 @@ void SIDToSString(PSID i_pSid, SWCharString& o_ssText) {
     const BYTE* pAuthority = tokens.GetSidIdentifierAuthority(i_pSid)->Value;
     if (pAuthority[0] != 0 || pAuthority[1] != 0) {
         char szAuthority[2 + 12 + 1];
-        std::snprintf(szAuthority, std::size(szAuthority), "0x%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx", pAuthority[0],
-                      pAuthority[1], pAuthority[2], pAuthority[3], pAuthority[4], pAuthority[5]);
+        static_cast<void>(std::snprintf(szAuthority, std::size(szAuthority), "0x%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx",
+                                        pAuthority[0], pAuthority[1], pAuthority[2], pAuthority[3], pAuthority[4],
+                                        pAuthority[5]));
         pszTextualSid += szAuthority;
     } else {
         pszTextualSid += std::to_string((uint32_t{pAuthority[2]} << 24) | (uint32_t{pAuthority[3]} << 16) |
