@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "harrow/CS_Wrapper.h"
+#include "platform/linux/KdcTransport.h"
 #include "platform/linux/ServiceProfile.h"
 
 namespace morwen {
@@ -32,11 +33,16 @@ int64_t SecondsNow() noexcept {
 krb5_error_code MakeContext(krb5_context& o_context) noexcept {
     try {
         profile_t profile = nullptr;
-        krb5_error_code nCode = ServiceProfile::Open(profile);
+        ServiceProfile* pProfile = nullptr;
+        krb5_error_code nCode = ServiceProfile::Open(profile, pProfile);
         if (nCode != 0) {
             return nCode;
         }
         nCode = krb5_init_context_profile(profile, 0, &o_context);
+        if (nCode == 0) {
+            // The context's own copy of the profile keeps the object alive.
+            KdcTransport::Install(o_context, pProfile);
+        }
         profile_release(profile);
         return nCode;
     } catch (const std::bad_alloc&) {

@@ -14,8 +14,10 @@
 #include <new>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "harrow/STrace.h"
+#include "platform/linux/KdcLocator.h"
 
 // libkrb5 has exported both since its early days, but its header does not declare them.
 extern "C" {
@@ -27,67 +29,35 @@ namespace morwen {
 
 namespace {
 
-// What the profile's functions work on. Copies of a profile share it: a context and the copies that libkrb5 makes for
-// it are used by one thread at a time, and the system's profile is only read.
-struct Answers {
-    ~Answers() {
-        if (m_system != nullptr) {
-            profile_release(m_system);
-        }
-    }
-
-    std::atomic<int> m_nUsers{1};
-    profile_t m_system = nullptr;
-    std::string m_replayCache;  // empty: whatever the system says
-};
-
-Answers* AnswersOf(void* i_pvData) {
-    return static_cast<Answers*>(i_pvData);
-}
-
-bool Asks(const char* const* i_names, std::string_view i_section, std::string_view i_relation) {
+bool IsNamed(const char* const* i_names, std::string_view i_section, std::string_view i_relation) {
     return i_names[0] != nullptr && i_section == i_names[0] && i_names[1] != nullptr && i_relation == i_names[1] &&
            i_names[2] == nullptr;
 }
 
-// A list that FreeValues releases, with one value.
-char** OneValue(const std::string& i_value) {
-    auto** const ppList = static_cast<char**>(std::calloc(2, sizeof(char*)));
-    if (ppList != nullptr) {
-        ppList[0] = strdup(i_value.c_str());
-        if (ppList[0] == nullptr) {
-            std::free(ppList);
-            return nullptr;
+// The realm, when a list of its KDCs is asked for.
+const char* RealmWhoseKdcsAreAsked(const char* const* i_names) {
+    if (i_names[0] == nullptr || i_names[1] == nullptr || i_names[2] == nullptr || i_names[3] != nullptr ||
+        std::string_view(i_names[0]) != "realms") {
+        return nullptr;
+    }
+    const std::string_view relation = i_names[2];
+    return relation == "kdc" || relation == "primary_kdc" || relation == "master_kdc" ? i_names[1] : nullptr;
+}
+
+// A list as libprofile makes them, so that profile_free_list releases it: malloc, every text and the list.
+long MakeList(const std::vector<std::string>& i_values, char*** o_pppList) {
+    auto** const ppszList = static_cast<char**>(std::calloc(i_values.size() + 1, sizeof(char*)));
+    if (ppszList == nullptr) {
+        return ENOMEM;
+    }
+    for (size_t i = 0; i < i_values.size(); ++i) {
+        ppszList[i] = strdup(i_values[i].c_str());
+        if (ppszList[i] == nullptr) {
+            profile_free_list(ppszList);
+            return ENOMEM;
         }
     }
-    return ppList;
-}
-
-long GetValues(void* i_pvData, const char* const* i_names, char*** o_pppValues) {
-    const Answers& answers = *AnswersOf(i_pvData);
-    const long nCode = profile_get_values(answers.m_system, i_names, o_pppValues);
-    const bool bMissing = nCode == PROF_NO_RELATION || nCode == PROF_NO_SECTION;
-    if (bMissing && !answers.m_replayCache.empty() && Asks(i_names, "libdefaults", "default_rcache_name")) {
-        *o_pppValues = OneValue(answers.m_replayCache);
-        return *o_pppValues != nullptr ? 0 : ENOMEM;
-    }
-    return nCode;
-}
-
-// libprofile makes its lists with malloc and frees them one by one, as OneValue's are.
-void FreeValues(void*, char** i_ppValues) {
-    profile_free_list(i_ppValues);
-}
-
-void Release(void* i_pvData) {
-    if (AnswersOf(i_pvData)->m_nUsers.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-        delete AnswersOf(i_pvData);
-    }
-}
-
-long Copy(void* i_pvData, void** o_ppvData) {
-    AnswersOf(i_pvData)->m_nUsers.fetch_add(1, std::memory_order_relaxed);
-    *o_ppvData = i_pvData;
+    *o_pppList = ppszList;
     return 0;
 }
 
@@ -96,31 +66,6 @@ long Copy(void* i_pvData, void** o_ppvData) {
 struct IteratorBox {
     void* m_pvIterator = nullptr;
 };
-
-long CreateIterator(void* i_pvData, const char* const* i_names, int i_nFlags, void** o_ppvIterator) {
-    std::unique_ptr<IteratorBox> pBox(new (std::nothrow) IteratorBox);
-    if (pBox == nullptr) {
-        return ENOMEM;
-    }
-    const long nCode = profile_iterator_create(AnswersOf(i_pvData)->m_system, i_names, i_nFlags, &pBox->m_pvIterator);
-    if (nCode == 0) {
-        *o_ppvIterator = pBox.release();
-    }
-    return nCode;
-}
-
-long Iterate(void*, void* i_pvBox, char** o_ppszName, char** o_ppszValue) {
-    return profile_iterator(&static_cast<IteratorBox*>(i_pvBox)->m_pvIterator, o_ppszName, o_ppszValue);
-}
-
-void FreeIterator(void*, void* i_pvBox) {
-    const std::unique_ptr<IteratorBox> pBox(static_cast<IteratorBox*>(i_pvBox));
-    profile_iterator_free(&pBox->m_pvIterator);
-}
-
-void FreeString(void*, char* i_pszText) {
-    profile_release_string(i_pszText);
-}
 
 // Configuration that is not there is no error, as for libkrb5 itself.
 krb5_error_code OpenSystemProfile(profile_t& o_profile) {
@@ -174,28 +119,135 @@ std::string ReplayCacheName() {
     return "file2:" + path;
 }
 
+bool MayAskDns(profile_t i_system) {
+    int nFallback = 1;
+    int nMay = 1;
+    profile_get_boolean(i_system, "libdefaults", "dns_fallback", nullptr, 1, &nFallback);
+    profile_get_boolean(i_system, "libdefaults", "dns_lookup_kdc", nullptr, nFallback, &nMay);
+    return nMay != 0;
+}
+
 }  // namespace
 
-krb5_error_code ServiceProfile::Open(profile_t& o_profile) {
+// The functions that libprofile calls.
+struct ServiceProfileFunctions {
+    static ServiceProfile& SelfOf(void* i_pvData) { return *static_cast<ServiceProfile*>(i_pvData); }
+
+    static long GetValues(void* i_pvData, const char* const* i_names, char*** o_pppValues) {
+        try {
+            return SelfOf(i_pvData).GetValues(i_names, o_pppValues);
+        } catch (const std::bad_alloc&) {
+            return ENOMEM;
+        }
+    }
+
+    static void FreeValues(void*, char** i_ppszValues) { profile_free_list(i_ppszValues); }
+
+    static void Release(void* i_pvData) { SelfOf(i_pvData).Release(); }
+
+    static long Copy(void* i_pvData, void** o_ppvData) {
+        SelfOf(i_pvData).m_nUsers.fetch_add(1, std::memory_order_relaxed);
+        *o_ppvData = i_pvData;
+        return 0;
+    }
+
+    static long CreateIterator(void* i_pvData, const char* const* i_names, int i_nFlags, void** o_ppvIterator) {
+        std::unique_ptr<IteratorBox> pBox(new (std::nothrow) IteratorBox);
+        if (pBox == nullptr) {
+            return ENOMEM;
+        }
+        const long nCode = profile_iterator_create(SelfOf(i_pvData).m_system, i_names, i_nFlags, &pBox->m_pvIterator);
+        if (nCode == 0) {
+            *o_ppvIterator = pBox.release();
+        }
+        return nCode;
+    }
+
+    static long Iterate(void*, void* i_pvBox, char** o_ppszName, char** o_ppszValue) {
+        return profile_iterator(&static_cast<IteratorBox*>(i_pvBox)->m_pvIterator, o_ppszName, o_ppszValue);
+    }
+
+    static void FreeIterator(void*, void* i_pvBox) {
+        const std::unique_ptr<IteratorBox> pBox(static_cast<IteratorBox*>(i_pvBox));
+        profile_iterator_free(&pBox->m_pvIterator);
+    }
+
+    static void FreeString(void*, char* i_pszText) { profile_release_string(i_pszText); }
+};
+
+ServiceProfile::~ServiceProfile() {
+    if (m_system != nullptr) {
+        profile_release(m_system);
+    }
+}
+
+void ServiceProfile::Release() noexcept {
+    if (m_nUsers.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+        delete this;
+    }
+}
+
+long ServiceProfile::GetValues(const char* const* i_names, char*** o_pppValues) {
+    if (m_bNameServiceSilent && IsNamed(i_names, "libdefaults", "dns_lookup_kdc")) {
+        return MakeList({"false"}, o_pppValues);
+    }
+    const long nCode = profile_get_values(m_system, i_names, o_pppValues);
+    const bool bMissing = nCode == PROF_NO_RELATION || nCode == PROF_NO_SECTION;
+    if (bMissing && !m_replayCache.empty() && IsNamed(i_names, "libdefaults", "default_rcache_name")) {
+        return MakeList({m_replayCache}, o_pppValues);
+    }
+    const char* const pszRealm = RealmWhoseKdcsAreAsked(i_names);
+    if (pszRealm != nullptr && (nCode == 0 || bMissing)) {
+        Locate(pszRealm, i_names[2], nCode == 0 ? *o_pppValues : nullptr);
+        if (bMissing && !m_told.m_kdcs.empty()) {
+            return MakeList(m_told.m_kdcs, o_pppValues);
+        }
+    }
+    return nCode;
+}
+
+void ServiceProfile::Locate(const std::string& i_realm, std::string_view i_relation, char** i_ppszConfigured) {
+    m_toldRealm = i_realm;
+    m_told = {{}, std::chrono::steady_clock::now()};
+    m_bNameServiceSilent = false;
+    for (; i_ppszConfigured != nullptr && *i_ppszConfigured != nullptr; ++i_ppszConfigured) {
+        m_told.m_kdcs.emplace_back(*i_ppszConfigured);
+    }
+    // libkrb5 asks for the primary KDC under its new name first, then under its old one: one search is enough.
+    if (m_told.m_kdcs.empty() && i_relation != "primary_kdc" && MayAskDns(m_system)) {
+        const KdcLocator::Result eResult =
+            KdcLocator::Find(i_relation == "kdc" ? "kerberos" : "kerberos-master", i_realm, m_told.m_kdcs);
+        m_bNameServiceSilent = eResult == KdcLocator::Result::Silent;
+    }
+}
+
+ServiceProfile::ToldKdcs ServiceProfile::TakeToldKdcs(std::string_view i_realm) {
+    ToldKdcs told = std::exchange(m_told, {});
+    return m_toldRealm == i_realm ? told : ToldKdcs();
+}
+
+krb5_error_code ServiceProfile::Open(profile_t& o_profile, ServiceProfile*& o_pSelf) {
     TraceEnvironmentOnce();
-    auto pAnswers = std::make_unique<Answers>();
-    pAnswers->m_replayCache = ReplayCacheName();
-    if (const krb5_error_code nCode = OpenSystemProfile(pAnswers->m_system); nCode != 0) {
+    // Released like every copy of it.
+    const auto release = [](ServiceProfile* i_pProfile) { i_pProfile->Release(); };
+    std::unique_ptr<ServiceProfile, decltype(release)> pSelf(new ServiceProfile, release);
+    pSelf->m_replayCache = ReplayCacheName();
+    if (const krb5_error_code nCode = OpenSystemProfile(pSelf->m_system); nCode != 0) {
         return nCode;
     }
     profile_vtable functions{};
     functions.minor_ver = 1;
-    functions.get_values = GetValues;
-    functions.free_values = FreeValues;
-    functions.cleanup = Release;
-    functions.copy = Copy;
-    functions.iterator_create = CreateIterator;
-    functions.iterator = Iterate;
-    functions.iterator_free = FreeIterator;
-    functions.free_string = FreeString;
-    const long nCode = profile_init_vtable(&functions, pAnswers.get(), &o_profile);
+    functions.get_values = ServiceProfileFunctions::GetValues;
+    functions.free_values = ServiceProfileFunctions::FreeValues;
+    functions.cleanup = ServiceProfileFunctions::Release;
+    functions.copy = ServiceProfileFunctions::Copy;
+    functions.iterator_create = ServiceProfileFunctions::CreateIterator;
+    functions.iterator = ServiceProfileFunctions::Iterate;
+    functions.iterator_free = ServiceProfileFunctions::FreeIterator;
+    functions.free_string = ServiceProfileFunctions::FreeString;
+    const long nCode = profile_init_vtable(&functions, pSelf.get(), &o_profile);
     if (nCode == 0) {
-        static_cast<void>(pAnswers.release());
+        o_pSelf = pSelf.release();
     }
     return static_cast<krb5_error_code>(nCode);
 }

@@ -4,23 +4,64 @@
 #include <krb5/krb5.h>
 #include <profile.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
 
 namespace morwen {
 
-// The system's own configuration files with one answer added: libdefaults/default_rcache_name names the replay cache
-// file that libkrb5 would use for the user that the process runs as now. Left to itself the library picks the file by
-// the thread's effective user at every use, so a replay would be accepted while a thread impersonates.
+// The system's own configuration files, with three answers of our own.
 //
-// An administrator's default_rcache_name wins, because it was written for just this purpose; so do KRB5RCACHENAME and
-// KRB5RCACHETYPE in the environment, which libkrb5 asks first: that is traced once.
+// libdefaults/default_rcache_name names the replay cache file that libkrb5 would use for the user that the process runs
+// as now. Left to itself the library picks the file by the thread's effective user at every use, so a replay would be
+// accepted while a thread impersonates. An administrator's default_rcache_name wins, because it was written for just
+// this purpose; so do KRB5RCACHENAME and KRB5RCACHETYPE in the environment, which libkrb5 asks first: that is traced
+// once.
+//
+// realms/REALM/kdc (and primary_kdc, master_kdc), when the files name none and DNS may be asked, gives the KDCs of the
+// realm's SRV records: libkrb5 would search for them itself, with waits that nothing bounds. Where the name service was
+// silent, libdefaults/dns_lookup_kdc says no until the next search, so that libkrb5 does not wait for it once more.
+// Where it has no SRV records, libkrb5 may still find URI records.
+//
+// A profile and its copies belong to one context, and so to one thread at a time.
 class ServiceProfile {
 public:
-    // On success o_profile goes back through profile_release. Throws std::bad_alloc.
-    static krb5_error_code Open(profile_t& o_profile);
+    // On success o_profile goes back through profile_release; o_pSelf lives as long as it or a copy of it does. Throws
+    // std::bad_alloc.
+    static krb5_error_code Open(profile_t& o_profile, ServiceProfile*& o_pSelf);
 
     // A number that changes when a configuration file does. An included file has no part in it.
     static uint64_t ConfigurationMark() noexcept;
+
+    struct ToldKdcs {
+        std::vector<std::string> m_kdcs;
+        std::chrono::steady_clock::time_point m_askedAt;
+    };
+    // What libkrb5 was told when it last asked for the realm's KDCs. Gives it once: none if the library has not asked
+    // since, because a locate plug-in told it.
+    ToldKdcs TakeToldKdcs(std::string_view i_realm);
+
+    ServiceProfile(const ServiceProfile&) = delete;
+    ServiceProfile& operator=(const ServiceProfile&) = delete;
+
+private:
+    friend struct ServiceProfileFunctions;
+    ServiceProfile() = default;
+    ~ServiceProfile();
+
+    long GetValues(const char* const* i_names, char*** o_pppValues);
+    void Locate(const std::string& i_realm, std::string_view i_relation, char** i_ppszConfigured);
+    void Release() noexcept;
+
+    std::atomic<int> m_nUsers{1};
+    profile_t m_system = nullptr;
+    std::string m_replayCache;  // empty: whatever the system says
+    std::string m_toldRealm;
+    ToldKdcs m_told;
+    bool m_bNameServiceSilent = false;
 };
 
 }  // namespace morwen

@@ -1,0 +1,20 @@
+// The KDCs that the name service knows for a realm.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace morwen {
+
+class KdcLocator {
+public:
+    enum class Result { Found, None, Silent };
+
+    // Looks up the SRV records _SERVICE._tcp.REALM, and _SERVICE._udp.REALM when there are none. Each name server is
+    // asked once and waited for a second, so this takes at most three seconds (the resolver has three servers at most):
+    // Silent then, and not worth another search right away. The KDCs come as "host:port", the preferred first. Throws
+    // std::bad_alloc.
+    static Result Find(const std::string& i_service, const std::string& i_realm, std::vector<std::string>& o_kdcs);
+};
+
+}  // namespace morwen
