@@ -1,0 +1,192 @@
+#include "platform/linux/Acceptor.h"
+
+#include <algorithm>
+#include <ctime>
+#include <set>
+#include <string>
+
+#include "platform/linux/Delegation.h"
+#include "platform/linux/GssChecksum.h"
+#include "platform/linux/GssToken.h"
+#include "platform/linux/Krb5Owners.h"
+#include "platform/linux/Krb5Words.h"
+#include "platform/linux/PacCheck.h"
+#include "platform/linux/SspiFailure.h"
+
+namespace morwen {
+
+namespace {
+
+// What a step of the pass needs to work and to say why it fails.
+struct Exchange {
+    krb5_context m_context;
+    const AcceptorKeys& m_keys;
+    Krb5AuthContext m_authContext;
+    Krb5Ticket m_ticket;  // as it came at first, decrypted once the request is accepted
+
+    std::string Text(std::string_view i_what) const {
+        std::string text = "refused a logon";
+        if (m_ticket->enc_part2 != nullptr) {
+            text += " of " + PrincipalText(m_context, m_ticket->enc_part2->client);
+        }
+        return text + " to " + PrincipalText(m_context, m_ticket->server) + " with keytab " + m_keys.Name() + ": " +
+               std::string(i_what);
+    }
+};
+
+// The ticket can name its service before anybody has a key for it.
+Krb5Ticket UnopenedTicket(krb5_context i_context, std::span<const uint8_t> i_request) {
+    Krb5Ticket ticket(i_context);
+    const auto bytes = TicketInApRequest(i_request);
+    const krb5_data data = bytes ? DataOf(*bytes) : krb5_data{};
+    if (!bytes || krb5_decode_ticket(&data, ticket.Receive()) != 0) {
+        Fail(SEC_E_INVALID_TOKEN, "the initiator's token holds no Kerberos ticket");
+    }
+    return ticket;
+}
+
+// Says which key versions the keytab has when the ticket's is not among them; else nothing.
+std::string VersionText(const Exchange& i_exchange) {
+    std::set<krb5_kvno> versions;
+    for (const krb5_keytab_entry& entry : i_exchange.m_keys.Entries()) {
+        if (krb5_principal_compare(i_exchange.m_context, entry.principal, i_exchange.m_ticket->server) != 0) {
+            versions.insert(entry.vno);
+        }
+    }
+    const krb5_kvno nWanted = i_exchange.m_ticket->enc_part.kvno;
+    if (versions.empty() || versions.contains(nWanted)) {
+        return {};
+    }
+    std::string text = "; the ticket is for key version " + std::to_string(nWanted) + ", the keytab has";
+    for (const krb5_kvno nVersion : versions) {
+        text += " " + std::to_string(nVersion);
+    }
+    return text;
+}
+
+[[noreturn]] void Refuse(Exchange& i_exchange, krb5_error_code i_nCode) {
+    const std::string words = ErrorWords(i_exchange.m_context, i_nCode);
+    // For the text alone: a ticket that can be opened tells who tried.
+    static_cast<void>(
+        krb5_server_decrypt_ticket_keytab(i_exchange.m_context, i_exchange.m_keys.Keytab(), i_exchange.m_ticket.get()));
+    Fail(StatusFromKrb5(i_nCode), i_exchange.Text(words + VersionText(i_exchange)));
+}
+
+void ReadRequest(Exchange& io_exchange, std::span<const uint8_t> i_request) {
+    krb5_error_code nCode = krb5_auth_con_init(io_exchange.m_context, io_exchange.m_authContext.Receive());
+    if (nCode != 0) {
+        Refuse(io_exchange, nCode);
+    }
+    // DO_TIME is what switches the replay cache on.
+    krb5_auth_con_setflags(io_exchange.m_context, io_exchange.m_authContext.get(),
+                           KRB5_AUTH_CONTEXT_DO_TIME | KRB5_AUTH_CONTEXT_DO_SEQUENCE);
+    krb5_auth_context authContext = io_exchange.m_authContext.get();
+    const krb5_data request = DataOf(i_request);
+    // Without a name libkrb5 tries every key, which is for services known under another name or spelling.
+    const krb5_principal server = io_exchange.m_ticket->server;
+    const bool bKnown = io_exchange.m_keys.Has(io_exchange.m_context, server);
+    krb5_ticket* pTicket = nullptr;
+    nCode = krb5_rd_req(io_exchange.m_context, &authContext, &request, bKnown ? server : nullptr,
+                        io_exchange.m_keys.Keytab(), nullptr, &pTicket);
+    if (nCode != 0) {
+        Refuse(io_exchange, nCode);
+    }
+    *io_exchange.m_ticket.Receive() = pTicket;
+}
+
+// libkrb5 lets a ticket be used for some minutes after its end, for clocks that differ; what is granted here ends with
+// it.
+void CheckEnd(const Exchange& i_exchange) {
+    const int64_t nEnd = SecondsOf(i_exchange.m_ticket->enc_part2->times.endtime);
+    if (nEnd <= Now(i_exchange.m_context)) {
+        Fail(SEC_E_CONTEXT_EXPIRED, i_exchange.Text("the ticket expired at " + TimeText(nEnd)));
+    }
+}
+
+// The flags, and the delegated tickets when there are any. The flags of the request itself are not protected, so a
+// request without this checksum, which every peer of the mechanism sends, has nothing to go by.
+GssChecksum ReadChecksum(const Exchange& i_exchange, const Krb5Authenticator& i_authenticator) {
+    const krb5_checksum* const pChecksum = i_authenticator->checksum;
+    if (pChecksum == nullptr || pChecksum->checksum_type != kGssChecksumType) {
+        Fail(SEC_E_INVALID_TOKEN, i_exchange.Text("the token lacks the checksum of the mechanism"));
+    }
+    const auto checksum = ReadGssChecksum({pChecksum->contents, pChecksum->length});
+    if (!checksum) {
+        Fail(SEC_E_INVALID_TOKEN, i_exchange.Text("the token's flags cannot be read"));
+    }
+    return *checksum;
+}
+
+std::vector<uint8_t> MakeReply(const Exchange& i_exchange) {
+    krb5_auth_con_setflags(i_exchange.m_context, i_exchange.m_authContext.get(),
+                           KRB5_AUTH_CONTEXT_DO_SEQUENCE | KRB5_AUTH_CONTEXT_USE_SUBKEY);
+    Krb5Data message(i_exchange.m_context);
+    const krb5_error_code nCode = krb5_mk_rep(i_exchange.m_context, i_exchange.m_authContext.get(), message.Receive());
+    if (nCode != 0) {
+        FailKrb5(i_exchange.m_context, nCode, i_exchange.Text("making the reply"));
+    }
+    return MakeGssToken(GssTokenKind::ApReply, BytesOf(*message));
+}
+
+// Clocks corrected by some KDC's answer are for the tickets of its clients; a service judges by the machine's clock.
+void UseMachineClock(krb5_context i_context) {
+    timespec now{};
+    krb5_timestamp nSeconds = 0;
+    krb5_int32 nMicroseconds = 0;
+    if (krb5_get_time_offsets(i_context, &nSeconds, &nMicroseconds) == 0 && (nSeconds != 0 || nMicroseconds != 0) &&
+        clock_gettime(CLOCK_REALTIME, &now) == 0) {
+        static_cast<void>(krb5_set_real_time(i_context, static_cast<krb5_timestamp>(now.tv_sec),
+                                             static_cast<krb5_int32>(now.tv_nsec / 1000)));
+    }
+}
+
+std::shared_ptr<SecurityContext> MakeContext(const Exchange& i_exchange, const GssChecksum& i_checksum) {
+    const krb5_enc_tkt_part& ticket = *i_exchange.m_ticket->enc_part2;
+    auto pLogon = std::make_shared<SecurityContext>();
+    pLogon->m_bAccepted = true;
+    pLogon->m_nStart = SecondsOf(ticket.times.starttime != 0 ? ticket.times.starttime : ticket.times.authtime);
+    pLogon->m_nEnd = SecondsOf(ticket.times.endtime);
+    const Harrowlib201::CS_Locker locker(pLogon->m_section);
+    krb5_principal client = nullptr;
+    if (const krb5_error_code nCode = krb5_copy_principal(i_exchange.m_context, ticket.client, &client); nCode != 0) {
+        FailKrb5(i_exchange.m_context, nCode, i_exchange.Text("keeping the client's name"));
+    }
+    pLogon->m_client = KeptPrincipal(client);
+    if (!i_checksum.m_delegation.empty()) {
+        pLogon->m_delegated =
+            ReceivedTickets(i_exchange.m_context, i_exchange.m_authContext.get(), i_checksum.m_delegation, client);
+        pLogon->m_nAttributes |= ASC_RET_DELEGATE;
+    }
+    if ((i_checksum.m_nFlags & kGssMutual) != 0) {
+        pLogon->m_nAttributes |= ASC_RET_MUTUAL_AUTH;
+    }
+    pLogon->m_bEstablished = true;
+    return pLogon;
+}
+
+}  // namespace
+
+std::shared_ptr<SecurityContext> Acceptor::Accept(krb5_context i_context, const AcceptorKeys& i_keys,
+                                                  std::span<const uint8_t> i_token, std::vector<uint8_t>& o_reply) {
+    const auto token = ReadGssToken(i_token);
+    if (!token || token->m_eKind != GssTokenKind::ApRequest) {
+        Fail(SEC_E_INVALID_TOKEN, "the initiator's token is not the first token of a Kerberos logon");
+    }
+    UseMachineClock(i_context);
+    Exchange exchange{i_context, i_keys, Krb5AuthContext(i_context), UnopenedTicket(i_context, token->m_message)};
+    ReadRequest(exchange, token->m_message);
+    CheckEnd(exchange);
+    CheckPac(i_context, i_keys, *exchange.m_ticket.get());
+    Krb5Authenticator authenticator(i_context);
+    if (const krb5_error_code nCode =
+            krb5_auth_con_getauthenticator(i_context, exchange.m_authContext.get(), authenticator.Receive());
+        nCode != 0) {
+        FailKrb5(i_context, nCode, exchange.Text("reading the authenticator"));
+    }
+    const GssChecksum checksum = ReadChecksum(exchange, authenticator);
+    auto pLogon = MakeContext(exchange, checksum);
+    o_reply = (checksum.m_nFlags & kGssMutual) != 0 ? MakeReply(exchange) : std::vector<uint8_t>();
+    return pLogon;
+}
+
+}  // namespace morwen

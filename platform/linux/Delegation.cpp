@@ -1,0 +1,123 @@
+#include "platform/linux/Delegation.h"
+
+#include "harrow/STrace.h"
+#include "platform/linux/GssChecksum.h"
+#include "platform/linux/Krb5Owners.h"
+#include "platform/linux/Krb5Words.h"
+#include "platform/linux/SspiFailure.h"
+
+namespace morwen {
+
+namespace {
+
+using ForwardedCredentials = Krb5Owner<krb5_creds**, krb5_free_tgt_creds>;
+
+// A KRB-CRED has time stamps and numbers of its own, which say nothing within a message that is protected already.
+class WithoutFlags {
+public:
+    WithoutFlags(krb5_context i_context, krb5_auth_context io_exchange) noexcept
+        : m_context(i_context), m_exchange(io_exchange) {
+        krb5_auth_con_getflags(m_context, m_exchange, &m_nFlags);
+        krb5_auth_con_setflags(m_context, m_exchange, 0);
+    }
+    ~WithoutFlags() { krb5_auth_con_setflags(m_context, m_exchange, m_nFlags); }
+    WithoutFlags(const WithoutFlags&) = delete;
+    WithoutFlags& operator=(const WithoutFlags&) = delete;
+
+private:
+    krb5_context m_context;
+    krb5_auth_context m_exchange;
+    krb5_int32 m_nFlags = 0;
+};
+
+// Acceptors read the KRB-CRED before they know the initiator's sub-key.
+class WithoutSubKey {
+public:
+    WithoutSubKey(krb5_context i_context, krb5_auth_context io_exchange) noexcept
+        : m_context(i_context), m_exchange(io_exchange) {
+        krb5_auth_con_getsendsubkey_k(m_context, m_exchange, &m_key);
+        krb5_auth_con_setsendsubkey_k(m_context, m_exchange, nullptr);
+    }
+    ~WithoutSubKey() {
+        krb5_auth_con_setsendsubkey_k(m_context, m_exchange, m_key);
+        krb5_k_free_key(m_context, m_key);
+    }
+    WithoutSubKey(const WithoutSubKey&) = delete;
+    WithoutSubKey& operator=(const WithoutSubKey&) = delete;
+
+private:
+    krb5_context m_context;
+    krb5_auth_context m_exchange;
+    krb5_key m_key = nullptr;
+};
+
+// Some peers send the KRB-CRED unencrypted, which an auth context without keys reads.
+krb5_error_code ReadMessage(krb5_context i_context, krb5_auth_context io_exchange, std::span<const uint8_t> i_message,
+                            ForwardedCredentials& o_tickets) {
+    krb5_data message = DataOf(i_message);
+    const WithoutFlags plain(i_context, io_exchange);
+    krb5_error_code nCode = krb5_rd_cred(i_context, io_exchange, &message, o_tickets.Receive(), nullptr);
+    if (nCode == 0) {
+        return 0;
+    }
+    Krb5AuthContext keyless(i_context);
+    if (krb5_auth_con_init(i_context, keyless.Receive()) != 0) {
+        return nCode;
+    }
+    krb5_auth_con_setflags(i_context, keyless.get(), 0);
+    return krb5_rd_cred(i_context, keyless.get(), &message, o_tickets.Receive(), nullptr) == 0 ? 0 : nCode;
+}
+
+}  // namespace
+
+std::vector<uint8_t> ForwardedTicket(krb5_context i_context, krb5_auth_context io_exchange,
+                                     krb5_creds* i_pServiceTicket, krb5_ccache i_cache) {
+    Krb5Data message(i_context);
+    krb5_error_code nCode = 0;
+    {
+        const WithoutFlags plain(i_context, io_exchange);
+        const WithoutSubKey sessionKey(i_context, io_exchange);
+        krb5_principal_data server = *i_pServiceTicket->server;
+        server.type = KRB5_NT_SRV_HST;  // or the library does not look for the host in it
+        nCode = krb5_fwd_tgt_creds(i_context, io_exchange, nullptr, i_pServiceTicket->client, &server, i_cache, 1,
+                                   message.Receive());
+    }
+    if (nCode == ENOMEM) {
+        throw std::bad_alloc();
+    }
+    if (nCode != 0 || message->length > GssChecksum::kMostDelegation) {
+        S_TRACE("ssoplugin: ForwardedTicket() -- Going on without delegation to %1: %2",
+                PrincipalText(i_context, i_pServiceTicket->server),
+                nCode != 0 ? ErrorWords(i_context, nCode) : std::string("the message is too long"));
+        return {};
+    }
+    const auto bytes = BytesOf(*message);
+    return {bytes.begin(), bytes.end()};
+}
+
+KeptMemoryCache ReceivedTickets(krb5_context i_context, krb5_auth_context io_exchange,
+                                std::span<const uint8_t> i_message, krb5_const_principal i_client) {
+    const auto check = [&](krb5_error_code i_nCode) {
+        if (i_nCode != 0) {
+            FailKrb5(i_context, i_nCode,
+                     "reading the tickets that " + PrincipalText(i_context, i_client) + " delegates");
+        }
+    };
+    ForwardedCredentials tickets(i_context);
+    check(ReadMessage(i_context, io_exchange, i_message, tickets));
+    krb5_ccache cache = nullptr;
+    check(krb5_cc_new_unique(i_context, "MEMORY", nullptr, &cache));
+    KeptMemoryCache owner(cache);
+    krb5_principal_data client = *i_client;
+    check(krb5_cc_initialize(i_context, cache, &client));
+    for (krb5_creds** ppTicket = tickets.get(); *ppTicket != nullptr; ++ppTicket) {
+        if (krb5_principal_compare(i_context, (*ppTicket)->client, i_client) == 0) {
+            Fail(SEC_E_LOGON_DENIED, PrincipalText(i_context, i_client) + " delegates a ticket of " +
+                                         PrincipalText(i_context, (*ppTicket)->client));
+        }
+        check(krb5_cc_store_cred(i_context, cache, *ppTicket));
+    }
+    return owner;
+}
+
+}  // namespace morwen

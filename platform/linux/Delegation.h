@@ -1,0 +1,23 @@
+// Tickets that an initiator hands to a service, so that it can act for the user.
+#pragma once
+
+#include <krb5/krb5.h>
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "platform/linux/Krb5Kept.h"
+
+namespace morwen {
+
+// A KRB-CRED with a forwarded ticket-granting ticket, from the KDC, encrypted with the session key of the exchange.
+// Empty when there is none to send: delegation is asked for, never required. Throws std::bad_alloc.
+std::vector<uint8_t> ForwardedTicket(krb5_context i_context, krb5_auth_context io_exchange,
+                                     krb5_creds* i_pServiceTicket, krb5_ccache i_cache);
+
+// The tickets of a received KRB-CRED in a MEMORY cache. They must be the client's own. Throws SspiFailure.
+KeptMemoryCache ReceivedTickets(krb5_context i_context, krb5_auth_context io_exchange,
+                                std::span<const uint8_t> i_message, krb5_const_principal i_client);
+
+}  // namespace morwen

@@ -1,0 +1,22 @@
+// Reading DER elements from untrusted bytes.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+
+namespace morwen {
+
+struct DerElement {
+    uint8_t m_nTag = 0;
+    std::span<const uint8_t> m_content;
+};
+
+// Takes one element off the front of the bytes. Nothing, and the bytes untouched, when it is cut short or its length is
+// not in DER's one form (definite, shortest); tags of more than one byte are not known here.
+std::optional<DerElement> TakeDer(std::span<const uint8_t>& io_bytes) noexcept;
+
+// The content when the bytes are exactly one element with this tag.
+std::optional<std::span<const uint8_t>> OnlyDer(std::span<const uint8_t> i_bytes, uint8_t i_nTag) noexcept;
+
+}  // namespace morwen

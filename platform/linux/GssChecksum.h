@@ -1,0 +1,31 @@
+// What an initiator puts in place of the authenticator's checksum (RFC 4121, type 0x8003): flags and delegated tickets.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <vector>
+
+namespace morwen {
+
+inline constexpr int32_t kGssChecksumType = 0x8003;
+
+inline constexpr uint32_t kGssDelegate = 1;
+inline constexpr uint32_t kGssMutual = 2;
+
+struct GssChecksum {
+    uint32_t m_nFlags = 0;
+    std::span<const uint8_t> m_delegation;  // a KRB-CRED message when kGssDelegate is set, else empty
+
+    // A longer KRB-CRED does not fit into the two bytes of its length.
+    static constexpr size_t kMostDelegation = 65535;
+};
+
+// Nothing when the bytes are cut short or inconsistent. Channel bindings, which the exchange above has no use for, are
+// passed over, and so are extensions behind the delegation.
+std::optional<GssChecksum> ReadGssChecksum(std::span<const uint8_t> i_bytes) noexcept;
+
+// Without channel bindings. Throws std::bad_alloc.
+std::vector<uint8_t> MakeGssChecksum(const GssChecksum& i_checksum);
+
+}  // namespace morwen

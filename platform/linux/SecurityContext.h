@@ -1,0 +1,29 @@
+// One logon in progress or done: what a context handle names.
+#pragma once
+
+#include <cstdint>
+
+#include "harrow/CS_Wrapper.h"
+#include "platform/linux/Krb5Kept.h"
+
+namespace morwen {
+
+// The side and the times are fixed before a handle exists; the rest changes in later passes, under the section.
+struct SecurityContext {
+    bool m_bAccepted = false;
+    int64_t m_nStart = 0;  // of the service ticket, seconds since 1970, UTC
+    int64_t m_nEnd = 0;
+
+    Harrowlib201::CS_Wrapper m_section;
+    bool m_bEstablished S_GUARDED_BY(m_section) = false;
+    uint32_t m_nAttributes S_GUARDED_BY(m_section) = 0;  // ISC_RET_* or ASC_RET_*
+
+    // The initiating side until the server has answered: what its answer must fit to.
+    KeptAuthContext m_exchange S_GUARDED_BY(m_section);
+
+    // The accepting side: who has logged on, and the tickets that came along (none without delegation).
+    KeptPrincipal m_client S_GUARDED_BY(m_section);
+    KeptMemoryCache m_delegated S_GUARDED_BY(m_section);
+};
+
+}  // namespace morwen
