@@ -51,13 +51,34 @@ struct Server {
     std::string m_hostAndPort;
 };
 
-// What is malformed is left out.
-std::vector<Server> ServersIn(const std::vector<uint8_t>& i_answer) {
+}  // namespace
+
+KdcLocator::Result KdcLocator::Find(const std::string& i_service, const std::string& i_realm,
+                                    std::vector<std::string>& o_kdcs) {
+    Resolver resolver;
+    std::vector<uint8_t> answer;
+    for (const char* const pszProtocol : {"._tcp.", "._udp."}) {
+        // The final dot keeps the search domains out.
+        const Result eResult = resolver.Query("_" + i_service + pszProtocol + i_realm + ".", answer);
+        if (eResult == Result::Silent) {
+            return eResult;
+        }
+        if (eResult == Result::Found) {
+            o_kdcs = Read(answer);
+        }
+        if (!o_kdcs.empty()) {
+            return Result::Found;
+        }
+    }
+    return Result::None;
+}
+
+std::vector<std::string> KdcLocator::Read(const std::vector<uint8_t>& i_answer) {
     constexpr size_t kFixedBytes = 6;  // priority, weight, port
     std::vector<Server> servers;
     ns_msg message{};
     if (ns_initparse(i_answer.data(), static_cast<int>(i_answer.size()), &message) != 0) {
-        return servers;
+        return {};
     }
     for (int i = 0; i < ns_msg_count(message, ns_s_an); ++i) {
         ns_rr record{};
@@ -80,31 +101,11 @@ std::vector<Server> ServersIn(const std::vector<uint8_t>& i_answer) {
         return std::tuple(i_left.m_nPriority, -int{i_left.m_nWeight}) <
                std::tuple(i_right.m_nPriority, -int{i_right.m_nWeight});
     });
-    return servers;
-}
-
-}  // namespace
-
-KdcLocator::Result KdcLocator::Find(const std::string& i_service, const std::string& i_realm,
-                                    std::vector<std::string>& o_kdcs) {
-    Resolver resolver;
-    std::vector<uint8_t> answer;
-    for (const char* const pszProtocol : {"._tcp.", "._udp."}) {
-        // The final dot keeps the search domains out.
-        const Result eResult = resolver.Query("_" + i_service + pszProtocol + i_realm + ".", answer);
-        if (eResult == Result::Silent) {
-            return eResult;
-        }
-        if (eResult == Result::Found) {
-            for (Server& server : ServersIn(answer)) {
-                o_kdcs.push_back(std::move(server.m_hostAndPort));
-            }
-        }
-        if (!o_kdcs.empty()) {
-            return Result::Found;
-        }
+    std::vector<std::string> kdcs;
+    for (Server& server : servers) {
+        kdcs.push_back(std::move(server.m_hostAndPort));
     }
-    return Result::None;
+    return kdcs;
 }
 
 }  // namespace morwen

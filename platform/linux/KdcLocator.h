@@ -1,6 +1,7 @@
 // The KDCs that the name service knows for a realm.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,9 @@ public:
     // Silent then, and not worth another search right away. The KDCs come as "host:port", the preferred first. Throws
     // std::bad_alloc.
     static Result Find(const std::string& i_service, const std::string& i_realm, std::vector<std::string>& o_kdcs);
+
+    // The KDCs in a name server's answer, the preferred first. What is malformed is left out. Throws std::bad_alloc.
+    static std::vector<std::string> Read(const std::vector<uint8_t>& i_answer);
 };
 
 }  // namespace morwen

@@ -278,7 +278,7 @@ krb5_error_code OnSend(krb5_context i_context, void* i_pvProfile, const krb5_dat
         const krb5_error_code nCode =
             KdcTransport::Exchange(i_context, kdcs, BytesOf(*i_request), told.m_askedAt + deadline, answer, failures);
         if (nCode != 0) {
-            krb5_set_error_message(i_context, nCode, "No KDC of the realm %s has answered within %lld ms: %s",
+            krb5_set_error_message(i_context, nCode, "No KDC of the realm %s has answered (deadline %lld ms): %s",
                                    realm.c_str(), static_cast<long long>(deadline.count()), failures.c_str());
             return nCode;
         }

@@ -1,0 +1,233 @@
+// Do requests to a realm's KDCs end in time, whatever the KDCs do?
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
+
+#include "platform/linux/KdcTransport.h"
+#include "platform/linux/Krb5ContextPool.h"
+
+namespace morwen {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+const std::string kAnswer = "\x6B\x03yes";
+
+std::string Framed(const std::string& i_text) {
+    const auto nLength = static_cast<uint32_t>(i_text.size());
+    std::string framed(4, '\0');
+    for (size_t i = 0; i < 4; ++i) {
+        framed[i] = static_cast<char>(nLength >> (8 * (3 - i)));
+    }
+    return framed + i_text;
+}
+
+// A KRB-ERROR with the number, as a KDC would send it.
+std::string ErrorAnswer(krb5_ui_4 i_nNumber) {
+    const Krb5ContextLease lease = Krb5ContextPool::Take();
+    krb5_error error{};
+    error.error = i_nNumber;
+    krb5_build_principal(lease.get(), &error.server, 5, "REALM", "krbtgt", "REALM", nullptr);
+    krb5_data encoded{};
+    EXPECT_EQ(krb5_mk_error(lease.get(), &error, &encoded), 0);
+    std::string text(encoded.data, encoded.length);
+    krb5_free_data_contents(lease.get(), &encoded);
+    krb5_free_principal(lease.get(), error.server);
+    return text;
+}
+
+// Listens on a loopback port over TCP and UDP as told, and answers the first request of each kind with a fixed text. An
+// empty one leaves the client waiting; "close" hangs up.
+class ScriptedKdc {
+public:
+    struct Script {
+        bool m_bTcp = true;
+        bool m_bUdp = false;
+        std::string m_tcpAnswer;
+        std::string m_udpAnswer;
+        int m_nIgnored = 0;  // so many requests over TCP get no answer
+    };
+
+    explicit ScriptedKdc(Script i_script) : m_script(std::move(i_script)) {
+        m_nUdp = Bind(SOCK_DGRAM, 0);
+        m_nTcp = Bind(SOCK_STREAM, m_nPort);
+        if (m_script.m_bTcp) {
+            listen(m_nTcp, 5);
+        }
+        if (!m_script.m_bUdp) {
+            close(std::exchange(m_nUdp, -1));
+        }
+        m_thread = std::thread([this] { Serve(); });
+    }
+    ~ScriptedKdc() {
+        m_bStop = true;
+        m_thread.join();
+        for (const int nSocket : {m_nTcp, m_nUdp, m_nClient}) {
+            if (nSocket >= 0) {
+                close(nSocket);
+            }
+        }
+    }
+
+    std::string Name() const { return "127.0.0.1:" + std::to_string(m_nPort); }
+
+private:
+    int Bind(int i_nType, uint16_t i_nPort) {
+        const int nSocket = socket(AF_INET, i_nType | SOCK_CLOEXEC, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(i_nPort);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t nLength = sizeof address;
+        EXPECT_EQ(bind(nSocket, reinterpret_cast<sockaddr*>(&address), nLength), 0);
+        getsockname(nSocket, reinterpret_cast<sockaddr*>(&address), &nLength);
+        m_nPort = ntohs(address.sin_port);
+        return nSocket;
+    }
+
+    void Serve() {
+        std::array<char, 4096> request{};
+        while (!m_bStop) {
+            std::array<pollfd, 3> sockets{
+                {{m_script.m_bTcp ? m_nTcp : -1, POLLIN, 0}, {m_nUdp, POLLIN, 0}, {m_nClient, POLLIN, 0}}};
+            poll(sockets.data(), sockets.size(), 10);
+            if (sockets[0].revents != 0) {
+                m_nClient = accept4(m_nTcp, nullptr, nullptr, SOCK_CLOEXEC);
+            }
+            if (sockets[1].revents != 0) {
+                sockaddr_in from{};
+                socklen_t nLength = sizeof from;
+                recvfrom(m_nUdp, request.data(), request.size(), 0, reinterpret_cast<sockaddr*>(&from), &nLength);
+                if (!m_script.m_udpAnswer.empty()) {
+                    sendto(m_nUdp, m_script.m_udpAnswer.data(), m_script.m_udpAnswer.size(), 0,
+                           reinterpret_cast<sockaddr*>(&from), nLength);
+                }
+            }
+            if (sockets[2].revents != 0 && recv(m_nClient, request.data(), request.size(), 0) > 0) {
+                if (m_script.m_nIgnored-- > 0) {
+                    continue;
+                }
+                if (m_script.m_tcpAnswer == "close") {
+                    close(std::exchange(m_nClient, -1));
+                } else {
+                    send(m_nClient, m_script.m_tcpAnswer.data(), m_script.m_tcpAnswer.size(), MSG_NOSIGNAL);
+                }
+            }
+        }
+    }
+
+    Script m_script;
+    uint16_t m_nPort = 0;
+    int m_nTcp = -1;
+    int m_nUdp = -1;
+    int m_nClient = -1;
+    std::atomic<bool> m_bStop{false};
+    std::thread m_thread;
+};
+
+struct Case {
+    const char* m_pszName;
+    std::vector<ScriptedKdc::Script> m_kdcs;
+    std::string m_answer;   // empty: unreachable
+    std::string m_failure;  // part of what is said about the KDCs
+    int m_nLeast = 0;       // milliseconds
+    int m_nMost = 500;
+};
+
+class KdcTransportTest : public testing::TestWithParam<Case> {};
+
+TEST_P(KdcTransportTest, EndsInTime) {
+    const Case& test = GetParam();
+    std::vector<std::unique_ptr<ScriptedKdc>> kdcs;
+    std::vector<KdcName> names;
+    for (const ScriptedKdc::Script& script : test.m_kdcs) {
+        kdcs.push_back(std::make_unique<ScriptedKdc>(script));
+        names.push_back(KdcName::Parse(kdcs.back()->Name()).value());
+    }
+    const std::vector<uint8_t> request(300, 0x6A);
+    const Krb5ContextLease lease = Krb5ContextPool::Take();
+    std::vector<uint8_t> answer;
+    std::string failures;
+    const auto start = steady_clock::now();
+    const krb5_error_code nCode =
+        KdcTransport::Exchange(lease.get(), names, request, start + milliseconds(1'400), answer, failures);
+    const auto took = std::chrono::duration_cast<milliseconds>(steady_clock::now() - start).count();
+
+    EXPECT_EQ(nCode, test.m_answer.empty() ? KRB5_KDC_UNREACH : 0) << failures;
+    EXPECT_EQ(std::string(answer.begin(), answer.end()), test.m_answer);
+    EXPECT_NE(failures.find(test.m_failure), std::string::npos) << failures;
+    EXPECT_GE(took, test.m_nLeast);
+    EXPECT_LE(took, test.m_nMost);
+}
+
+const std::string kTooBig = ErrorAnswer(52);
+const std::string kUnavailable = ErrorAnswer(29);
+const std::string kUnknownClient = ErrorAnswer(6);
+
+INSTANTIATE_TEST_SUITE_P(
+    Kdcs, KdcTransportTest,
+    testing::Values(
+        Case{"Answers", {{true, false, Framed(kAnswer), ""}}, kAnswer, ""},
+        Case{"AnswersWithAnError", {{true, false, Framed(kUnknownClient), ""}}, kUnknownClient, ""},
+        Case{"RefusesTcp", {{false, true, "", kAnswer}}, kAnswer, "(TCP) Connection refused"},
+        Case{"RefusesBoth", {{false, false, "", ""}}, "", "(UDP) Connection refused"},
+        Case{"TooBigForUdp", {{false, true, "", kTooBig}}, "", "(TCP) Connection refused; 127.0.0.1"},
+        Case{"TooBigForUdpThenTcp", {{true, true, Framed(kAnswer), kTooBig, 1}}, kAnswer, "", 950, 1'350},
+        Case{"SilentTcpThenUdp", {{true, true, "", kAnswer}}, kAnswer, "", 950, 1'350},
+        Case{"SilentThenASecondKdc",
+             {{true, false, "", ""}, {true, false, Framed(kAnswer), ""}},
+             kAnswer,
+             "",
+             950,
+             1'350},
+        Case{"DeadThenASecondKdc", {{false, false, "", ""}, {true, false, Framed(kAnswer), ""}}, kAnswer, "refused"},
+        Case{"HangsUp", {{true, false, "close", ""}}, "", "closed without an answer"},
+        Case{"ClaimsTooMuch", {{true, false, "\x7F\xFF\xFF\xFFxx", ""}}, "", "impossible length"},
+        Case{"ClaimsNothing", {{true, false, Framed(""), ""}}, "", "impossible length"},
+        Case{"StopsHalfway", {{true, false, Framed(kAnswer).substr(0, 6), ""}}, "", "(TCP) no answer", 1'380, 1'700},
+        Case{"IsNoKdc", {{true, false, Framed("HTTP/1.1 400"), ""}}, "", "not Kerberos"},
+        Case{"Unavailable", {{true, false, Framed(kUnavailable), ""}}, kUnavailable, "not available"},
+        Case{"UnavailableThenASecondKdc",
+             {{true, false, Framed(kUnavailable), ""}, {true, false, Framed(kAnswer), ""}},
+             kAnswer,
+             "not available"},
+        Case{"AllSilent", {{true, true, "", ""}, {true, true, "", ""}}, "", "(TCP) no answer; 127", 1'380, 1'700}),
+    [](const auto& i_info) { return i_info.param.m_pszName; });
+
+TEST(KdcName, ReadsWhatConfigurationsSay) {
+    const struct {
+        const char* m_pszText;
+        const char* m_pszResult;  // host|port|protocols; empty: for libkrb5
+    } kCases[] = {
+        {"kdc.example.com", "kdc.example.com|88|tu"},
+        {"kdc.example.com:750", "kdc.example.com|750|tu"},
+        {"tcp/kdc:88", "kdc|88|t"},
+        {"udp/[::1]:89", "::1|89|u"},
+        {"[2001:db8::1]", "2001:db8::1|88|tu"},
+        {"2001:db8::1", "2001:db8::1|88|tu"},
+        {"https://proxy/KdcProxy", ""},
+        {"/run/kdc.socket", ""},
+        {"kdc:", ""},
+        {"[::1", ""},
+        {"kdc:http", ""},
+        {"", ""},
+    };
+    for (const auto& test : kCases) {
+        const std::optional<KdcName> name = KdcName::Parse(test.m_pszText);
+        const std::string result =
+            !name ? ""
+                  : name->m_host + "|" + name->m_port + "|" + (name->m_bTcp ? "t" : "") + (name->m_bUdp ? "u" : "");
+        EXPECT_EQ(result, test.m_pszResult) << test.m_pszText;
+    }
+    EXPECT_EQ(KdcName::Parse("[::1]:88")->Resolve().size(), 1U);
+}
+
+}  // namespace
+}  // namespace morwen
