@@ -115,14 +115,15 @@ static void Serve(const Connection* i_pConnection) {
     SSOChar* key = NULL; /* null, like the empty text, begins a login */
     uint32_t code = SSO_CONTINUE;
     for (int round = 0; code == SSO_CONTINUE; ++round) {
-        Frame frame;
-        if (ReceiveFrame(i_pConnection, &frame) != 0) {
-            fputs("the client went away, was too slow, or does not speak this protocol\n", stderr);
-            break;
-        }
+        Frame frame = {FRAME_DONE, NULL, 0};
+        bool fits = round < kMostRounds && ReceiveFrame(i_pConnection, &frame) == 0;
         const bool token = frame.kind == FRAME_TOKEN && frame.data != NULL;
         const bool done = frame.kind == FRAME_DONE && frame.data == NULL && key != NULL;
-        code = (token || done) && round < kMostRounds ? Step(i_pConnection, &frame, &key) : SSO_ERROR;
+        fits = fits && (token || done);
+        if (!fits) {
+            fputs("a client went away, was too slow, or does not speak this protocol\n", stderr);
+        }
+        code = fits ? Step(i_pConnection, &frame, &key) : SSO_ERROR;
         free(frame.data);
     }
     if (code != SSO_ACCEPTED) {
