@@ -98,6 +98,10 @@ std::optional<KdcName> KdcName::Parse(std::string_view i_text) {
     return name;
 }
 
+std::string KdcName::Text() const {
+    return (m_host.find(':') != std::string::npos ? "[" + m_host + "]:" : m_host + ":") + m_port;
+}
+
 std::vector<KdcAddress> KdcName::Resolve() const {
     std::vector<KdcAddress> addresses = LookUp(*this, AI_NUMERICHOST | AI_NUMERICSERV);
     if (addresses.empty()) {

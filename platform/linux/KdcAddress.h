@@ -26,6 +26,9 @@ struct KdcName {
     // HTTPS proxy, a socket in the file system.
     static std::optional<KdcName> Parse(std::string_view i_text);
 
+    // "host:port", with brackets around an address of version 6.
+    std::string Text() const;
+
     // The addresses of the host; empty when it has none. Numbers are read without asking anybody; for names each name
     // server is asked once and waited for a second, if the system's resolver does the asking. Other name services (nss
     // modules) have deadlines of their own, which nothing here can shorten.

@@ -53,11 +53,11 @@ bool LooksLikeAnswer(const std::vector<uint8_t>& i_answer) {
 // One exchange: the attempts under way, and those still to be made.
 class Exchanger {
 public:
-    Exchanger(krb5_context i_context, std::span<const uint8_t> i_request, std::string& o_failures)
-        : m_context(i_context), m_request(i_request), m_failures(o_failures) {}
+    Exchanger(krb5_context i_context, std::span<const uint8_t> i_request, KdcTransport::Outcome& o_outcome)
+        : m_context(i_context), m_request(i_request), m_outcome(o_outcome) {}
 
     // False when no KDC has answered by the deadline, or every one has failed before.
-    bool Run(const std::vector<KdcName>& i_kdcs, Clock::time_point i_deadline, std::vector<uint8_t>& o_answer);
+    bool Run(const std::vector<KdcName>& i_kdcs, Clock::time_point i_deadline);
 
 private:
     struct Plan {
@@ -77,19 +77,19 @@ private:
     void OnSilence();
     void PlanUdp(Plan& io_plan, bool i_bAtOnce);
     void PollUntil(Clock::time_point i_time);
-    bool StepAll(std::vector<uint8_t>& o_answer);
+    bool StepAll();
     bool IsGood(Running& io_running);
+    void KeepAnswer(const Running& i_running);
     void NoteFailure(const Plan& i_plan, const std::string& i_reason);
 
     krb5_context m_context;
     std::span<const uint8_t> m_request;
-    std::string& m_failures;
+    KdcTransport::Outcome& m_outcome;
     std::deque<Plan> m_plans;
     std::vector<Running> m_running;
-    std::vector<uint8_t> m_unavailable;  // a KDC's own word that it cannot serve, should nobody say better
 };
 
-bool Exchanger::Run(const std::vector<KdcName>& i_kdcs, Clock::time_point i_deadline, std::vector<uint8_t>& o_answer) {
+bool Exchanger::Run(const std::vector<KdcName>& i_kdcs, Clock::time_point i_deadline) {
     for (const KdcName& kdc : i_kdcs) {
         m_plans.push_back({&kdc, {}});
     }
@@ -102,7 +102,7 @@ bool Exchanger::Run(const std::vector<KdcName>& i_kdcs, Clock::time_point i_dead
         }
         const size_t nRunning = m_running.size();
         PollUntil(std::min(i_deadline, silentAt));
-        if (StepAll(o_answer)) {
+        if (StepAll()) {
             return true;
         }
         const bool bSilent = Clock::now() >= silentAt;
@@ -124,8 +124,7 @@ bool Exchanger::Run(const std::vector<KdcName>& i_kdcs, Clock::time_point i_dead
     for (const Plan& plan : m_plans) {
         NoteFailure(plan, "not asked in time");
     }
-    o_answer = std::move(m_unavailable);
-    return !o_answer.empty();
+    return !m_outcome.m_answer.empty();
 }
 
 void Exchanger::StartNext() {
@@ -182,8 +181,8 @@ void Exchanger::PollUntil(Clock::time_point i_time) {
     }
 }
 
-// True, and the answer handed out, when one is good. What has ended without one is taken out.
-bool Exchanger::StepAll(std::vector<uint8_t>& o_answer) {
+// True, and the answer kept, when one is good. What has ended without one is taken out.
+bool Exchanger::StepAll() {
     for (Running& running : m_running) {
         if (!std::exchange(running.m_bReady, false)) {
             continue;
@@ -192,7 +191,7 @@ bool Exchanger::StepAll(std::vector<uint8_t>& o_answer) {
         running.m_bOver = eProgress != Progress::Waiting;
         if (eProgress == Progress::Answered) {
             if (IsGood(running)) {
-                o_answer = running.m_pAttempt->Answer();
+                KeepAnswer(running);
                 return true;
             }
         } else if (running.m_bOver) {
@@ -216,7 +215,8 @@ bool Exchanger::IsGood(Running& io_running) {
     switch (ErrorNumber(m_context, answer)) {
         case kServiceUnavailable:
             NoteFailure(plan, "answered that it is not available");
-            m_unavailable = answer;
+            // Better than nothing, should nobody say better.
+            KeepAnswer(io_running);
             return false;
         case kResponseTooBig:
             if (plan.m_eProtocol == Protocol::Udp && plan.m_pKdc->m_bTcp) {
@@ -230,15 +230,18 @@ bool Exchanger::IsGood(Running& io_running) {
     }
 }
 
+void Exchanger::KeepAnswer(const Running& i_running) {
+    m_outcome.m_answer = i_running.m_pAttempt->Answer();
+    m_outcome.m_answeredBy = i_running.m_plan.m_pKdc->Text();
+}
+
 void Exchanger::NoteFailure(const Plan& i_plan, const std::string& i_reason) {
-    const KdcName& kdc = *i_plan.m_pKdc;
-    const bool bBrackets = kdc.m_host.find(':') != std::string::npos;
-    m_failures.append(m_failures.empty() ? "" : "; ");
-    m_failures.append(bBrackets ? "[" : "").append(kdc.m_host).append(bBrackets ? "]:" : ":").append(kdc.m_port);
+    std::string& failures = m_outcome.m_failures;
+    failures.append(failures.empty() ? "" : "; ").append(i_plan.m_pKdc->Text());
     if (i_plan.m_address.m_nLength != 0) {
-        m_failures.append(i_plan.m_eProtocol == Protocol::Tcp ? " (TCP)" : " (UDP)");
+        failures.append(i_plan.m_eProtocol == Protocol::Tcp ? " (TCP)" : " (UDP)");
     }
-    m_failures.append(" ").append(i_reason);
+    failures.append(" ").append(i_reason);
 }
 
 std::span<const uint8_t> BytesOf(const krb5_data& i_data) {
@@ -266,25 +269,26 @@ krb5_error_code OnSend(krb5_context i_context, void* i_pvProfile, const krb5_dat
     *o_ppReply = nullptr;
     try {
         const std::string realm(i_realm->data, i_realm->length);
-        const ServiceProfile::ToldKdcs told = static_cast<ServiceProfile*>(i_pvProfile)->TakeToldKdcs(realm);
+        ServiceProfile& profile = *static_cast<ServiceProfile*>(i_pvProfile);
+        const ServiceProfile::ToldKdcs told = profile.TakeToldKdcs(realm);
         const std::vector<KdcName> kdcs = KdcsOf(told.m_kdcs);
         if (kdcs.empty()) {
             S_TRACE("platform: the KDCs of %1 are for libkrb5 to ask, with no deadline", realm);
             return 0;
         }
         const milliseconds deadline = s_deadline.load();
-        std::vector<uint8_t> answer;
-        std::string failures;
+        KdcTransport::Outcome outcome;
         const krb5_error_code nCode =
-            KdcTransport::Exchange(i_context, kdcs, BytesOf(*i_request), told.m_askedAt + deadline, answer, failures);
+            KdcTransport::Exchange(i_context, kdcs, BytesOf(*i_request), told.m_askedAt + deadline, outcome);
         if (nCode != 0) {
             krb5_set_error_message(i_context, nCode, "No KDC of the realm %s has answered (deadline %lld ms): %s",
-                                   realm.c_str(), static_cast<long long>(deadline.count()), failures.c_str());
+                                   realm.c_str(), static_cast<long long>(deadline.count()), outcome.m_failures.c_str());
             return nCode;
         }
+        profile.NoteAnswer(std::move(outcome.m_answeredBy));
         krb5_data reply{};
-        reply.length = static_cast<unsigned>(answer.size());
-        reply.data = reinterpret_cast<char*>(answer.data());
+        reply.length = static_cast<unsigned>(outcome.m_answer.size());
+        reply.data = reinterpret_cast<char*>(outcome.m_answer.data());
         return krb5_copy_data(i_context, &reply, o_ppReply);
     } catch (const std::bad_alloc&) {
         return ENOMEM;
@@ -303,9 +307,9 @@ void KdcTransport::SetDeadline(milliseconds i_deadline) noexcept {
 
 krb5_error_code KdcTransport::Exchange(krb5_context i_context, const std::vector<KdcName>& i_kdcs,
                                        std::span<const uint8_t> i_request, Clock::time_point i_deadline,
-                                       std::vector<uint8_t>& o_answer, std::string& o_failures) {
-    Exchanger exchanger(i_context, i_request, o_failures);
-    return exchanger.Run(i_kdcs, i_deadline, o_answer) ? 0 : KRB5_KDC_UNREACH;
+                                       Outcome& o_outcome) {
+    o_outcome = {};
+    return Exchanger(i_context, i_request, o_outcome).Run(i_kdcs, i_deadline) ? 0 : KRB5_KDC_UNREACH;
 }
 
 }  // namespace morwen

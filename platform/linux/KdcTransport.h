@@ -30,11 +30,16 @@ public:
     // For tests; everything else lives with the ten seconds that are in force at first.
     static void SetDeadline(std::chrono::milliseconds i_deadline) noexcept;
 
-    // Sends the request and waits for an answer until the deadline. KRB5_KDC_UNREACH, and in o_failures what each KDC
-    // did, when none came. Throws std::bad_alloc.
+    struct Outcome {
+        std::vector<uint8_t> m_answer;
+        std::string m_answeredBy;  // KdcName's Text
+        std::string m_failures;    // what the other KDCs did, in words
+    };
+    // Sends the request and waits for an answer until the deadline; KRB5_KDC_UNREACH when none came. Throws
+    // std::bad_alloc.
     static krb5_error_code Exchange(krb5_context i_context, const std::vector<KdcName>& i_kdcs,
                                     std::span<const uint8_t> i_request, Clock::time_point i_deadline,
-                                    std::vector<uint8_t>& o_answer, std::string& o_failures);
+                                    Outcome& o_outcome);
 };
 
 }  // namespace morwen

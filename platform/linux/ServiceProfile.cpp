@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
@@ -17,6 +18,7 @@
 #include <utility>
 
 #include "harrow/STrace.h"
+#include "platform/linux/KdcAddress.h"
 #include "platform/linux/KdcLocator.h"
 
 // libkrb5 has exported both since its early days, but its header does not declare them.
@@ -188,7 +190,7 @@ void ServiceProfile::Release() noexcept {
 }
 
 long ServiceProfile::GetValues(const char* const* i_names, char*** o_pppValues) {
-    if (m_bNameServiceSilent && IsNamed(i_names, "libdefaults", "dns_lookup_kdc")) {
+    if (m_bNoDnsByLibrary && IsNamed(i_names, "libdefaults", "dns_lookup_kdc")) {
         return MakeList({"false"}, o_pppValues);
     }
     const long nCode = profile_get_values(m_system, i_names, o_pppValues);
@@ -199,6 +201,10 @@ long ServiceProfile::GetValues(const char* const* i_names, char*** o_pppValues) 
     const char* const pszRealm = RealmWhoseKdcsAreAsked(i_names);
     if (pszRealm != nullptr && (nCode == 0 || bMissing)) {
         Locate(pszRealm, i_names[2], nCode == 0 ? *o_pppValues : nullptr);
+        if (nCode == 0 && m_told.m_kdcs.empty()) {
+            profile_free_list(*o_pppValues);
+            return PROF_NO_RELATION;
+        }
         if (bMissing && !m_told.m_kdcs.empty()) {
             return MakeList(m_told.m_kdcs, o_pppValues);
         }
@@ -207,17 +213,32 @@ long ServiceProfile::GetValues(const char* const* i_names, char*** o_pppValues) 
 }
 
 void ServiceProfile::Locate(const std::string& i_realm, std::string_view i_relation, char** i_ppszConfigured) {
+    const bool bPrimary = i_relation != "kdc";
+    if (!bPrimary || m_toldRealm != i_realm) {
+        m_answeredBy.clear();
+        m_bPrimaryAnswered = false;
+    }
     m_toldRealm = i_realm;
     m_told = {{}, std::chrono::steady_clock::now()};
-    m_bNameServiceSilent = false;
+    m_bNoDnsByLibrary = false;
     for (; i_ppszConfigured != nullptr && *i_ppszConfigured != nullptr; ++i_ppszConfigured) {
         m_told.m_kdcs.emplace_back(*i_ppszConfigured);
     }
     // libkrb5 asks for the primary KDC under its new name first, then under its old one: one search is enough.
-    if (m_told.m_kdcs.empty() && i_relation != "primary_kdc" && MayAskDns(m_system)) {
+    if (m_told.m_kdcs.empty() && i_relation != "primary_kdc" && !m_bPrimaryAnswered && MayAskDns(m_system)) {
         const KdcLocator::Result eResult =
-            KdcLocator::Find(i_relation == "kdc" ? "kerberos" : "kerberos-master", i_realm, m_told.m_kdcs);
-        m_bNameServiceSilent = eResult == KdcLocator::Result::Silent;
+            KdcLocator::Find(bPrimary ? "kerberos-master" : "kerberos", i_realm, m_told.m_kdcs);
+        m_bNoDnsByLibrary = eResult == KdcLocator::Result::Silent;
+    }
+    const auto hasAnswered = [this](const std::string& i_kdc) {
+        const std::optional<KdcName> name = KdcName::Parse(i_kdc);
+        return name && name->Text() == m_answeredBy;
+    };
+    m_bPrimaryAnswered =
+        m_bPrimaryAnswered || (bPrimary && std::any_of(m_told.m_kdcs.begin(), m_told.m_kdcs.end(), hasAnswered));
+    if (m_bPrimaryAnswered) {
+        m_told.m_kdcs.clear();
+        m_bNoDnsByLibrary = true;
     }
 }
 

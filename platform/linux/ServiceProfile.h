@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace morwen {
@@ -43,6 +44,8 @@ public:
     // What libkrb5 was told when it last asked for the realm's KDCs. Gives it once: none if the library has not asked
     // since, because a locate plug-in told it.
     ToldKdcs TakeToldKdcs(std::string_view i_realm);
+    // Which of these KDCs has answered, as KdcName's Text.
+    void NoteAnswer(std::string i_kdc) noexcept { m_answeredBy = std::move(i_kdc); }
 
     ServiceProfile(const ServiceProfile&) = delete;
     ServiceProfile& operator=(const ServiceProfile&) = delete;
@@ -61,7 +64,9 @@ private:
     std::string m_replayCache;  // empty: whatever the system says
     std::string m_toldRealm;
     ToldKdcs m_told;
-    bool m_bNameServiceSilent = false;
+    std::string m_answeredBy;         // since libkrb5 last asked for "kdc"
+    bool m_bPrimaryAnswered = false;  // since then
+    bool m_bNoDnsByLibrary = false;   // its own search would find nothing new, or wait in vain
 };
 
 }  // namespace morwen

@@ -153,16 +153,15 @@ TEST_P(KdcTransportTest, EndsInTime) {
     }
     const std::vector<uint8_t> request(300, 0x6A);
     const Krb5ContextLease lease = Krb5ContextPool::Take();
-    std::vector<uint8_t> answer;
-    std::string failures;
+    KdcTransport::Outcome outcome;
     const auto start = steady_clock::now();
     const krb5_error_code nCode =
-        KdcTransport::Exchange(lease.get(), names, request, start + milliseconds(1'400), answer, failures);
+        KdcTransport::Exchange(lease.get(), names, request, start + milliseconds(1'400), outcome);
     const auto took = std::chrono::duration_cast<milliseconds>(steady_clock::now() - start).count();
 
-    EXPECT_EQ(nCode, test.m_answer.empty() ? KRB5_KDC_UNREACH : 0) << failures;
-    EXPECT_EQ(std::string(answer.begin(), answer.end()), test.m_answer);
-    EXPECT_NE(failures.find(test.m_failure), std::string::npos) << failures;
+    EXPECT_EQ(nCode, test.m_answer.empty() ? KRB5_KDC_UNREACH : 0) << outcome.m_failures;
+    EXPECT_EQ(std::string(outcome.m_answer.begin(), outcome.m_answer.end()), test.m_answer);
+    EXPECT_NE(outcome.m_failures.find(test.m_failure), std::string::npos) << outcome.m_failures;
     EXPECT_GE(took, test.m_nLeast);
     EXPECT_LE(took, test.m_nMost);
 }
