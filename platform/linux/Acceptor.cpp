@@ -1,6 +1,6 @@
 #include "platform/linux/Acceptor.h"
 
-#include <algorithm>
+#include <cerrno>
 #include <ctime>
 #include <set>
 #include <string>
@@ -64,12 +64,17 @@ std::string VersionText(const Exchange& i_exchange) {
     return text;
 }
 
+// System errors come from libkrb5's own look at a PAC that cannot be read; everything else has a code of Kerberos.
+SECURITY_STATUS StatusOfRequest(krb5_error_code i_nCode) {
+    return i_nCode == ERANGE || i_nCode == EINVAL ? SEC_E_LOGON_DENIED : StatusFromKrb5(i_nCode);
+}
+
 [[noreturn]] void Refuse(Exchange& i_exchange, krb5_error_code i_nCode) {
     const std::string words = ErrorWords(i_exchange.m_context, i_nCode);
     // For the text alone: a ticket that can be opened tells who tried.
     static_cast<void>(
         krb5_server_decrypt_ticket_keytab(i_exchange.m_context, i_exchange.m_keys.Keytab(), i_exchange.m_ticket.get()));
-    Fail(StatusFromKrb5(i_nCode), i_exchange.Text(words + VersionText(i_exchange)));
+    Fail(StatusOfRequest(i_nCode), i_exchange.Text(words + VersionText(i_exchange)));
 }
 
 void ReadRequest(Exchange& io_exchange, std::span<const uint8_t> i_request) {

@@ -74,10 +74,12 @@ krb5_error_code MakeRequest(krb5_context i_context, ChecksumRequest& io_request,
     if (krb5_rd_error(i_context, &i_message, error.Receive()) != 0) {
         Fail(SEC_E_INVALID_TOKEN, "the service answered with an error that cannot be read");
     }
-    const krb5_error_code nCode = ERROR_TABLE_BASE_krb5 + static_cast<krb5_error_code>(error->error & 0xFF);
-    Fail(error->error == 0 ? SEC_E_INTERNAL_ERROR : StatusFromKrb5(nCode),
-         "the service " + PrincipalText(i_context, error->server) +
-             " refuses the logon: " + ErrorWords(i_context, nCode));
+    constexpr krb5_ui_4 kMostKrbErrors = 127;  // the library's codes begin with those of the protocol
+    const bool bKnown = error->error > 0 && error->error <= kMostKrbErrors;
+    const krb5_error_code nCode =
+        bKnown ? ERROR_TABLE_BASE_krb5 + static_cast<krb5_error_code>(error->error) : KRB5KRB_ERR_GENERIC;
+    Fail(StatusFromKrb5(nCode), "the service " + PrincipalText(i_context, error->server) +
+                                    " refuses the logon: " + ErrorWords(i_context, nCode));
 }
 
 }  // namespace

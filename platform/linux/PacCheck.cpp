@@ -1,6 +1,5 @@
 #include "platform/linux/PacCheck.h"
 
-#include "harrow/STrace.h"
 #include "platform/linux/Krb5Owners.h"
 #include "platform/linux/Krb5Words.h"
 #include "platform/linux/SspiFailure.h"
@@ -43,12 +42,10 @@ void CheckPac(krb5_context i_context, const AcceptorKeys& i_keys, const krb5_tic
     for (krb5_authdata** ppElement = found.get(); ppElement != nullptr && *ppElement != nullptr; ++ppElement) {
         Pac pac(i_context);
         nCode = krb5_pac_parse(i_context, (*ppElement)->contents, (*ppElement)->length, pac.Receive());
-        if (nCode != 0) {
-            S_TRACE("ssoplugin: CheckPac() -- %1 brings a PAC that cannot be read: %2",
-                    PrincipalText(i_context, i_ticket.enc_part2->client), ErrorWords(i_context, nCode));
-            continue;
+        if (nCode == 0) {
+            nCode = Verify(i_context, i_keys, i_ticket, pac.get());
         }
-        if (nCode = Verify(i_context, i_keys, i_ticket, pac.get()); nCode != 0) {
+        if (nCode != 0) {
             Fail(SEC_E_LOGON_DENIED, "refused a logon of " + PrincipalText(i_context, i_ticket.enc_part2->client) +
                                          ": the PAC in the ticket is not signed for this service and user: " +
                                          ErrorWords(i_context, nCode));

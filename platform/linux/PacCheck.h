@@ -7,9 +7,9 @@
 
 namespace morwen {
 
-// Throws SspiFailure (SEC_E_LOGON_DENIED) when the decrypted ticket carries a PAC that is not signed with the service's
-// key or was made for another user: libkrb5 checks it too, but keeps the result to itself. A ticket without one passes,
-// and so does one with bytes that are no PAC at all, which nobody will take rights from.
+// Throws SspiFailure (SEC_E_LOGON_DENIED) when the decrypted ticket carries a PAC that cannot be read, is not signed
+// with the service's key or was made for another user: libkrb5 looks at the signatures too, but keeps the result to
+// itself. A ticket without a PAC passes.
 void CheckPac(krb5_context i_context, const AcceptorKeys& i_keys, const krb5_ticket& i_ticket);
 
 }  // namespace morwen

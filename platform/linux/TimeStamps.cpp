@@ -1,5 +1,7 @@
 #include "platform/linux/TimeStamps.h"
 
+#include <atomic>
+#include <cstdlib>
 #include <ctime>
 
 namespace morwen {
@@ -13,6 +15,21 @@ TimeStamp FromTicks(int64_t i_nTicks) noexcept {
     return {static_cast<uint32_t>(i_nTicks & 0xFFFFFFFF), static_cast<int32_t>(i_nTicks >> 32)};
 }
 
+// localtime_r alone does not see that the zone has changed; mktime, on the way back from a time stamp, does. Without TZ
+// each tzset looks at the zone's file, which would be most of the cost of a time stamp: once a second is enough.
+void RefreshZone() noexcept {
+    static std::atomic<std::time_t> s_nNextLook{0};
+    timespec now{};
+    if (std::getenv("TZ") != nullptr) {
+        s_nNextLook.store(0, std::memory_order_relaxed);
+        tzset();
+    } else if (clock_gettime(CLOCK_MONOTONIC_COARSE, &now) != 0 ||
+               now.tv_sec >= s_nNextLook.load(std::memory_order_relaxed)) {
+        s_nNextLook.store(now.tv_sec + 1, std::memory_order_relaxed);
+        tzset();
+    }
+}
+
 }  // namespace
 
 TimeStamp LocalTimeStamp(int64_t i_nUtcSeconds) noexcept {
@@ -23,7 +40,7 @@ TimeStamp LocalTimeStamp(int64_t i_nUtcSeconds) noexcept {
     }
     const std::time_t nTime = i_nUtcSeconds;
     std::tm date = {};
-    tzset();  // localtime_r alone does not see that the zone has changed; mktime, on the way back, does
+    RefreshZone();
     const int64_t nOffset = localtime_r(&nTime, &date) != nullptr ? date.tm_gmtoff : 0;
     return FromTicks((i_nUtcSeconds + nOffset + kSecondsFrom1601To1970) * kTicksPerSecond);
 }
