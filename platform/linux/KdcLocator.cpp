@@ -59,7 +59,9 @@ KdcLocator::Result KdcLocator::Find(const std::string& i_service, const std::str
     std::vector<uint8_t> answer;
     for (const char* const pszProtocol : {"._tcp.", "._udp."}) {
         // The final dot keeps the search domains out.
-        const Result eResult = resolver.Query("_" + i_service + pszProtocol + i_realm + ".", answer);
+        std::string name = "_";
+        name.append(i_service).append(pszProtocol).append(i_realm).append(".");
+        const Result eResult = resolver.Query(name, answer);
         if (eResult == Result::Silent) {
             return eResult;
         }
@@ -102,6 +104,7 @@ std::vector<std::string> KdcLocator::Read(const std::vector<uint8_t>& i_answer) 
                std::tuple(i_right.m_nPriority, -int{i_right.m_nWeight});
     });
     std::vector<std::string> kdcs;
+    kdcs.reserve(servers.size());
     for (Server& server : servers) {
         kdcs.push_back(std::move(server.m_hostAndPort));
     }

@@ -48,18 +48,18 @@ const char* RealmWhoseKdcsAreAsked(const char* const* i_names) {
 
 // A list as libprofile makes them, so that profile_free_list releases it: malloc, every text and the list.
 long MakeList(const std::vector<std::string>& i_values, char*** o_pppList) {
-    auto** const ppszList = static_cast<char**>(std::calloc(i_values.size() + 1, sizeof(char*)));
-    if (ppszList == nullptr) {
+    std::unique_ptr<char*[], decltype(&profile_free_list)> pList(
+        static_cast<char**>(std::calloc(i_values.size() + 1, sizeof(char*))), profile_free_list);
+    if (pList == nullptr) {
         return ENOMEM;
     }
     for (size_t i = 0; i < i_values.size(); ++i) {
-        ppszList[i] = strdup(i_values[i].c_str());
-        if (ppszList[i] == nullptr) {
-            profile_free_list(ppszList);
+        pList[i] = strdup(i_values[i].c_str());
+        if (pList[i] == nullptr) {
             return ENOMEM;
         }
     }
-    *o_pppList = ppszList;
+    *o_pppList = pList.release();
     return 0;
 }
 
@@ -81,8 +81,8 @@ krb5_error_code OpenSystemProfile(profile_t& o_profile) {
     if (nCode == ENOENT) {
         nCode = profile_init(nullptr, &o_profile);
     }
-    return nCode >= PROF_NO_SECTION && nCode <= PROF_MODULE_INVALID ? KRB5_CONFIG_BADFORMAT
-                                                                    : static_cast<krb5_error_code>(nCode);
+    const bool bBadFormat = nCode >= PROF_NO_SECTION && nCode <= PROF_MODULE_INVALID;
+    return static_cast<krb5_error_code>(bBadFormat ? KRB5_CONFIG_BADFORMAT : nCode);
 }
 
 void TraceEnvironmentOnce() {
