@@ -30,10 +30,12 @@ public:
     constexpr int64_t GetUtcMilliseconds() const noexcept { return m_nMilliseconds; }
 
     friend constexpr STimeSpan operator-(SDateTime i_left, SDateTime i_right) noexcept {
+        const int64_t nLeft = i_left.m_nMilliseconds;
         const int64_t nRight = i_right.m_nMilliseconds;
-        return nRight == std::numeric_limits<int64_t>::min()
-                   ? STimeSpan::Largest()
-                   : STimeSpan(SaturatingAdd(i_left.m_nMilliseconds, -nRight));
+        if (nRight == std::numeric_limits<int64_t>::min()) {  // it has no negative
+            return STimeSpan(SaturatingAdd(SaturatingAdd(nLeft, std::numeric_limits<int64_t>::max()), 1));
+        }
+        return STimeSpan(SaturatingAdd(nLeft, -nRight));
     }
     friend constexpr SDateTime operator+(SDateTime i_left, STimeSpan i_span) noexcept {
         return SDateTime(SaturatingAdd(i_left.m_nMilliseconds, i_span.GetTotalMilliseconds()));
