@@ -1,11 +1,20 @@
 // A platform that does what a test tells it, and knows what was not given back.
 #pragma once
 
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <cstring>
+#include <deque>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "harrow/SWCharStringConv.h"
 #include "platform/Platform.h"
 
 namespace morwen {
@@ -25,35 +34,397 @@ struct FakeAnswer {
 // not alive fails, and is a fault of the test. Calls are logged as text with all that the system would see. Without
 // scripted answers a client's context takes two steps and a server's one, and every other call succeeds. May be used by
 // many threads at once.
-class FakePlatform {
-public:
-    FakePlatform();
-    ~FakePlatform();
-    FakePlatform(const FakePlatform&) = delete;
-    FakePlatform& operator=(const FakePlatform&) = delete;
+class FakePlatform final : public SspiCalls, public TokenCalls, public KernelCalls {
+    using Lock = std::lock_guard<std::recursive_mutex>;
 
-    PlatformCalls Calls();
+public:
+    PlatformCalls Calls() { return {this, this, this}; }
 
     // The next call of this name gives this answer; answers queue up. One that is never used is a fault.
-    void Script(const std::string& i_call, const FakeAnswer& i_answer);
+    void Script(const std::string& i_call, const FakeAnswer& i_answer) {
+        const Lock lock(m_mutex);
+        m_mapAnswers[i_call].push_back(i_answer);
+    }
     // What the calls of this name were given, in order.
-    std::vector<std::string> Log(const std::string& i_call) const;
-    bool IsImpersonating() const;  // the calling thread
-    // Everything that is wrong: handles alive, threads impersonating, misuse of handles, answers not used. Empty is
-    // good.
-    std::string Faults() const;
-
+    std::vector<std::string> Log(const std::string& i_call) {
+        const Lock lock(m_mutex);
+        return m_mapLogs[i_call];
+    }
+    // Whether the calling thread is.
+    bool IsImpersonating() {
+        const Lock lock(m_mutex);
+        return Self().m_bImpersonating;
+    }
+    // Everything that is wrong: misuse and loss of handles, threads impersonating, answers not used. Empty is good.
+    std::string Faults() const {
+        const Lock lock(m_mutex);
+        std::string faults = m_faults;
+        for (const auto& live : m_mapLive) {
+            faults += "not given back: " + live.second.m_kind + "\n";
+        }
+        for (const auto& thread : m_mapThreads) {
+            faults += thread.second.m_bImpersonating ? "a thread still impersonates\n" : "";
+        }
+        for (const auto& [call, answers] : m_mapAnswers) {
+            faults += answers.empty() ? "" : "answers not used: " + call + "\n";
+        }
+        return faults;
+    }
     // A security identifier as it lies in memory; the authority has six bytes.
-    static std::string MakeSid(const std::string& i_authority, const std::vector<DWORD>& i_subAuthorities);
+    static std::string MakeSid(const std::string& i_authority, const std::vector<DWORD>& i_subAuthorities) {
+        const auto* pBytes = reinterpret_cast<const char*>(i_subAuthorities.data());
+        return std::string{'\1', static_cast<char>(i_subAuthorities.size())} + i_authority +
+               std::string(pBytes, i_subAuthorities.size() * sizeof(DWORD));
+    }
 
     uint32_t m_nMaxToken = 64;
     std::string m_userSid = MakeSid({0, 0, 0, 0, 0, 5}, {18});
     std::vector<std::string> m_groupSids;
     std::u16string m_systemText = u"The fake failed. \r\n";  // what every error means; empty: no text
 
+    SECURITY_STATUS QuerySecurityPackageInfoW(SEC_WCHAR* i_pszPackage, PSecPkgInfoW* o_ppInfo) noexcept override {
+        const FakeAnswer answer = Begin("QuerySecurityPackageInfoW", Text(i_pszPackage));
+        if (answer.m_eHandle == FakeAnswer::kAlways) {
+            *o_ppInfo = new (MakeBlock("context buffer", sizeof(SecPkgInfoW))) SecPkgInfoW{};
+            (*o_ppInfo)->cbMaxToken = m_nMaxToken;
+        }
+        return answer.m_nStatus;
+    }
+    SECURITY_STATUS FreeContextBuffer(void* i_pvBuffer) noexcept override {
+        return Release("FreeContextBuffer", Value(i_pvBuffer), "context buffer", SEC_E_INVALID_HANDLE);
+    }
+    SECURITY_STATUS AcquireCredentialsHandleW(SEC_WCHAR* i_pszPrincipal, SEC_WCHAR* i_pszPackage, ULONG i_nUse,
+                                              void* i_pvLogonId, void* i_pvAuthData, SEC_GET_KEY_FN i_pfnGetKey,
+                                              void* i_pvArgument, PCredHandle o_pCredential,
+                                              PTimeStamp o_ptsExpiry) noexcept override {
+        const Lock lock(m_mutex);
+        std::string identity = "none";
+        if (const auto* pIdentity = static_cast<const SEC_WINNT_AUTH_IDENTITY_W*>(i_pvAuthData)) {
+            identity = Text(pIdentity->Domain, pIdentity->DomainLength) + "|" +
+                       Text(pIdentity->User, pIdentity->UserLength) + "|" +
+                       Text(pIdentity->Password, pIdentity->PasswordLength) + "|" + Number(pIdentity->Flags);
+        }
+        const bool bExtras = i_pvLogonId != nullptr || i_pfnGetKey != nullptr || i_pvArgument != nullptr;
+        const FakeAnswer answer =
+            Begin("AcquireCredentialsHandleW",
+                  Text(i_pszPrincipal) + ", " + Text(i_pszPackage) + ", use " + Number(i_nUse) + ", identity " +
+                      identity + (bExtras ? ", extras" : "") + (Self().m_bImpersonating ? ", impersonating" : ""));
+        if (answer.m_eHandle == FakeAnswer::kAlways) {
+            *o_pCredential = ToHandle(Make("credential"));
+            SetTime(answer.m_nExpiry, o_ptsExpiry);
+        }
+        return answer.m_nStatus;
+    }
+    SECURITY_STATUS FreeCredentialsHandle(PCredHandle i_pCredential) noexcept override {
+        return Release("FreeCredentialsHandle", Value(i_pCredential), "credential", SEC_E_INVALID_HANDLE);
+    }
+    SECURITY_STATUS InitializeSecurityContextW(PCredHandle i_pCredential, PCtxtHandle i_pContext,
+                                               SEC_WCHAR* i_pszTargetName, ULONG i_nRequirements, ULONG i_nReserved1,
+                                               ULONG i_nDataRepresentation, PSecBufferDesc i_pInput, ULONG i_nReserved2,
+                                               PCtxtHandle o_pNewContext, PSecBufferDesc io_pOutput,
+                                               ULONG* o_pnAttributes, PTimeStamp o_ptsExpiry) noexcept override {
+        const std::string arguments = ", target " + Text(i_pszTargetName) + ", flags " + Number(i_nRequirements) +
+                                      ", reserved " + Number(i_nReserved1) + Number(i_nReserved2) + ", drep " +
+                                      Number(i_nDataRepresentation) + ", input " + Describe(i_pInput, true);
+        return Step("InitializeSecurityContextW", arguments, {SEC_I_CONTINUE_NEEDED, "from client"}, i_pCredential,
+                    i_pContext, o_pNewContext, io_pOutput, o_pnAttributes, o_ptsExpiry);
+    }
+    SECURITY_STATUS AcceptSecurityContext(PCredHandle i_pCredential, PCtxtHandle i_pContext, PSecBufferDesc i_pInput,
+                                          ULONG i_nRequirements, ULONG i_nDataRepresentation, PCtxtHandle o_pNewContext,
+                                          PSecBufferDesc io_pOutput, ULONG* o_pnAttributes,
+                                          PTimeStamp o_ptsExpiry) noexcept override {
+        const std::string arguments = ", flags " + Number(i_nRequirements) + ", drep " + Number(i_nDataRepresentation) +
+                                      ", input " + Describe(i_pInput, true);
+        return Step("AcceptSecurityContext", arguments, {SEC_E_OK, "from server"}, i_pCredential, i_pContext,
+                    o_pNewContext, io_pOutput, o_pnAttributes, o_ptsExpiry);
+    }
+    SECURITY_STATUS QueryContextAttributesW(PCtxtHandle i_pContext, ULONG i_nAttribute,
+                                            void* o_pvBuffer) noexcept override {
+        const FakeAnswer answer = Begin("QueryContextAttributesW", Number(i_nAttribute));
+        if (!IsLive(Value(i_pContext), "context", "QueryContextAttributesW")) {
+            return SEC_E_INVALID_HANDLE;
+        }
+        if (answer.m_nStatus == SEC_E_OK && i_nAttribute == SECPKG_ATTR_LIFESPAN) {
+            SetTime(answer.m_nStart, &static_cast<SecPkgContext_Lifespan*>(o_pvBuffer)->tsStart);
+            SetTime(answer.m_nExpiry, &static_cast<SecPkgContext_Lifespan*>(o_pvBuffer)->tsExpiry);
+        }
+        return answer.m_nStatus;
+    }
+    SECURITY_STATUS ImpersonateSecurityContext(PCtxtHandle i_pContext) noexcept override {
+        return Switch("ImpersonateSecurityContext", Value(i_pContext), "context", true);
+    }
+    SECURITY_STATUS RevertSecurityContext(PCtxtHandle i_pContext) noexcept override {
+        return Switch("RevertSecurityContext", Value(i_pContext), "context", false);
+    }
+    SECURITY_STATUS DeleteSecurityContext(PCtxtHandle i_pContext) noexcept override {
+        return Release("DeleteSecurityContext", Value(i_pContext), "context", SEC_E_INVALID_HANDLE);
+    }
+    SECURITY_STATUS OpenContextToken(PCtxtHandle i_pContext, HANDLE* o_phToken) noexcept override {
+        const FakeAnswer answer = Begin("OpenContextToken", "");
+        return IsLive(Value(i_pContext), "context", "OpenContextToken") ? GiveToken(answer, o_phToken)
+                                                                        : SEC_E_INVALID_HANDLE;
+    }
+
+    BOOL OpenThreadToken(HANDLE i_hThread, DWORD i_nAccess, BOOL i_bOpenAsSelf, HANDLE* o_phToken) noexcept override {
+        const Lock lock(m_mutex);
+        const std::string arguments = std::string(i_hThread == GetCurrentThread() ? "this thread" : "?") + ", access " +
+                                      Number(i_nAccess) + (i_bOpenAsSelf != FALSE ? ", as self" : "");
+        FakeAnswer byItself;
+        byItself.m_nStatus = Self().m_bImpersonating ? 0 : Error(ERROR_NO_TOKEN);
+        return Finish(GiveToken(Begin("OpenThreadToken", arguments, byItself), o_phToken));
+    }
+    BOOL OpenProcessToken(HANDLE i_hProcess, DWORD i_nAccess, HANDLE* o_phToken) noexcept override {
+        const std::string process = i_hProcess == GetCurrentProcess() ? "this process" : "?";
+        return Finish(GiveToken(Begin("OpenProcessToken", process + ", access " + Number(i_nAccess)), o_phToken));
+    }
+    BOOL GetTokenInformation(HANDLE i_hToken, TOKEN_INFORMATION_CLASS i_eClass, void* o_pvBuffer, DWORD i_nLength,
+                             DWORD* o_pnRequiredLength) noexcept override {
+        const FakeAnswer answer = Begin("GetTokenInformation", Number(i_eClass) + ", length " + Number(i_nLength));
+        if (!IsLive(Value(i_hToken), "token", "GetTokenInformation")) {
+            return Finish(Error(ERROR_INVALID_HANDLE));
+        }
+        // The record, its elements, and behind them the identifiers to which they point.
+        const bool bGroups = i_eClass == TokenGroups;
+        const auto sids = bGroups ? m_groupSids : std::vector<std::string>{m_userSid};
+        size_t nAt = (bGroups ? offsetof(TOKEN_GROUPS, Groups) : 0) + sids.size() * sizeof(SID_AND_ATTRIBUTES);
+        size_t nRequired = nAt;
+        for (const std::string& sid : sids) {
+            nRequired += sid.size();
+        }
+        *o_pnRequiredLength = static_cast<DWORD>(nRequired);
+        if (answer.m_nStatus != 0 || nRequired > i_nLength) {
+            return Finish(answer.m_nStatus != 0 ? answer.m_nStatus : Error(ERROR_INSUFFICIENT_BUFFER));
+        }
+        auto* pGroups = static_cast<TOKEN_GROUPS*>(o_pvBuffer);
+        SID_AND_ATTRIBUTES* pElement = bGroups ? pGroups->Groups : &static_cast<TOKEN_USER*>(o_pvBuffer)->User;
+        if (bGroups) {
+            pGroups->GroupCount = static_cast<DWORD>(sids.size());
+        }
+        for (const std::string& sid : sids) {
+            pElement->Sid = std::memcpy(static_cast<std::byte*>(o_pvBuffer) + nAt, sid.data(), sid.size());
+            nAt += sid.size();
+            ++pElement;
+        }
+        return TRUE;
+    }
+    BOOL ImpersonateLoggedOnUser(HANDLE i_hToken) noexcept override {
+        return Finish(Switch("ImpersonateLoggedOnUser", Value(i_hToken), "token", true));
+    }
+    BOOL RevertToSelf() noexcept override { return Finish(Switch("RevertToSelf", 0, "", false)); }
+    BOOL CloseHandle(HANDLE i_hToken) noexcept override {
+        return Finish(Release("CloseHandle", Value(i_hToken), "token", Error(ERROR_INVALID_HANDLE)));
+    }
+    BOOL IsValidSid(PSID i_pSid) noexcept override {
+        return i_pSid != nullptr && static_cast<SID*>(i_pSid)->Revision == 1;
+    }
+    SID_IDENTIFIER_AUTHORITY* GetSidIdentifierAuthority(PSID i_pSid) noexcept override {
+        return &static_cast<SID*>(i_pSid)->IdentifierAuthority;
+    }
+    BYTE* GetSidSubAuthorityCount(PSID i_pSid) noexcept override {
+        return &static_cast<SID*>(i_pSid)->SubAuthorityCount;
+    }
+    DWORD* GetSidSubAuthority(PSID i_pSid, DWORD i_nIndex) noexcept override {
+        return static_cast<SID*>(i_pSid)->SubAuthority + i_nIndex;
+    }
+
+    HANDLE GetCurrentThread() noexcept override { return reinterpret_cast<HANDLE>(intptr_t{-2}); }
+    HANDLE GetCurrentProcess() noexcept override { return reinterpret_cast<HANDLE>(intptr_t{-1}); }
+    DWORD GetLastError() noexcept override {
+        const Lock lock(m_mutex);
+        return static_cast<DWORD>(Self().m_nLastError);
+    }
+    DWORD FormatMessageW(DWORD i_nFlags, const void*, DWORD, DWORD i_nLanguageId, WCHAR* o_pszBuffer, DWORD i_nSize,
+                         void*) noexcept override {
+        Begin("FormatMessageW",
+              "flags " + Number(i_nFlags) + ", language " + Number(i_nLanguageId) + ", size " + Number(i_nSize));
+        const std::u16string& text = m_systemText;
+        if (!text.empty()) {
+            const size_t nBytes = (text.size() + 1) * sizeof(WCHAR);
+            *reinterpret_cast<void**>(o_pszBuffer) =
+                std::memcpy(MakeBlock("local memory", nBytes), text.c_str(), nBytes);
+        }
+        return static_cast<DWORD>(text.size());
+    }
+    HLOCAL LocalFree(HLOCAL i_pvMemory) noexcept override {
+        return Release("LocalFree", Value(i_pvMemory), "local memory", 1) == 0 ? nullptr : i_pvMemory;
+    }
+    BOOL FileTimeToSystemTime(const FILETIME* i_pFileTime, SYSTEMTIME* o_pSystemTime) noexcept override {
+        const uint64_t nTime = (uint64_t{i_pFileTime->dwHighDateTime} << 32) | i_pFileTime->dwLowDateTime;
+        const FakeAnswer answer = Begin("FileTimeToSystemTime", Number(nTime));
+        const auto time =
+            std::chrono::sys_days(std::chrono::year(1601) / 1 / 1) + std::chrono::milliseconds(nTime / 10000);
+        const auto day = std::chrono::floor<std::chrono::days>(time);
+        const std::chrono::year_month_day date(day);
+        const std::chrono::hh_mm_ss clock(time - day);
+        *o_pSystemTime = {};
+        o_pSystemTime->wYear = static_cast<uint16_t>(int{date.year()});
+        o_pSystemTime->wMonth = static_cast<uint16_t>(unsigned{date.month()});
+        o_pSystemTime->wDay = static_cast<uint16_t>(unsigned{date.day()});
+        o_pSystemTime->wHour = static_cast<uint16_t>(clock.hours().count());
+        o_pSystemTime->wMinute = static_cast<uint16_t>(clock.minutes().count());
+        o_pSystemTime->wSecond = static_cast<uint16_t>(clock.seconds().count());
+        o_pSystemTime->wMilliseconds = static_cast<uint16_t>(clock.subseconds().count());
+        return Finish(nTime > uint64_t{INT64_MAX} ? Error(ERROR_INVALID_PARAMETER) : answer.m_nStatus);
+    }
+
 private:
-    class Calling;
-    std::unique_ptr<Calling> m_pCalling;
+    // The types of the same 16-bit unit differ between systems and records.
+    template <class Unit>
+    static std::string Text(const Unit* i_pText, size_t i_nLength) {
+        return i_pText == nullptr
+                   ? "none"
+                   : Harrowlib201::SWCharStringConv::ToUtf8(std::u16string(i_pText, i_pText + i_nLength));
+    }
+    template <class Unit>
+    static std::string Text(const Unit* i_pszText) {
+        return Text(i_pszText, i_pszText == nullptr ? 0 : std::char_traits<Unit>::length(i_pszText));
+    }
+
+    static std::string Number(uint64_t i_nValue) { return std::to_string(i_nValue); }
+
+    // An input as "[version:type:bytes]", an output as "[version:type:length]" with what is wrong about it.
+    static std::string Describe(const SecBufferDesc* i_pBuffers, bool i_bInput) {
+        if (i_pBuffers == nullptr) {
+            return "none";
+        }
+        std::string text = "[" + Number(i_pBuffers->ulVersion);
+        for (size_t i = 0; i < i_pBuffers->cBuffers; ++i) {
+            const SecBuffer& buffer = i_pBuffers->pBuffers[i];
+            const std::string bytes(static_cast<const char*>(buffer.pvBuffer), buffer.cbBuffer);
+            text += ":" + Number(buffer.BufferType) + ":" + (i_bInput ? bytes : Number(bytes.size()));
+            text += !i_bInput && bytes.find_first_not_of('\0') != std::string::npos ? " not zeroed" : "";
+        }
+        return text + "]";
+    }
+
+    // Either word of a handle may be zero, so each is, in turn.
+    static SecHandle ToHandle(uintptr_t i_nValue) {
+        SecHandle handle{};
+        (i_nValue % 2 != 0 ? handle.dwLower : handle.dwUpper) = i_nValue;
+        return handle;
+    }
+    static uintptr_t Value(const SecHandle* i_pHandle) { return i_pHandle->dwLower + i_pHandle->dwUpper; }
+    static uintptr_t Value(const void* i_pvPointer) { return reinterpret_cast<uintptr_t>(i_pvPointer); }
+
+    static void SetTime(int64_t i_nTime, PTimeStamp o_pTime) {
+        o_pTime->LowPart = static_cast<uint32_t>(i_nTime);
+        o_pTime->HighPart = static_cast<int32_t>(i_nTime >> 32);
+    }
+
+    static constexpr SECURITY_STATUS Error(DWORD i_nError) { return static_cast<SECURITY_STATUS>(i_nError); }
+
+    struct Live {
+        std::string m_kind;
+        std::unique_ptr<std::byte[]> m_pBlock;  // of memory that is handed out
+    };
+    struct Thread {
+        bool m_bImpersonating = false;
+        SECURITY_STATUS m_nLastError = 0;
+    };
+
+    Thread& Self() { return m_mapThreads[std::this_thread::get_id()]; }
+
+    // What a call is to do; whether it hands out what it makes is then decided.
+    FakeAnswer Begin(const std::string& i_call, const std::string& i_arguments, const FakeAnswer& i_byItself = {}) {
+        const Lock lock(m_mutex);
+        m_mapLogs[i_call].push_back(i_arguments);
+        FakeAnswer answer = i_byItself;
+        std::deque<FakeAnswer>& answers = m_mapAnswers[i_call];
+        if (!answers.empty()) {
+            answer = answers.front();
+            answers.pop_front();
+        }
+        if (answer.m_eHandle == FakeAnswer::kByStatus) {
+            const bool bGood = answer.m_nStatus == SEC_E_OK || answer.m_nStatus >= SEC_I_CONTINUE_NEEDED;
+            answer.m_eHandle = bGood ? FakeAnswer::kAlways : FakeAnswer::kNever;
+        }
+        return answer;
+    }
+    uintptr_t Make(const std::string& i_kind) {
+        const Lock lock(m_mutex);
+        m_mapLive[++m_nLastHandle].m_kind = i_kind;
+        return m_nLastHandle;
+    }
+    void* MakeBlock(const std::string& i_kind, size_t i_nBytes) {
+        const Lock lock(m_mutex);
+        auto pBlock = std::make_unique<std::byte[]>(i_nBytes);
+        void* pvBlock = pBlock.get();
+        m_mapLive[Value(pvBlock)] = {i_kind, std::move(pBlock)};
+        return pvBlock;
+    }
+    bool IsLive(uintptr_t i_nHandle, const std::string& i_kind, const std::string& i_use) {
+        const Lock lock(m_mutex);
+        const auto found = m_mapLive.find(i_nHandle);
+        const bool bLive = i_kind.empty() || (found != m_mapLive.end() && found->second.m_kind == i_kind);
+        m_faults += bLive ? "" : "not a live " + i_kind + ": " + i_use + "\n";
+        return bLive;
+    }
+    // Whatever the answer says: what was alive is given back.
+    SECURITY_STATUS Release(const std::string& i_call, uintptr_t i_nHandle, const std::string& i_kind,
+                            SECURITY_STATUS i_nNotLive) {
+        const Lock lock(m_mutex);
+        const FakeAnswer answer = Begin(i_call, "");
+        if (!IsLive(i_nHandle, i_kind, i_call)) {
+            return i_nNotLive;
+        }
+        m_mapLive.erase(i_nHandle);
+        return answer.m_nStatus;
+    }
+    BOOL Finish(SECURITY_STATUS i_nError) {
+        const Lock lock(m_mutex);
+        Self().m_nLastError = i_nError != 0 ? i_nError : Self().m_nLastError;
+        return i_nError == 0;
+    }
+    SECURITY_STATUS GiveToken(const FakeAnswer& i_answer, HANDLE* o_phToken) {
+        if (i_answer.m_eHandle == FakeAnswer::kAlways) {
+            *o_phToken = reinterpret_cast<HANDLE>(Make("token"));
+        }
+        return i_answer.m_nStatus;
+    }
+    // Puts the calling thread's identity on or off, unless the answer is a failure.
+    SECURITY_STATUS Switch(const std::string& i_call, uintptr_t i_nHandle, const std::string& i_kind,
+                           bool i_bImpersonatingAfter) {
+        const Lock lock(m_mutex);
+        FakeAnswer answer = Begin(i_call, "");
+        answer.m_nStatus = IsLive(i_nHandle, i_kind, i_call) ? answer.m_nStatus : SEC_E_INVALID_HANDLE;
+        Self().m_bImpersonating = answer.m_nStatus == SEC_E_OK ? i_bImpersonatingAfter : Self().m_bImpersonating;
+        return answer.m_nStatus;
+    }
+    SECURITY_STATUS Step(const std::string& i_call, const std::string& i_arguments, FakeAnswer i_first,
+                         PCredHandle i_pCredential, PCtxtHandle i_pContext, PCtxtHandle o_pNewContext,
+                         PSecBufferDesc io_pOutput, ULONG* o_pnAttributes, PTimeStamp o_ptsExpiry) {
+        const Lock lock(m_mutex);
+        const bool bFirst = i_pContext == nullptr;
+        const FakeAnswer answer =
+            Begin(i_call, (bFirst ? "first" : "later") + i_arguments + ", output " + Describe(io_pOutput, false),
+                  bFirst ? i_first : FakeAnswer());
+        if (!IsLive(Value(i_pCredential), "credential", i_call) ||
+            (!bFirst && !IsLive(Value(i_pContext), "context", i_call))) {
+            return SEC_E_INVALID_HANDLE;
+        }
+        if (bFirst && answer.m_eHandle == FakeAnswer::kAlways) {
+            *o_pNewContext = ToHandle(Make("context"));
+        }
+        SecBuffer& buffer = io_pOutput->pBuffers[0];
+        if (answer.m_output && answer.m_output->size() > buffer.cbBuffer) {
+            return SEC_E_BUFFER_TOO_SMALL;
+        }
+        if (answer.m_output) {
+            std::copy(answer.m_output->begin(), answer.m_output->end(), static_cast<char*>(buffer.pvBuffer));
+            buffer.cbBuffer = static_cast<ULONG>(answer.m_output->size());
+        }
+        *o_pnAttributes = 0;
+        SetTime(answer.m_nExpiry, o_ptsExpiry);
+        return answer.m_nStatus;
+    }
+
+    mutable std::recursive_mutex m_mutex;
+    uintptr_t m_nLastHandle = 0x1000;
+    std::map<uintptr_t, Live> m_mapLive;
+    std::map<std::thread::id, Thread> m_mapThreads;
+    std::map<std::string, std::deque<FakeAnswer>> m_mapAnswers;
+    std::map<std::string, std::vector<std::string>> m_mapLogs;
+    std::string m_faults;
 };
 
 }  // namespace morwen

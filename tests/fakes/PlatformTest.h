@@ -24,7 +24,7 @@ protected:
         SSOHandlerFactory::instance()->ReleaseHandlers();
         Platform::Install({});
         EXPECT_EQ(m_fake.Faults(), "");
-        EXPECT_EQ(m_trace.UnexpectedAssertions(), "");
+        EXPECT_TRUE(m_trace.Said({}));
     }
 
     FakePlatform m_fake;
@@ -66,7 +66,7 @@ public:
         uint32_t m_nType;
         const char16_t* m_pszValue;
     };
-    Chain(std::initializer_list<Element> i_elements) {
+    explicit Chain(const std::vector<Element>& i_elements) {
         m_elements.reserve(i_elements.size());
         for (const Element& element : i_elements) {
             m_elements.push_back({Host(element.m_pszKey), element.m_nType, Host(element.m_pszValue), nullptr});
@@ -85,7 +85,7 @@ private:
 
 // What a client's login needs.
 inline const Chain& SpnChain() {
-    static const Chain s_chain = {{u"SI_SERVER_SSPI_SPN", SSO_PARAMETER_STRING, u"http/server"}};
+    static const Chain s_chain({{u"SI_SERVER_SSPI_SPN", SSO_PARAMETER_STRING, u"http/server"}});
     return s_chain;
 }
 

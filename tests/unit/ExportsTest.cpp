@@ -1,0 +1,250 @@
+// Whole logins through the exports, and the sessions behind them.
+#include <thread>
+
+#include "fakes/PlatformTest.h"
+#include "handlers/kerberos/KerberosSSPIHandler.h"
+#include "sessions/SessionCache.h"
+
+namespace morwen {
+namespace {
+
+using Harrowlib201::MakeCounted;
+using Key = std::u16string;
+
+class ExportsTest : public PlatformTest {
+protected:
+    void SetUp() override {
+        PlatformTest::SetUp();
+        EXPECT_EQ(SSOInitPackage(), 0U);
+        SetCaching(false);
+    }
+    void TearDown() override {
+        EXPECT_EQ(SSOTermPackage(), 0U);
+        PlatformTest::TearDown();
+    }
+
+    static void SetCaching(bool i_bOn) {
+        EXPECT_EQ(SSOInitProvider(Host(u"SSPI"), Chain({{u"SI_CACHE_SECCONTEXT", 3, i_bOn ? u"1" : u"0"}})), 0U);
+    }
+
+    // What the host holds after a call; given back at its end.
+    struct Outputs {
+        ~Outputs() {
+            SSOFreeBuffer(m_pvBuffer);
+            SSOFreeString(m_pszKey);
+            SSOFreeParameters(m_pInformation);
+        }
+        // The code, the key ("#" for that of a session, which goes to o_key) and the token.
+        std::string Result(uint32_t i_nCode, Key& o_key) const {
+            std::string key = Utf8(m_pszKey);
+            if (i_nCode == SSO_CONTINUE && key.find_first_not_of("0123456789") == std::string::npos) {
+                o_key.assign(m_pszKey, m_pszKey + key.size());
+                key = "#";
+            }
+            EXPECT_EQ(m_pvBuffer == nullptr, m_nLength == 0);
+            const auto* pText = static_cast<const char*>(m_pvBuffer);
+            return std::to_string(i_nCode) + "|" + key + "|" + std::string(pText, pText + m_nLength);
+        }
+        void* m_pvBuffer = nullptr;
+        SSOLength m_nLength = 0;
+        SSOChar* m_pszKey = nullptr;
+        ParasSeq* m_pInformation = nullptr;
+    };
+    static std::string Start(Key& o_key, const ParasSeq* i_pParameters = SpnChain()) {
+        Outputs out;
+        return out.Result(SSOStartLogin(nullptr, nullptr, Host(u"SSPI"), i_pParameters, &out.m_pszKey, &out.m_pvBuffer,
+                                        &out.m_nLength),
+                          o_key);
+    }
+    static std::string Continue(Key i_key, const std::string& i_token) {
+        Outputs out;
+        return out.Result(SSOContinueLogin(Host(i_key.c_str()), i_token.data(), static_cast<SSOLength>(i_token.size()),
+                                           &out.m_pvBuffer, &out.m_nLength),
+                          i_key);
+    }
+    static std::string Accept(Key& io_key, const std::string& i_token, bool i_bInformation = false) {
+        Outputs out;
+        const void* pvToken = i_token.empty() ? nullptr : i_token.data();
+        const std::string result =
+            out.Result(SSOAcceptLogin(Host(u"SSPI"), Host(io_key.c_str()), pvToken,
+                                      static_cast<SSOLength>(i_token.size()), &out.m_pvBuffer, &out.m_nLength,
+                                      i_bInformation ? &out.m_pInformation : nullptr, &out.m_pszKey),
+                       io_key);
+        return result + (out.m_pInformation != nullptr ? "|" + Utf8(out.m_pInformation->next->value) : "");
+    }
+    // The calling thread's record, "none" if there is none.
+    static std::string Record(uint32_t i_nCode = SSO_ERROR) {
+        SSOError* pError = nullptr;
+        const bool bFound = SSOGetError(i_nCode, &pError) == SSO_OK;
+        EXPECT_EQ(bFound, pError != nullptr);
+        const std::string text =
+            bFound ? std::to_string(pError->errCode) + "/" + std::to_string(pError->messageId) : "none";
+        SSOFreeError(pError);
+        return text;
+    }
+    testing::AssertionResult SessionsLeft(const std::string& i_count) {
+        EXPECT_EQ(SSOTermPackage(), 0U);
+        EXPECT_EQ(SSOInitPackage(), 0U);
+        return m_trace.Said(
+            {"SessionCache::~SessionCache() -- Shutting down with " + i_count + " partially formed sess"});
+    }
+};
+
+TEST_F(ExportsTest, LoginsOfBothSides) {
+    Key client, server;
+    EXPECT_EQ(Start(client), "1|#|from client");
+    EXPECT_EQ(Accept(server, "from client", true), "1|#|from server|S-1-5-18");
+    EXPECT_EQ(Continue(client, "from server"), "0|null|");
+    EXPECT_EQ(Accept(server, "", true), "2|DUMMY_KEY__CACHING_IS_OFF||S-1-5-18");
+    EXPECT_TRUE(m_trace.Said({"SessionManager::GenerateClientContext() -- SSO Provider from cache is SSPI",
+                              "SessionManager::CopyToExternalBuffer() -- Zero-length source specified.",
+                              "SessionManager::GenerateServerContext() -- returning 2"}));
+    m_fake.Script("InitializeSecurityContextW", {SEC_E_OK, "at once"});
+    EXPECT_EQ(Start(client), "0|DUMMY_KEY|at once");
+    m_fake.Script("AcceptSecurityContext", {SEC_I_COMPLETE_NEEDED, "t"});
+    server = u"12345";  // an unknown key begins a login
+    EXPECT_EQ(Accept(server, "x"), "2|DUMMY_KEY__CACHING_IS_OFF|t");
+    EXPECT_TRUE(SessionsLeft("0"));
+    SetCaching(true);
+    server.clear();
+    EXPECT_EQ(Accept(server, "x"), "1|#|from server");
+    EXPECT_EQ(Accept(server, ""), "101|null|");  // keeping contexts is not offered
+}
+
+TEST_F(ExportsTest, FailedStepsKeepOnlyWhatTheHostCanName) {
+    const FakeAnswer broken = {SEC_E_INVALID_TOKEN, "junk", FakeAnswer::kAlways};
+    Key client, server, junk = u"abc";
+    m_fake.Script("InitializeSecurityContextW", broken);
+    m_fake.Script("AcceptSecurityContext", broken);
+    EXPECT_EQ(Start(client) + Accept(server, "x", true), "100|null|100|null|");
+    m_fake.Script("AcquireCredentialsHandleW", {SEC_E_NO_CREDENTIALS});
+    EXPECT_EQ(Start(client), "100|null|");
+    EXPECT_EQ(Record(), "100/61215");
+    EXPECT_EQ(Start(client, nullptr), "100|null|");
+    EXPECT_EQ(Record(), "100/61214");
+    EXPECT_EQ(Record(), "none");
+    m_fake.Script("GetTokenInformation", {5});
+    EXPECT_EQ(Accept(server, "x", true), "100|null|");
+    EXPECT_EQ(Continue(u"1", "x"), "100|null|");
+    EXPECT_TRUE(m_trace.Said({"GenerateClientContext() -- Could not determine SSOProvider: No cached session!"}));
+    EXPECT_EQ(Continue(u"", "x") + Continue(junk, "x") + Accept(junk, "x"), "100|null|100|null|100|null|");
+    EXPECT_TRUE(SessionsLeft("0"));
+
+    EXPECT_EQ(Start(client) + Accept(server, "x"), "1|#|from client1|#|from server");
+    m_fake.Script("InitializeSecurityContextW", broken);
+    m_fake.Script("AcceptSecurityContext", broken);
+    EXPECT_EQ(Continue(client, "forged") + Accept(server, "forged"), "100|null|100|null|");
+    EXPECT_EQ(Continue(client, "genuine"), "0|null|");
+    EXPECT_EQ(Continue(client, "again"), "100|null|");
+    EXPECT_TRUE(SessionsLeft("1"));
+}
+
+TEST_F(ExportsTest, OutputsThatHoldSomethingAreReported) {
+    Outputs out;
+    SSOChar aText[1] = {};
+    auto* pError = reinterpret_cast<SSOError*>(&out);
+    SSOChar* pszText = aText;
+    out.m_pszKey = aText;
+    out.m_pvBuffer = aText;
+    EXPECT_EQ(
+        SSOStartLogin(nullptr, nullptr, Host(u"SSPI"), SpnChain(), &out.m_pszKey, &out.m_pvBuffer, &out.m_nLength), 1U);
+    EXPECT_TRUE(
+        m_trace.Said({"StartLogin() -- Non-NULL value passed in; could be leaking memory! (*o_ppvBuffer == NULL)",
+                      "could be leaking memory! (*o_ppSessionKey == NULL)"}));
+    EXPECT_EQ(SSOGetError(0, &pError) + SSOGetMessageContent(1, &pszText), 200U);
+    EXPECT_TRUE(pError == nullptr && pszText == nullptr && out.m_pszKey != aText);
+    EXPECT_TRUE(m_trace.Said({"GetError() -- Assigning error to a non-NULL object; possible memory leak!",
+                              "GetErrorMessage() -- Assigning error message to a non-NULL string; possible memory"}));
+    EXPECT_EQ(SSOStartLogin(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr), 100U);
+    EXPECT_TRUE(m_trace.Said({"o_ppvBuffer", "o_pnBufferLength", "o_ppSessionKey",
+                              "SSOImpl::StartLogin() -- NULL pointer for returning data!"}));
+    EXPECT_EQ(SSOContinueLogin(nullptr, nullptr, 0, &out.m_pvBuffer, &out.m_nLength), 100U);
+    EXPECT_TRUE(m_trace.Said({"i_pvBuffer", "i_nBufferLength > 0", "i_pSessionKey", "ContinueLogin() -- Bad param"}));
+}
+
+TEST_F(ExportsTest, CurrentIdentityIsKeptNowhere) {
+    SSOChar* pszKey = nullptr;
+    EXPECT_EQ(SSOAcquireCurrentSecurityContext(Host(u"SSPI"), nullptr, &pszKey), 100U);
+    EXPECT_TRUE(m_trace.Said({"AcquireCurrentContext() -- Caching is turned off.  No sense in continuing!"}));
+    SetCaching(true);
+    EXPECT_EQ(SSOAcquireCurrentSecurityContext(Host(u"SSPI"), nullptr, &pszKey), 101U);
+    EXPECT_EQ(pszKey, nullptr);
+    EXPECT_TRUE(SessionsLeft("0"));
+}
+
+TEST_F(ExportsTest, ThePackageCountsItsUsers) {
+    Key key;
+    Outputs out;
+    EXPECT_EQ(SSOInitPackage(), 0U);
+    EXPECT_TRUE(m_trace.Said({"SSOImpl::Initialize() -- Already initialized; incrementing refcount (2)"}));
+    EXPECT_EQ(SSOTermPackage(), 0U);
+    EXPECT_EQ(
+        SSOStartLogin(nullptr, nullptr, Host(u"SSPI"), SpnChain(), &out.m_pszKey, &out.m_pvBuffer, &out.m_nLength), 1U);
+    EXPECT_EQ(SSOTermPackage(), 0U);
+    EXPECT_EQ(Start(key), "100|null|");
+    EXPECT_EQ(SSOTermPackage(), 0U);
+    EXPECT_TRUE(m_trace.Said({"SSOImpl::Shutdown() -- Called more times than Initialize()!", "m_nInitRefcount > 0"}));
+    EXPECT_EQ(SSOFreeBuffer(out.m_pvBuffer), 0U);  // not freed yet: the package is not started
+    EXPECT_EQ(SSOInitPackage(), 0U);
+    EXPECT_TRUE(m_trace.Said({"SSOImpl::Initialize() -- Successfully initialized.  Refcount is now 1"}));
+    EXPECT_EQ(Record(), "none");
+}
+
+TEST_F(ExportsTest, ManyThreadsLogOn) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i) {
+        threads.emplace_back([] {
+            for (int j = 0; j < 20; ++j) {
+                Key client, server;
+                EXPECT_EQ(Start(client), "1|#|from client");
+                EXPECT_EQ(Accept(server, "from client"), "1|#|from server");
+                EXPECT_EQ(Continue(client, "from server"), "0|null|");
+                EXPECT_EQ(Continue(client, "x"), "100|null|");
+                SetCaching(false);
+                EXPECT_EQ(Accept(server, ""), "2|DUMMY_KEY__CACHING_IS_OFF|");
+                EXPECT_EQ(Record(), "100/42254");
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_TRUE(SessionsLeft("0"));
+}
+
+// ---- The sessions' own classes ----
+
+class NoSessions : public KerberosSSPIHandler {
+    SSOSessionPtr CreateSession(const ParasSeq*) override { return nullptr; }
+};
+
+using SessionsTest = PlatformTest;
+
+TEST_F(SessionsTest, SessionsByIdentifier) {
+    const SSOHandlerPtr pHandler = MakeCounted<KerberosSSPIHandler>();
+    auto pCache = std::make_unique<SessionCache>();
+    const SSOSessionPtr pSession = pCache->CreateSession(pHandler, nullptr);
+    const auto identifier = pSession->GetIdentifier();
+    EXPECT_EQ(Utf8(identifier.ToString()), std::to_string(reinterpret_cast<uintptr_t>(pSession.get())));
+    EXPECT_TRUE(SSOSession::SessionIdentifier(identifier.ToString()) == identifier);
+    EXPECT_TRUE(pCache->GetSession(identifier) == pSession);
+    pCache->ReleaseSession(identifier);
+    EXPECT_FALSE(pCache->GetSession(identifier));
+    pCache->ReleaseSession(identifier);
+    pCache->CreateSession(pHandler, nullptr);
+    pCache->CreateSession(pHandler, nullptr);
+    EXPECT_EQ(Thrown([&] { return pCache->CreateSession(MakeCounted<NoSessions>(), nullptr); }), "100/42254");
+    pCache.reset();
+    EXPECT_TRUE(m_trace.Said({"SessionCache::GetSession() -- No session found for key",
+                              "SessionCache::ReleaseSession() -- No session found for key",
+                              "SessionCache::CreateSession() -- NULL Session object returned!",
+                              "SessionCache::CreateSession() -- Could not create a new session object!",
+                              "Shutting down with 2 partially formed sessions in cache."}));
+    for (const char16_t* pszKey : {u"", u"abc", u"-1", u"18446744073709551616"}) {
+        EXPECT_EQ(Thrown([=] { return SSOSession::SessionIdentifier(SWCharString(pszKey)); }), "100/42254");
+        EXPECT_TRUE(m_trace.Said({"Could not convert " + Utf8(SWCharString(pszKey)) + " to a number."}));
+    }
+}
+
+}  // namespace
+}  // namespace morwen

@@ -1,0 +1,250 @@
+// The steps of a Kerberos login, and who logged on.
+#include "fakes/PlatformTest.h"
+#include "handlers/kerberos/KerberosSSPIHandler.h"
+#include "handlers/kerberos/LogonInformation.h"
+
+namespace morwen {
+namespace {
+
+using Harrowlib201::MakeCounted;
+using Texts = std::vector<std::string>;
+
+class OtherSession : public SSOSession {
+public:
+    OtherSession() : SSOSession(nullptr) {}
+    StaticTokenPtr GetStaticToken() override { return {}; }
+};
+class OtherCredentials : public SSOCredentials {};
+
+class PoorHandler : public KerberosSSPIHandler {
+    uint8_t* AllocateBuffer(uint64_t) override { throw SSOException(SSOException::OutOfMemory()); }
+};
+
+class HandshakeTest : public PlatformTest {
+protected:
+    void SetUp() override {
+        PlatformTest::SetUp();
+        m_pHandler = MakeCounted<KerberosSSPIHandler>();
+    }
+
+    // One step: what it returns or throws, and "=token" when it handed out a buffer, which is given back.
+    std::string Step(bool i_bClient, const SSOSessionPtr& i_pSession, const char* i_pszInput, uint64_t i_nLength,
+                     SSOCredentialsPtr i_pCredentials = nullptr) {
+        if (!i_pCredentials) {
+            i_pCredentials = m_pHandler->CreateCredentials({}, {}, SSOHandler::kBoth);
+        }
+        uint8_t aStale[1];
+        uint8_t* pvOutput = aStale;
+        uint64_t nOutput = 77;
+        const auto* pvInput = reinterpret_cast<const uint8_t*>(i_pszInput);
+        uint32_t nResult = 0;
+        std::string text = Thrown([&] {
+            nResult = i_bClient ? m_pHandler->InitializeContext(i_pCredentials, i_pSession, pvInput, i_nLength,
+                                                                &pvOutput, &nOutput)
+                                : m_pHandler->AcceptContext(i_pCredentials, i_pSession, pvInput, i_nLength, &pvOutput,
+                                                            &nOutput, m_bWantInformation, m_information);
+            return nResult;
+        });
+        text = text.empty() ? std::to_string(nResult) : text;
+        if (pvOutput != nullptr) {
+            text += "=" + std::string(pvOutput, pvOutput + nOutput);
+            m_pHandler->FreeBuffer(pvOutput);
+        }
+        return text;
+    }
+    std::string Step(bool i_bClient, const SSOSessionPtr& i_pSession, const std::string& i_input) {
+        return Step(i_bClient, i_pSession, i_input.data(), i_input.size());
+    }
+    std::string Information() const {
+        SString ssUser(u"none");
+        SString ssGroups(u"none");
+        m_information.GetParameter(u"SSPI_USER_SID", ssUser);
+        m_information.GetParameter(u"SSPI_USER_GROUP_SIDS", ssGroups);
+        return Utf8(ssUser) + " " + Utf8(ssGroups);
+    }
+    SSOSessionPtr Session() { return m_pHandler->CreateSession(SpnChain()); }
+
+    Harrowlib201::CSmartRefCountPtr<KerberosSSPIHandler> m_pHandler;
+    bool m_bWantInformation = false;
+    Parameters m_information;
+};
+
+TEST_F(HandshakeTest, RoundsOfBothSides) {
+    for (const bool bClient : {true, false}) {
+        const std::string call = bClient ? "InitializeSecurityContextW" : "AcceptSecurityContext";
+        m_fake.Script(call, {SEC_I_CONTINUE_NEEDED, "one"});
+        m_fake.Script(call, {SEC_I_CONTINUE_NEEDED, std::nullopt});  // the package does not touch the output
+        m_fake.Script(call, {SEC_E_OK, ""});
+        const SSOSessionPtr pSession = Session();
+        EXPECT_EQ(Step(bClient, pSession, "a"), "1=one");
+        EXPECT_EQ(Step(bClient, pSession, "bc"), "1=" + std::string(64, '\0'));
+        EXPECT_EQ(Step(bClient, pSession, "def"), bClient ? "0=" : "1=");
+        const std::string fixed =
+            bClient ? ", target http/server, flags 3, reserved 00, drep 16, input " : ", flags 2, drep 16, input ";
+        EXPECT_EQ(m_fake.Log(call), (Texts{"first" + fixed + (bClient ? "none" : "[0:2:a]") + ", output [0:2:64]",
+                                           "later" + fixed + "[0:2:bc], output [0:2:64]",
+                                           "later" + fixed + "[0:2:def], output [0:2:64]"}));
+        EXPECT_TRUE(m_trace.Said({bClient ? "ssoplugin: KerberosSSPIHandler::InitializeContext() -- Pass 2" : ""}));
+        EXPECT_TRUE(bClient || Step(bClient, pSession, nullptr, 0) == "2");
+    }
+}
+
+TEST_F(HandshakeTest, EveryStatusOfEachSide) {
+    const std::string failure = "InitializeContext() -- Failure in InitializeSecurityContext(). Error ";
+    const struct {
+        SECURITY_STATUS m_nStatus;
+        std::string m_client, m_clientSays, m_server, m_serverSays;
+    } aCases[] = {
+        {SEC_E_OK, "0", "", "1", ""},
+        {SEC_I_CONTINUE_NEEDED, "1", "", "1", ""},
+        {SEC_I_COMPLETE_NEEDED, "100/42254", failure + "590611: The fake failed.", "0", ""},
+        {SEC_I_COMPLETE_AND_CONTINUE, "100/42254", failure, "0", ""},
+        {SEC_E_LOGON_DENIED, "3/50054", "Context() -- Logon denied.", "3/61215", "AcceptContext() -- Logon denied."},
+        {SEC_E_WRONG_PRINCIPAL, "100/61214", "Mutual authentication failed.", "100/42254", ""},
+        {SEC_E_INSUFFICIENT_MEMORY, "100/42254", failure, "106/42502", "AcceptContext() -- Out of memory!"},
+        {SECURITY_STATUS{0x00090320}, "100/42254", failure, "100/42254", ""},
+    };
+    for (const auto& test : aCases) {
+        SCOPED_TRACE(test.m_nStatus);
+        // A failing package may make a context and a token all the same; neither is lost.
+        m_fake.Script("InitializeSecurityContextW", {test.m_nStatus, "t", FakeAnswer::kAlways});
+        m_fake.Script("AcceptSecurityContext", {test.m_nStatus, "t", FakeAnswer::kAlways});
+        EXPECT_EQ(Step(true, Session(), ""), test.m_client + "=t");
+        EXPECT_TRUE(m_trace.Said({test.m_clientSays}));
+        const SSOSessionPtr pServer = Session();
+        EXPECT_EQ(Step(false, pServer, "x"), test.m_server + "=t");
+        EXPECT_TRUE(m_trace.Said({test.m_serverSays}));
+        // Nothing more from the client ends a login that is complete, and no other.
+        EXPECT_EQ(Step(false, pServer, nullptr, 0), test.m_nStatus == SEC_E_OK ? "2" : "100/42254");
+    }
+}
+
+TEST_F(HandshakeTest, BadArgumentsNeverReachThePackage) {
+    const SSOSessionPtr pClient = Session();
+    EXPECT_EQ(Step(true, pClient, ""), "1=from client");
+    for (const bool bClient : {true, false}) {
+        const std::string prefix = bClient ? "InitializeContext() -- " : "AcceptContext() -- ";
+        EXPECT_EQ(Step(bClient, MakeCounted<OtherSession>(), "x"), "100/42254");
+        EXPECT_TRUE(m_trace.Said({prefix + "Wrong type of SSOSessionPtr passed in."}));
+        EXPECT_EQ(Step(bClient, Session(), "x", 1, MakeCounted<OtherCredentials>()), "100/42254");
+        EXPECT_TRUE(m_trace.Said({prefix + "Wrong type of SSOCredentialsPtr passed in."}));
+        for (const auto& [pszInput, nLength] :
+             {std::pair<const char*, uint64_t>{nullptr, 1}, {"x", 0}, {"x", 1ULL << 32}}) {
+            EXPECT_EQ(Step(bClient, bClient ? pClient : Session(), pszInput, nLength).substr(0, 9), "100/42254");
+        }
+        EXPECT_TRUE(m_trace.Said({prefix + "NULL input buffer", prefix + "0-length input buffer"}));
+    }
+    EXPECT_EQ(Step(true, m_pHandler->CreateSession(nullptr), ""), "100/61214");  // and no buffer
+    EXPECT_TRUE(m_trace.Said({"KerberosSSPIHandler::InitializeContext() -- Missing SPN!"}));
+    EXPECT_EQ(Step(false, Session(), nullptr, 0), "100/42254");  // the first pass needs a token
+    EXPECT_TRUE(m_trace.Said({"NULL input buffer. (i_pvBuffer)", "0-length input buffer.. (i_nBufferSize)"}));
+    EXPECT_EQ(m_fake.Log("InitializeSecurityContextW").size() + m_fake.Log("AcceptSecurityContext").size(), 1U);
+}
+
+TEST_F(HandshakeTest, Buffers) {
+    m_pHandler->FreeBuffer(nullptr);
+    EXPECT_TRUE(m_trace.Said({"KerberosSSPIHandler::FreeBuffer() -- input buffer is NULL"}));
+    EXPECT_EQ(Thrown([&] { return m_pHandler->AllocateBuffer(UINT64_MAX / 4); }), "106/42502");
+    EXPECT_TRUE(m_trace.Said({"KerberosSSPIHandler::AllocateBuffer() -- Out of memory. (pvBuff)"}));
+    m_pHandler = MakeCounted<PoorHandler>();
+    EXPECT_EQ(Step(true, Session(), ""), "106/42502");
+    EXPECT_TRUE(m_trace.Said({"KerberosSSPIHandler::InitializeContext() -- Out of memory"}));
+    EXPECT_EQ(Step(false, Session(), "x"), "106/42502");
+    EXPECT_TRUE(m_trace.Said({"KerberosSSPIHandler::AcceptContext() -- Out of memory"}));
+}
+
+// ---- Who logged on ----
+
+TEST_F(HandshakeTest, LogonInformationOnEveryWay) {
+    using Answers = std::vector<std::pair<const char*, SECURITY_STATUS>>;
+    constexpr SECURITY_STATUS kNo = SEC_E_UNSUPPORTED_FUNCTION;
+    const auto nShort = static_cast<SECURITY_STATUS>(ERROR_INSUFFICIENT_BUFFER);
+    const Answers::value_type ask = {"OpenContextToken", kNo};  // only an impersonating thread can be asked
+    const Answers::value_type noThread = {"OpenThreadToken", 5};
+    const Answers::value_type noInformation = {"GetTokenInformation", 5};
+    const Answers::value_type tooShort = {"GetTokenInformation", nShort};
+    const Answers::value_type noRevert = {"RevertSecurityContext", kNo};
+    const Answers::value_type noSelf = {"RevertToSelf", 5};
+    const std::string tooSmall = "dwRequiredBufferSize > SSPI_DEFAULT_USER_DATA_BUFFER_SIZE";
+    const struct {
+        Answers m_answers;
+        std::string m_result, m_says;
+        std::string m_switches;  // how often impersonated, reverted, reverted to self, closed
+    } aCases[] = {
+        {{}, "1", "GetLogonInformation() -- User's SID is S-1-5-18", "0001"},
+        {{ask}, "1", "GetLogonInformation() -- Group's SID is S-1-5-32", "1101"},
+        {{{"OpenContextToken", 5}}, "100/42254", "OpenContextToken() failed: Error 5: The fake failed.", "0000"},
+        {{ask, {"ImpersonateSecurityContext", kNo}}, "100/61212", "Could not impersonate.", "1000"},
+        {{ask, noThread}, "100/42254", "OpenThreadToken() failed: Error 5: The fake failed.", "1100"},
+        {{ask, noInformation}, "100/42254", "GetTokenInformation failed (first try).", "1101"},
+        {{{"GetTokenInformation", 0}, noInformation}, "100/42254", "(first try).", "0001"},
+        {{tooShort}, "1", tooSmall, "0001"},
+        {{ask, tooShort, noInformation}, "100/42254", tooSmall, "1101"},
+        {{ask, noRevert, {"CloseHandle", 5}}, "1", "CloseHandle(hUser)", "1111"},
+        {{ask, noRevert, noSelf}, "100/61212", "RevertToSelf()", "1111"},
+        {{ask, noInformation, noRevert, noSelf}, "100/61212", "RevertToSelf()", "1111"},
+        {{ask, noThread, noRevert, noSelf}, "100/61212", "RevertToSelf()", "1110"},
+    };
+    m_bWantInformation = true;
+    m_fake.m_groupSids = Texts(2, FakePlatform::MakeSid({0, 0, 0, 0, 0, 5}, {32}));
+    for (const auto& test : aCases) {
+        SCOPED_TRACE(&test - aCases);
+        for (const auto& [pszCall, nStatus] : test.m_answers) {
+            m_fake.Script(pszCall, {nStatus});
+        }
+        const auto count = [this] {
+            return 1000 * m_fake.Log("ImpersonateSecurityContext").size() +
+                   100 * m_fake.Log("RevertSecurityContext").size() + 10 * m_fake.Log("RevertToSelf").size() +
+                   m_fake.Log("CloseHandle").size();
+        };
+        const size_t nBefore = count();
+        m_information = Parameters();
+        EXPECT_EQ(Step(false, Session(), "x"), test.m_result + "=from server");
+        EXPECT_EQ(count() - nBefore, std::stoul(test.m_switches));
+        EXPECT_TRUE(m_trace.Said({test.m_says}));
+        EXPECT_EQ(m_fake.IsImpersonating(), test.m_says == "RevertToSelf()");
+        Platform::Tokens().RevertToSelf();
+        EXPECT_EQ(Information(), test.m_result == "1" ? "S-1-5-18 S-1-5-32;S-1-5-32;" : "none none");  // all or nothing
+    }
+    EXPECT_EQ(m_fake.Log("OpenThreadToken").front(), "this thread, access 8, as self");
+    m_fake.Script("OpenContextToken", {SEC_E_OK, "", FakeAnswer::kNever});
+    EXPECT_EQ(Step(false, Session(), "x"), "100/42254=from server");
+    EXPECT_TRUE(m_trace.Said({"hUser"}));
+}
+
+TEST_F(HandshakeTest, LogonInformationOfAnySize) {
+    m_bWantInformation = true;
+    EXPECT_EQ(Step(false, Session(), "x"), "1=from server");
+    EXPECT_EQ(Information(), "S-1-5-18 ");
+    m_fake.m_groupSids = Texts(200, m_fake.m_userSid);  // more than the first buffer holds
+    EXPECT_EQ(Step(false, Session(), "x"), "1=from server");
+    EXPECT_EQ(m_fake.Log("GetTokenInformation").back(), "2, length 5608");
+    EXPECT_EQ(Information().size(), 9U + 1800U);
+    m_fake.m_userSid[0] = 2;  // no such revision
+    EXPECT_EQ(Step(false, Session(), "x"), "100/42254=from server");
+}
+
+TEST_F(HandshakeTest, SidsAsText) {
+    const std::vector<DWORD> many(20, 4294967295U);
+    std::string text;
+    for (size_t i = 0; i < many.size(); ++i) {
+        text += "-4294967295";
+    }
+    const std::pair<std::string, std::string> aCases[] = {
+        {FakePlatform::MakeSid({0, 0, 0, 0, 0, 0}, {}), "S-1-0"},
+        {FakePlatform::MakeSid({1, 2, 3, 4, 5, 6}, {7, 8}), "S-1-0x010203040506-7-8"},
+        {FakePlatform::MakeSid({0, '\xAB', 0, 0, 0, 1}, {0}), "S-1-0x00ab00000001-0"},
+        {FakePlatform::MakeSid({0, 0, '\xFF', '\xFE', 3, 4}, {1}), "S-1-4294836996-1"},
+        {FakePlatform::MakeSid({0, 0, 0, 0, 0, 5}, {many.begin(), many.begin() + 15}), "S-1-5" + text.substr(0, 165)},
+        {FakePlatform::MakeSid({0, 0, 0, 0, 0, 5}, many), "S-1-5" + text},
+    };
+    for (auto [sid, expected] : aCases) {
+        SWCharString ssText;
+        SIDToSString(sid.data(), ssText);
+        EXPECT_EQ(Utf8(ssText), expected);
+        EXPECT_EQ(m_trace.Contains("SIDToSString() -- Buffer too small.  Reallocating."), expected.size() > 210);
+    }
+}
+
+}  // namespace
+}  // namespace morwen
