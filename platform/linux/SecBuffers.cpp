@@ -9,6 +9,10 @@ namespace morwen {
 
 namespace {
 
+// More than a ticket and delegated tickets can take together. What claims to be longer is not looked at: a host may
+// have passed on a length that its peer has made up.
+constexpr uint32_t kMostInputBytes = 1U << 20;
+
 SecBuffer* TokenBuffer(const SecBufferDesc* i_pBuffers) {
     if (i_pBuffers == nullptr || i_pBuffers->ulVersion != SECBUFFER_VERSION || i_pBuffers->pBuffers == nullptr) {
         return nullptr;
@@ -26,6 +30,9 @@ std::span<const uint8_t> InputToken(const SecBufferDesc* i_pInput) {
     const SecBuffer* const pBuffer = TokenBuffer(i_pInput);
     if (pBuffer == nullptr || pBuffer->cbBuffer == 0) {
         Fail(SEC_E_INVALID_TOKEN, "the call brings no token");
+    }
+    if (pBuffer->cbBuffer > kMostInputBytes) {
+        Fail(SEC_E_INVALID_TOKEN, "a length of " + std::to_string(pBuffer->cbBuffer) + " bytes is no token's");
     }
     return {static_cast<const uint8_t*>(pBuffer->pvBuffer), pBuffer->cbBuffer};
 }

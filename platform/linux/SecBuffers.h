@@ -8,7 +8,8 @@
 
 namespace morwen {
 
-// The bytes of the first token buffer. Throws SspiFailure (SEC_E_INVALID_TOKEN) when there is none, or it is empty.
+// The bytes of the first token buffer. Throws SspiFailure (SEC_E_INVALID_TOKEN) when there is none, it is empty, or
+// longer than any token.
 std::span<const uint8_t> InputToken(const SecBufferDesc* i_pInput);
 
 // The caller's buffer for a token. Its length is 0 until a token is written, and stays so when the call fails.
