@@ -1,0 +1,101 @@
+// The login exports as functions over values: what a host would get, everything freed.
+#include "realm/Login.h"
+
+#include <gtest/gtest.h>
+
+#include "morwen/morwenplugin.h"
+
+namespace morwen {
+
+namespace {
+
+std::u16string Wide(const std::string& i_ascii) {
+    return {i_ascii.begin(), i_ascii.end()};
+}
+
+std::string Narrow(const SSOChar* i_pszAscii) {
+    const std::u16string text(i_pszAscii != nullptr ? i_pszAscii : u"");
+    return {text.begin(), text.end()};
+}
+
+// What a call writes through its pointers.
+struct Outputs {
+    SSOChar* m_pszKey = nullptr;
+    void* m_pvToken = nullptr;
+    SSOLength m_nLength = 0;
+    ParasSeq* m_pInformation = nullptr;
+
+    LoginResult Take(uint32_t i_nCode) {
+        LoginResult result{std::to_string(i_nCode), Narrow(m_pszKey), {}, {}, {}};
+        EXPECT_EQ(m_pvToken == nullptr, m_nLength == 0);
+        if (i_nCode >= SSO_DENIED) {
+            result.m_verdict += TakenRecord(i_nCode);
+            EXPECT_TRUE(m_pszKey == nullptr && m_pvToken == nullptr && m_pInformation == nullptr) << result.m_verdict;
+        }
+        const auto* const pToken = static_cast<const uint8_t*>(m_pvToken);
+        result.m_token.assign(pToken, pToken + m_nLength);
+        for (const ParasSeq* p = m_pInformation; p != nullptr; p = p->next) {
+            (Narrow(p->key) == SSO_KEY_USER_SID ? result.m_userSid : result.m_groupSids) = Narrow(p->value);
+        }
+        SSOFreeString(m_pszKey);
+        SSOFreeBuffer(m_pvToken);
+        SSOFreeParameters(m_pInformation);
+        return result;
+    }
+};
+
+}  // namespace
+
+std::string TakenRecord(uint32_t i_nCode) {
+    SSOError* pError = nullptr;
+    if (SSOGetError(i_nCode, &pError) != SSO_OK) {
+        return "/none";
+    }
+    EXPECT_EQ(pError->errCode, i_nCode);
+    const std::string message = "/" + std::to_string(pError->messageId);
+    SSOFreeError(pError);
+    return message;
+}
+
+LoginResult StartLogin(const Client& i_client) {
+    const std::u16string spn = Wide(i_client.m_spn);
+    const ParasSeq parameters = {u"" SSO_KEY_SPN, SSO_PARAMETER_STRING, spn.c_str(), nullptr};
+    Outputs out;
+    return out.Take(SSOStartLogin(Wide(i_client.m_user).c_str(), Wide(i_client.m_password).c_str(), u"SSPI",
+                                  spn.empty() ? nullptr : &parameters, &out.m_pszKey, &out.m_pvToken, &out.m_nLength));
+}
+
+LoginResult ContinueLogin(const std::string& i_key, std::span<const uint8_t> i_token) {
+    Outputs out;
+    return out.Take(SSOContinueLogin(Wide(i_key).c_str(), i_token.data(), static_cast<SSOLength>(i_token.size()),
+                                     &out.m_pvToken, &out.m_nLength));
+}
+
+LoginResult AcceptLogin(std::span<const uint8_t> i_token, const std::string& i_key, Information i_eInformation) {
+    Outputs out;
+    return out.Take(SSOAcceptLogin(
+        u"SSPI", Wide(i_key).c_str(), i_token.data(), static_cast<SSOLength>(i_token.size()), &out.m_pvToken,
+        &out.m_nLength, i_eInformation == Information::Wanted ? &out.m_pInformation : nullptr, &out.m_pszKey));
+}
+
+LoginResult CloseLogin(const std::string& i_key, Information i_eInformation) {
+    return AcceptLogin({}, i_key, i_eInformation);
+}
+
+LoginResult LogOn(const Client& i_client, Information i_eInformation) {
+    const LoginResult started = StartLogin(i_client);
+    if (started.m_verdict != "1") {
+        return started;
+    }
+    LoginResult accepted = AcceptLogin(started.m_token, {}, i_eInformation);
+    std::string verdict = "1," + accepted.m_verdict;
+    if (accepted.m_verdict == "1") {
+        verdict += "," + ContinueLogin(started.m_key, accepted.m_token).m_verdict;
+        accepted = CloseLogin(accepted.m_key, i_eInformation);
+        verdict += "," + accepted.m_verdict;
+    }
+    accepted.m_verdict = verdict;
+    return accepted;
+}
+
+}  // namespace morwen

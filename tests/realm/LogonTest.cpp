@@ -1,0 +1,105 @@
+// Logons that must work, and who has logged on.
+#include <grp.h>
+#include <pwd.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "realm/PluginTest.h"
+
+namespace morwen {
+namespace {
+
+class Logon : public PluginTest {};
+class Configuration : public PluginTest {};
+
+// The accounts that the realm's configuration gives to its users.
+const passwd& AccountOf(const std::string& i_user) {
+    return *(i_user == "alice" && getuid() == 0 ? getpwnam("nobody") : getpwuid(getuid()));
+}
+
+std::string UserSid(const std::string& i_user) {
+    return "S-1-22-1-" + std::to_string(AccountOf(i_user).pw_uid);
+}
+
+std::string GroupSids(const std::string& i_user) {
+    const passwd account = AccountOf(i_user);
+    std::vector<gid_t> groups(1000);
+    int nCount = static_cast<int>(groups.size());
+    EXPECT_GE(getgrouplist(account.pw_name, account.pw_gid, groups.data(), &nCount), 1);
+    std::string sids;
+    for (auto it = groups.begin(); it != groups.begin() + nCount; ++it) {
+        sids += std::find(groups.begin(), it, *it) == it ? "S-1-22-2-" + std::to_string(*it) + ";" : "";
+    }
+    return sids;
+}
+
+TEST_F(Logon, UsersAreTheirLocalAccounts) {
+    const auto logsOn = [](const Client& i_client, const std::string& i_user) {
+        const LoginResult login = LogOn(i_client);
+        EXPECT_EQ(login.m_verdict, kLoggedOn) << i_client.m_user << " to " << i_client.m_spn;
+        EXPECT_EQ(login.m_key, "DUMMY_KEY__CACHING_IS_OFF");
+        EXPECT_EQ(login.m_userSid, UserSid(i_user)) << i_client.m_user;
+        EXPECT_EQ(login.m_groupSids, GroupSids(i_user)) << i_client.m_user;
+    };
+    logsOn({}, "alice");
+    logsOn({"", "", "morwen/localhost@MORWEN.TEST"}, "alice");
+    logsOn({"", "", "fwd/localhost"}, "alice");
+    for (const char* pszName : {"MORWEN.TEST\\bob", "morwen.test\\bob", "MORWEN\\bob", "\\bob"}) {
+        logsOn({pszName, "bob-secret"}, "bob");
+    }
+    EXPECT_FALSE(m_trace.Contains("bob-secret"));
+}
+
+TEST_F(Logon, EachStepGivesWhatTheNextOneNeeds) {
+    const LoginResult started = StartLogin();
+    EXPECT_EQ(started.m_key.find_first_not_of("0123456789"), std::string::npos);
+    const LoginResult accepted = AcceptLogin(started.m_token);
+    EXPECT_EQ(accepted.m_userSid, UserSid("alice"));  // known before the login is closed
+    const LoginResult continued = ContinueLogin(started.m_key, accepted.m_token);
+    EXPECT_EQ(continued.m_verdict, "0");
+    EXPECT_TRUE(continued.m_token.empty());
+    const LoginResult closed = CloseLogin(accepted.m_key, Information::NotWanted);
+    EXPECT_EQ(closed.m_verdict, "2");
+    EXPECT_EQ(closed.m_userSid + closed.m_groupSids, "");
+    // Both keys name nothing any more.
+    EXPECT_EQ(ContinueLogin(started.m_key, accepted.m_token).m_verdict, "100/42254");
+    EXPECT_EQ(CloseLogin(accepted.m_key).m_verdict, "100/42254");
+    EXPECT_TRUE(m_trace.Said({"NULL input buffer", "0-length input buffer"}));
+}
+
+TEST_F(Logon, OnlyLogonInformationNeedsALocalAccount) {
+    Kadmin("addprinc -pw stranger-secret stranger");
+    const Client stranger{"MORWEN\\stranger", "stranger-secret"};
+    EXPECT_EQ(LogOn(stranger, Information::NotWanted).m_verdict, kLoggedOn);
+    EXPECT_EQ(AcceptLogin(HalfLogin(stranger).m_token).m_verdict, "100/42254");
+    EXPECT_TRUE(m_trace.Said({"stranger@MORWEN.TEST maps to the local account \"stranger\", which does not exist"}));
+}
+
+// Tickets and keys are held in memory, and must not be held longer than the files behind them.
+TEST_F(Logon, ChangedStoresAreNoticed) {
+    UseTickets(Kinit("alice", "changing.cc"));
+    UseKeytab(AddService("changing/localhost", "changing.keytab"));
+    const Client client{"", "", "changing/localhost"};
+    EXPECT_EQ(LogOn(client).m_userSid, UserSid("alice"));
+    Kinit("bob", "changing.cc");
+    EXPECT_EQ(LogOn(client).m_userSid, UserSid("bob"));
+    Kadmin("ktadd -k " + RealmPath("changing.keytab") + " changing/localhost");  // makes a new key
+    Kinit("alice", "changing.cc");                                               // drops the old service ticket
+    EXPECT_EQ(LogOn(client).m_userSid, UserSid("alice"));
+}
+
+TEST_F(Configuration, ContextsThatAreToBeKeptFailTheLogin) {
+    SetCaching(u"1");
+    EXPECT_EQ(LogOn().m_verdict, "1,1,0,101/42254");
+    ++m_nHalfDone;
+    SetCaching(u"0");
+}
+
+TEST_F(Configuration, ALoginNeedsTheNameOfItsService) {
+    EXPECT_EQ(StartLogin({"", "", ""}).m_verdict, "100/61214");
+    EXPECT_TRUE(m_trace.Said({"Missing SPN!"}));
+}
+
+}  // namespace
+}  // namespace morwen

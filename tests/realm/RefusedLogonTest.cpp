@@ -1,0 +1,105 @@
+// Logons that must fail, with the right code and a trace that names the reason.
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+#include "realm/PluginTest.h"
+
+namespace morwen {
+namespace {
+
+class RefusedLogon : public PluginTest {};
+
+TEST_F(RefusedLogon, ByTheNameOrThePassword) {
+    Kadmin("addprinc -pw lapsed-secret -pwexpire 2001-01-01 lapsed");
+    Kadmin("addprinc -pw locked-secret -allow_tix locked");
+    const auto refused = [this](const Client& i_client, const char* i_pszVerdict, const char* i_pszReason) {
+        EXPECT_EQ(StartLogin(i_client).m_verdict, i_pszVerdict) << i_client.m_user << " to " << i_client.m_spn;
+        EXPECT_FALSE(!i_client.m_password.empty() && m_trace.Contains(i_client.m_password));
+        EXPECT_TRUE(m_trace.Said({i_pszReason}));
+    };
+    refused({"MORWEN\\bob", "not-his"}, "3/50054", "bob@MORWEN.TEST with a password: Preauthentication failed");
+    refused({"MORWEN\\mallory", "secret"}, "3/50054", "mallory@MORWEN.TEST' not found in Kerberos database");
+    refused({"MORWEN\\lapsed", "lapsed-secret"}, "3/50054", "lapsed@MORWEN.TEST with a password: Password has expired");
+    refused({"MORWEN\\locked", "locked-secret"}, "3/50054", "credentials have been revoked");
+    refused({"MORWEN\\bob@MORWEN.TEST", "bob-secret"}, "3/50054", "bob\\@MORWEN.TEST@MORWEN.TEST' not found");
+    refused({"bob@MORWEN.TEST", "bob-secret"}, "100/47702", "bob@MORWEN.TEST is not the right format");
+    refused({"bob", "bob-secret"}, "100/47702", "bob is not the right format");
+    refused({"MORWEN\\bob", "bob-secret", "no/localhost"}, "100/42254", "no/localhost for bob@MORWEN.TEST with MEMORY");
+    refused({"", "", "no/localhost"}, "100/42254", "no/localhost for alice@MORWEN.TEST with FILE");
+    refused({"", "", "a/b@c@d"}, "100/42254", "a/b@c@d names no service");
+    refused({"DEAD.TEST\\dave", "dave-secret"}, "100/42254", "No KDC of the realm DEAD.TEST has answered");
+    refused({"NOWHERE.TEST\\dave", "dave-secret"}, "100/42254", "Cannot find KDC for realm \"NOWHERE.TEST\"");
+}
+
+TEST_F(RefusedLogon, ByTheTicketCache) {
+    WriteFile("odd.cc", "no ticket cache");
+    for (const auto& name : {"FILE:" + RealmPath("none.cc"), "FILE:" + RealmPath("odd.cc"), std::string("ODD:cc")}) {
+        UseTickets(name);
+        EXPECT_EQ(StartLogin().m_verdict, "100/42254") << name;
+        EXPECT_TRUE(m_trace.Said({name}));
+    }
+}
+
+TEST_F(RefusedLogon, ByTheEndOfTheTicket) {
+    const std::string name = Kinit("alice", "short.cc", "-l 2s");
+    const auto end = std::chrono::system_clock::now() + std::chrono::seconds(2);
+    UseTickets(name);
+    const LoginResult inTime = HalfLogin();
+    std::this_thread::sleep_until(end);
+    EXPECT_EQ(AcceptLogin(inTime.m_token).m_verdict, "100/42254");
+    EXPECT_TRUE(m_trace.Said({"of alice@MORWEN.TEST to morwen/localhost@MORWEN.TEST with", ": the ticket expired at"}));
+    EXPECT_EQ(StartLogin().m_verdict, "100/42254");
+    EXPECT_TRUE(m_trace.Said({"the ticket of alice@MORWEN.TEST in " + name + " expired at"}));
+}
+
+TEST_F(RefusedLogon, ByTheKeytab) {
+    const std::string rekeyed = AddService("rekeyed/localhost", "rekeyed.keytab");
+    Kadmin("cpw -randkey rekeyed/localhost");
+    const std::string twin = AddService("twin/localhost", "twin.keytab");
+    Kadmin("delprinc -force twin/localhost");
+    Kadmin("addprinc -randkey twin/localhost");  // the same version, another key
+    WriteFile("empty.keytab", "\x05\x02");
+    WriteFile("odd.keytab", "no keytab");
+    const auto refused = [this](const char* i_pszSpn, const std::string& i_keytab, const char* i_pszVerdict,
+                                const std::string& i_reason) {
+        const LoginResult started = HalfLogin({"", "", i_pszSpn});
+        UseKeytab(i_keytab);
+        EXPECT_EQ(AcceptLogin(started.m_token).m_verdict, i_pszVerdict) << i_keytab;
+        EXPECT_TRUE(m_trace.Said({i_reason}));
+    };
+    refused("morwen/localhost", "FILE:" + RealmPath("none.keytab"), "100/61215", "none.keytab cannot be read");
+    refused("morwen/localhost", "FILE:" + RealmPath("empty.keytab"), "100/61215", "empty.keytab holds no key");
+    refused("morwen/localhost", "FILE:" + RealmPath("odd.keytab"), "100/61215", "odd.keytab cannot be read");
+    refused("morwen/localhost", "ODD:keys", "100/61215", "ODD:keys cannot be read");
+    refused("morwen/localhost", twin, "100/42254", "to morwen/localhost@MORWEN.TEST with keytab " + twin);
+    refused("twin/localhost", twin, "100/42254", twin + ": Cannot decrypt ticket for twin/localhost@MORWEN.TEST");
+    refused("rekeyed/localhost", rekeyed, "100/42254", "the ticket is for key version 2, the keytab has 1");
+}
+
+TEST_F(RefusedLogon, ByTheRightsOfTheKeytab) {
+    if (geteuid() == 0) {
+        GTEST_SKIP() << "root may read every keytab";
+    }
+    UseKeytab(AddService("closed/localhost", "closed.keytab"));
+    RunCommand("chmod 0 " + RealmPath("closed.keytab"));
+    EXPECT_EQ(AcceptLogin(HalfLogin().m_token).m_verdict, "100/61215");
+    EXPECT_TRUE(m_trace.Said({"closed.keytab cannot be read"}));
+}
+
+TEST_F(RefusedLogon, ByASilentKdcInBoundedTime) {
+    AddService("slow/localhost", "slow.keytab");
+    LogOn();  // leaves a ticket for the service
+    RunCommand("kill -STOP $(cat $MORWEN_REALM_DIR/kdc.pid)");
+    const auto begun = std::chrono::steady_clock::now();
+    EXPECT_EQ(StartLogin({"", "", "slow/localhost"}).m_verdict, "100/42254");
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(15));
+    EXPECT_TRUE(m_trace.Said({"No KDC of the realm MORWEN.TEST has answered"}));
+    EXPECT_EQ(LogOn().m_verdict, kLoggedOn);  // with a ticket that is there, no KDC is needed
+    RunCommand("kill -CONT $(cat $MORWEN_REALM_DIR/kdc.pid)");
+    EXPECT_EQ(LogOn({"MORWEN\\bob", "bob-secret"}).m_verdict, kLoggedOn);
+}
+
+}  // namespace
+}  // namespace morwen

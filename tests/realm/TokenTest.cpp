@@ -1,0 +1,158 @@
+// Tokens that are not what the peer has sent, or not for this login.
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <string_view>
+
+#include "realm/PluginTest.h"
+
+namespace morwen {
+namespace {
+
+class Token : public PluginTest {};
+
+constexpr const char* kUnusable = "100/42254";
+
+// In a block of its own, so that the sanitizers see reading beyond.
+Bytes Cut(const Bytes& i_bytes, size_t i_nLength) {
+    return {i_bytes.data(), i_bytes.data() + i_nLength};
+}
+
+Bytes Flipped(Bytes i_bytes, size_t i_nBit) {
+    i_bytes[i_nBit / 8] = static_cast<uint8_t>(i_bytes[i_nBit / 8] ^ (1U << (i_nBit % 8)));
+    return i_bytes;
+}
+
+// Run by IsTakenOnce in a process of its own.
+TEST_F(Token, DISABLED_InTheFileIsJudgedAsExpected) {
+    std::ifstream file(RealmPath("token"), std::ios::binary);
+    const LoginResult accepted = AcceptLogin(Bytes{std::istreambuf_iterator<char>(file), {}});
+    EXPECT_EQ(accepted.m_verdict, std::getenv("EXPECTED_VERDICT"));
+    m_nHalfDone = accepted.m_key.empty() ? 0 : 1;
+}
+
+void AcceptElsewhere(const Bytes& i_token, const std::string& i_verdict) {
+    WriteFile("token", {i_token.begin(), i_token.end()});
+    RunCommand("EXPECTED_VERDICT=" + i_verdict + " " + std::filesystem::read_symlink("/proc/self/exe").string() +
+               " --gtest_filter=Token.DISABLED_* --gtest_also_run_disabled_tests");
+}
+
+TEST_F(Token, IsTakenOnce) {
+    const LoginResult started = HalfLogin();
+    const LoginResult accepted = AcceptLogin(started.m_token);
+    EXPECT_EQ(AcceptLogin(started.m_token).m_verdict, "3/61215");
+    EXPECT_TRUE(m_trace.Said({"refused a logon of alice@MORWEN.TEST to morwen/localhost@MORWEN.TEST with keytab FILE:" +
+                              RealmPath("service.keytab") + ": Request is a replay"}));
+    EXPECT_EQ(CloseLogin(accepted.m_key).m_verdict, "2");
+    EXPECT_EQ(AcceptLogin(started.m_token).m_verdict, "3/61215");
+    AcceptElsewhere(started.m_token, "3/61215");
+    const Bytes other = HalfLogin().m_token;
+    AcceptElsewhere(other, "1");
+    EXPECT_EQ(AcceptLogin(other).m_verdict, "3/61215");
+}
+
+TEST_F(Token, MustBeAToken) {
+    using namespace std::string_view_literals;
+    const std::string key = HalfLogin().m_key;
+    const auto expectRefused = [&key](std::span<const uint8_t> i_token) {
+        EXPECT_EQ(AcceptLogin(i_token).m_verdict, kUnusable);
+        EXPECT_EQ(ContinueLogin(key, i_token).m_verdict, kUnusable);
+    };
+    for (const auto& bytes :
+         {"x"sv, "\0"sv, "\x60"sv, "\x60\x80\0\0"sv, "\x60\x84\xFF\xFF\xFF\xFF"sv, "NTLMSSP\0\x01\0\0\0\x97\x82"sv,
+          "\x60\x88\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF"sv, "\x60\x0D\x06\x09\x2A\x86\x48\x86\xF7\x12\x01\x02\x02\x01\0"sv,
+          "\x60\x11\x06\x09\x2A\x86\x48\x86\xF7\x12\x01\x02\x02\x01\0\x6E\x02\x30\0"sv}) {
+        SCOPED_TRACE(testing::PrintToString(bytes));
+        expectRefused(Bytes(bytes.begin(), bytes.end()));
+    }
+    // Longer than any token can be, where nothing can be read.
+    void* const pvPage = mmap(nullptr, 1, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    expectRefused({static_cast<const uint8_t*>(pvPage), 0xFFFFFFFF});
+    munmap(pvPage, 1);
+}
+
+TEST_F(Token, MustBeWholeAndNothingMore) {
+    const Bytes token = HalfLogin().m_token;
+    for (size_t nLength = 1; nLength < token.size(); ++nLength) {
+        EXPECT_EQ(AcceptLogin(Cut(token, nLength)).m_verdict, kUnusable) << nLength;
+    }
+    Bytes longer = token;
+    longer.push_back(0);
+    EXPECT_EQ(AcceptLogin(longer).m_verdict, kUnusable);
+    ASSERT_EQ(longer[1], 0x82);
+    ++longer[3];  // now the frame's length includes the byte behind the message
+    EXPECT_EQ(AcceptLogin(longer).m_verdict, kUnusable);
+    EXPECT_EQ(CloseLogin(AcceptLogin(token).m_key).m_verdict, "2");
+}
+
+// What stands in the clear is not protected and does not count: the key that opens the ticket proves it, and the ticket
+// says who the user is. The clear part ends with the ticket's key version, 18 bytes behind the service's name.
+TEST_F(Token, WithAFlippedBitMakesNobodyElse) {
+    const std::string alice = LogOn().m_userSid;
+    const std::string_view host = "localhost";
+    Bytes token = HalfLogin().m_token;
+    for (size_t nBit = 0; nBit < 8 * token.size(); ++nBit) {
+        const LoginResult accepted = AcceptLogin(Flipped(token, nBit));
+        EXPECT_TRUE(m_trace.Said({}));
+        if (accepted.m_verdict != kUnusable) {
+            const auto name = std::search(token.begin(), token.end(), host.begin(), host.end()) - token.begin();
+            EXPECT_LT(nBit / 8, static_cast<size_t>(name) + host.size() + 18) << nBit;
+            EXPECT_EQ(accepted.m_verdict, "1") << nBit;
+            EXPECT_EQ(CloseLogin(accepted.m_key).m_userSid, alice) << nBit;
+            token = HalfLogin().m_token;  // or each that follows would be refused as a replay
+        }
+    }
+}
+
+TEST_F(Token, FromTheServiceMustAnswerThisLogin) {
+    constexpr size_t kMessageType = 31;  // in the clear, and said again by the tag in front
+    LoginResult started = StartLogin();
+    LoginResult accepted = AcceptLogin(started.m_token);
+    const LoginResult other = AcceptLogin(HalfLogin().m_token);
+    EXPECT_EQ(ContinueLogin(started.m_key, other.m_token).m_verdict, "100/61214");
+    EXPECT_TRUE(m_trace.Said({"Mutual authentication failed"}));
+    EXPECT_EQ(CloseLogin(other.m_key).m_verdict, "2");
+    EXPECT_EQ(ContinueLogin(started.m_key, started.m_token).m_verdict, kUnusable);  // its own
+    EXPECT_EQ(AcceptLogin(accepted.m_token).m_verdict, kUnusable);
+    for (size_t nLength = 1; nLength < accepted.m_token.size(); ++nLength) {
+        EXPECT_EQ(ContinueLogin(started.m_key, Cut(accepted.m_token, nLength)).m_verdict, kUnusable) << nLength;
+    }
+    for (size_t nBit = 0; nBit < 8 * accepted.m_token.size(); ++nBit) {
+        const std::string verdict = ContinueLogin(started.m_key, Flipped(accepted.m_token, nBit)).m_verdict;
+        if (verdict != kUnusable) {
+            EXPECT_TRUE(verdict == "0" && nBit / 8 == kMessageType) << nBit;
+            EXPECT_EQ(CloseLogin(accepted.m_key).m_verdict, "2");
+            started = StartLogin();
+            accepted = AcceptLogin(started.m_token);
+        }
+    }
+    EXPECT_EQ(ContinueLogin(started.m_key, accepted.m_token).m_verdict, "0");  // after all that
+    EXPECT_EQ(CloseLogin(accepted.m_key).m_verdict, "2");
+}
+
+TEST_F(Token, IsNeededToCloseALogin) {
+    const LoginResult started = HalfLogin();
+    EXPECT_EQ(AcceptLogin(Bytes{1, 2, 3}).m_verdict, kUnusable);
+    EXPECT_EQ(CloseLogin(started.m_key).m_verdict, kUnusable);  // a session, but nobody has been accepted in it
+    EXPECT_TRUE(m_trace.Said({"The context is not complete"}));
+    std::vector<std::string> keys = {"-1", "1x", " ", "18446744073709551616", "DUMMY_KEY"};
+    for (uint64_t nGuess = 0; nGuess < 4000; ++nGuess) {
+        keys.push_back(std::to_string(std::stoull(started.m_key) - 2000 + nGuess));
+    }
+    for (const std::string& key : keys) {
+        EXPECT_EQ(CloseLogin(key).m_verdict, kUnusable) << key;
+        EXPECT_EQ(ContinueLogin(key, Bytes{1, 2, 3}).m_verdict, kUnusable) << key;
+    }
+    EXPECT_TRUE(m_trace.Said({"NULL input buffer", "0-length input buffer"}));
+}
+
+TEST_F(Token, OfAnotherUserDoesNotTakeALoginOver) {
+    const LoginResult accepted = AcceptLogin(HalfLogin().m_token);
+    const LoginResult bob = HalfLogin({"MORWEN\\bob", "bob-secret"});
+    EXPECT_EQ(AcceptLogin(bob.m_token, accepted.m_key).m_verdict, kUnusable);
+    EXPECT_EQ(ContinueLogin(accepted.m_key, bob.m_token).m_verdict, "100/61214");  // no client's login
+    EXPECT_EQ(CloseLogin(accepted.m_key).m_userSid, accepted.m_userSid);
+}
+
+}  // namespace
+}  // namespace morwen
