@@ -36,6 +36,7 @@ struct FakeAnswer {
 // many threads at once.
 class FakePlatform final : public SspiCalls, public TokenCalls, public KernelCalls {
     using Lock = std::lock_guard<std::recursive_mutex>;
+    using Status = SECURITY_STATUS;
 
 public:
     PlatformCalls Calls() { return {this, this, this}; }
@@ -82,21 +83,19 @@ public:
     std::vector<std::string> m_groupSids;
     std::u16string m_systemText = u"The fake failed. \r\n";  // what every error means; empty: no text
 
-    SECURITY_STATUS QuerySecurityPackageInfoW(SEC_WCHAR* i_pszPackage, PSecPkgInfoW* o_ppInfo) noexcept override {
+    Status QuerySecurityPackageInfoW(SEC_WCHAR* i_pszPackage, PSecPkgInfoW* o_ppInfo) noexcept override {
         const FakeAnswer answer = Begin("QuerySecurityPackageInfoW", Text(i_pszPackage));
         if (answer.m_eHandle == FakeAnswer::kAlways) {
-            *o_ppInfo = new (MakeBlock("context buffer", sizeof(SecPkgInfoW))) SecPkgInfoW{};
+            *o_ppInfo = new (MakeBlock("buffer", sizeof(SecPkgInfoW))) SecPkgInfoW{};
             (*o_ppInfo)->cbMaxToken = m_nMaxToken;
         }
         return answer.m_nStatus;
     }
-    SECURITY_STATUS FreeContextBuffer(void* i_pvBuffer) noexcept override {
-        return Release("FreeContextBuffer", Value(i_pvBuffer), "context buffer", SEC_E_INVALID_HANDLE);
-    }
-    SECURITY_STATUS AcquireCredentialsHandleW(SEC_WCHAR* i_pszPrincipal, SEC_WCHAR* i_pszPackage, ULONG i_nUse,
-                                              void* i_pvLogonId, void* i_pvAuthData, SEC_GET_KEY_FN i_pfnGetKey,
-                                              void* i_pvArgument, PCredHandle o_pCredential,
-                                              PTimeStamp o_ptsExpiry) noexcept override {
+    Status FreeContextBuffer(void* i_p) noexcept override { return Release("FreeContextBuffer", i_p, "buffer"); }
+    Status AcquireCredentialsHandleW(SEC_WCHAR* i_pszPrincipal, SEC_WCHAR* i_pszPackage, ULONG i_nUse,
+                                     void* i_pvLogonId, void* i_pvAuthData, SEC_GET_KEY_FN i_pfnGetKey,
+                                     void* i_pvArgument, PCredHandle o_pCredential,
+                                     PTimeStamp o_ptsExpiry) noexcept override {
         const Lock lock(m_mutex);
         std::string identity = "none";
         if (const auto* pIdentity = static_cast<const SEC_WINNT_AUTH_IDENTITY_W*>(i_pvAuthData)) {
@@ -115,33 +114,32 @@ public:
         }
         return answer.m_nStatus;
     }
-    SECURITY_STATUS FreeCredentialsHandle(PCredHandle i_pCredential) noexcept override {
-        return Release("FreeCredentialsHandle", Value(i_pCredential), "credential", SEC_E_INVALID_HANDLE);
+    Status FreeCredentialsHandle(PCredHandle i_p) noexcept override {
+        return Release("FreeCredentialsHandle", i_p, "credential");
     }
-    SECURITY_STATUS InitializeSecurityContextW(PCredHandle i_pCredential, PCtxtHandle i_pContext,
-                                               SEC_WCHAR* i_pszTargetName, ULONG i_nRequirements, ULONG i_nReserved1,
-                                               ULONG i_nDataRepresentation, PSecBufferDesc i_pInput, ULONG i_nReserved2,
-                                               PCtxtHandle o_pNewContext, PSecBufferDesc io_pOutput,
-                                               ULONG* o_pnAttributes, PTimeStamp o_ptsExpiry) noexcept override {
+    Status InitializeSecurityContextW(PCredHandle i_pCredential, PCtxtHandle i_pContext, SEC_WCHAR* i_pszTargetName,
+                                      ULONG i_nRequirements, ULONG i_nReserved1, ULONG i_nDataRepresentation,
+                                      PSecBufferDesc i_pInput, ULONG i_nReserved2, PCtxtHandle o_pNewContext,
+                                      PSecBufferDesc io_pOutput, ULONG* o_pnAttributes,
+                                      PTimeStamp o_ptsExpiry) noexcept override {
         const std::string arguments = ", target " + Text(i_pszTargetName) + ", flags " + Number(i_nRequirements) +
                                       ", reserved " + Number(i_nReserved1) + Number(i_nReserved2) + ", drep " +
                                       Number(i_nDataRepresentation) + ", input " + Describe(i_pInput, true);
         return Step("InitializeSecurityContextW", arguments, {SEC_I_CONTINUE_NEEDED, "from client"}, i_pCredential,
                     i_pContext, o_pNewContext, io_pOutput, o_pnAttributes, o_ptsExpiry);
     }
-    SECURITY_STATUS AcceptSecurityContext(PCredHandle i_pCredential, PCtxtHandle i_pContext, PSecBufferDesc i_pInput,
-                                          ULONG i_nRequirements, ULONG i_nDataRepresentation, PCtxtHandle o_pNewContext,
-                                          PSecBufferDesc io_pOutput, ULONG* o_pnAttributes,
-                                          PTimeStamp o_ptsExpiry) noexcept override {
+    Status AcceptSecurityContext(PCredHandle i_pCredential, PCtxtHandle i_pContext, PSecBufferDesc i_pInput,
+                                 ULONG i_nRequirements, ULONG i_nDataRepresentation, PCtxtHandle o_pNewContext,
+                                 PSecBufferDesc io_pOutput, ULONG* o_pnAttributes,
+                                 PTimeStamp o_ptsExpiry) noexcept override {
         const std::string arguments = ", flags " + Number(i_nRequirements) + ", drep " + Number(i_nDataRepresentation) +
                                       ", input " + Describe(i_pInput, true);
         return Step("AcceptSecurityContext", arguments, {SEC_E_OK, "from server"}, i_pCredential, i_pContext,
                     o_pNewContext, io_pOutput, o_pnAttributes, o_ptsExpiry);
     }
-    SECURITY_STATUS QueryContextAttributesW(PCtxtHandle i_pContext, ULONG i_nAttribute,
-                                            void* o_pvBuffer) noexcept override {
+    Status QueryContextAttributesW(PCtxtHandle i_pContext, ULONG i_nAttribute, void* o_pvBuffer) noexcept override {
         const FakeAnswer answer = Begin("QueryContextAttributesW", Number(i_nAttribute));
-        if (!IsLive(Value(i_pContext), "context", "QueryContextAttributesW")) {
+        if (!IsLive(i_pContext, "context", "QueryContextAttributesW")) {
             return SEC_E_INVALID_HANDLE;
         }
         if (answer.m_nStatus == SEC_E_OK && i_nAttribute == SECPKG_ATTR_LIFESPAN) {
@@ -150,28 +148,26 @@ public:
         }
         return answer.m_nStatus;
     }
-    SECURITY_STATUS ImpersonateSecurityContext(PCtxtHandle i_pContext) noexcept override {
-        return Switch("ImpersonateSecurityContext", Value(i_pContext), "context", true);
+    Status ImpersonateSecurityContext(PCtxtHandle i_p) noexcept override {
+        return Switch(i_p, "ImpersonateSecurityContext", true);
     }
-    SECURITY_STATUS RevertSecurityContext(PCtxtHandle i_pContext) noexcept override {
-        return Switch("RevertSecurityContext", Value(i_pContext), "context", false);
+    Status RevertSecurityContext(PCtxtHandle i_p) noexcept override {
+        return Switch(i_p, "RevertSecurityContext", false);
     }
-    SECURITY_STATUS DeleteSecurityContext(PCtxtHandle i_pContext) noexcept override {
-        return Release("DeleteSecurityContext", Value(i_pContext), "context", SEC_E_INVALID_HANDLE);
+    Status DeleteSecurityContext(PCtxtHandle i_p) noexcept override {
+        return Release("DeleteSecurityContext", i_p, "context");
     }
-    SECURITY_STATUS OpenContextToken(PCtxtHandle i_pContext, HANDLE* o_phToken) noexcept override {
+    Status OpenContextToken(PCtxtHandle i_pContext, HANDLE* o_phToken) noexcept override {
         const FakeAnswer answer = Begin("OpenContextToken", "");
-        return IsLive(Value(i_pContext), "context", "OpenContextToken") ? GiveToken(answer, o_phToken)
-                                                                        : SEC_E_INVALID_HANDLE;
+        return IsLive(i_pContext, "context", "OpenContextToken") ? GiveToken(answer, o_phToken) : SEC_E_INVALID_HANDLE;
     }
 
     BOOL OpenThreadToken(HANDLE i_hThread, DWORD i_nAccess, BOOL i_bOpenAsSelf, HANDLE* o_phToken) noexcept override {
         const Lock lock(m_mutex);
         const std::string arguments = std::string(i_hThread == GetCurrentThread() ? "this thread" : "?") + ", access " +
                                       Number(i_nAccess) + (i_bOpenAsSelf != FALSE ? ", as self" : "");
-        FakeAnswer byItself;
-        byItself.m_nStatus = Self().m_bImpersonating ? 0 : Error(ERROR_NO_TOKEN);
-        return Finish(GiveToken(Begin("OpenThreadToken", arguments, byItself), o_phToken));
+        const Status nStatus = Self().m_bImpersonating ? 0 : Error(ERROR_NO_TOKEN);
+        return Finish(GiveToken(Begin("OpenThreadToken", arguments, {nStatus}), o_phToken));
     }
     BOOL OpenProcessToken(HANDLE i_hProcess, DWORD i_nAccess, HANDLE* o_phToken) noexcept override {
         const std::string process = i_hProcess == GetCurrentProcess() ? "this process" : "?";
@@ -180,19 +176,18 @@ public:
     BOOL GetTokenInformation(HANDLE i_hToken, TOKEN_INFORMATION_CLASS i_eClass, void* o_pvBuffer, DWORD i_nLength,
                              DWORD* o_pnRequiredLength) noexcept override {
         const FakeAnswer answer = Begin("GetTokenInformation", Number(i_eClass) + ", length " + Number(i_nLength));
-        if (!IsLive(Value(i_hToken), "token", "GetTokenInformation")) {
+        if (!IsLive(i_hToken, "token", "GetTokenInformation")) {
             return Finish(Error(ERROR_INVALID_HANDLE));
         }
         // The record, its elements, and behind them the identifiers to which they point.
         const bool bGroups = i_eClass == TokenGroups;
         const auto sids = bGroups ? m_groupSids : std::vector<std::string>{m_userSid};
         size_t nAt = (bGroups ? offsetof(TOKEN_GROUPS, Groups) : 0) + sids.size() * sizeof(SID_AND_ATTRIBUTES);
-        size_t nRequired = nAt;
+        *o_pnRequiredLength = static_cast<DWORD>(nAt);
         for (const std::string& sid : sids) {
-            nRequired += sid.size();
+            *o_pnRequiredLength += static_cast<DWORD>(sid.size());
         }
-        *o_pnRequiredLength = static_cast<DWORD>(nRequired);
-        if (answer.m_nStatus != 0 || nRequired > i_nLength) {
+        if (answer.m_nStatus != 0 || *o_pnRequiredLength > i_nLength) {
             return Finish(answer.m_nStatus != 0 ? answer.m_nStatus : Error(ERROR_INSUFFICIENT_BUFFER));
         }
         auto* pGroups = static_cast<TOKEN_GROUPS*>(o_pvBuffer);
@@ -207,24 +202,18 @@ public:
         }
         return TRUE;
     }
-    BOOL ImpersonateLoggedOnUser(HANDLE i_hToken) noexcept override {
-        return Finish(Switch("ImpersonateLoggedOnUser", Value(i_hToken), "token", true));
+    BOOL ImpersonateLoggedOnUser(HANDLE i_h) noexcept override {
+        return Finish(Switch(i_h, "ImpersonateLoggedOnUser", true));
     }
-    BOOL RevertToSelf() noexcept override { return Finish(Switch("RevertToSelf", 0, "", false)); }
-    BOOL CloseHandle(HANDLE i_hToken) noexcept override {
-        return Finish(Release("CloseHandle", Value(i_hToken), "token", Error(ERROR_INVALID_HANDLE)));
+    BOOL RevertToSelf() noexcept override { return Finish(Switch(HANDLE(), "RevertToSelf", false)); }
+    BOOL CloseHandle(HANDLE i_h) noexcept override { return Finish(Release("CloseHandle", i_h, "token")); }
+    BOOL IsValidSid(PSID i_p) noexcept override { return i_p != nullptr && static_cast<SID*>(i_p)->Revision == 1; }
+    SID_IDENTIFIER_AUTHORITY* GetSidIdentifierAuthority(PSID i_p) noexcept override {
+        return &static_cast<SID*>(i_p)->IdentifierAuthority;
     }
-    BOOL IsValidSid(PSID i_pSid) noexcept override {
-        return i_pSid != nullptr && static_cast<SID*>(i_pSid)->Revision == 1;
-    }
-    SID_IDENTIFIER_AUTHORITY* GetSidIdentifierAuthority(PSID i_pSid) noexcept override {
-        return &static_cast<SID*>(i_pSid)->IdentifierAuthority;
-    }
-    BYTE* GetSidSubAuthorityCount(PSID i_pSid) noexcept override {
-        return &static_cast<SID*>(i_pSid)->SubAuthorityCount;
-    }
-    DWORD* GetSidSubAuthority(PSID i_pSid, DWORD i_nIndex) noexcept override {
-        return static_cast<SID*>(i_pSid)->SubAuthority + i_nIndex;
+    BYTE* GetSidSubAuthorityCount(PSID i_p) noexcept override { return &static_cast<SID*>(i_p)->SubAuthorityCount; }
+    DWORD* GetSidSubAuthority(PSID i_p, DWORD i_n) noexcept override {
+        return static_cast<SID*>(i_p)->SubAuthority + i_n;
     }
 
     HANDLE GetCurrentThread() noexcept override { return reinterpret_cast<HANDLE>(intptr_t{-2}); }
@@ -237,17 +226,14 @@ public:
                          void*) noexcept override {
         Begin("FormatMessageW",
               "flags " + Number(i_nFlags) + ", language " + Number(i_nLanguageId) + ", size " + Number(i_nSize));
-        const std::u16string& text = m_systemText;
-        if (!text.empty()) {
-            const size_t nBytes = (text.size() + 1) * sizeof(WCHAR);
-            *reinterpret_cast<void**>(o_pszBuffer) =
-                std::memcpy(MakeBlock("local memory", nBytes), text.c_str(), nBytes);
+        const size_t nBytes = (m_systemText.size() + 1) * sizeof(WCHAR);
+        if (!m_systemText.empty()) {
+            void* pvBlock = MakeBlock("memory", nBytes);
+            *reinterpret_cast<void**>(o_pszBuffer) = std::memcpy(pvBlock, m_systemText.c_str(), nBytes);
         }
-        return static_cast<DWORD>(text.size());
+        return static_cast<DWORD>(m_systemText.size());
     }
-    HLOCAL LocalFree(HLOCAL i_pvMemory) noexcept override {
-        return Release("LocalFree", Value(i_pvMemory), "local memory", 1) == 0 ? nullptr : i_pvMemory;
-    }
+    HLOCAL LocalFree(HLOCAL i_p) noexcept override { return Release("LocalFree", i_p, "memory") == 0 ? nullptr : i_p; }
     BOOL FileTimeToSystemTime(const FILETIME* i_pFileTime, SYSTEMTIME* o_pSystemTime) noexcept override {
         const uint64_t nTime = (uint64_t{i_pFileTime->dwHighDateTime} << 32) | i_pFileTime->dwLowDateTime;
         const FakeAnswer answer = Begin("FileTimeToSystemTime", Number(nTime));
@@ -311,7 +297,7 @@ private:
         o_pTime->HighPart = static_cast<int32_t>(i_nTime >> 32);
     }
 
-    static constexpr SECURITY_STATUS Error(DWORD i_nError) { return static_cast<SECURITY_STATUS>(i_nError); }
+    static constexpr Status Error(DWORD i_nError) { return static_cast<Status>(i_nError); }
 
     struct Live {
         std::string m_kind;
@@ -319,7 +305,7 @@ private:
     };
     struct Thread {
         bool m_bImpersonating = false;
-        SECURITY_STATUS m_nLastError = 0;
+        Status m_nLastError = 0;
     };
 
     Thread& Self() { return m_mapThreads[std::this_thread::get_id()]; }
@@ -352,54 +338,55 @@ private:
         m_mapLive[Value(pvBlock)] = {i_kind, std::move(pBlock)};
         return pvBlock;
     }
-    bool IsLive(uintptr_t i_nHandle, const std::string& i_kind, const std::string& i_use) {
+    template <class Handle>
+    bool IsLive(Handle i_handle, const std::string& i_kind, const std::string& i_call) {
         const Lock lock(m_mutex);
-        const auto found = m_mapLive.find(i_nHandle);
-        const bool bLive = i_kind.empty() || (found != m_mapLive.end() && found->second.m_kind == i_kind);
-        m_faults += bLive ? "" : "not a live " + i_kind + ": " + i_use + "\n";
+        const auto found = m_mapLive.find(Value(i_handle));
+        const bool bLive = found != m_mapLive.end() && found->second.m_kind == i_kind;
+        m_faults += bLive ? "" : "not a live " + i_kind + ": " + i_call + "\n";
         return bLive;
     }
     // Whatever the answer says: what was alive is given back.
-    SECURITY_STATUS Release(const std::string& i_call, uintptr_t i_nHandle, const std::string& i_kind,
-                            SECURITY_STATUS i_nNotLive) {
+    template <class Handle>
+    Status Release(const std::string& i_call, Handle i_handle, const std::string& i_kind) {
         const Lock lock(m_mutex);
         const FakeAnswer answer = Begin(i_call, "");
-        if (!IsLive(i_nHandle, i_kind, i_call)) {
-            return i_nNotLive;
-        }
-        m_mapLive.erase(i_nHandle);
-        return answer.m_nStatus;
+        const bool bLive = IsLive(i_handle, i_kind, i_call);
+        m_mapLive.erase(Value(i_handle));
+        return bLive ? answer.m_nStatus : SEC_E_INVALID_HANDLE;
     }
-    BOOL Finish(SECURITY_STATUS i_nError) {
+    BOOL Finish(Status i_nError) {
         const Lock lock(m_mutex);
         Self().m_nLastError = i_nError != 0 ? i_nError : Self().m_nLastError;
         return i_nError == 0;
     }
-    SECURITY_STATUS GiveToken(const FakeAnswer& i_answer, HANDLE* o_phToken) {
+    Status GiveToken(const FakeAnswer& i_answer, HANDLE* o_phToken) {
         if (i_answer.m_eHandle == FakeAnswer::kAlways) {
             *o_phToken = reinterpret_cast<HANDLE>(Make("token"));
         }
         return i_answer.m_nStatus;
     }
     // Puts the calling thread's identity on or off, unless the answer is a failure.
-    SECURITY_STATUS Switch(const std::string& i_call, uintptr_t i_nHandle, const std::string& i_kind,
-                           bool i_bImpersonatingAfter) {
+    template <class Handle>
+    Status Switch(Handle i_handle, const std::string& i_call, bool i_bImpersonatingAfter) {
         const Lock lock(m_mutex);
         FakeAnswer answer = Begin(i_call, "");
-        answer.m_nStatus = IsLive(i_nHandle, i_kind, i_call) ? answer.m_nStatus : SEC_E_INVALID_HANDLE;
+        const std::string kind = std::is_same_v<Handle, PCtxtHandle> ? "context" : "token";
+        if (i_call != "RevertToSelf" && !IsLive(i_handle, kind, i_call)) {
+            answer.m_nStatus = SEC_E_INVALID_HANDLE;
+        }
         Self().m_bImpersonating = answer.m_nStatus == SEC_E_OK ? i_bImpersonatingAfter : Self().m_bImpersonating;
         return answer.m_nStatus;
     }
-    SECURITY_STATUS Step(const std::string& i_call, const std::string& i_arguments, FakeAnswer i_first,
-                         PCredHandle i_pCredential, PCtxtHandle i_pContext, PCtxtHandle o_pNewContext,
-                         PSecBufferDesc io_pOutput, ULONG* o_pnAttributes, PTimeStamp o_ptsExpiry) {
+    Status Step(const std::string& i_call, const std::string& i_arguments, FakeAnswer i_first,
+                PCredHandle i_pCredential, PCtxtHandle i_pContext, PCtxtHandle o_pNewContext, PSecBufferDesc io_pOutput,
+                ULONG* o_pnAttributes, PTimeStamp o_ptsExpiry) {
         const Lock lock(m_mutex);
         const bool bFirst = i_pContext == nullptr;
         const FakeAnswer answer =
             Begin(i_call, (bFirst ? "first" : "later") + i_arguments + ", output " + Describe(io_pOutput, false),
                   bFirst ? i_first : FakeAnswer());
-        if (!IsLive(Value(i_pCredential), "credential", i_call) ||
-            (!bFirst && !IsLive(Value(i_pContext), "context", i_call))) {
+        if (!IsLive(i_pCredential, "credential", i_call) || (!bFirst && !IsLive(i_pContext, "context", i_call))) {
             return SEC_E_INVALID_HANDLE;
         }
         if (bFirst && answer.m_eHandle == FakeAnswer::kAlways) {

@@ -38,19 +38,6 @@ TEST_F(HandlerTest, FactoryKeepsOneHandlerOfEachType) {
     EXPECT_FALSE(Find(u"SSPI") == pSspi);
 }
 
-TEST_F(HandlerTest, WhatATypeDoesNotOfferIsRefused) {
-    const SSOHandlerPtr p = Find(u"THREADTOKEN");
-    Parameters none;
-    for (const std::string& thrown :
-         {Thrown([&] { return p->InitializeContext({}, {}, {}, 0, {}, {}); }),
-          Thrown([&] { return p->AcceptContext({}, {}, {}, 0, {}, {}, false, none); }),
-          Thrown([&] { return p->CreateCredentials({}, {}, 0); }), Thrown([&] { return p->AllocateBuffer(1); }),
-          Thrown([&] { return p->FreeBuffer(nullptr), 0; }),
-          Thrown([&] { return Find(u"SSPI")->AcquireCurrentContext({}, none); })}) {
-        EXPECT_EQ(thrown, "101/42254");
-    }
-}
-
 TEST_F(HandlerTest, SettingsOneAfterTheOther) {
     const struct {
         std::vector<Chain::Element> m_elements;

@@ -18,18 +18,6 @@ using Conv = SWCharStringConv;
 constexpr int64_t kMax = std::numeric_limits<int64_t>::max();
 constexpr int64_t kMin = std::numeric_limits<int64_t>::min();
 
-TEST(Harrow, TextsShareAndCompareUnitByUnit) {
-    const SWCharString ssText(u"Text");
-    SWCharString ssCopy = ssText;
-    EXPECT_EQ(ssCopy.c_str(), ssText.c_str());  // the same characters, not equal ones
-    ssCopy = SWCharString(u"other");
-    EXPECT_EQ(Utf8(ssText), "Text");
-    EXPECT_TRUE(SWCharString(u"B") < SWCharString(u"a") && SWCharString(u"a") < SWCharString(u"ab"));
-    const uint16_t aUnits[] = {'x', 0xD83D, 0xDE00, 0};
-    EXPECT_EQ(SWCharString::FromUnits(aUnits), SWCharString(u"x\U0001F600"));
-    EXPECT_TRUE(SWCharString::FromUnits<uint16_t>(nullptr).isEmpty());
-}
-
 template <class Number>
 void CheckNumbers(const std::vector<std::string>& i_good, std::vector<std::string> i_bad) {
     for (const std::string& text : i_good) {
