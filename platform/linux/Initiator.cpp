@@ -76,8 +76,8 @@ krb5_error_code MakeRequest(krb5_context i_context, ChecksumRequest& io_request,
     }
     constexpr krb5_ui_4 kMostKrbErrors = 127;  // the library's codes begin with those of the protocol
     const bool bKnown = error->error > 0 && error->error <= kMostKrbErrors;
-    const krb5_error_code nCode =
-        bKnown ? ERROR_TABLE_BASE_krb5 + static_cast<krb5_error_code>(error->error) : KRB5KRB_ERR_GENERIC;
+    const auto nCode =
+        static_cast<krb5_error_code>(bKnown ? ERROR_TABLE_BASE_krb5 + int64_t{error->error} : KRB5KRB_ERR_GENERIC);
     Fail(StatusFromKrb5(nCode), "the service " + PrincipalText(i_context, error->server) +
                                     " refuses the logon: " + ErrorWords(i_context, nCode));
 }

@@ -31,7 +31,7 @@ std::string UpperText(std::string i_text) {
 std::string RealmOfDomain(krb5_context i_context, const std::string& i_domain) {
     Krb5Owner<char*, krb5_free_default_realm> ownRealm(i_context);
     const krb5_error_code nCode = krb5_get_default_realm(i_context, ownRealm.Receive());
-    const std::string domain = UpperText(i_domain);
+    std::string domain = UpperText(i_domain);
     if (nCode == 0) {
         const std::string realm = UpperText(ownRealm.get());
         if (domain.empty() || domain == realm || domain == realm.substr(0, realm.find('.'))) {

@@ -34,7 +34,7 @@ void RefreshZone() noexcept {
 
 TimeStamp LocalTimeStamp(int64_t i_nUtcSeconds) noexcept {
     constexpr int64_t kMostSeconds = std::numeric_limits<int64_t>::max() / kTicksPerSecond;
-    constexpr int64_t kMostOffset = 2 * 86'400;
+    constexpr int64_t kMostOffset = 172'800;  // two days, more than any zone has
     if (i_nUtcSeconds >= kMostSeconds - kSecondsFrom1601To1970 - kMostOffset) {
         return FromTicks(std::numeric_limits<int64_t>::max());
     }
