@@ -88,24 +88,28 @@ typedef struct SSOError {
     const SSOChar* message;         /* null but in the record of SSO_OUT_OF_MEMORY, which holds its text itself */
 } SSOError;
 
-/* Provider types. */
-#define SSO_PROVIDER_SSPI "SSPI"               /* Kerberos */
-#define SSO_PROVIDER_THREADTOKEN "THREADTOKEN" /* the identity under which the calling thread already runs */
+/* Provider types: Kerberos, and the identity under which the calling thread already runs. */
+#define SSO_PROVIDER_SSPI "SSPI"
+#define SSO_PROVIDER_THREADTOKEN "THREADTOKEN"
 
 /* Parameter keys, as ASCII literals. To get UTF-16 in C or C++ on Linux write u"" SSO_KEY_SPN. */
-#define SSO_KEY_SPN "SI_SERVER_SSPI_SPN" /* string: the server's principal, "service/host" or "service/host@REALM" */
-#define SSO_KEY_CACHE_CONTEXTS "SI_CACHE_SECCONTEXT" /* bool: keep the contexts of accepted logins; true unless set */
-#define SSO_KEY_CACHE_EXPIRY \
-    "SSPI_CTXT_CACHE_EXPIRY"                        /* long: seconds that a context is kept; 0 (unless set): no limit */
-#define SSO_KEY_RENEWALS "CONTEXT_RENEWALS_ALLOWED" /* bool: renew kept contexts before they run out; true unless set \
-                                                     */
-#define SSO_KEY_USER_SID "SSPI_USER_SID"            /* string, from SSOAcceptLogin: the user's security identifier */
-#define SSO_KEY_GROUP_SIDS "SSPI_USER_GROUP_SIDS"   /* string, from SSOAcceptLogin: those of the groups, each with ";" \
-                                                     */
 
-/* Keys handed out in place of a key of a context. */
-#define SSO_KEY_TEXT_CLIENT_DONE "DUMMY_KEY"                 /* a client keeps no context */
-#define SSO_KEY_TEXT_CACHING_OFF "DUMMY_KEY__CACHING_IS_OFF" /* accepted, and contexts are not kept */
+/* String: the server's principal, "service/host" or "service/host@REALM". */
+#define SSO_KEY_SPN "SI_SERVER_SSPI_SPN"
+/* Bool: keep the contexts of accepted logins; true unless set. */
+#define SSO_KEY_CACHE_CONTEXTS "SI_CACHE_SECCONTEXT"
+/* Long: seconds that a context is kept, counted from the login; 0, or never set: as long as its ticket. */
+#define SSO_KEY_CACHE_EXPIRY "SSPI_CTXT_CACHE_EXPIRY"
+/* Bool: renew kept contexts before they run out; true unless set. */
+#define SSO_KEY_RENEWALS "CONTEXT_RENEWALS_ALLOWED"
+/* String, from SSOAcceptLogin: the user's security identifier. */
+#define SSO_KEY_USER_SID "SSPI_USER_SID"
+/* String, from SSOAcceptLogin: the security identifiers of the user's groups, each followed by ";". */
+#define SSO_KEY_GROUP_SIDS "SSPI_USER_GROUP_SIDS"
+
+/* Keys handed out in place of a context's key: a client keeps no context; accepted, and contexts are not kept. */
+#define SSO_KEY_TEXT_CLIENT_DONE "DUMMY_KEY"
+#define SSO_KEY_TEXT_CACHING_OFF "DUMMY_KEY__CACHING_IS_OFF"
 
 /* Starts the package, or counts up when it is started. One SSOTermPackage belongs to each success. No record. */
 SSO_API uint32_t SSOInitPackage(void);

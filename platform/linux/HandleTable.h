@@ -1,8 +1,8 @@
 // The live objects of one kind, and the handles under which callers know them.
 #pragma once
 
+#include <map>
 #include <memory>
-#include <unordered_map>
 #include <utility>
 
 #include "harrow/CRWLock.h"
@@ -55,7 +55,8 @@ private:
     const uintptr_t m_nKind;
     mutable Harrowlib201::CRWLock m_lock;
     uintptr_t m_nLast S_GUARDED_BY(m_lock) = 0;
-    std::unordered_map<uintptr_t, std::shared_ptr<T>> m_objects S_GUARDED_BY(m_lock);
+    // A map holds no memory while it is empty: nothing is lost when the library is unloaded.
+    std::map<uintptr_t, std::shared_ptr<T>> m_objects S_GUARDED_BY(m_lock);
 };
 
 }  // namespace morwen

@@ -10,8 +10,8 @@ namespace morwen {
 
 class Krb5ContextPool;
 
-// A context that only the holder uses until it goes back. It is set up for this layer: the replay cache is the service's
-// own file, requests to a KDC have a deadline, and no error of an earlier use is left in it.
+// A context that only the holder uses until it goes back. It is set up for this layer: the replay cache is the
+// service's own file, requests to a KDC have a deadline, and no error of an earlier use is left in it.
 class Krb5ContextLease {
 public:
     Krb5ContextLease(Krb5ContextLease&& io_other) noexcept;
@@ -31,8 +31,8 @@ private:
 
     krb5_context m_context = nullptr;
     krb5_error_code m_nCode = 0;
-    int64_t m_nBornAt = 0;         // seconds of the monotonic clock
-    uint64_t m_nGeneration = 0;    // of the configuration that it was made from
+    int64_t m_nBornAt = 0;       // seconds of the monotonic clock
+    uint64_t m_nGeneration = 0;  // of the configuration that it was made from
 };
 
 class Krb5ContextPool {

@@ -101,7 +101,9 @@ inline constexpr uint32_t ASC_RET_DELEGATE = 0x1;
 inline constexpr uint32_t ASC_RET_MUTUAL_AUTH = 0x2;
 
 namespace ostypes_detail {
-constexpr SECURITY_STATUS Status(uint32_t i_nBits) { return static_cast<SECURITY_STATUS>(i_nBits); }
+constexpr SECURITY_STATUS Status(uint32_t i_nBits) {
+    return static_cast<SECURITY_STATUS>(i_nBits);
+}
 }  // namespace ostypes_detail
 
 inline constexpr SECURITY_STATUS SEC_E_OK = 0;
