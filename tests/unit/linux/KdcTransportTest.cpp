@@ -141,6 +141,10 @@ struct Case {
     int m_nMost = 500;
 };
 
+void PrintTo(const Case& i_case, std::ostream* o_pStream) {
+    *o_pStream << i_case.m_pszName;
+}
+
 class KdcTransportTest : public testing::TestWithParam<Case> {};
 
 TEST_P(KdcTransportTest, EndsInTime) {
