@@ -52,7 +52,7 @@ std::string TakenRecord(uint32_t i_nCode) {
         return "/none";
     }
     EXPECT_EQ(pError->errCode, i_nCode);
-    const std::string message = "/" + std::to_string(pError->messageId);
+    std::string message = "/" + std::to_string(pError->messageId);
     SSOFreeError(pError);
     return message;
 }
@@ -83,7 +83,7 @@ LoginResult CloseLogin(const std::string& i_key, Information i_eInformation) {
 }
 
 LoginResult LogOn(const Client& i_client, Information i_eInformation) {
-    const LoginResult started = StartLogin(i_client);
+    LoginResult started = StartLogin(i_client);
     if (started.m_verdict != "1") {
         return started;
     }

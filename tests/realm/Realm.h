@@ -14,7 +14,8 @@ namespace morwen {
 
 // A path in the realm's folder, which goes away with the realm.
 inline std::string RealmPath(const std::string& i_name) {
-    return std::string(std::getenv("MORWEN_REALM_DIR")) + "/" + i_name;
+    const char* const pszFolder = std::getenv("MORWEN_REALM_DIR");
+    return std::string(pszFolder != nullptr ? pszFolder : "") + "/" + i_name;
 }
 
 inline void WriteFile(const std::string& i_name, const std::string& i_content) {
