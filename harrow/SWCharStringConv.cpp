@@ -20,20 +20,17 @@ SWCharString Format(Number i_nValue, int i_nRadix) {
 
 template <class Number>
 bool Parse(const SWCharString& i_ssText, Number& o_nValue) {
-    char aDigits[20];  // the longest 64-bit number, signed or not
-    const auto text = i_ssText.view();
-    if (text.empty() || text.size() > std::size(aDigits)) {
-        return false;
-    }
-    for (size_t i = 0; i < text.size(); ++i) {
-        if (text[i] > 0x7F) {
+    std::string digits;
+    for (const char16_t cUnit : i_ssText.view()) {
+        if (cUnit > 0x7F) {
             return false;
         }
-        aDigits[i] = static_cast<char>(text[i]);
+        digits.push_back(static_cast<char>(cUnit));
     }
     Number nValue = 0;
-    const auto result = std::from_chars(aDigits, aDigits + text.size(), nValue);
-    if (result.ec != std::errc() || result.ptr != aDigits + text.size()) {
+    const char* const pEnd = digits.data() + digits.size();
+    const auto result = std::from_chars(digits.data(), pEnd, nValue);
+    if (result.ec != std::errc() || result.ptr != pEnd) {
         return false;
     }
     o_nValue = nValue;

@@ -43,13 +43,12 @@ SWCharString GetErrorText(SECURITY_STATUS i_nStatus) {
         return {};
     }
     const SWCharString ssSystem = SystemText(i_nStatus).Text();
+    // The system ends its texts with a line break.
+    const std::u16string_view words = ssSystem.view().substr(0, ssSystem.view().find_last_not_of(u" \t\r\n") + 1);
     std::u16string text = u"Error ";
     text += SWCharStringConv::ToString(static_cast<int64_t>(i_nStatus)).view();
     text += u": ";
-    text += ssSystem.isEmpty() ? std::u16string_view(u"???") : ssSystem.view();
-    while (!text.empty() && std::u16string_view(u" \t\r\n").find(text.back()) != std::u16string_view::npos) {
-        text.pop_back();
-    }
+    text += words.empty() ? std::u16string_view(u"???") : words;
     return SWCharString(text);
 }
 

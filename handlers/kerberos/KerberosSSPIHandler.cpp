@@ -1,5 +1,6 @@
 #include "handlers/kerberos/KerberosSSPIHandler.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <limits>
 
@@ -22,15 +23,18 @@ namespace {
 class TokenBuffer {
 public:
     TokenBuffer(void* i_pvBytes, uint64_t i_nLength)
-        : m_buffer{static_cast<ULONG>(i_nLength), SECBUFFER_TOKEN, i_pvBytes},
+        : m_nSize(static_cast<ULONG>(i_nLength)),
+          m_buffer{m_nSize, SECBUFFER_TOKEN, i_pvBytes},
           m_description{SECBUFFER_VERSION, 1, &m_buffer} {}
     TokenBuffer(const TokenBuffer&) = delete;
     TokenBuffer& operator=(const TokenBuffer&) = delete;
 
     SecBufferDesc* get() noexcept { return &m_description; }
-    uint64_t Length() const noexcept { return m_buffer.cbBuffer; }
+    // What the package says that it wrote, within the buffer: beyond it lies memory that is nobody else's business.
+    uint64_t Written() const noexcept { return std::min(m_buffer.cbBuffer, m_nSize); }
 
 private:
+    const ULONG m_nSize;
     SecBuffer m_buffer;
     SecBufferDesc m_description;
 };
@@ -186,7 +190,7 @@ uint32_t KerberosSSPIHandler::InitializeContext(const SSOCredentialsPtr& i_pCred
         login.m_pCredentials->GetHandle(), bFirstPass ? nullptr : session.GetContext(), spn.get(),
         ISC_REQ_DELEGATE | ISC_REQ_MUTUAL_AUTH, 0, SECURITY_NATIVE_DREP, bFirstPass ? nullptr : input.get(), 0,
         session.GetContext(), output.get(), &nAttributes, &tsExpiry);
-    *o_pnBufferLength = output.Length();
+    *o_pnBufferLength = output.Written();
     switch (nStatus) {
         case SEC_E_OK:
             session.SetEstablished();
@@ -245,7 +249,7 @@ uint32_t KerberosSSPIHandler::AcceptContext(const SSOCredentialsPtr& i_pCredenti
     const SECURITY_STATUS nStatus = Platform::Sspi().AcceptSecurityContext(
         login.m_pCredentials->GetHandle(), bFirstPass ? nullptr : session.GetContext(), input.get(),
         ASC_REQ_MUTUAL_AUTH, SECURITY_NATIVE_DREP, session.GetContext(), output.get(), &nAttributes, &tsExpiry);
-    *o_pnBufferLength = output.Length();
+    *o_pnBufferLength = output.Written();
     switch (nStatus) {
         case SEC_I_CONTINUE_NEEDED:
             return SSO_CONTINUE;
