@@ -1,7 +1,6 @@
 // A login in progress.
 #pragma once
 
-#include <compare>
 #include <cstdint>
 
 #include "cache/StaticToken.h"
@@ -25,8 +24,12 @@ public:
         // The session key.
         SWCharString ToString() const;
 
-        friend bool operator==(const SessionIdentifier&, const SessionIdentifier&) noexcept = default;
-        friend std::strong_ordering operator<=>(const SessionIdentifier&, const SessionIdentifier&) noexcept = default;
+        friend bool operator==(const SessionIdentifier& i_left, const SessionIdentifier& i_right) noexcept {
+            return i_left.m_nValue == i_right.m_nValue;
+        }
+        friend bool operator<(const SessionIdentifier& i_left, const SessionIdentifier& i_right) noexcept {
+            return i_left.m_nValue < i_right.m_nValue;
+        }
 
     private:
         uint64_t m_nValue = 0;  // no session has it

@@ -1,4 +1,5 @@
 // Whole logins through the exports, and the sessions behind them.
+#include <array>
 #include <thread>
 
 #include "fakes/PlatformTest.h"
@@ -78,8 +79,7 @@ protected:
         SSOError* pError = nullptr;
         const bool bFound = SSOGetError(i_nCode, &pError) == SSO_OK;
         EXPECT_EQ(bFound, pError != nullptr);
-        const std::string text =
-            bFound ? std::to_string(pError->errCode) + "/" + std::to_string(pError->messageId) : "none";
+        std::string text = bFound ? std::to_string(pError->errCode) + "/" + std::to_string(pError->messageId) : "none";
         SSOFreeError(pError);
         return text;
     }
@@ -180,9 +180,9 @@ TEST_F(ExportsTest, ThePackageCountsItsUsers) {
 }
 
 TEST_F(ExportsTest, ManyThreadsLogOn) {
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 8; ++i) {
-        threads.emplace_back([] {
+    std::array<std::thread, 8> threads;
+    for (std::thread& thread : threads) {
+        thread = std::thread([] {
             for (int j = 0; j < 20; ++j) {
                 Key client, server;
                 EXPECT_EQ(Start(client), "1|#|from client");
