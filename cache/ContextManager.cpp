@@ -18,7 +18,7 @@ ContextManager::ContextManager(const CSmartRefCountPtr<SecContextCache>& i_pCont
 
 void ContextManager::Impersonate(const SWCharString& i_ssKey) {
     m_pContextCache->WithToken(i_ssKey, [&i_ssKey](const auto& i_found) {
-        if (!i_found.m_pToken || i_found.m_pToken->Expired(SDateTime::GetCurrentDateTime())) {
+        if (!i_found.m_pToken || i_found.m_pToken->IsExpired(SDateTime::GetCurrentDateTime())) {
             S_TRACE("ssoplugin: ContextManager::Impersonate() -- token for %1 not found or expired.", i_ssKey);
             throw SSOException(SSO_ERROR, kMsgContextUnusable);
         }
@@ -55,6 +55,14 @@ bool ContextManager::Remove(const SWCharString& i_ssKey) {
 
 void ContextManager::Clear() {
     m_pContextCache->Clear();
+}
+
+void ContextManager::StartUpdateThread() {
+    m_pContextCache->StartUpdateThread();
+}
+
+void ContextManager::StopUpdateThread() {
+    m_pContextCache->StopUpdateThread();
 }
 
 }  // namespace morwen

@@ -20,6 +20,8 @@ public:
     bool IsValid(const SWCharString& i_ssKey);
     bool Remove(const SWCharString& i_ssKey);
     void Clear();
+    void StartUpdateThread();
+    void StopUpdateThread();
 
 private:
     Harrowlib201::CSmartRefCountPtr<SecContextCache> m_pContextCache;

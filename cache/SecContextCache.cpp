@@ -1,7 +1,12 @@
 #include "cache/SecContextCache.h"
 
+#include <cstring>
+
+#include "cache/SecContextUpdateThread.h"
+#include "errors/SSOException.h"
 #include "harrow/STrace.h"
 #include "harrow/SWCharStringConv.h"
+#include "morwen/morwenplugin.h"
 
 namespace morwen {
 
@@ -16,6 +21,7 @@ SecContextCache::~SecContextCache() {
 }
 
 SWCharString SecContextCache::Insert(SWCharString& o_ssKey, const StaticTokenPtr& i_pToken) {
+    StartUpdateThread();
     o_ssKey = SWCharStringConv::ToString(uint64_t{reinterpret_cast<uintptr_t>(i_pToken.get())});
     const CSmartWriteLocker locker(m_lock);
     m_mapCachedContexts.insert_or_assign(o_ssKey, i_pToken);
@@ -78,6 +84,111 @@ void SecContextCache::Clear() {
 SecContextCache::Found SecContextCache::Lookup(const SWCharString& i_ssKey) {
     const auto found = m_mapCachedContexts.find(i_ssKey);
     return found == m_mapCachedContexts.end() ? Found{} : Found{true, found->second};
+}
+
+std::map<SWCharString, StaticTokenPtr> SecContextCache::Snapshot() {
+    const CSmartReadLocker locker(m_lock);
+    return m_mapCachedContexts;
+}
+
+bool SecContextCache::RemoveExpired(const SWCharString& i_ssKey, const StaticTokenPtr& i_pToken, SDateTime i_now) {
+    const CSmartWriteLocker locker(m_lock);
+    if (!i_pToken->Expired(i_now)) {
+        return false;
+    }
+    if (i_pToken->GetImpersonationCount() != 0) {
+        S_TRACE("ssoplugin: SecContextUpdateThread::CleanUp() -- %1 is expired but impersonated -- remove later.",
+                i_ssKey);
+        return true;
+    }
+    const auto found = m_mapCachedContexts.find(i_ssKey);
+    // The host may have given the key to another context meanwhile.
+    if (found != m_mapCachedContexts.end() && found->second == i_pToken) {
+        m_mapCachedContexts.erase(found);
+        S_TRACE("ssoplugin: SecContextUpdateThread::CleanUp() -- %1 has been removed.", i_ssKey);
+    }
+    return true;
+}
+
+// ---- The update thread ----
+
+JTCHandleT<TerminatingThread> SecContextCache::MakeUpdateThread() {
+    return MakeCounted<SecContextUpdateThread>(this);
+}
+
+void SecContextCache::CreateUpdateThread() {
+    try {
+        m_pUpdateThread = MakeUpdateThread();
+    } catch (const std::bad_alloc&) {
+        m_pUpdateThread = nullptr;
+        S_FAIL("ssoplugin: SecContextCache::StartUpdateThread() -- Out of memory!");
+        throw SSOException(SSOException::OutOfMemory());
+    } catch (const JTCException& exception) {
+        // A thread of the host is not known to the thread library, which then makes no thread for it.
+        if (std::strcmp(exception.getName(), "JTCUnknownThreadException") == 0) {
+            CreateUpdateThreadAdopted();
+        }
+    } catch (const SSOException&) {
+        m_pUpdateThread = nullptr;
+        throw;
+    } catch (...) {
+        m_pUpdateThread = nullptr;
+        S_FAIL("ssoplugin: SecContextCache::StartUpdateThread() -- Unknown exception");
+        throw SSOException(SSO_ERROR);
+    }
+}
+
+void SecContextCache::CreateUpdateThreadAdopted() {
+    try {
+        const JTCAdoptCurrentThread adopted;
+        m_pUpdateThread = MakeUpdateThread();
+    } catch (const std::bad_alloc&) {
+        m_pUpdateThread = nullptr;
+        S_FAIL("ssoplugin: SecContextCache::StartUpdateThread() -- Out of memory!");
+        throw SSOException(SSOException::OutOfMemory());
+    } catch (...) {
+        m_pUpdateThread = nullptr;
+        S_FAIL("ssoplugin: SecContextCache::StartUpdateThread() -- Unknown exception");
+        throw SSOException(SSO_ERROR);
+    }
+}
+
+void SecContextCache::StartUpdateThread() {
+    const CS_Locker locker(m_threadSection);
+    if (m_pUpdateThread) {
+        return;
+    }
+    CreateUpdateThread();
+    try {
+        if (m_pUpdateThread && !m_pUpdateThread->isAlive()) {
+            S_TRACE("ssoplugin: SecContextCache::StartUpdateThread() -- Starting update thread.");
+            m_pUpdateThread->start();
+            S_TRACE("ssoplugin: SecContextCache::StartUpdateThread() -- Update thread started.");
+        }
+    } catch (...) {
+        S_FAIL("ssoplugin: SecContextCache::StartUpdateThread() -- Could not start update thread!");
+        throw SSOException(SSO_ERROR);
+    }
+}
+
+void SecContextCache::StopUpdateThread() {
+    constexpr long kJoinMilliseconds = 5000;
+    const CS_Locker locker(m_threadSection);
+    S_TRACE("ssoplugin: SecContextCache::StopUpdateThread() -- stopping the thread.");
+    if (m_pUpdateThread) {
+        m_pUpdateThread->stop();
+    }
+    while (m_pUpdateThread && m_pUpdateThread->isAlive()) {
+        try {
+            m_pUpdateThread->join(kJoinMilliseconds);
+        } catch (const JTCInterruptedException&) {
+            continue;  // this thread's business, which it learns elsewhere
+        } catch (...) {
+            S_FAIL("ssoplugin: SecContextCache::StopUpdateThread() -- Unexpected exception while joining the thread.");
+            break;
+        }
+    }
+    m_pUpdateThread = nullptr;
 }
 
 }  // namespace morwen

@@ -4,6 +4,8 @@
 #include <map>
 
 #include "cache/StaticToken.h"
+#include "harrow/CS_Wrapper.h"
+#include "harrow/TerminatingThread.h"
 
 namespace morwen {
 
@@ -13,7 +15,14 @@ public:
     // The argument is reserved and has no effect.
     explicit SecContextCache(int i_nReserved);
 
-    // Keeps the token under the decimal form of its address, which is returned and written to o_ssKey.
+    // Starts the update thread unless there is one (or was one that ended by itself: it is not replaced). Throws
+    // SSOException when it cannot be started; a thread that could be made but not started is not tried again.
+    void StartUpdateThread();
+    // Stops the update thread and waits for its end. Must come before the last reference goes.
+    void StopUpdateThread();
+
+    // Keeps the token under the decimal form of its address, which is returned and written to o_ssKey. Starts the
+    // update thread first.
     SWCharString Insert(SWCharString& o_ssKey, const StaticTokenPtr& i_pToken);
 
     // Renames: afterwards only the new key finds the token, in place of any that had the key. False when there is none.
@@ -34,17 +43,31 @@ public:
         return i_operation(Lookup(i_ssKey));
     }
 
+    // For the update thread: what is cached now.
+    std::map<SWCharString, StaticTokenPtr> Snapshot();
+    // For the update thread: removes the token if it is still under the key, still expired and impersonated by nobody.
+    // False when it has been renewed meanwhile.
+    bool RemoveExpired(const SWCharString& i_ssKey, const StaticTokenPtr& i_pToken, SDateTime i_now);
+
+protected:
+    ~SecContextCache() override;
+    // Makes the thread, not started; throws what the thread library throws.
+    virtual Harrowlib201::JTCHandleT<Harrowlib201::TerminatingThread> MakeUpdateThread();
+
 private:
     struct Found {
         bool m_bPresent = false;
         StaticTokenPtr m_pToken;
     };
 
-    ~SecContextCache() override;
+    void CreateUpdateThread() S_REQUIRES(m_threadSection);
+    void CreateUpdateThreadAdopted() S_REQUIRES(m_threadSection);
     Found Lookup(const SWCharString& i_ssKey) S_REQUIRES_SHARED(m_lock);
 
     std::map<SWCharString, StaticTokenPtr> m_mapCachedContexts S_GUARDED_BY(m_lock);
     Harrowlib201::CRWLock m_lock;
+    Harrowlib201::JTCHandleT<Harrowlib201::TerminatingThread> m_pUpdateThread S_GUARDED_BY(m_threadSection);
+    Harrowlib201::CS_Wrapper m_threadSection;
 };
 
 }  // namespace morwen

@@ -18,6 +18,8 @@ struct Slot {
 };
 thread_local Slot t_aSlots[kSlots];
 
+thread_local uint32_t t_nAdoptions;
+
 void RequireAllocated(const JTCThreadKey& i_key) {
     if (i_key.m_nGeneration == 0 || i_key.m_nSlot >= kSlots ||
         s_aGenerations[i_key.m_nSlot].load(std::memory_order_acquire) != i_key.m_nGeneration) {
@@ -37,6 +39,18 @@ JTCInitialize::~JTCInitialize() {
 
 bool JTCInitialize::initialized() noexcept {
     return s_nUsers.load() != 0;
+}
+
+JTCAdoptCurrentThread::JTCAdoptCurrentThread() noexcept {
+    ++t_nAdoptions;
+}
+
+JTCAdoptCurrentThread::~JTCAdoptCurrentThread() {
+    --t_nAdoptions;
+}
+
+bool JTCAdoptCurrentThread::isKnown() noexcept {
+    return t_nAdoptions != 0;
 }
 
 JTCThreadKey JTCTSS::allocate() {

@@ -24,6 +24,19 @@ public:
     explicit JTCSystemCallException(const char* i_pszText) : JTCException("JTCSystemCallException", i_pszText) {}
 };
 
+// The calling thread is one that the library neither started nor adopted.
+class JTCUnknownThreadException : public JTCException {
+public:
+    JTCUnknownThreadException()
+        : JTCException("JTCUnknownThreadException", "the calling thread is not known to the thread library") {}
+};
+
+// The wait of a thread of the library was interrupted.
+class JTCInterruptedException : public JTCException {
+public:
+    JTCInterruptedException() : JTCException("JTCInterruptedException", "the wait was interrupted") {}
+};
+
 // The library is in use as long as one of these lives.
 class JTCInitialize {
 public:
@@ -37,6 +50,17 @@ public:
 
 template <class T>
 using JTCHandleT = CSmartRefCountPtr<T>;
+
+// As long as it lives, the library knows the thread that made it. Ends on the same thread.
+class JTCAdoptCurrentThread {
+public:
+    JTCAdoptCurrentThread() noexcept;
+    ~JTCAdoptCurrentThread();
+    JTCAdoptCurrentThread(const JTCAdoptCurrentThread&) = delete;
+    JTCAdoptCurrentThread& operator=(const JTCAdoptCurrentThread&) = delete;
+
+    static bool isKnown() noexcept;
+};
 
 // Names a slot. A released key names nothing, also when its slot is in use again under a newer key.
 struct JTCThreadKey {

@@ -9,6 +9,7 @@
 #include "errors/SSOException.h"
 #include "harrow/STrace.h"
 #include "harrow/SWCharStringConv.h"
+#include "params/SequenceOwner.h"
 #include "params/SequenceParser.h"
 
 namespace morwen {
@@ -23,21 +24,6 @@ namespace {
 [[noreturn]] void ThrowWrongType(const SString& i_ssKey) {
     throw SSOException(SSO_ERROR, kMsgParameterType, {i_ssKey});
 }
-
-// Ends a chain that was not handed out.
-class SequenceOwner {
-public:
-    explicit SequenceOwner(ParasSeq* i_pParameters) noexcept : m_pParameters(i_pParameters) {}
-    ~SequenceOwner() { Parameters::FreeSequence(m_pParameters); }
-    SequenceOwner(const SequenceOwner&) = delete;
-    SequenceOwner& operator=(const SequenceOwner&) = delete;
-
-    ParasSeq* get() const noexcept { return m_pParameters; }
-    ParasSeq* Detach() noexcept { return std::exchange(m_pParameters, nullptr); }
-
-private:
-    ParasSeq* m_pParameters;
-};
 
 }  // namespace
 

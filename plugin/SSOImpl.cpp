@@ -187,6 +187,7 @@ void SSOImpl::Shutdown() {
     SResManager::Terminate();
     SLogger::Terminate();
     if (m_pContextManager) {
+        m_pContextManager->StopUpdateThread();
         m_pContextManager->Clear();
     }
     ReleaseComponents();
@@ -205,7 +206,7 @@ void SSOImpl::Shutdown() {
 // ---- Providers ----
 
 uint32_t SSOImpl::InitSSOProvider(const SWCharString& i_ssType, const ParasSeq* i_pParameters) {
-    return RunOnContexts([&](ContextManager&) {
+    return RunOnContexts([&](ContextManager& i_contexts) {
         const SSOHandlerFactoryPtr pHandlerFactory = SSOHandlerFactory::instance();
         S_ASSERT(pHandlerFactory);
         if (!pHandlerFactory) {
@@ -229,7 +230,9 @@ uint32_t SSOImpl::InitSSOProvider(const SWCharString& i_ssType, const ParasSeq* 
             S_TRACE(
                 "ssoplugin: SSOImpl::InitSSOProvider() -- Could not determine whether to start the update thread or "
                 "not.  Delaying until needed.");
-        } else if (!bCacheContexts) {
+        } else if (bCacheContexts) {
+            i_contexts.StartUpdateThread();
+        } else {
             S_TRACE(
                 "ssoplugin: SSOImpl::InitSSOProvider() -- Not starting the cache cleanup thread; may start later if "
                 "needed.");

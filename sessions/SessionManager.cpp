@@ -4,6 +4,7 @@
 #include <new>
 
 #include "errors/SSOException.h"
+#include "handlers/HandlerToken.h"
 #include "handlers/SSOHandlerFactory.h"
 #include "harrow/STrace.h"
 
@@ -16,31 +17,12 @@ namespace {
 constexpr const char16_t* kClientDone = u"DUMMY_KEY";
 constexpr const char16_t* kCachingOff = u"DUMMY_KEY__CACHING_IS_OFF";
 
-// A handler's output token; goes back to the handler.
-class HandlerToken {
-public:
-    explicit HandlerToken(SSOHandler& i_handler) noexcept : m_handler(i_handler) {}
-    ~HandlerToken() {
-        if (m_pvToken != nullptr) {
-            m_handler.FreeBuffer(m_pvToken);
-        }
-    }
-    HandlerToken(const HandlerToken&) = delete;
-    HandlerToken& operator=(const HandlerToken&) = delete;
-
-    // For the host. The handler's lengths come from 32-bit ones.
-    void CopyTo(void** o_ppvBuffer, SSOLength* o_pnBufferLength) const {
-        const auto nLength = static_cast<SSOLength>(m_nLength);
-        SessionManager::CopyToExternalBuffer(m_pvToken, o_ppvBuffer, nLength);
-        *o_pnBufferLength = nLength;
-    }
-
-    uint8_t* m_pvToken = nullptr;
-    uint64_t m_nLength = 0;
-
-private:
-    SSOHandler& m_handler;
-};
+// For the host. The handler's lengths come from 32-bit ones.
+void CopyForHost(const HandlerToken& i_token, void** o_ppvBuffer, SSOLength* o_pnBufferLength) {
+    const auto nLength = static_cast<SSOLength>(i_token.m_nLength);
+    SessionManager::CopyToExternalBuffer(i_token.m_pvToken, o_ppvBuffer, nLength);
+    *o_pnBufferLength = nLength;
+}
 
 // Takes a session out of the cache again unless the step that made it succeeds: its key never reached the host, so
 // nobody could ever end it, and a stranger's bad tokens would fill the memory. A session that was there before stays,
@@ -143,7 +125,7 @@ uint32_t SessionManager::GenerateClientContext(const SWCharString& i_ssUser, con
         nStatus = pHandler->InitializeContext(pCredentials, pSession, static_cast<const uint8_t*>(i_pvToken),
                                               i_nTokenLength, &token.m_pvToken, &token.m_nLength);
         RequireStatus(nStatus, "ssoplugin: SessionManager::GenerateClientContext() failed.");
-        token.CopyTo(o_ppvBuffer, o_pnBufferLength);
+        CopyForHost(token, o_ppvBuffer, o_pnBufferLength);
         o_ssKey = nStatus != SSO_OK ? identifier.ToString() : SWCharString(kClientDone);
     } catch (...) {
         ClearOutputs(o_ppvBuffer, o_pnBufferLength);
@@ -177,7 +159,7 @@ uint32_t SessionManager::GenerateServerContext(const SWCharString& i_ssType, con
             pHandler->AcceptContext(pCredentials, pSession, static_cast<const uint8_t*>(i_pvToken), i_nTokenLength,
                                     &token.m_pvToken, &token.m_nLength, i_bWantLogonInformation, o_logonInformation);
         RequireStatus(nStatus, "ssoplugin: SessionManager::GenerateServerContext() failed.");
-        token.CopyTo(o_ppvBuffer, o_pnBufferLength);
+        CopyForHost(token, o_ppvBuffer, o_pnBufferLength);
         if (nStatus == SSO_CONTINUE) {
             o_ssKey = identifier.ToString();
         } else if (nStatus == SSO_OK || nStatus == SSO_ACCEPTED) {

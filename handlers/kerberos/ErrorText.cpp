@@ -2,47 +2,18 @@
 
 #include <string>
 
+#include "handlers/SystemErrorText.h"
 #include "harrow/SWCharStringConv.h"
-#include "platform/Platform.h"
 
 namespace morwen {
 
 using Harrowlib201::SWCharStringConv;
 
-namespace {
-
-constexpr DWORD kSizeHint = 1024;
-constexpr DWORD kDefaultLanguage = 0x400;
-
-// Gives the text back to the system.
-class SystemText {
-public:
-    explicit SystemText(SECURITY_STATUS i_nStatus) {
-        Platform::Kernel().FormatMessageW(
-            FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
-            static_cast<DWORD>(i_nStatus), kDefaultLanguage, reinterpret_cast<WCHAR*>(&m_pszText), kSizeHint, nullptr);
-    }
-    ~SystemText() {
-        if (m_pszText != nullptr) {
-            Platform::Kernel().LocalFree(m_pszText);
-        }
-    }
-    SystemText(const SystemText&) = delete;
-    SystemText& operator=(const SystemText&) = delete;
-
-    SWCharString Text() const { return SWCharString::FromUnits(m_pszText); }
-
-private:
-    WCHAR* m_pszText = nullptr;
-};
-
-}  // namespace
-
 SWCharString GetErrorText(SECURITY_STATUS i_nStatus) {
     if (i_nStatus == SEC_E_OK) {
         return {};
     }
-    const SWCharString ssSystem = SystemText(i_nStatus).Text();
+    const SWCharString ssSystem = FormatSystemText(static_cast<DWORD>(i_nStatus));
     // The system ends its texts with a line break.
     const std::u16string_view words = ssSystem.view().substr(0, ssSystem.view().find_last_not_of(u" \t\r\n") + 1);
     std::u16string text = u"Error ";

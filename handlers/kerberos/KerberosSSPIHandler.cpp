@@ -268,6 +268,7 @@ uint32_t KerberosSSPIHandler::AcceptContext(const SSOCredentialsPtr& i_pCredenti
             return *o_ppvBuffer != nullptr || *o_pnBufferLength != 0 ? SSO_CONTINUE : SSO_ACCEPTED;
         case SEC_I_COMPLETE_NEEDED:
         case SEC_I_COMPLETE_AND_CONTINUE:
+            session.SetEstablished();
             return SSO_OK;
         default:
             S_TRACE("ssoplugin: KerberosSSPIHandler::AcceptContext() -- Failure in AcceptSecurityContext(). %1",

@@ -1,8 +1,10 @@
 #include "handlers/kerberos/SSPISession.h"
 
 #include <limits>
+#include <new>
 
 #include "errors/SSOException.h"
+#include "handlers/kerberos/SSPIStaticToken.h"
 #include "harrow/STrace.h"
 #include "platform/Platform.h"
 
@@ -14,7 +16,7 @@ SSPISession::SSPISession(const ParasSeq* i_pLoginParameters) : SSOSession(i_pLog
 
 SSPISession::~SSPISession() {
     try {
-        if (!HoldsContext()) {
+        if (!HoldsContext() || m_bHandedOver) {
             S_TRACE("ssoplugin: SSPISession::~SSPISession() -- CtxtHndle does not require releasing.");
         } else if (Platform::Sspi().DeleteSecurityContext(&m_handle) != SEC_E_OK) {
             S_TRACE("ssoplugin: SSPISession::~SSPISession() -- Could not delete context handle.");
@@ -25,7 +27,19 @@ SSPISession::~SSPISession() {
 }
 
 StaticTokenPtr SSPISession::GetStaticToken() {
-    throw SSOException(SSO_NOT_SUPPORTED);
+    // A context that is not complete belongs to nobody yet; one that is handed over already would have two owners.
+    if (!m_bEstablished || m_bHandedOver) {
+        throw SSOException(SSO_ERROR);
+    }
+    try {
+        StaticTokenPtr pToken = Harrowlib201::MakeCounted<SSPIStaticToken>(&m_handle);
+        S_ASSERT(pToken);
+        m_bHandedOver = true;
+        return pToken;
+    } catch (const std::bad_alloc&) {
+        S_TRACE("ssoplugin: SSPISession::GetStaticToken() -- Out of memory!");
+        throw SSOException(SSOException::OutOfMemory());
+    }
 }
 
 void SSPISession::CountPass() noexcept {

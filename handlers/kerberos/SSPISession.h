@@ -11,7 +11,8 @@ class SSPISession : public SSOSession {
 public:
     explicit SSPISession(const ParasSeq* i_pLoginParameters);
 
-    // Keeping contexts is not offered yet: throws SSOException with SSO_NOT_SUPPORTED.
+    // The context can still be read here, but it is the token's to end. Throws SSOException, also when the context is
+    // not established.
     StaticTokenPtr GetStaticToken() override;
 
     bool HoldsContext() const noexcept { return m_handle.dwLower != 0 || m_handle.dwUpper != 0; }
@@ -31,6 +32,7 @@ private:
 
     CtxtHandle m_handle{};
     bool m_bEstablished = false;
+    bool m_bHandedOver = false;  // a token owns the context
 };
 
 }  // namespace morwen

@@ -1,7 +1,12 @@
 #include "handlers/threadtoken/ThreadTokenHandler.h"
 
+#include <new>
+
 #include "errors/SSOException.h"
+#include "handlers/SystemErrorText.h"
+#include "handlers/threadtoken/ThreadTokenSession.h"
 #include "harrow/STrace.h"
+#include "platform/Platform.h"
 
 namespace morwen {
 
@@ -45,8 +50,47 @@ uint32_t ThreadTokenHandler::AcceptContext(const SSOCredentialsPtr&, const SSOSe
     ThrowNotSupported();
 }
 
-SSOSessionPtr ThreadTokenHandler::CreateSession(const ParasSeq*) {
-    ThrowNotSupported();
+uint32_t ThreadTokenHandler::AcquireCurrentContext(const SSOSessionPtr& i_pSession, const Parameters&) {
+    S_ASSERT(i_pSession);
+    if (!i_pSession) {
+        throw SSOException(SSO_ERROR);
+    }
+    const auto pSession = CountedCast<ThreadTokenSession>(i_pSession);
+    if (!pSession) {
+        S_FAIL("ssoplugin: ThreadTokenHandler::AcquireCurrentContext() -- Wrong type of SSOSessionPtr passed in.");
+        throw SSOException(SSO_ERROR);
+    }
+    constexpr DWORD kAccess = TOKEN_QUERY | TOKEN_IMPERSONATE | TOKEN_DUPLICATE;
+    TokenCalls& tokens = Platform::Tokens();
+    KernelCalls& kernel = Platform::Kernel();
+    HANDLE hToken = nullptr;
+    if (!tokens.OpenThreadToken(kernel.GetCurrentThread(), kAccess, TRUE, &hToken)) {
+        S_TRACE(
+            "ssoplugin: ThreadTokenHandler::AcquireCurrentContext() -- OpenThreadToken() failed.  Trying process "
+            "token.");
+        if (!tokens.OpenProcessToken(kernel.GetCurrentProcess(), kAccess, &hToken)) {
+            S_TRACE(
+                "ssoplugin: ThreadTokenHandler::AcquireCurrentSecurityContext() -- Could not get token for thread nor "
+                "process: %1",
+                GetLastErrorText());
+            throw SSOException(SSO_ERROR, kMsgContextUnusable);
+        }
+    }
+    pSession->SetToken(hToken);
+    return SSO_OK;
+}
+
+SSOSessionPtr ThreadTokenHandler::CreateSession(const ParasSeq* i_pLoginParameters) {
+    S_TRACE("ssoplugin: ThreadTokenHandler::CreateSession() -- Creating a new session.");
+    try {
+        return MakeCounted<ThreadTokenSession>(i_pLoginParameters);
+    } catch (const std::bad_alloc&) {
+        S_FAIL("ssoplugin: ThreadTokenHandler::CreateSession() -- Out of memory!");
+        throw SSOException(SSOException::OutOfMemory());
+    } catch (...) {
+        S_FAIL("ssoplugin: ThreadTokenHandler::CreateSession() -- Creation failed.");
+        throw;
+    }
 }
 
 SSOCredentialsPtr ThreadTokenHandler::CreateCredentials(const SWCharString&, const SWCharString&, uint32_t) {

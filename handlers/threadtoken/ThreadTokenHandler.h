@@ -5,8 +5,7 @@
 
 namespace morwen {
 
-// There is no handshake, so every operation of one throws SSO_NOT_SUPPORTED. Sessions, and with them the capture of an
-// identity, are not offered yet and answer the same way.
+// There is no handshake, so every operation of one throws SSO_NOT_SUPPORTED.
 class ThreadTokenHandler : public SSOHandler {
 public:
     ThreadTokenHandler();
@@ -21,6 +20,8 @@ public:
                            const uint8_t* i_pvBuffer, uint64_t i_nBufferSize, uint8_t** o_ppvBuffer,
                            uint64_t* o_pnBufferLength, bool i_bWantLogonInformation,
                            Parameters& o_logonInformation) override;
+    // Takes the calling thread's token, or the process's when the thread has none.
+    uint32_t AcquireCurrentContext(const SSOSessionPtr& i_pSession, const Parameters& i_parameters) override;
     SSOSessionPtr CreateSession(const ParasSeq* i_pLoginParameters) override;
     SSOCredentialsPtr CreateCredentials(const SWCharString& i_ssUser, const SWCharString& i_ssPassword,
                                         uint32_t i_nCredentialType) override;

@@ -1,0 +1,18 @@
+// The operating system's words for an error.
+#pragma once
+
+#include "harrow/SWCharString.h"
+#include "platform/OsTypes.h"
+
+namespace morwen {
+
+using Harrowlib201::SWCharString;
+
+// The system's text for a status or an error code, empty when it has none. To be called on the thread that met the
+// error. Throws std::bad_alloc.
+SWCharString FormatSystemText(DWORD i_nCode);
+
+// The text of the calling thread's last error, or "Unknown error.". Throws std::bad_alloc.
+SWCharString GetLastErrorText();
+
+}  // namespace morwen

@@ -1,0 +1,158 @@
+#include "handlers/kerberos/Renegotiation.h"
+
+#include <new>
+
+#include "errors/SSOException.h"
+#include "handlers/HandlerToken.h"
+#include "handlers/SSOHandlerFactory.h"
+#include "handlers/kerberos/KerberosSSPICredentials.h"
+#include "handlers/kerberos/RevertTrace.h"
+#include "handlers/kerberos/SSPISession.h"
+#include "harrow/STrace.h"
+#include "morwen/morwenplugin.h"
+#include "params/SequenceOwner.h"
+#include "platform/Platform.h"
+
+namespace morwen {
+
+using namespace Harrowlib201;
+
+namespace {
+
+constexpr uint32_t SSEC_STATUS_OK = SSO_OK;
+constexpr int kMostRounds = 5;
+
+SSOCredentialsPtr MakeCredentials(uint32_t i_nType) {
+    try {
+        return MakeCounted<KerberosSSPICredentials>(SWCharString(), SWCharString(), i_nType);
+    } catch (const std::bad_alloc&) {
+        throw SSOException(SSOException::OutOfMemory());
+    }
+}
+
+// Runs as the context's user until End, or until this object goes.
+class ActingAsUser {
+public:
+    explicit ActingAsUser(CtxtHandle* i_pContext) : m_pContext(i_pContext) {
+        if (Platform::Sspi().ImpersonateSecurityContext(i_pContext) != SEC_E_OK) {
+            S_TRACE("ssoplugin: SSPIStaticToken::RenegotiateImpl() -- Could not impersonate.");
+            throw SSOException(SSO_ERROR, kMsgImpersonation);
+        }
+    }
+    ~ActingAsUser() { static_cast<void>(Revert()); }
+    ActingAsUser(const ActingAsUser&) = delete;
+    ActingAsUser& operator=(const ActingAsUser&) = delete;
+
+    void End() {
+        if (!Revert()) {
+            throw SSOException(SSO_ERROR, kMsgImpersonation);
+        }
+    }
+
+private:
+    bool Revert() noexcept {
+        if (m_pContext == nullptr) {
+            return true;
+        }
+        const SECURITY_STATUS nStatus = Platform::Sspi().RevertSecurityContext(m_pContext);
+        m_pContext = nullptr;
+        if (nStatus == SEC_E_OK) {
+            return true;
+        }
+        TraceFailedRevert(
+            "ssoplugin: SSPIStaticToken::RenegotiateImpl() revert failed -- revert using RevertToSelf(). Error %d",
+            nStatus);
+        if (Platform::Tokens().RevertToSelf()) {
+            return true;
+        }
+        S_ASSERT_MSG(false, "SSPIStaticToken::RenegotiateImpl() failed to revert to security context of process.");
+        return false;
+    }
+
+    CtxtHandle* m_pContext;
+};
+
+void RequireStatus(uint32_t i_nStatus, const char* i_pszFailed) {
+    if (i_nStatus >= SSO_ERROR) {
+        S_TRACE(i_pszFailed);
+        throw SSOException(SSO_ERROR);
+    }
+}
+
+}  // namespace
+
+Renegotiation::Renegotiation()
+    : m_pHandler(CountedCast<KerberosSSPIHandler>(SSOHandlerFactory::instance()->GetHandler(u"SSPI"))) {
+    const auto& pSSPIHandler = m_pHandler;
+    S_ASSERT(pSSPIHandler);
+    if (!pSSPIHandler) {
+        throw SSOException(SSO_ERROR);
+    }
+    const SWCharString ssSPN = m_pHandler->GetSPN();
+    S_ASSERT(!ssSPN.isEmpty());
+    m_ssSPN = ssSPN;
+    m_pServerCreds = MakeCredentials(SSOHandler::kInbound);
+}
+
+void Renegotiation::AcquireUserCredentials(CtxtHandle* i_pContext) {
+    ActingAsUser user(i_pContext);
+    m_pUserCreds = MakeCredentials(SSOHandler::kOutbound);
+    user.End();
+}
+
+StaticTokenPtr Renegotiation::Run() {
+    const SSOCredentialsPtr& pUserCreds = m_pUserCreds;
+    const SSOCredentialsPtr& pServerCreds = m_pServerCreds;
+    S_ASSERT(pUserCreds && pServerCreds);
+    if (!pUserCreds || !pServerCreds) {
+        throw SSOException(SSO_ERROR);
+    }
+    Parameters parameters;
+    parameters.SetParameter(u"SI_SERVER_SSPI_SPN", m_ssSPN);
+    ParasSeq* pChain = nullptr;
+    parameters.ToParasSeq(&pChain);
+    const SequenceOwner chain(pChain);
+    const SSOSessionPtr pClientSession = m_pHandler->CreateSession(chain.get());
+    const SSOSessionPtr pServerSession = m_pHandler->CreateSession(nullptr);
+    S_ASSERT_TEXT(pClientSession && pServerSession, "pServerSession && pServerSession");
+    if (!pClientSession || !pServerSession) {
+        throw SSOException(SSO_ERROR);
+    }
+
+    uint32_t statClient = SSO_CONTINUE;
+    uint32_t statServer = SSO_CONTINUE;
+    HandlerToken fromServer(*m_pHandler);
+    for (int nRound = 1; statClient == SSO_CONTINUE || statServer == SSO_CONTINUE; ++nRound) {
+        if (nRound > kMostRounds) {
+            S_FAIL("ssoplugin: SSPIStaticToken::RenegotiateImpl() -- Stuck in loop, aborting!");
+            throw SSOException(SSO_ERROR);
+        }
+        HandlerToken fromClient(*m_pHandler);
+        if (statClient == SSO_CONTINUE) {  // a side that is complete is asked no more
+            statClient =
+                m_pHandler->InitializeContext(pUserCreds, pClientSession, fromServer.Input(), fromServer.m_nLength,
+                                              &fromClient.m_pvToken, &fromClient.m_nLength);
+            RequireStatus(statClient,
+                          "ssoplugin: SSPIStaticToken::RenegotiateImpl() -- Renegotiating security context failed when "
+                          "acting as the client.");
+        }
+        fromServer.Reset();
+        if (statServer == SSO_CONTINUE) {
+            Parameters none;
+            statServer =
+                m_pHandler->AcceptContext(pServerCreds, pServerSession, fromClient.Input(), fromClient.m_nLength,
+                                          &fromServer.m_pvToken, &fromServer.m_nLength, false, none);
+            RequireStatus(statServer,
+                          "ssoplugin: SSPIStaticToken::RenegotiateImpl() -- Renegotiating security context failed when "
+                          "acting as the server.");
+            if (statServer == SSO_ACCEPTED) {
+                statServer = SSEC_STATUS_OK;
+            }
+        }
+    }
+    S_ASSERT(statClient == SSEC_STATUS_OK);
+    S_ASSERT(statServer == SSEC_STATUS_OK);
+    return pServerSession->GetStaticToken();
+}
+
+}  // namespace morwen

@@ -1,0 +1,31 @@
+// A fresh security context for a user who is logged on already.
+#pragma once
+
+#include "cache/StaticToken.h"
+#include "handlers/SSOCredentials.h"
+#include "handlers/kerberos/KerberosSSPIHandler.h"
+#include "platform/OsTypes.h"
+
+namespace morwen {
+
+// One handshake inside the process, the client acting as the user and the server as the process. Failures are
+// SSOExceptions; the thread is itself again after each operation.
+class Renegotiation {
+public:
+    // Looks the server's principal up and acquires the credentials of the process.
+    Renegotiation();
+
+    // Acquires the default credentials of the context's user, acting as that user for a moment.
+    void AcquireUserCredentials(CtxtHandle* i_pContext);
+
+    // The handshake. Returns a token with the fresh context.
+    StaticTokenPtr Run();
+
+private:
+    Harrowlib201::CSmartRefCountPtr<KerberosSSPIHandler> m_pHandler;
+    SWCharString m_ssSPN;
+    SSOCredentialsPtr m_pServerCreds;
+    SSOCredentialsPtr m_pUserCreds;
+};
+
+}  // namespace morwen

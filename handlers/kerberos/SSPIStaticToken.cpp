@@ -1,0 +1,154 @@
+#include "handlers/kerberos/SSPIStaticToken.h"
+
+#include <limits>
+
+#include "errors/SSOException.h"
+#include "handlers/kerberos/Renegotiation.h"
+#include "handlers/kerberos/RevertTrace.h"
+#include "harrow/STrace.h"
+#include "morwen/morwenplugin.h"
+#include "platform/Platform.h"
+
+namespace morwen {
+
+using namespace Harrowlib201;
+
+namespace {
+
+std::optional<SDateTime> ReadExpiry(CtxtHandle* i_pContext) {
+    SecPkgContext_Lifespan lifespan{};
+    // A failure leaves the zeros of 1601: expired.
+    static_cast<void>(Platform::Sspi().QueryContextAttributesW(i_pContext, SECPKG_ATTR_LIFESPAN, &lifespan));
+    const FILETIME fileTime = {lifespan.tsExpiry.LowPart, static_cast<DWORD>(lifespan.tsExpiry.HighPart)};
+    SYSTEMTIME date{};
+    if (!Platform::Kernel().FileTimeToSystemTime(&fileTime, &date)) {
+        return std::nullopt;
+    }
+    return SDateTime(date.wYear, date.wMonth, date.wDay, date.wHour, date.wMinute, date.wSecond, date.wMilliseconds,
+                     STimeZone::TZ_Local);
+}
+
+}  // namespace
+
+SSPIStaticToken::SSPIStaticToken(const CtxtHandle* i_pContextHandle) : StaticToken(u"SSPI") {
+    S_ASSERT_MSG(i_pContextHandle, "ssoplugin: SSPIStaticToken::SSPIStaticToken() -- NULL context handle!");
+    if (i_pContextHandle == nullptr) {
+        throw SSOException(SSO_ERROR);
+    }
+    CtxtHandle handle = *i_pContextHandle;
+    const auto expiry = ReadExpiry(&handle);
+    {
+        const CSmartWriteLocker locker(m_lock);
+        m_expiry = expiry;
+    }
+    if (SSPIStaticToken::Expired(m_created) || ExpiredByConfiguration(m_created)) {
+        S_TRACE("ssoplugin: SSPIStaticToken::SSPIStaticToken() -- This token has already expired!");
+    }
+    const CSmartWriteLocker locker(m_lock);
+    m_handle = handle;  // last: until here the context is the caller's
+}
+
+SSPIStaticToken::~SSPIStaticToken() {
+    try {
+        const CSmartWriteLocker locker(m_lock);
+        if ((m_handle.dwLower != 0 || m_handle.dwUpper != 0) &&
+            Platform::Sspi().DeleteSecurityContext(&m_handle) != SEC_E_OK) {
+            S_TRACE("ssoplugin: SSPIStaticToken::~SSPIStaticToken() -- Could not delete context handle.");
+        }
+    } catch (...) {
+        S_TRACE("ssoplugin: SSPIStaticToken::~SSPIStaticToken() -- Unexpected exception!");
+    }
+}
+
+void SSPIStaticToken::Impersonate() {
+    const CSmartWriteLocker locker(m_lock);
+    // Beyond the count's range the token could be removed while it is impersonated.
+    if (m_nImpersonationCount == std::numeric_limits<uint16_t>::max() ||
+        Platform::Sspi().ImpersonateSecurityContext(&m_handle) != SEC_E_OK) {
+        S_TRACE("ssoplugin: SSPIStaticToken::Impersonate() -- Could not impersonate.");
+        throw SSOException(SSO_ERROR, kMsgImpersonation);
+    }
+    ++m_nImpersonationCount;
+}
+
+void SSPIStaticToken::Revert() {
+    const CSmartWriteLocker locker(m_lock);
+    const bool bImpersonated = m_nImpersonationCount > 0;
+    bool bReverted = false;
+    if (bImpersonated) {
+        const SECURITY_STATUS nStatus = Platform::Sspi().RevertSecurityContext(&m_handle);
+        bReverted = nStatus == SEC_E_OK;
+        if (!bReverted) {
+            TraceFailedRevert(
+                "ssoplugin: SSPIStaticToken::RevertSecurityContext() failed -- revert using "
+                "RevertToSelf(). Error %d",
+                nStatus);
+        }
+    } else {
+        S_TRACE("ssoplugin: SSPIStaticToken::Revert() called for context that had not been impersonated.");
+    }
+    if (!bReverted && !Platform::Tokens().RevertToSelf()) {
+        S_ASSERT_MSG(false, "SSPIStaticToken::Revert() failed to revert to security context of process.");
+        throw SSOException(SSO_ERROR, kMsgImpersonation);
+    }
+    if (bImpersonated) {
+        --m_nImpersonationCount;
+    }
+}
+
+std::optional<SDateTime> SSPIStaticToken::GetExpiry() const {
+    const CSmartReadLocker locker(m_lock);
+    return m_expiry;
+}
+
+bool SSPIStaticToken::Expired(SDateTime i_now) {
+    const auto expiry = GetExpiry();
+    if (!expiry) {
+        S_TRACE("ssoplugin: SSPIStaticToken::Expired() -- Could not read expiry time.  Treating as expired.");
+        return true;
+    }
+    if (i_now > *expiry) {
+        S_TRACE("ssoplugin: SSPIStaticToken::Expired() -- expired!");
+        return true;
+    }
+    return false;
+}
+
+STimeSpan SSPIStaticToken::GetTimeToExpiry(SDateTime i_now) {
+    const auto expiry = GetExpiry();
+    return expiry ? *expiry - i_now : STimeSpan();
+}
+
+STimeSpan SSPIStaticToken::GetLifetime() {
+    const CSmartReadLocker locker(m_lock);
+    return m_expiry ? *m_expiry - m_lastNegotiated : STimeSpan();
+}
+
+bool SSPIStaticToken::RenegotiateImpl() {
+    Renegotiation renegotiation;
+    {
+        const CSmartReadLocker locker(m_lock);
+        renegotiation.AcquireUserCredentials(&m_handle);
+    }
+    const StaticTokenPtr pFresh = renegotiation.Run();
+    const auto pSSPIToken = CountedCast<SSPIStaticToken>(pFresh);
+    S_ASSERT(pSSPIToken);
+    if (!pSSPIToken) {
+        throw SSOException(SSO_ERROR);
+    }
+    TakeOver(*pSSPIToken);
+    return true;
+}
+
+void SSPIStaticToken::TakeOver(SSPIStaticToken& io_other) {
+    const CSmartWriteLocker otherLocker(io_other.m_lock);  // nobody else knows it
+    const CSmartWriteLocker locker(m_lock);
+    if (Platform::Sspi().DeleteSecurityContext(&m_handle) != SEC_E_OK) {
+        S_TRACE("ssoplugin: SSPISession::RenegotiateImpl() -- Could not delete context handle.");
+    }
+    m_handle = io_other.m_handle;
+    m_expiry = io_other.m_expiry;
+    io_other.m_handle = {};
+}
+
+}  // namespace morwen

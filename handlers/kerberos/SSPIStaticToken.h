@@ -1,0 +1,36 @@
+// The security context of a Kerberos login that was accepted.
+#pragma once
+
+#include <optional>
+
+#include "cache/StaticToken.h"
+#include "platform/OsTypes.h"
+
+namespace morwen {
+
+// Owns the context. The expiry is that of the user's ticket.
+class SSPIStaticToken : public StaticToken {
+public:
+    // Takes the context over once the constructor has returned. Throws SSOException for a null pointer.
+    explicit SSPIStaticToken(const CtxtHandle* i_pContextHandle);
+
+    void Impersonate() override;
+    void Revert() override;
+    bool Expired(SDateTime i_now) override;
+    // A whole handshake inside the process, the client acting as the token's user and the server as the process.
+    bool RenegotiateImpl() override;
+    STimeSpan GetTimeToExpiry(SDateTime i_now) override;
+    STimeSpan GetLifetime() override;
+
+private:
+    ~SSPIStaticToken() override;
+
+    std::optional<SDateTime> GetExpiry() const;
+    void TakeOver(SSPIStaticToken& io_other);
+
+    CtxtHandle m_handle S_GUARDED_BY(m_lock){};
+    // Nothing when it could not be read. The package reports local time; this is the instant that it meant then.
+    std::optional<SDateTime> m_expiry S_GUARDED_BY(m_lock);
+};
+
+}  // namespace morwen

@@ -1,0 +1,68 @@
+#include "handlers/threadtoken/ThreadStaticToken.h"
+
+#include <limits>
+
+#include "errors/SSOException.h"
+#include "handlers/SystemErrorText.h"
+#include "morwen/morwenplugin.h"
+
+namespace morwen {
+
+using namespace Harrowlib201;
+
+ThreadStaticToken::ThreadStaticToken(HANDLE i_pToken)
+    : StaticToken(u"THREADTOKEN"),
+      m_pToken("ssoplugin: ThreadStaticToken::~ThreadStaticToken() -- Failed to close handle!") {
+    S_ASSERT_MSG(i_pToken, "ssoplugin: ThreadStaticToken::ThreadStaticToken() -- NULL handle!");
+    if (i_pToken == nullptr) {
+        throw SSOException(SSO_ERROR);
+    }
+    m_pToken.Reset(i_pToken);
+}
+
+ThreadStaticToken::~ThreadStaticToken() {
+    S_ASSERT_TEXT(m_pToken.get() != nullptr,
+                  "ssoplugin: ThreadStaticToken::~ThreadStaticToken() -- No handle to close! (m_pToken)");
+}
+
+void ThreadStaticToken::Impersonate() {
+    S_ASSERT_TEXT(m_pToken.get() != nullptr, "m_pToken");
+    const CSmartWriteLocker locker(m_lock);
+    if (m_pToken.get() == nullptr || m_nImpersonationCount == std::numeric_limits<uint16_t>::max()) {
+        throw SSOException(SSO_ERROR, kMsgImpersonation);
+    }
+    if (!Platform::Tokens().ImpersonateLoggedOnUser(m_pToken.get())) {
+        S_TRACE("ssoplugin: ThreadStaticToken::Impersonate() -- Could not impersonate: %1", GetLastErrorText());
+        throw SSOException(SSO_ERROR, kMsgImpersonation);
+    }
+    ++m_nImpersonationCount;
+}
+
+void ThreadStaticToken::Revert() {
+    const CSmartWriteLocker locker(m_lock);
+    if (!Platform::Tokens().RevertToSelf()) {
+        S_TRACE("ssoplugin: ThreadStaticToken::Revert() -- Could not revert: %1", GetLastErrorText());
+        throw SSOException(SSO_ERROR, kMsgImpersonation);
+    }
+    if (m_nImpersonationCount > 0) {
+        --m_nImpersonationCount;
+    }
+}
+
+bool ThreadStaticToken::Expired(SDateTime i_now) {
+    return ExpiredByConfiguration(i_now);
+}
+
+bool ThreadStaticToken::RenegotiateImpl() {
+    return false;
+}
+
+STimeSpan ThreadStaticToken::GetTimeToExpiry(SDateTime) {
+    return STimeSpan::Largest();
+}
+
+STimeSpan ThreadStaticToken::GetLifetime() {
+    return STimeSpan::Largest();
+}
+
+}  // namespace morwen

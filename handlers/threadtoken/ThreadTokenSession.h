@@ -1,0 +1,23 @@
+// The capture of a thread's identity.
+#pragma once
+
+#include "handlers/threadtoken/TokenHandle.h"
+#include "sessions/SSOSession.h"
+
+namespace morwen {
+
+class ThreadTokenSession : public SSOSession {
+public:
+    explicit ThreadTokenSession(const ParasSeq* i_pLoginParameters);
+
+    // The token takes the handle over. Throws SSOException.
+    StaticTokenPtr GetStaticToken() override;
+
+    // Owns the handle from now on.
+    void SetToken(HANDLE i_hToken) noexcept { m_token.Reset(i_hToken); }
+
+private:
+    TokenHandle m_token;
+};
+
+}  // namespace morwen

@@ -1,0 +1,61 @@
+#include "harrow/JTCThread.h"
+
+#include <chrono>
+#include <system_error>
+
+namespace Harrowlib201 {
+
+namespace {
+thread_local JTCThread* t_pCurrent = nullptr;  // null on a thread that the library did not start
+}
+
+JTCThread::JTCThread() {
+    if (!JTCAdoptCurrentThread::isKnown()) {
+        throw JTCUnknownThreadException();
+    }
+}
+
+JTCThread::~JTCThread() {
+    if (m_thread.joinable()) {
+        m_thread.join();
+    }
+}
+
+void JTCThread::start() {
+    const std::lock_guard lock(m_mutex);
+    try {
+        m_bAlive = true;
+        m_thread = std::thread(&JTCThread::Main, this);
+    } catch (const std::system_error& error) {
+        m_bAlive = false;
+        throw JTCSystemCallException(error.what());
+    }
+}
+
+void JTCThread::Main() noexcept {
+    const JTCAdoptCurrentThread known;
+    t_pCurrent = this;
+    run();
+    const std::lock_guard lock(m_mutex);
+    m_bAlive = false;
+    m_ended.notify_all();
+}
+
+bool JTCThread::isAlive() const {
+    const std::lock_guard lock(m_mutex);
+    return m_bAlive;
+}
+
+void JTCThread::join(long i_nMilliseconds) {
+    if (t_pCurrent != nullptr && t_pCurrent->m_bInterrupted.exchange(false)) {
+        throw JTCInterruptedException();
+    }
+    std::unique_lock lock(m_mutex);
+    m_ended.wait_for(lock, std::chrono::milliseconds(i_nMilliseconds), [this] { return !m_bAlive; });
+}
+
+void JTCThread::interrupt() noexcept {
+    m_bInterrupted.store(true);
+}
+
+}  // namespace Harrowlib201
