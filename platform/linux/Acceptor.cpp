@@ -158,7 +158,7 @@ std::shared_ptr<SecurityContext> MakeContext(const Exchange& i_exchange, const G
     }
     pLogon->m_client = KeptPrincipal(client);
     if (!i_checksum.m_delegation.empty()) {
-        pLogon->m_delegated =
+        pLogon->m_pDelegated =
             ReceivedTickets(i_exchange.m_context, i_exchange.m_authContext.get(), i_checksum.m_delegation, client);
         pLogon->m_nAttributes |= ASC_RET_DELEGATE;
     }

@@ -95,8 +95,8 @@ std::vector<uint8_t> ForwardedTicket(krb5_context i_context, krb5_auth_context i
     return {bytes.begin(), bytes.end()};
 }
 
-KeptMemoryCache ReceivedTickets(krb5_context i_context, krb5_auth_context io_exchange,
-                                std::span<const uint8_t> i_message, krb5_const_principal i_client) {
+std::shared_ptr<DelegatedTickets> ReceivedTickets(krb5_context i_context, krb5_auth_context io_exchange,
+                                                  std::span<const uint8_t> i_message, krb5_const_principal i_client) {
     const auto check = [&](krb5_error_code i_nCode) {
         if (i_nCode != 0) {
             FailKrb5(i_context, i_nCode,
@@ -117,7 +117,9 @@ KeptMemoryCache ReceivedTickets(krb5_context i_context, krb5_auth_context io_exc
         }
         check(krb5_cc_store_cred(i_context, cache, *ppTicket));
     }
-    return owner;
+    Krb5String name(i_context);
+    check(krb5_cc_get_full_name(i_context, cache, name.Receive()));
+    return std::make_shared<DelegatedTickets>(std::move(owner), name.get());
 }
 
 }  // namespace morwen

@@ -4,10 +4,11 @@
 #include <krb5/krb5.h>
 
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <vector>
 
-#include "platform/linux/Krb5Kept.h"
+#include "platform/linux/DelegatedTickets.h"
 
 namespace morwen {
 
@@ -16,8 +17,8 @@ namespace morwen {
 std::vector<uint8_t> ForwardedTicket(krb5_context i_context, krb5_auth_context io_exchange,
                                      krb5_creds* i_pServiceTicket, krb5_ccache i_cache);
 
-// The tickets of a received KRB-CRED in a MEMORY cache. They must be the client's own. Throws SspiFailure.
-KeptMemoryCache ReceivedTickets(krb5_context i_context, krb5_auth_context io_exchange,
-                                std::span<const uint8_t> i_message, krb5_const_principal i_client);
+// The tickets of a received KRB-CRED, held in memory. They must be the client's own. Throws SspiFailure.
+std::shared_ptr<DelegatedTickets> ReceivedTickets(krb5_context i_context, krb5_auth_context io_exchange,
+                                                  std::span<const uint8_t> i_message, krb5_const_principal i_client);
 
 }  // namespace morwen

@@ -173,6 +173,10 @@ Krb5ContextLease::~Krb5ContextLease() {
 Krb5ContextLease Krb5ContextPool::Take() noexcept {
     const int64_t nNow = SecondsNow();
     Krb5ContextLease lease;
+    if (!lease.m_service.IsService()) {
+        lease.m_nCode = EPERM;
+        return lease;
+    }
     lease.m_context = g_pool.Take(nNow, lease.m_nBornAt, lease.m_nGeneration);
     if (lease.m_context != nullptr) {
         krb5_clear_error_message(lease.m_context);

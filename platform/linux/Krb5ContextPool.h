@@ -6,12 +6,15 @@
 #include <cstdint>
 #include <memory>
 
+#include "platform/linux/ThreadIdentity.h"
+
 namespace morwen {
 
 class Krb5ContextPool;
 
-// A context that only the holder uses until it goes back. It is set up for this layer: the replay cache is the
-// service's own file, requests to a KDC have a deadline, and no error of an earlier use is left in it.
+// A context that only the holder uses until it goes back; until then the thread is the service, even if it impersonates
+// somebody, and there is none while a thread is stuck between the two. It is set up for this layer: the replay cache is
+// the service's own file, requests to a KDC have a deadline, and no error of an earlier use is left in it.
 class Krb5ContextLease {
 public:
     Krb5ContextLease(Krb5ContextLease&& io_other) noexcept;
@@ -28,6 +31,9 @@ public:
 private:
     friend class Krb5ContextPool;
     Krb5ContextLease() = default;
+
+    // The first to begin and the last to end: whatever is done with a context is done as the service.
+    ServiceScope m_service;
 
     krb5_context m_context = nullptr;
     krb5_error_code m_nCode = 0;

@@ -3,7 +3,9 @@
 #include <string_view>
 
 #include "harrow/SWCharStringConv.h"
+#include "platform/linux/DelegatedTickets.h"
 #include "platform/linux/SspiFailure.h"
+#include "platform/linux/ThreadIdentity.h"
 
 namespace morwen {
 
@@ -31,6 +33,20 @@ std::shared_ptr<InitiatorTickets> TicketsOf(const SEC_WINNT_AUTH_IDENTITY_W& i_i
                                         SWCharString(Field(i_identity.Password, i_identity.PasswordLength))));
 }
 
+// The service's own tickets must not go out in the name of a user that a thread acts as.
+std::shared_ptr<InitiatorTickets> DefaultTickets(krb5_context i_context) {
+    const auto pIdentity = ThreadIdentity::Impersonated();
+    if (pIdentity == nullptr || pIdentity->m_bService) {
+        return InitiatorTickets::Default(i_context);
+    }
+    if (pIdentity->m_pDelegated == nullptr) {
+        Fail(SEC_E_NO_CREDENTIALS,
+             "the thread acts as a user who has delegated no tickets to this service; is the service trusted for "
+             "delegation, and is the user's ticket forwardable?");
+    }
+    return {pIdentity->m_pDelegated, &pIdentity->m_pDelegated->Tickets()};
+}
+
 }  // namespace
 
 std::shared_ptr<LinuxCredential> LinuxCredential::Acquire(krb5_context i_context, uint32_t i_nUse,
@@ -43,8 +59,7 @@ std::shared_ptr<LinuxCredential> LinuxCredential::Acquire(krb5_context i_context
         pCredential->m_pKeys = AcceptorKeys::Default(i_context);
     }
     if ((i_nUse & SECPKG_CRED_OUTBOUND) != 0) {
-        pCredential->m_pTickets =
-            i_pIdentity != nullptr ? TicketsOf(*i_pIdentity) : InitiatorTickets::Default(i_context);
+        pCredential->m_pTickets = i_pIdentity != nullptr ? TicketsOf(*i_pIdentity) : DefaultTickets(i_context);
     }
     return pCredential;
 }

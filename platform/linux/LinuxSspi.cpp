@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cstdlib>
 #include <new>
+#include <string>
 #include <string_view>
+#include <system_error>
 
 #include "harrow/STrace.h"
 #include "harrow/SWCharStringConv.h"
@@ -15,6 +17,7 @@
 #include "platform/linux/NeverDestroyed.h"
 #include "platform/linux/SecBuffers.h"
 #include "platform/linux/SspiFailure.h"
+#include "platform/linux/ThreadIdentity.h"
 #include "platform/linux/TimeStamps.h"
 
 namespace morwen {
@@ -46,7 +49,11 @@ template <class Work>
 SECURITY_STATUS Guarded(const char* i_pszCall, Work i_work) noexcept {
     SECURITY_STATUS nStatus = SEC_E_INTERNAL_ERROR;
     try {
-        return i_work();
+        nStatus = i_work();
+        if (nStatus < 0 || !ThreadIdentity::IsStuck()) {
+            return nStatus;
+        }
+        nStatus = FailWith(SEC_E_NO_IMPERSONATION, "the thread could not be made the user again that it acts as");
     } catch (const SspiFailure& failure) {
         nStatus = failure.Status();
     } catch (const std::bad_alloc&) {
@@ -204,15 +211,27 @@ SECURITY_STATUS LinuxSspi::QueryContextAttributesW(PCtxtHandle i_pContext, ULONG
 
 SECURITY_STATUS LinuxSspi::ImpersonateSecurityContext(PCtxtHandle i_pContext) noexcept {
     return Guarded("ImpersonateSecurityContext", [&] {
-        static_cast<void>(Context(i_pContext));
-        return Unsupported("impersonation");
+        const auto pIdentity = IdentityOf(*Context(i_pContext));
+        const uid_t nUser = pIdentity->m_account->m_nUser;
+        if (nUser == 0) {
+            Fail(SEC_E_NO_IMPERSONATION, "the user maps to root, whom no logon may act as; see auth_to_local");
+        }
+        if (const int nError = ThreadIdentity::Impersonate(pIdentity); nError != 0) {
+            Fail(SEC_E_NO_IMPERSONATION, "acting as the user with the number " + std::to_string(nUser) + ": " +
+                                             std::generic_category().message(nError) +
+                                             "; the service needs CAP_SETUID and CAP_SETGID");
+        }
+        return SEC_E_OK;
     });
 }
 
 SECURITY_STATUS LinuxSspi::RevertSecurityContext(PCtxtHandle i_pContext) noexcept {
     return Guarded("RevertSecurityContext", [&] {
         static_cast<void>(Context(i_pContext));
-        return Unsupported("impersonation");
+        if (const int nError = ThreadIdentity::Revert(); nError != 0) {
+            Fail(SEC_E_NO_IMPERSONATION, "becoming the service again: " + std::generic_category().message(nError));
+        }
+        return SEC_E_OK;
     });
 }
 
@@ -224,21 +243,28 @@ SECURITY_STATUS LinuxSspi::DeleteSecurityContext(PCtxtHandle i_pContext) noexcep
 
 SECURITY_STATUS LinuxSspi::OpenContextToken(PCtxtHandle i_pContext, HANDLE* o_phToken) noexcept {
     return Guarded("OpenContextToken", [&] {
-        const auto pLogon = Context(i_pContext);
         RequireOutput(o_phToken);
-        const Harrowlib201::CS_Locker locker(pLogon->m_section);
-        if (!pLogon->m_bAccepted || !pLogon->m_bEstablished) {
-            Fail(SEC_E_INVALID_HANDLE, "the context is not that of a user who has logged on here");
-        }
+        *o_phToken = OpenToken(IdentityOf(*Context(i_pContext)));
+        return SEC_E_OK;
+    });
+}
+
+std::shared_ptr<const TokenIdentity> LinuxSspi::IdentityOf(SecurityContext& io_logon) {
+    const Harrowlib201::CS_Locker locker(io_logon.m_section);
+    if (!io_logon.m_bAccepted || !io_logon.m_bEstablished) {
+        Fail(SEC_E_INVALID_HANDLE, "the context is not that of a user who has logged on here");
+    }
+    if (io_logon.m_pIdentity == nullptr) {
         const Krb5ContextLease lease = TakeContext();
         SECURITY_STATUS nStatus = SEC_E_INTERNAL_ERROR;
-        auto pIdentity = LocalAccountIdentity(lease.get(), pLogon->m_client.get(), nStatus);
+        const auto pIdentity = LocalAccountIdentity(lease.get(), io_logon.m_client.get(), nStatus);
         if (pIdentity == nullptr) {
             throw SspiFailure(nStatus);
         }
-        *o_phToken = OpenToken(std::move(pIdentity));
-        return SEC_E_OK;
-    });
+        pIdentity->m_pDelegated = io_logon.m_pDelegated;
+        io_logon.m_pIdentity = pIdentity;
+    }
+    return io_logon.m_pIdentity;
 }
 
 std::shared_ptr<LinuxCredential> LinuxSspi::Credential(PCredHandle i_pCredential) const {

@@ -46,6 +46,9 @@ private:
     std::shared_ptr<LinuxCredential> Credential(PCredHandle i_pCredential) const;
     std::shared_ptr<SecurityContext> Context(PCtxtHandle i_pContext) const;
 
+    // Looked up once; throws SspiFailure for a user without an account.
+    static std::shared_ptr<const TokenIdentity> IdentityOf(SecurityContext& io_logon);
+
     SECURITY_STATUS StartLogon(const LinuxCredential& i_credential, const SEC_WCHAR* i_pszTargetName,
                                ULONG i_nRequirements, PCtxtHandle o_pNewContext, PSecBufferDesc io_pOutput,
                                ULONG* o_pnAttributes, PTimeStamp o_ptsExpiry);

@@ -1,16 +1,17 @@
 // The calls on tokens and security identifiers, over this layer's own token table.
 #include "platform/linux/LinuxTokens.h"
 
-#include <unistd.h>
-
 #include <cstring>
 #include <limits>
 #include <new>
 #include <span>
+#include <system_error>
+#include <utility>
 
 #include "platform/linux/LastError.h"
 #include "platform/linux/LocalAccount.h"
 #include "platform/linux/PseudoHandles.h"
+#include "platform/linux/ThreadIdentity.h"
 #include "platform/linux/TokenIdentity.h"
 
 namespace morwen {
@@ -19,16 +20,6 @@ namespace {
 
 // What the groups of a token carry: mandatory, enabled by default, enabled.
 constexpr DWORD kGroupAttributes = 0x7;
-
-// Empty when the kernel's answer changes faster than it is read.
-std::vector<gid_t> ProcessGroups() {
-    const int nCount = getgroups(0, nullptr);
-    std::vector<gid_t> groups(static_cast<size_t>(nCount > 0 ? nCount : 0) + 1);
-    groups[0] = getegid();
-    const int nRead = nCount > 0 ? getgroups(nCount, groups.data() + 1) : 0;
-    groups.resize(nRead >= 0 ? static_cast<size_t>(nRead) + 1 : 0);
-    return groups;
-}
 
 // The record, with its SIDs behind it, in one buffer of the caller.
 class InformationWriter {
@@ -77,8 +68,22 @@ BOOL LinuxTokens::OpenThreadToken(HANDLE i_hThread, DWORD, BOOL, HANDLE* o_phTok
         return FailWithLastError(ERROR_INVALID_PARAMETER);
     }
     *o_phToken = nullptr;
-    // A thread that is itself has no token of its own.
-    return FailWithLastError(i_hThread == CurrentThreadHandle() ? ERROR_NO_TOKEN : ERROR_INVALID_HANDLE);
+    if (i_hThread != CurrentThreadHandle()) {
+        return FailWithLastError(ERROR_INVALID_HANDLE);
+    }
+    if (ThreadIdentity::IsStuck()) {
+        return FailWithLastError(ERROR_ACCESS_DENIED);
+    }
+    auto pIdentity = ThreadIdentity::Impersonated();
+    if (pIdentity == nullptr) {
+        return FailWithLastError(ERROR_NO_TOKEN);  // a thread that is itself has no token of its own
+    }
+    try {
+        *o_phToken = OpenToken(std::move(pIdentity));
+        return TRUE;
+    } catch (const std::bad_alloc&) {
+        return FailWithLastError(ERROR_NOT_ENOUGH_MEMORY);
+    }
 }
 
 BOOL LinuxTokens::OpenProcessToken(HANDLE i_hProcess, DWORD, HANDLE* o_phToken) noexcept {
@@ -89,15 +94,22 @@ BOOL LinuxTokens::OpenProcessToken(HANDLE i_hProcess, DWORD, HANDLE* o_phToken) 
     if (i_hProcess != CurrentProcessHandle()) {
         return FailWithLastError(ERROR_INVALID_HANDLE);
     }
+    // A thread that is somebody else must not get hold of the service's identity because its own could not be read.
+    if (ThreadIdentity::IsStuck() || ThreadIdentity::Impersonated() != nullptr) {
+        return FailWithLastError(ERROR_ACCESS_DENIED);
+    }
     try {
-        const std::vector<gid_t> groups = ProcessGroups();
-        if (groups.empty()) {
-            return FailWithLastError(ERROR_ACCESS_DENIED);
-        }
-        *o_phToken = OpenToken(UnixIdentity(geteuid(), groups));
+        const UnixAccount service = ThreadIdentity::ServiceAccount();
+        std::vector<gid_t> groups = {service.m_nGroup};
+        groups.insert(groups.end(), service.m_groups.begin(), service.m_groups.end());
+        auto pIdentity = UnixIdentity(service.m_nUser, groups);
+        pIdentity->m_bService = true;
+        *o_phToken = OpenToken(std::move(pIdentity));
         return TRUE;
     } catch (const std::bad_alloc&) {
         return FailWithLastError(ERROR_NOT_ENOUGH_MEMORY);
+    } catch (const std::system_error&) {
+        return FailWithLastError(ERROR_ACCESS_DENIED);
     }
 }
 
@@ -133,12 +145,15 @@ BOOL LinuxTokens::GetTokenInformation(HANDLE i_hToken, TOKEN_INFORMATION_CLASS i
 }
 
 BOOL LinuxTokens::ImpersonateLoggedOnUser(HANDLE i_hToken) noexcept {
-    return FailWithLastError(FindToken(i_hToken) != nullptr ? ERROR_NOT_SUPPORTED : ERROR_INVALID_HANDLE);
+    auto pIdentity = FindToken(i_hToken);
+    if (pIdentity == nullptr) {
+        return FailWithLastError(ERROR_INVALID_HANDLE);
+    }
+    return ThreadIdentity::Impersonate(std::move(pIdentity)) == 0 ? TRUE : FailWithLastError(ERROR_ACCESS_DENIED);
 }
 
 BOOL LinuxTokens::RevertToSelf() noexcept {
-    // No thread is ever anybody else yet.
-    return TRUE;
+    return ThreadIdentity::Revert() == 0 ? TRUE : FailWithLastError(ERROR_ACCESS_DENIED);
 }
 
 BOOL LinuxTokens::CloseHandle(HANDLE i_hToken) noexcept {

@@ -79,7 +79,7 @@ std::vector<gid_t> GroupsOf(const std::string& i_name, gid_t i_nGroup) {
 
 }  // namespace
 
-std::shared_ptr<const TokenIdentity> UnixIdentity(uid_t i_nUser, std::span<const gid_t> i_groups) {
+std::shared_ptr<TokenIdentity> UnixIdentity(uid_t i_nUser, std::span<const gid_t> i_groups) {
     auto pIdentity = std::make_shared<TokenIdentity>();
     pIdentity->m_user = Sid(kUnixAuthority, {kUnixUsers, i_nUser});
     std::set<gid_t> seen;
@@ -88,11 +88,13 @@ std::shared_ptr<const TokenIdentity> UnixIdentity(uid_t i_nUser, std::span<const
             pIdentity->m_groups.push_back(Sid(kUnixAuthority, {kUnixGroups, nGroup}));
         }
     }
+    pIdentity->m_account = UnixAccount{i_nUser, i_groups.front(), {i_groups.begin(), i_groups.end()}};
+    pIdentity->m_account->SortGroups();
     return pIdentity;
 }
 
-std::shared_ptr<const TokenIdentity> LocalAccountIdentity(krb5_context i_context, krb5_const_principal i_principal,
-                                                          SECURITY_STATUS& o_nStatus) {
+std::shared_ptr<TokenIdentity> LocalAccountIdentity(krb5_context i_context, krb5_const_principal i_principal,
+                                                    SECURITY_STATUS& o_nStatus) {
     std::string name;
     if (const krb5_error_code nCode = LocalName(i_context, i_principal, name); nCode != 0) {
         o_nStatus = FailWithKrb5(i_context, nCode, "mapping " + NameOf(i_context, i_principal) + " to a local account");

@@ -4,7 +4,9 @@
 #include <cstdint>
 
 #include "harrow/CS_Wrapper.h"
+#include "platform/linux/DelegatedTickets.h"
 #include "platform/linux/Krb5Kept.h"
+#include "platform/linux/TokenIdentity.h"
 
 namespace morwen {
 
@@ -21,9 +23,11 @@ struct SecurityContext {
     // The initiating side until the server has answered: what its answer must fit to.
     KeptAuthContext m_exchange S_GUARDED_BY(m_section);
 
-    // The accepting side: who has logged on, and the tickets that came along (none without delegation).
+    // The accepting side: who has logged on, the tickets that came along (none without delegation), and the identity,
+    // which is looked up when it is first asked for.
     KeptPrincipal m_client S_GUARDED_BY(m_section);
-    KeptMemoryCache m_delegated S_GUARDED_BY(m_section);
+    std::shared_ptr<DelegatedTickets> m_pDelegated S_GUARDED_BY(m_section);
+    std::shared_ptr<const TokenIdentity> m_pIdentity S_GUARDED_BY(m_section);
 };
 
 }  // namespace morwen

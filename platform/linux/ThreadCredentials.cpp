@@ -1,0 +1,141 @@
+#include "platform/linux/ThreadCredentials.h"
+
+#include <linux/capability.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <new>
+#include <system_error>
+
+namespace morwen {
+
+namespace {
+
+constexpr auto kUnchanged = static_cast<unsigned>(-1);
+
+using CapabilityData = std::array<__user_cap_data_struct, 2>;
+
+void Check(long i_nResult) {
+    if (i_nResult < 0) {
+        throw std::system_error(errno, std::generic_category());
+    }
+}
+
+int ErrorOf(long i_nResult) noexcept { return i_nResult < 0 ? errno : 0; }
+
+int ReadCapabilities(CapabilityData& o_data) noexcept {
+    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+    return ErrorOf(syscall(SYS_capget, &header, o_data.data()));
+}
+
+// Permitted and inheritable capabilities stay.
+int SetEffectiveCapabilities(const std::array<uint32_t, 2>& i_aEffective) noexcept {
+    CapabilityData data{};
+    if (const int nError = ReadCapabilities(data); nError != 0) {
+        return nError;
+    }
+    if (data[0].effective == i_aEffective[0] && data[1].effective == i_aEffective[1]) {
+        return 0;
+    }
+    data[0].effective = i_aEffective[0];
+    data[1].effective = i_aEffective[1];
+    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+    return ErrorOf(syscall(SYS_capset, &header, data.data()));
+}
+
+int SetUser(uid_t i_nUser) noexcept { return ErrorOf(syscall(SYS_setresuid, kUnchanged, i_nUser, kUnchanged)); }
+
+int SetGroup(gid_t i_nGroup) noexcept { return ErrorOf(syscall(SYS_setresgid, kUnchanged, i_nGroup, kUnchanged)); }
+
+int SetGroups(const std::vector<gid_t>& i_groups) noexcept {
+    return ErrorOf(syscall(SYS_setgroups, i_groups.size(), i_groups.data()));
+}
+
+// Whether the thread has these credentials now; no when it cannot be told.
+bool ThreadHas(const ThreadCredentials& i_credentials) noexcept {
+    try {
+        return ThreadCredentials::OfThisThread() == i_credentials;
+    } catch (...) {
+        return false;
+    }
+}
+
+int Become(const UnixAccount& i_account, const UnixAccount& i_now) noexcept {
+    // Groups first and the user last, because the right to change groups goes with the user. What is the same already is
+    // left alone: a service without privilege may still act as itself.
+    int nError = i_account.m_groups != i_now.m_groups ? SetGroups(i_account.m_groups) : 0;
+    if (nError == 0 && i_account.m_nGroup != i_now.m_nGroup) {
+        nError = SetGroup(i_account.m_nGroup);
+    }
+    if (nError == 0 && i_account.m_nUser != i_now.m_nUser) {
+        nError = SetUser(i_account.m_nUser);
+    }
+    // The kernel clears them when root becomes somebody else, and only then.
+    return nError == 0 ? SetEffectiveCapabilities({}) : nError;
+}
+
+}  // namespace
+
+UnixAccount ThreadCredentials::AccountOfThisThread() {
+    UnixAccount account;
+    account.m_nUser = static_cast<uid_t>(syscall(SYS_geteuid));
+    account.m_nGroup = static_cast<gid_t>(syscall(SYS_getegid));
+    const long nCount = syscall(SYS_getgroups, 0, nullptr);
+    Check(nCount);
+    std::vector<gid_t> groups(static_cast<size_t>(nCount));
+    const long nRead = nCount == 0 ? 0 : syscall(SYS_getgroups, nCount, groups.data());
+    Check(nRead);
+    groups.resize(static_cast<size_t>(nRead));
+    account.m_groups = std::move(groups);
+    account.SortGroups();
+    return account;
+}
+
+ThreadCredentials ThreadCredentials::OfThisThread() {
+    ThreadCredentials credentials;
+    credentials.m_account = AccountOfThisThread();
+    CapabilityData data{};
+    if (const int nError = ReadCapabilities(data); nError != 0) {
+        throw std::system_error(nError, std::generic_category());
+    }
+    credentials.m_aEffectiveCapabilities = {data[0].effective, data[1].effective};
+    return credentials;
+}
+
+int ThreadCredentials::Exchange(const UnixAccount& i_account, bool& io_bStuck) const noexcept {
+    if (i_account == m_account) {
+        return 0;  // the service acts as itself, and keeps what it has
+    }
+    const int nError = Become(i_account, m_account);
+    try {
+        // Read back, because a filter or a security module can answer "done" and do nothing.
+        if (nError == 0 && ThreadHas({i_account, {}})) {
+            return 0;
+        }
+    } catch (const std::bad_alloc&) {
+        // No memory to look: not known to have taken, so undone.
+    }
+    io_bStuck = Restore() != 0;
+    return nError != 0 ? nError : EPERM;
+}
+
+int ThreadCredentials::Restore() const noexcept {
+    // The user first: the real id allows it without any privilege, and for root it brings the capabilities back.
+    int nError = SetUser(m_account.m_nUser);
+    if (const int nGroupError = SetGroup(m_account.m_nGroup); nError == 0) {
+        nError = nGroupError;
+    }
+    if (const int nCapabilityError = SetEffectiveCapabilities(m_aEffectiveCapabilities); nError == 0) {
+        nError = nCapabilityError;
+    }
+    if (ThreadHas(*this)) {
+        return 0;
+    }
+    if (const int nGroupsError = SetGroups(m_account.m_groups); nError == 0) {
+        nError = nGroupsError;
+    }
+    return ThreadHas(*this) ? 0 : nError != 0 ? nError : EPERM;
+}
+
+}  // namespace morwen

@@ -1,0 +1,34 @@
+// What the kernel knows the calling thread by: effective ids, supplementary groups, effective capabilities.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "platform/linux/UnixAccount.h"
+
+namespace morwen {
+
+// Raw system calls throughout: the functions of the C library change every thread of the process. Only effective ids
+// change; the real and saved ones stay the service's, so that the way back is open and the user's own processes cannot
+// signal the thread.
+struct ThreadCredentials {
+    UnixAccount m_account;
+    std::array<uint32_t, 2> m_aEffectiveCapabilities{};
+
+    friend bool operator==(const ThreadCredentials&, const ThreadCredentials&) = default;
+
+    // Those of the calling thread. Throws std::bad_alloc, std::system_error.
+    static ThreadCredentials OfThisThread();
+    // Only its account. Throws the same.
+    static UnixAccount AccountOfThisThread();
+
+    // The calling thread, which has these credentials, goes on as the account, without effective capabilities. 0, or an
+    // errno and the thread as it was, or an errno and io_bStuck set: somewhere between, and not even these credentials
+    // could be put back.
+    int Exchange(const UnixAccount& i_account, bool& io_bStuck) const noexcept;
+
+    // The calling thread gets these credentials back, whatever it has now. 0, or an errno.
+    int Restore() const noexcept;
+};
+
+}  // namespace morwen

@@ -1,0 +1,130 @@
+#include "platform/linux/ThreadIdentity.h"
+
+#include <cerrno>
+#include <new>
+#include <system_error>
+#include <utility>
+
+#include "harrow/STrace.h"
+#include "platform/linux/ThreadCredentials.h"
+
+namespace morwen {
+
+namespace {
+
+struct Impersonation {
+    ThreadCredentials m_service;
+    std::shared_ptr<const TokenIdentity> m_pIdentity;
+};
+
+// Plain data: a thread_local with a destructor would keep the library loaded. A thread that ends while it impersonates
+// leaves its record behind.
+struct ThreadState {
+    Impersonation* m_pImpersonation;
+    uint32_t m_nServiceScopes;
+    bool m_bStuck;
+};
+constinit thread_local ThreadState t_state{};
+
+int GetStuck(int i_nError) noexcept {
+    t_state.m_bStuck = true;
+    S_TRACE("ssoplugin: ThreadIdentity -- The thread could not be made the service again: error %1.", i_nError);
+    return i_nError;
+}
+
+// Makes the thread the service for good; 0, or an errno and the record kept for another try.
+int End(Impersonation* i_pImpersonation) noexcept {
+    if (const int nError = i_pImpersonation->m_service.Restore(); nError != 0) {
+        return GetStuck(nError);
+    }
+    t_state.m_bStuck = false;
+    t_state.m_pImpersonation = nullptr;
+    delete i_pImpersonation;
+    return 0;
+}
+
+int Begin(std::unique_ptr<Impersonation> i_pImpersonation) noexcept {
+    bool bStuck = false;
+    const int nError =
+        i_pImpersonation->m_service.Exchange(*i_pImpersonation->m_pIdentity->m_account, bStuck);
+    if (nError == 0 || bStuck) {
+        t_state.m_pImpersonation = i_pImpersonation.release();
+    }
+    return bStuck ? GetStuck(nError) : nError;
+}
+
+}  // namespace
+
+int ThreadIdentity::Impersonate(std::shared_ptr<const TokenIdentity> i_pIdentity) noexcept {
+    if (t_state.m_bStuck || t_state.m_nServiceScopes != 0 || !i_pIdentity->m_account) {
+        return EPERM;
+    }
+    try {
+        auto pNext = std::make_unique<Impersonation>();
+        pNext->m_pIdentity = std::move(i_pIdentity);
+        std::unique_ptr<Impersonation> pEarlier;
+        if (Impersonation* const pNow = t_state.m_pImpersonation; pNow != nullptr) {
+            pEarlier = std::make_unique<Impersonation>(*pNow);  // to go back to, should the next one fail
+            if (const int nError = End(pNow); nError != 0) {
+                return nError;
+            }
+        }
+        pNext->m_service = pEarlier ? pEarlier->m_service : ThreadCredentials::OfThisThread();
+        const int nError = Begin(std::move(pNext));
+        if (nError != 0 && !t_state.m_bStuck && pEarlier && Begin(std::move(pEarlier)) != 0) {
+            // The host thinks that the thread is still the earlier user, and it is the service.
+            t_state.m_bStuck = true;
+        }
+        return nError;
+    } catch (const std::bad_alloc&) {
+        return ENOMEM;
+    } catch (const std::system_error& error) {
+        return error.code().value();
+    }
+}
+
+int ThreadIdentity::Revert() noexcept {
+    if (t_state.m_pImpersonation != nullptr) {
+        return End(t_state.m_pImpersonation);
+    }
+    t_state.m_bStuck = false;
+    return 0;
+}
+
+std::shared_ptr<const TokenIdentity> ThreadIdentity::Impersonated() noexcept {
+    return t_state.m_pImpersonation != nullptr ? t_state.m_pImpersonation->m_pIdentity : nullptr;
+}
+
+bool ThreadIdentity::IsStuck() noexcept { return t_state.m_bStuck; }
+
+UnixAccount ThreadIdentity::ServiceAccount() {
+    return t_state.m_pImpersonation != nullptr ? t_state.m_pImpersonation->m_service.m_account
+                                               : ThreadCredentials::AccountOfThisThread();
+}
+
+ServiceScope::ServiceScope() noexcept : m_bService(!t_state.m_bStuck) {
+    if (m_bService && t_state.m_nServiceScopes == 0 && t_state.m_pImpersonation != nullptr) {
+        if (const int nError = t_state.m_pImpersonation->m_service.Restore(); nError != 0) {
+            GetStuck(nError);
+            m_bService = false;
+        }
+    }
+    if (m_bService) {
+        ++t_state.m_nServiceScopes;
+    }
+}
+
+ServiceScope::~ServiceScope() {
+    if (!m_bService || --t_state.m_nServiceScopes != 0 || t_state.m_pImpersonation == nullptr) {
+        return;
+    }
+    bool bStuck = false;
+    const Impersonation& impersonation = *t_state.m_pImpersonation;
+    if (const int nError = impersonation.m_service.Exchange(*impersonation.m_pIdentity->m_account, bStuck);
+        nError != 0) {
+        // The service's rights stay with a thread that was to be the user: what it calls next fails until it reverts.
+        GetStuck(nError);
+    }
+}
+
+}  // namespace morwen
