@@ -1,4 +1,5 @@
-/* sso_server: a host that lets Kerberos users log on, several at once, and says who they are.
+/* sso_server: a host that lets Kerberos users log on, several at once, says who they are, and, when there is work to
+ * do, does it as the user.
  *
  * The keys of the service come from the machine's Kerberos configuration (KRB5_KTNAME, or the default keytab). The
  * exchange proves who is at the other end at that moment and nothing about what the connection carries later: a real
@@ -19,6 +20,7 @@
 #include "host_net.h"
 #include "host_report.h"
 #include "host_text.h"
+#include "host_work.h"
 #include "morwen/morwenplugin.h"
 
 enum {
@@ -30,6 +32,8 @@ enum {
 static pthread_mutex_t g_Lock = PTHREAD_MUTEX_INITIALIZER;
 static pthread_cond_t g_ClientGone = PTHREAD_COND_INITIALIZER;
 static unsigned g_nClients = 0; /* guarded by g_Lock */
+static Work g_Work;             /* set before the first client; without a folder no contexts are kept */
+static unsigned g_nKeepSeconds; /* how long a context outlives its client */
 static int g_anStopPipe[2];     /* readable from the moment a signal asked to stop */
 
 static void Stop(int i_nSignal) {
@@ -109,6 +113,20 @@ static uint32_t Step(const Connection* i_pConnection, const Frame* i_pFrame, SSO
     return sent ? code : SSO_ERROR;
 }
 
+/* The login is over and its key names the context that the plug-in keeps. */
+static void UseContext(const SSOChar* i_pszKey) {
+    WorkAs(i_pszKey, &g_Work);
+    fflush(stdout);
+    struct pollfd stop = {.fd = g_anStopPipe[0], .events = POLLIN};
+    poll(&stop, 1, (int)g_nKeepSeconds * 1000);
+    if (g_nKeepSeconds != 0) {
+        printf("the context is %s\n", SSOLookupSecurityContext(i_pszKey) == SSO_OK ? "still good" : "expired");
+    }
+    if (SSOReleaseSecurityContext(i_pszKey) == SSO_OK) {
+        puts("released the context");
+    }
+}
+
 /* Runs one login. A login that breaks off leaves its session in the plug-in until SSOTermPackage: that bounds what a
  * server can do without, so a server for strangers would end and start the package now and then. */
 static void Serve(const Connection* i_pConnection) {
@@ -129,7 +147,10 @@ static void Serve(const Connection* i_pConnection) {
     if (code != SSO_ACCEPTED) {
         SendFrame(i_pConnection, FRAME_REFUSED, NULL, 0);
     }
-    SSOFreeString(key); /* with kept contexts this would be the context's key, for SSOImpersonate */
+    if (code == SSO_ACCEPTED && g_Work.folder != NULL) {
+        UseContext(key);
+    }
+    SSOFreeString(key);
 }
 
 static void* ServeOnThread(void* i_pvConnection) {
@@ -211,7 +232,11 @@ static bool WritePort(const char* i_pszFile, uint16_t i_nPort) {
 static int Usage(void) {
     fputs(
         "usage: sso_server [--listen ADDRESS] [--port N] [--port-file FILE] [--trace]\n"
-        "Listens on 127.0.0.1 and a port of the system's choice unless told otherwise; SIGTERM or SIGINT ends it.\n",
+        "                  [--work-in FOLDER [--spn SERVICE/HOST] [--forbidden FILE] [--keep SECONDS]\n"
+        "                  [--back HOST:PORT --back-spn SERVICE/HOST]]\n"
+        "Listens on 127.0.0.1 and a port of the system's choice unless told otherwise; SIGTERM or SIGINT ends it. "
+        "With\n"
+        "--work-in it acts as each user for a moment; --spn is its own principal, under which contexts are renewed.\n",
         stderr);
     return 2;
 }
@@ -221,9 +246,17 @@ int main(int i_nArguments, char** i_ppszArguments) {
                                              {"port", required_argument, NULL, 'p'},
                                              {"port-file", required_argument, NULL, 'f'},
                                              {"trace", no_argument, NULL, 't'},
+                                             {"work-in", required_argument, NULL, 'w'},
+                                             {"spn", required_argument, NULL, 'n'},
+                                             {"forbidden", required_argument, NULL, 'd'},
+                                             {"keep", required_argument, NULL, 'k'},
+                                             {"back", required_argument, NULL, 'b'},
+                                             {"back-spn", required_argument, NULL, 'm'},
                                              {NULL, 0, NULL, 0}};
     const char* address = "127.0.0.1";
     const char* portFile = NULL;
+    const char* spn = NULL;
+    const char* backSpn = NULL;
     uint16_t port = 0;
     for (int option = 0; (option = getopt_long(i_nArguments, i_ppszArguments, "", kOptions, NULL)) != -1;) {
         char* end = NULL;
@@ -245,13 +278,37 @@ int main(int i_nArguments, char** i_ppszArguments) {
             case 't':
                 StartTrace();
                 break;
+            case 'w':
+                g_Work.folder = optarg;
+                break;
+            case 'n':
+                spn = optarg;
+                break;
+            case 'd':
+                g_Work.forbidden = optarg;
+                break;
+            case 'k':
+                g_nKeepSeconds = (unsigned)strtoul(optarg, &end, 10);
+                if (*optarg == '\0' || *end != '\0' || g_nKeepSeconds > 86400) {
+                    return Usage();
+                }
+                break;
+            case 'b':
+                g_Work.back = optarg;
+                break;
+            case 'm':
+                backSpn = optarg;
+                break;
             default:
                 return Usage();
         }
     }
-    if (optind != i_nArguments) {
+    if (optind != i_nArguments || (g_Work.back != NULL) != (backSpn != NULL)) {
         return Usage();
     }
+    SSOChar* ownSpn = spn != NULL ? TextFromUtf8(spn) : NULL;
+    SSOChar* otherSpn = backSpn != NULL ? TextFromUtf8(backSpn) : NULL;
+    g_Work.backSpn = otherSpn;
 
     const struct sigaction stop = {.sa_handler = Stop};
     if (pipe(g_anStopPipe) != 0 || sigaction(SIGTERM, &stop, NULL) != 0 || sigaction(SIGINT, &stop, NULL) != 0) {
@@ -262,8 +319,12 @@ int main(int i_nArguments, char** i_ppszArguments) {
         fputs("the plug-in does not start\n", stderr); /* leaves no record */
         return 2;
     }
-    /* This host never impersonates, so it keeps no contexts. */
-    const ParasSeq settings = {u"" SSO_KEY_CACHE_CONTEXTS, SSO_PARAMETER_BOOL, u"0", NULL};
+    /* A host that never impersonates keeps no contexts. One that does keeps them a day at most, however often they are
+     * renewed. */
+    ParasSeq renewal = {u"" SSO_KEY_SPN, SSO_PARAMETER_STRING, ownSpn, NULL};
+    ParasSeq expiry = {u"" SSO_KEY_CACHE_EXPIRY, SSO_PARAMETER_LONG, u"86400", ownSpn != NULL ? &renewal : NULL};
+    const ParasSeq settings = {u"" SSO_KEY_CACHE_CONTEXTS, SSO_PARAMETER_BOOL, g_Work.folder != NULL ? u"1" : u"0",
+                               &expiry};
     const uint32_t code = SSOInitProvider(u"" SSO_PROVIDER_SSPI, &settings);
     int status = 2;
     if (code != SSO_OK) {
@@ -281,5 +342,7 @@ int main(int i_nArguments, char** i_ppszArguments) {
         }
     }
     SSOTermPackage(); /* no thread is inside the plug-in any more: the clients are done */
+    free(ownSpn);
+    free(otherSpn);
     return status;
 }
