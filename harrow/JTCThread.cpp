@@ -22,14 +22,16 @@ JTCThread::~JTCThread() {
 }
 
 void JTCThread::start() {
-    const std::lock_guard lock(m_mutex);
+    const std::lock_guard lock(m_mutex);  // the thread cannot end before it is marked alive
+    if (m_thread.joinable()) {
+        throw JTCSystemCallException("the thread was started before");
+    }
     try {
-        m_bAlive = true;
         m_thread = std::thread(&JTCThread::Main, this);
     } catch (const std::system_error& error) {
-        m_bAlive = false;
         throw JTCSystemCallException(error.what());
     }
+    m_bAlive = true;
 }
 
 void JTCThread::Main() noexcept {

@@ -16,7 +16,8 @@ public:
     // Throws JTCUnknownThreadException on a thread that the library does not know.
     JTCThread();
 
-    // Throws JTCSystemCallException when the system gives no thread.
+    // Throws JTCSystemCallException when the system gives no thread or the thread was started before, std::bad_alloc
+    // when memory is short; it is then not alive.
     void start();
     // Started, and run() has not returned yet.
     bool isAlive() const;
