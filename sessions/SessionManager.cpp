@@ -163,6 +163,9 @@ uint32_t SessionManager::GenerateServerContext(const SWCharString& i_ssType, con
         if (nStatus == SSO_CONTINUE) {
             o_ssKey = identifier.ToString();
         } else if (nStatus == SSO_OK || nStatus == SSO_ACCEPTED) {
+            // First: should the context be lost on its way to the cache, nobody must find a session without one.
+            m_sessionCache.ReleaseSession(identifier);
+            newSession.Keep();
             o_ssKey = pHandler->IsCachingOn() ? KeepContext(pSession) : SWCharString(kCachingOff);
             nStatus = SSO_ACCEPTED;
         } else {
@@ -175,9 +178,6 @@ uint32_t SessionManager::GenerateServerContext(const SWCharString& i_ssType, con
         throw;
     }
     newSession.Keep();
-    if (nStatus == SSO_ACCEPTED) {
-        m_sessionCache.ReleaseSession(identifier);
-    }
     S_TRACE("ssoplugin: SessionManager::GenerateServerContext() -- returning %1", nStatus);
     return nStatus;
 }
