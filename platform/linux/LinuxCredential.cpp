@@ -40,9 +40,7 @@ std::shared_ptr<InitiatorTickets> DefaultTickets(krb5_context i_context) {
         return InitiatorTickets::Default(i_context);
     }
     if (pIdentity->m_pDelegated == nullptr) {
-        Fail(SEC_E_NO_CREDENTIALS,
-             "the thread acts as a user who has delegated no tickets to this service; is the service trusted for "
-             "delegation, and is the user's ticket forwardable?");
+        return nullptr;  // which leaves a logon to be finished that was started with other credentials
     }
     return {pIdentity->m_pDelegated, &pIdentity->m_pDelegated->Tickets()};
 }
@@ -59,6 +57,7 @@ std::shared_ptr<LinuxCredential> LinuxCredential::Acquire(krb5_context i_context
         pCredential->m_pKeys = AcceptorKeys::Default(i_context);
     }
     if ((i_nUse & SECPKG_CRED_OUTBOUND) != 0) {
+        pCredential->m_bInitiates = true;
         pCredential->m_pTickets = i_pIdentity != nullptr ? TicketsOf(*i_pIdentity) : DefaultTickets(i_context);
     }
     return pCredential;

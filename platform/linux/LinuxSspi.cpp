@@ -163,7 +163,7 @@ SECURITY_STATUS LinuxSspi::InitializeSecurityContextW(PCredHandle i_pCredential,
                                                       PTimeStamp o_ptsExpiry) noexcept {
     return Guarded("InitializeSecurityContextW", [&] {
         const auto pCredential = Credential(i_pCredential);
-        if (pCredential->m_pTickets == nullptr) {
+        if (!pCredential->m_bInitiates) {
             Fail(SEC_E_NO_CREDENTIALS, "the credentials are for accepting logons only");
         }
         if (i_pContext != nullptr) {
@@ -288,6 +288,11 @@ SECURITY_STATUS LinuxSspi::StartLogon(const LinuxCredential& i_credential, const
                                       ULONG* o_pnAttributes, PTimeStamp o_ptsExpiry) {
     OutputToken output(io_pOutput);
     RequireOutput(o_pNewContext);
+    if (i_credential.m_pTickets == nullptr) {
+        Fail(SEC_E_NO_CREDENTIALS,
+             "the thread acts as a user who has delegated no tickets to this service; is the service trusted for "
+             "delegation, and is the user's ticket forwardable?");
+    }
     if (i_pszTargetName == nullptr || *i_pszTargetName == u'\0') {
         Fail(SEC_E_TARGET_UNKNOWN, "the call names no service to log on to");
     }
