@@ -63,13 +63,15 @@ int ThreadIdentity::Impersonate(std::shared_ptr<const TokenIdentity> i_pIdentity
         auto pNext = std::make_unique<Impersonation>();
         pNext->m_pIdentity = std::move(i_pIdentity);
         std::unique_ptr<Impersonation> pEarlier;
-        if (Impersonation* const pNow = t_state.m_pImpersonation; pNow != nullptr) {
+        Impersonation* const pNow = t_state.m_pImpersonation;
+        pNext->m_service = pNow != nullptr ? pNow->m_service : ThreadCredentials::OfThisThread();
+        // Nothing may throw once the earlier impersonation has ended.
+        if (pNow != nullptr) {
             pEarlier = std::make_unique<Impersonation>(*pNow);  // to go back to, should the next one fail
             if (const int nError = End(pNow); nError != 0) {
                 return nError;
             }
         }
-        pNext->m_service = pEarlier ? pEarlier->m_service : ThreadCredentials::OfThisThread();
         const int nError = Begin(std::move(pNext));
         if (nError != 0 && !t_state.m_bStuck && pEarlier && Begin(std::move(pEarlier)) != 0) {
             // The host thinks that the thread is still the earlier user, and it is the service.
