@@ -88,8 +88,10 @@ std::shared_ptr<TokenIdentity> UnixIdentity(uid_t i_nUser, std::span<const gid_t
             pIdentity->m_groups.push_back(Sid(kUnixAuthority, {kUnixGroups, nGroup}));
         }
     }
-    pIdentity->m_account = UnixAccount{i_nUser, i_groups.front(), {i_groups.begin(), i_groups.end()}};
-    pIdentity->m_account->SortGroups();
+    if (!i_groups.empty()) {
+        pIdentity->m_account = UnixAccount{i_nUser, i_groups.front(), {i_groups.begin(), i_groups.end()}};
+        pIdentity->m_account->SortGroups();
+    }
     return pIdentity;
 }
 

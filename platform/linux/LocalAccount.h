@@ -17,8 +17,8 @@ namespace morwen {
 std::shared_ptr<TokenIdentity> LocalAccountIdentity(krb5_context i_context, krb5_const_principal i_principal,
                                                     SECURITY_STATUS& o_nStatus);
 
-// An account and its groups (the primary one first, so there is at least one), also as security identifiers, in the
-// order given and none twice. Throws std::bad_alloc.
+// An account and its groups (the primary one first; without one no thread can act as it), also as security identifiers,
+// in the order given and none twice. Throws std::bad_alloc.
 std::shared_ptr<TokenIdentity> UnixIdentity(uid_t i_nUser, std::span<const gid_t> i_groups);
 
 }  // namespace morwen
