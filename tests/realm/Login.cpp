@@ -9,15 +9,6 @@ namespace morwen {
 
 namespace {
 
-std::u16string Wide(const std::string& i_ascii) {
-    return {i_ascii.begin(), i_ascii.end()};
-}
-
-std::string Narrow(const SSOChar* i_pszAscii) {
-    const std::u16string text(i_pszAscii != nullptr ? i_pszAscii : u"");
-    return {text.begin(), text.end()};
-}
-
 // What a call writes through its pointers.
 struct Outputs {
     SSOChar* m_pszKey = nullptr;
@@ -45,6 +36,15 @@ struct Outputs {
 };
 
 }  // namespace
+
+std::u16string Wide(const std::string& i_ascii) {
+    return {i_ascii.begin(), i_ascii.end()};
+}
+
+std::string Narrow(const SSOChar* i_pszAscii) {
+    const std::u16string text(i_pszAscii != nullptr ? i_pszAscii : u"");
+    return {text.begin(), text.end()};
+}
 
 std::string TakenRecord(uint32_t i_nCode) {
     SSOError* pError = nullptr;

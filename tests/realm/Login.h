@@ -26,6 +26,10 @@ struct Client {
 
 enum class Information { Wanted, NotWanted };
 
+// ASCII only.
+std::u16string Wide(const std::string& i_ascii);
+std::string Narrow(const char16_t* i_pszAscii);  // null is the empty text
+
 // "/message" from the thread's error record, which it takes; "/none" without one.
 std::string TakenRecord(uint32_t i_nCode);
 

@@ -1,0 +1,260 @@
+// Threads that act as the users who have logged on.
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+#include <latch>
+#include <thread>
+
+#include "realm/GssPeer.h"
+#include "realm/KeptContextTest.h"
+
+namespace morwen {
+namespace {
+
+class Impersonation : public KeptContextTest {};
+class ImpersonatedGroups : public KeptContextTest {};
+class IdentityStress : public KeptContextTest {};
+class LyingKernel : public KeptContextTest {};
+class UnprivilegedService : public KeptContextTest {};
+class DISABLED_NobodyAsService : public KeptContextTest {};
+
+std::string Content(const std::string& i_path) {
+    std::ifstream file(i_path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// Of a file that the thread makes.
+uid_t OwnerOfNewFile() {
+    const std::string path = RealmPath("shared/made" + std::to_string(gettid()));
+    EXPECT_TRUE(std::ofstream(path).is_open());
+    struct stat status {};
+    EXPECT_EQ(stat(path.c_str(), &status) + unlink(path.c_str()), 0);
+    return status.st_uid;
+}
+
+TEST_F(Impersonation, DecidesOverFilesOnThisThreadAlone) {
+    const std::string alice = KeptLogin();
+    const ActingThread untouched;
+    std::latch acting(1);
+    std::jthread other([&] {
+        acting.wait();
+        untouched.ExpectUnchanged();
+        EXPECT_EQ(OwnerOfNewFile(), 0U);
+    });
+    ActingThread thread;
+    EXPECT_EQ(thread.Impersonate(alice, 65534), "0");
+    acting.count_down();
+    EXPECT_EQ(OwnerOfNewFile(), 65534U);
+    EXPECT_TRUE(Content(RealmPath("service.keytab")).empty());  // root's own
+    EXPECT_EQ(chown(RealmPath("shared").c_str(), 1, 1), -1);
+    other.join();
+    EXPECT_EQ(thread.Revert(alice), "0");
+    EXPECT_EQ(OwnerOfNewFile(), 0U);
+    EXPECT_FALSE(Content(RealmPath("service.keytab")).empty());
+}
+
+TEST_F(Impersonation, IsReplacedByAnotherAndEndedByOneRevert) {
+    const std::string alice = KeptLogin();
+    const std::string bin = KeptLogin(PasswordOf("bin"));
+    ActingThread thread;
+    EXPECT_EQ(thread.Revert(alice), "0");  // of nothing
+    EXPECT_EQ(thread.Impersonate(alice, 65534), "0");
+    EXPECT_EQ(thread.Impersonate(bin, 2), "0");
+    EXPECT_EQ(thread.Revert("no such key"), "100/61211");
+    EXPECT_EQ(thread.Revert(bin), "0");
+    EXPECT_EQ(thread.Revert(bin), "0");
+    EXPECT_TRUE(m_trace.Said({"Revert() called for context that had not been impersonated."}));
+}
+
+TEST_F(Impersonation, RefusedLeavesTheThreadWhoItWas) {
+    Kadmin("addprinc -pw root-secret root");
+    Kadmin("addprinc -pw nowhere-secret nowhere");
+    const std::string alice = KeptLogin();
+    const std::tuple<std::string, const char*, const char*> kCases[] = {
+        {KeptLogin(PasswordOf("root")), "100/61212", "the user maps to root, whom no logon may act as"},
+        {KeptLogin(PasswordOf("nowhere"), Information::NotWanted), "100/61212",
+         "nowhere@MORWEN.TEST maps to the local account \"nowhere\", which does not exist"},
+        {"no such key", "100/61217", "token for no such key not found or expired"},
+    };
+    ActingThread thread;
+    for (const bool bActing : {false, true}) {
+        EXPECT_EQ(bActing ? thread.Impersonate(alice, 65534) : "0", "0");
+        for (const auto& [key, pszVerdict, pszReason] : kCases) {
+            EXPECT_EQ(thread.Impersonate(key, 0), pszVerdict) << pszReason;
+            EXPECT_TRUE(m_trace.Said({pszReason}));
+        }
+    }
+    EXPECT_EQ(thread.Revert(alice), "0");
+}
+
+TEST_F(Impersonation, LetsOtherLoginsGoOn) {
+    const std::string alice = KeptLogin();
+    const LoginResult during = HalfLogin();
+    ActingThread thread;
+    EXPECT_EQ(thread.Impersonate(alice, 65534), "0");
+    EXPECT_EQ(CloseLogin(AcceptLogin(during.m_token).m_key).m_userSid, kAliceSid);
+    EXPECT_EQ(AcceptLogin(during.m_token).m_verdict, "3/61215");
+    UseKeytab(AddService("later/localhost", "later.keytab"));  // not in memory yet, and nobody else's to read
+    Client sys = PasswordOf("sys");
+    sys.m_spn = "later/localhost";
+    const std::string key = KeptLogin(sys);
+    thread.ExpectUnchanged();
+    EXPECT_EQ(thread.Impersonate(key, 3), "0");
+    EXPECT_EQ(thread.Revert(alice), "0");
+    UseKeytab("FILE:" + RealmPath("service.keytab"));
+    EXPECT_EQ(AcceptLogin(during.m_token).m_verdict, "3/61215");
+}
+
+TEST_F(Impersonation, LogsOnElsewhereAsTheUserOrNotAtAll) {
+    const std::string delegated = KeptLogin({"", "", "fwd/localhost"});
+    const std::string other = KeptLogin();
+    UseTickets(Kinit("bob", "service.cc"));  // the service's own
+    ActingThread thread;
+    EXPECT_EQ(thread.Impersonate(delegated, 65534), "0");
+    const LoginResult hop = StartLogin();
+    const std::string captured = CaptureThread();
+    EXPECT_EQ(LogOn().m_userSid, kAliceSid);
+    EXPECT_EQ(thread.Revert(delegated), "0");
+    const std::string log = Content(RealmPath("kdc.log"));
+    EXPECT_EQ(thread.Impersonate(delegated, 65534), "0");
+    EXPECT_EQ(thread.Impersonate(other, 65534), "0");  // the same account without tickets
+    EXPECT_EQ(StartLogin().m_verdict, "100/42254");
+    EXPECT_TRUE(m_trace.Said({"the thread acts as a user who has delegated no tickets to this service"}));
+    EXPECT_EQ(thread.Revert(other), "0");
+    EXPECT_TRUE(!log.empty() && Content(RealmPath("kdc.log")) == log);
+    GssPeer acceptor;
+    EXPECT_EQ(ContinueLogin(hop.m_key, acceptor.Accept(hop.m_token)).m_verdict, "0");
+    EXPECT_EQ(acceptor.Outcome(), "alice@MORWEN.TEST to morwen/localhost@MORWEN.TEST");
+    const std::string service = CaptureThread();
+    EXPECT_EQ(SSOReleaseSecurityContext(Wide(delegated).c_str()), SSO_OK);
+    std::jthread([&] {
+        ActingThread there;
+        EXPECT_EQ(there.Impersonate(captured, 65534), "0");
+        EXPECT_EQ(LogOn().m_userSid, kAliceSid);
+        EXPECT_EQ(there.Impersonate(service, 0), "0");  // the service as itself
+        EXPECT_EQ(LogOn().m_userSid, "S-1-22-1-0");
+        EXPECT_EQ(there.Revert(captured), "0");
+    }).join();
+}
+
+// No account that every machine has is in groups, so this process sees a table of groups of its own.
+TEST_F(ImpersonatedGroups, AreThoseOfTheAccount) {
+    const std::string table = RealmPath("group");
+    WriteFile("group", Content("/etc/group") + "morwen-one:x:64101:news\nmorwen-two:x:64102:bin,news\n");
+    if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount(table.c_str(), "/etc/group", nullptr, MS_BIND, nullptr) != 0) {
+        GTEST_SKIP() << "a table of groups for this process alone needs root with the right to mount";
+    }
+    ActingThread thread;
+    const std::string news = KeptLogin(PasswordOf("news"));
+    EXPECT_EQ(thread.Impersonate(news, 9, "9 64101 64102 "), "0");
+    EXPECT_EQ(thread.Impersonate(KeptLogin(PasswordOf("bin")), 2, "2 64102 "), "0");
+    EXPECT_EQ(thread.Revert(news), "0");
+}
+
+// Each user's context is known by the user's name, and is replaced by fresh ones all the time.
+TEST_F(IdentityStress, ThreadsAreWhomTheyActAsAndTheServiceAfterwards) {
+    const auto logOnAs = [](const std::string& i_user) {
+        const std::u16string key = Wide(KeptLogin(PasswordOf(i_user)));
+        EXPECT_EQ(SSOAssociateSecurityContext(key.c_str(), Wide(i_user).c_str()), SSO_OK);
+    };
+    for (const auto& [pszUser, nUser] : kUsers) {
+        logOnAs(pszUser);
+    }
+    std::vector<std::jthread> threads;
+    for (size_t nThread = 0; nThread < std::size(kUsers); ++nThread) {
+        threads.emplace_back([&, nThread] {
+            ActingThread thread;
+            for (size_t i = 0; i < 1500; ++i) {
+                const auto& [pszUser, nUser] = kUsers[(nThread + i) % std::size(kUsers)];
+                EXPECT_EQ(thread.Impersonate(pszUser, nUser), "0");
+                if (i % 50 == 0) {
+                    EXPECT_EQ(OwnerOfNewFile(), nUser);
+                    logOnAs(kUsers[i / 50 % std::size(kUsers)].first);
+                    EXPECT_EQ(SSOReleaseSecurityContext(Wide(KeptLogin(PasswordOf(pszUser))).c_str()), SSO_OK);
+                    thread.ExpectUnchanged();
+                }
+                EXPECT_EQ(thread.Revert(kUsers[i % std::size(kUsers)].first), "0");
+            }
+        });
+    }
+}
+
+// From now on the kernel tells this thread "done" for each such call, and does nothing.
+void LieAbout(uint32_t i_nCall) {
+    sock_filter filter[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, i_nCall, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog program = {static_cast<unsigned short>(std::size(filter)), filter};
+    EXPECT_EQ(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) + prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program), 0);
+}
+
+TEST_F(LyingKernel, IsNotBelieved) {
+    const std::string mail = KeptLogin(PasswordOf("mail"));
+    const LoginResult started = HalfLogin();
+    for (const uint32_t nCall : {uint32_t{SYS_setresuid}, uint32_t{SYS_setresgid}, uint32_t{SYS_setgroups}}) {
+        std::jthread([&] {
+            ActingThread thread;
+            LieAbout(nCall);
+            EXPECT_EQ(thread.Impersonate(mail, 8), "100/61212") << nCall;
+            EXPECT_EQ(thread.Revert(mail), "0");
+        }).join();
+    }
+    // A thread that never gets free stays, with what the library remembers of it.
+    static std::latch s_done(1);
+    static std::latch s_never(1);
+    std::thread([&] {
+        EXPECT_EQ(ActingThread().Impersonate(mail, 8), "0");
+        LieAbout(SYS_setresuid);
+        EXPECT_EQ(SSORevert(Wide(mail).c_str()), SSO_ERROR);
+        ActingThread stuck;
+        EXPECT_EQ(stuck.Impersonate(mail, 8), "100/61212");
+        EXPECT_EQ(AcceptLogin(started.m_token).m_verdict, "100/61215");
+        EXPECT_EQ(StartLogin().m_verdict, "100/61215");
+        EXPECT_EQ(CaptureThread(), "100/61217");
+        EXPECT_EQ(stuck.Revert(mail), "100/61212");
+        s_done.count_down();
+        s_never.wait();
+    }).detach();
+    s_done.wait();
+    EXPECT_TRUE(m_trace.Said({"SSPIStaticToken::Revert() failed to revert to security context of process."}));
+}
+
+// In a process that is nobody, with keys and tickets of its own.
+TEST_F(UnprivilegedService, ActsAsWhomItMay) {
+    const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
+    for (const std::string folder : {"with", "without"}) {
+        RunCommand(
+            "cd $MORWEN_REALM_DIR; log=$PWD/output; mkdir " + folder + "; cp alice.cc service.keytab " + folder +
+            "; chown -R nobody:nogroup " + folder + "; cd " + folder +
+            "; export MORWEN_AS_NOBODY=1 MORWEN_REALM_DIR=$PWD KRB5RCACHEDIR=$PWD KRB5_KTNAME=$PWD/service.keytab "
+            "KRB5CCNAME=$PWD/alice.cc; setpriv --reuid nobody --regid nogroup --clear-groups --inh-caps -all" +
+            (folder == "with" ? ",+setuid,+setgid --ambient-caps -all,+setuid,+setgid " : " ") + program +
+            " --gtest_also_run_disabled_tests --gtest_filter=*NobodyAsService.* && grep -q 'PASSED  . 1 test' $log");
+    }
+}
+
+TEST_F(DISABLED_NobodyAsService, ActsAsWhomItMay) {
+    const bool bMay = RealmPath("").ends_with("/with/");
+    ASSERT_EQ(CurrentThreadState()["CapEff"], bMay ? "\t00000000000000c0" : "\t0000000000000000");
+    const std::tuple<const char*, uid_t, const char*> kCases[] = {
+        {"alice", 65534, "0"}, {"daemon", 1, bMay ? "0" : "100/61212"}, {"bob", 0, "100/61212"}};
+    for (const auto& [pszUser, nUser, pszVerdict] : kCases) {
+        const std::string key = KeptLogin(PasswordOf(pszUser));
+        ActingThread thread;
+        EXPECT_EQ(thread.Impersonate(key, nUser), pszVerdict) << pszUser;
+        EXPECT_EQ(LogOn(PasswordOf(pszUser)).m_verdict, kLoggedOn);
+        thread.ExpectUnchanged();
+        EXPECT_EQ(thread.Revert(key), "0");
+    }
+    EXPECT_TRUE(m_trace.Said({bMay ? "" : "the service needs CAP_SETUID and CAP_SETGID"}));
+}
+
+}  // namespace
+}  // namespace morwen

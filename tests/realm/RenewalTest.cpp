@@ -1,0 +1,60 @@
+// The renewal of kept contexts, with a clock that is moved by hand; the core's own, because the library's is hidden.
+#include <ctime>
+#include <thread>
+
+#include "cache/StaticToken.h"
+#include "realm/KeptContextTest.h"
+
+namespace morwen {
+namespace {
+
+using Harrowlib201::SDateTime;
+
+std::atomic<int64_t> s_nAhead{0};  // seconds
+
+class Renewal : public KeptContextTest {};
+
+// As the update thread does it.
+bool Renew(const std::string& i_key) {
+    bool bRenewed = false;
+    const StaticTokenPtr pToken(reinterpret_cast<StaticToken*>(std::stoull(i_key)));  // a key is its token's address
+    std::jthread([&] { bRenewed = pToken->Renegotiate(SDateTime::GetCurrentDateTime()); }).join();
+    return bRenewed;
+}
+
+// alice's context lasts ten minutes and is to be kept for an hour; the service's own tickets are bob's.
+TEST_F(Renewal, TakesTheTicketsThatTheUserHasDelegatedAndNoOthers) {
+    UseKeytab(AddService("-maxlife 10minutes brief/localhost", "brief.keytab"));
+    ParasSeq spn = {u"" SSO_KEY_SPN, SSO_PARAMETER_STRING, u"brief/localhost", nullptr};
+    const ParasSeq settings = {u"" SSO_KEY_CACHE_EXPIRY, SSO_PARAMETER_LONG, u"3600", &spn};
+    ASSERT_EQ(SSOInitProvider(u"SSPI", &settings), SSO_OK);
+    SDateTime::SetClock([]() noexcept { return 1000 * (int64_t{time(nullptr)} + s_nAhead); });
+    const Client client{"", "", "brief/localhost"};
+    const std::string withoutTickets = KeptLogin(client);
+    Kadmin("modprinc +ok_as_delegate brief/localhost");
+    UseTickets(Kinit("alice", "trusting.cc"));
+    const std::string key = KeptLogin(client);
+    UseTickets(Kinit("bob", "service.cc"));
+    Kadmin("modprinc -maxlife 20minutes brief/localhost");
+    EXPECT_FALSE(Renew(key));  // not yet
+    ActingThread thread;
+    EXPECT_EQ(thread.Impersonate(key, 65534), "0");
+    s_nAhead = 10 * 60 - 10;
+    EXPECT_TRUE(Renew(key));
+    EXPECT_FALSE(Renew(key));
+    EXPECT_FALSE(Renew(withoutTickets));
+    EXPECT_TRUE(m_trace.Said({"has delegated no tickets", "Failed to renegotiate security context."}));
+    thread.ExpectUnchanged();
+    EXPECT_EQ(thread.Revert(key), "0");
+    s_nAhead = 15 * 60;
+    EXPECT_EQ(thread.Impersonate(withoutTickets, 65534), "100/61217");
+    EXPECT_EQ(thread.Impersonate(key, 65534), "0");
+    EXPECT_EQ(LogOn(client).m_userSid, kAliceSid);  // it has her tickets again
+    s_nAhead = 21 * 60;
+    EXPECT_EQ(thread.Revert(key), "0");
+    EXPECT_EQ(thread.Impersonate(key, 65534), "100/61217");
+    SDateTime::SetClock(nullptr);
+}
+
+}  // namespace
+}  // namespace morwen
