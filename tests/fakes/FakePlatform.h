@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstring>
+#include <ctime>
 #include <deque>
 #include <map>
 #include <memory>
@@ -23,11 +24,11 @@ namespace morwen {
 struct FakeAnswer {
     enum Handle { kByStatus, kNever, kAlways };  // whether the call hands out what it makes
 
-    SECURITY_STATUS m_nStatus = SEC_E_OK;      // of a call that returns BOOL: its last error, 0 for success
-    std::optional<std::string> m_output = "";  // the output token; nothing: buffer and length stay as they were
-    Handle m_eHandle = kByStatus;              // with a success only
-    int64_t m_nStart = 0;                      // times in 100 ns since 1601
-    int64_t m_nExpiry = INT64_C(132223104000000000);
+    SECURITY_STATUS m_nStatus = SEC_E_OK;             // of a call that returns BOOL: its last error, 0 for success
+    std::optional<std::string> m_output = "";         // the output token; nothing: buffer and length stay as they were
+    Handle m_eHandle = kByStatus;                     // with a success only
+    int64_t m_nStart = 0;                             // times in 100 ns since 1601
+    int64_t m_nExpiry = INT64_C(157469184000000000);  // in the year 2100
 };
 
 // Every handle has a new value, so that an old one is never taken for a new one. A call that is given a handle that is
@@ -78,6 +79,18 @@ public:
                std::string(pBytes, i_subAuthorities.size() * sizeof(DWORD));
     }
 
+    // An instant (milliseconds since 1970, UTC) as the package reports it: the local clock then, in 100 ns since 1601.
+    static int64_t LocalTime(int64_t i_nUtcMilliseconds) {
+        using namespace std::chrono;
+        const std::time_t nSeconds = i_nUtcMilliseconds / 1000;
+        const std::tm* pLocal = std::localtime(&nSeconds);
+        const sys_days day = year(pLocal->tm_year + 1900) / (pLocal->tm_mon + 1) / pLocal->tm_mday;
+        const milliseconds time = (day - sys_days(year(1601) / January / 1)) + hours(pLocal->tm_hour) +
+                                  minutes(pLocal->tm_min) + seconds(pLocal->tm_sec);
+        return (time.count() + i_nUtcMilliseconds % 1000) * 10000;
+    }
+
+    FakeAnswer m_lifespan;  // of every context
     uint32_t m_nMaxToken = 64;
     std::string m_userSid = MakeSid({0, 0, 0, 0, 0, 5}, {18});
     std::vector<std::string> m_groupSids;
@@ -138,7 +151,7 @@ public:
                     o_pNewContext, io_pOutput, o_pnAttributes, o_ptsExpiry);
     }
     Status QueryContextAttributesW(PCtxtHandle i_pContext, ULONG i_nAttribute, void* o_pvBuffer) noexcept override {
-        const FakeAnswer answer = Begin("QueryContextAttributesW", Number(i_nAttribute));
+        const FakeAnswer answer = Begin("QueryContextAttributesW", Number(i_nAttribute), m_lifespan);
         if (!IsLive(i_pContext, "context", "QueryContextAttributesW")) {
             return SEC_E_INVALID_HANDLE;
         }

@@ -3,33 +3,22 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <ctime>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "cache/StaticToken.h"
 #include "errors/SSOException.h"
 #include "fakes/FakePlatform.h"
 #include "fakes/TraceCapture.h"
+#include "handlers/HandlerToken.h"
 #include "handlers/SSOHandlerFactory.h"
 #include "harrow/SWCharStringConv.h"
 #include "morwen/morwenplugin.h"
 
 namespace morwen {
-
-// Ends with nothing alive on the fake, no thread impersonating, and no assertion that the test did not ask for.
-class PlatformTest : public testing::Test {
-protected:
-    void SetUp() override { Platform::Install(m_fake.Calls()); }
-    void TearDown() override {
-        SSOHandlerFactory::instance()->ReleaseHandlers();
-        Platform::Install({});
-        EXPECT_EQ(m_fake.Faults(), "");
-        EXPECT_TRUE(m_trace.Said({}));
-    }
-
-    FakePlatform m_fake;
-    TraceCapture m_trace;
-};
 
 inline std::string Utf8(const SWCharString& i_ssText) {
     return Harrowlib201::SWCharStringConv::ToUtf8(i_ssText.view());
@@ -48,6 +37,58 @@ std::string Thrown(Operation i_operation) {
         }
         return text;
     }
+}
+
+// Ends with nothing alive on the fake, no thread impersonating, and no assertion that the test did not ask for.
+class PlatformTest : public testing::Test {
+protected:
+    void SetUp() override { Platform::Install(m_fake.Calls()); }
+    void TearDown() override {
+        SSOHandlerFactory::instance()->ReleaseHandlers();
+        Platform::Install({});
+        EXPECT_EQ(m_fake.Faults(), "");
+        EXPECT_TRUE(m_trace.Said({}));
+    }
+
+    using CallAnswers = std::vector<std::pair<const char*, FakeAnswer>>;
+    void Script(const CallAnswers& i_answers) {
+        for (const auto& [pszCall, answer] : i_answers) {
+            m_fake.Script(pszCall, answer);
+        }
+    }
+    // Impersonates for each "i" and reverts for each "r": what it threw, the count afterwards, and "acts" if the thread
+    // is then somebody else.
+    std::string Switch(const StaticTokenPtr& i_pToken, const std::string& i_steps, const CallAnswers& i_answers = {}) {
+        Script(i_answers);
+        std::string text;
+        for (const char cStep : i_steps) {
+            text += Thrown([&] { return cStep == 'i' ? i_pToken->Impersonate() : i_pToken->Revert(), 0; });
+            text += " " + std::to_string(i_pToken->GetImpersonationCount());
+            text += m_fake.IsImpersonating() ? " acts" : "";
+        }
+        return text;
+    }
+
+    FakePlatform m_fake;
+    TraceCapture m_trace;
+};
+
+// A session of the server side after its first step.
+inline SSOSessionPtr AcceptOnce(SSOHandler& i_handler) {
+    HandlerToken token(i_handler);
+    Parameters none;
+    const SSOSessionPtr pSession = i_handler.CreateSession(nullptr);
+    i_handler.AcceptContext(i_handler.CreateCredentials({}, {}, SSOHandler::kInbound), pSession,
+                            reinterpret_cast<const uint8_t*>("x"), 1, &token.m_pvToken, &token.m_nLength, false, none);
+    return pSession;
+}
+
+// The zone of the local time from now on.
+inline void SetZone([[maybe_unused]] const char* i_pszZone) {
+#ifndef _WIN32  // there the machine's own zone must do
+    setenv("TZ", i_pszZone, 1);
+    tzset();
+#endif
 }
 
 // A literal in the host's units.

@@ -35,10 +35,10 @@ protected:
             SSOFreeString(m_pszKey);
             SSOFreeParameters(m_pInformation);
         }
-        // The code, the key ("#" for that of a session, which goes to o_key) and the token.
+        // The code, the key ("#" for that of a session or a context, which goes to o_key) and the token.
         std::string Result(uint32_t i_nCode, Key& o_key) const {
             std::string key = Utf8(m_pszKey);
-            if (i_nCode == SSO_CONTINUE && key.find_first_not_of("0123456789") == std::string::npos) {
+            if (i_nCode <= SSO_ACCEPTED && !key.empty() && key.find_first_not_of("0123456789") == std::string::npos) {
                 o_key.assign(m_pszKey, m_pszKey + key.size());
                 key = "#";
             }
@@ -83,6 +83,12 @@ protected:
         SSOFreeError(pError);
         return text;
     }
+    // Impersonates and reverts: both results, and "here" between them if this thread was somebody else.
+    std::string Switch(const Key& i_key) {
+        std::string text = std::to_string(SSOImpersonate(Host(i_key.c_str())));
+        text += m_fake.IsImpersonating() ? " here " : " ";
+        return text + std::to_string(SSORevert(Host(i_key.c_str())));
+    }
     testing::AssertionResult SessionsLeft(const std::string& i_count) {
         EXPECT_EQ(SSOTermPackage(), 0U);
         EXPECT_EQ(SSOInitPackage(), 0U);
@@ -115,7 +121,41 @@ TEST_F(ExportsTest, LoginsOfBothSides) {
     SetCaching(true);
     server.clear();
     EXPECT_EQ(Accept(server, "x"), "1|#|from server");
-    EXPECT_EQ(Accept(server, ""), "101|null|");  // keeping contexts is not offered
+    EXPECT_EQ(Accept(server, ""), "2|#|");
+    EXPECT_EQ(Switch(server), "0 here 0");
+    EXPECT_EQ(SSOAcquireCurrentSecurityContext(Host(u"SSPI"), nullptr, &pszKey), 101U);
+}
+
+TEST_F(ExportsTest, TheIdentityOfAThread) {
+    Outputs out;
+    const SSOChar* pszMine = Host(u"mine");
+    EXPECT_EQ(SSOAcquireCurrentSecurityContext(Host(u"THREADTOKEN"), nullptr, &out.m_pszKey), 0U);
+    EXPECT_EQ(SSOAssociateSecurityContext(out.m_pszKey, pszMine), 0U);
+    EXPECT_EQ(SSOAssociateSecurityContext(out.m_pszKey, pszMine), 103U);
+    EXPECT_EQ(Record(103), "103/61211");
+    EXPECT_EQ(Switch(u"mine"), "0 here 0");
+    EXPECT_EQ(Switch(u"unknown"), "100 100");
+    EXPECT_EQ(Record(), "100/61211");
+    for (const uint32_t nResult : {0U, 103U}) {
+        EXPECT_EQ(SSOLookupSecurityContext(pszMine), nResult);
+        EXPECT_EQ(SSOReleaseSecurityContext(pszMine), nResult);
+    }
+    EXPECT_EQ(Record(103), "none");
+}
+
+TEST_F(ExportsTest, TheUpdateThreadLivesAsLongAsThePackage) {
+    const std::string started = "SecContextCache::StartUpdateThread() -- Update thread started.";
+    EXPECT_TRUE(m_trace.Said({"Not starting the cache cleanup thread; may start later if needed."}));
+    EXPECT_EQ(SSOInitProvider(Host(u"SSPI"), nullptr), 0U);
+    EXPECT_FALSE(m_trace.Contains(started));
+    EXPECT_TRUE(m_trace.Said({"Could not determine whether to start the update thread or not.  Delaying until"}));
+    SetCaching(true);
+    EXPECT_TRUE(m_trace.Said({started}));
+    SetCaching(true);
+    EXPECT_FALSE(m_trace.Contains(started));
+    EXPECT_EQ(SSOTermPackage(), 0U);
+    EXPECT_TRUE(m_trace.Said({"SecContextUpdateThread::run() -- Thread stopped."}));
+    EXPECT_EQ(SSOInitPackage(), 0U);
 }
 
 TEST_F(ExportsTest, FailedStepsKeepOnlyWhatTheHostCanName) {

@@ -1,0 +1,69 @@
+// A cached context and a cache that do what a test tells them.
+#pragma once
+
+#include <functional>
+#include <utility>
+
+#include "cache/SecContextCache.h"
+
+namespace morwen {
+
+// Lives for a second and is renewed when it is due.
+class TestToken : public StaticToken {
+public:
+    TestToken() : StaticToken(u"SSPI") { ++s_nAlive; }
+
+    void Impersonate() override {
+        m_onImpersonate();
+        const Harrowlib201::CSmartWriteLocker locker(m_lock);
+        ++m_nImpersonationCount;
+    }
+    void Revert() override {
+        const Harrowlib201::CSmartWriteLocker locker(m_lock);
+        --m_nImpersonationCount;
+    }
+    bool Expired(SDateTime) override {
+        const bool bExpired = m_bExpired;
+        std::exchange(m_onExpired, [] {})();
+        return bExpired;
+    }
+    bool RenegotiateImpl() override {
+        ++m_nRenewals;
+        m_onRenew();
+        return true;
+    }
+    STimeSpan GetTimeToExpiry(SDateTime) override { return STimeSpan(m_bDue ? 0 : 1000); }
+    STimeSpan GetLifetime() override { return STimeSpan(1000); }
+
+    static inline int s_nAlive = 0;
+    bool m_bExpired = false;
+    bool m_bDue = false;
+    int m_nRenewals = 0;
+    std::function<void()> m_onImpersonate = [] {};
+    std::function<void()> m_onExpired = [] {};  // once, after the answer is fixed
+    std::function<void()> m_onRenew = [] {};
+
+private:
+    ~TestToken() override { --s_nAlive; }
+};
+
+// Its thread is what the test makes, and counts.
+class TestCache : public SecContextCache {
+public:
+    using Thread = Harrowlib201::JTCHandleT<Harrowlib201::TerminatingThread>;
+    using Make = std::function<Thread(TestCache&)>;
+    explicit TestCache(const Make& i_make) : SecContextCache(0), m_make(i_make) {}
+
+    Thread MakeUpdateThread() override {
+        ++m_nMade;
+        return m_make(*this);
+    }
+    Thread MakeRealThread() { return SecContextCache::MakeUpdateThread(); }
+
+    int m_nMade = 0;
+
+private:
+    Make m_make;
+};
+
+}  // namespace morwen

@@ -1,0 +1,241 @@
+// The cached contexts, and the thread that cleans up behind them.
+#include <future>
+
+#include "cache/ContextManager.h"
+#include "cache/SecContextUpdateThread.h"
+#include "fakes/PlatformTest.h"
+#include "fakes/TestClock.h"
+#include "fakes/TestContexts.h"
+#include "sessions/SessionManager.h"
+
+namespace morwen {
+namespace {
+
+using namespace Harrowlib201;
+using ThreadPtr = TestCache::Thread;
+
+// Stops at its end, or the thread would object to that.
+struct Cleaner {
+    explicit Cleaner(SecContextCache* i_pCache) : m_pThread(MakeCounted<SecContextUpdateThread>(i_pCache)) {}
+    ~Cleaner() { m_pThread->stop(); }
+    const JTCAdoptCurrentThread m_adopted;
+    const CSmartRefCountPtr<SecContextUpdateThread> m_pThread;
+};
+
+class ContextCacheTest : public PlatformTest {
+protected:
+    void SetUp() override {
+        PlatformTest::SetUp();
+        const Chain settings({{u"SSPI_CTXT_CACHE_EXPIRY", 2, u"600"}});
+        SSOHandlerFactory::instance()->GetHandler(u"SSPI")->InitHandler(Parameters(settings));
+    }
+    CSmartRefCountPtr<TestToken> Add(const char16_t* i_pszKey) {
+        const auto pToken = MakeCounted<TestToken>();
+        SWCharString ssKey;
+        EXPECT_TRUE(m_pCache->AddAssociation(m_pCache->Insert(ssKey, pToken), i_pszKey));
+        return pToken;
+    }
+    // Impersonates for "i", reverts for "r": what was thrown.
+    std::string Switch(const std::string& i_steps, const SWCharString& i_ssKey) {
+        std::string text;
+        for (const char cStep : i_steps) {
+            text += Thrown([&] {
+                ContextManager manager(m_pCache);
+                return cStep == 'i' ? manager.Impersonate(i_ssKey) : manager.Revert(i_ssKey), 0;
+            });
+        }
+        return text;
+    }
+
+    TestClock m_clock{1000000};
+    CSmartRefCountPtr<TestCache> m_pCache =
+        MakeCounted<TestCache>([](TestCache&) -> ThreadPtr { throw JTCSystemCallException("no thread"); });
+};
+
+TEST_F(ContextCacheTest, KeysAreAddressesUntilTheHostGivesOthers) {
+    SWCharString ssFirst, ssSecond;
+    auto pFirst = MakeCounted<TestToken>();
+    EXPECT_EQ(Utf8(m_pCache->Insert(ssFirst, pFirst)), std::to_string(reinterpret_cast<uintptr_t>(pFirst.get())));
+    EXPECT_TRUE(m_pCache->Insert(ssSecond, MakeCounted<TestToken>()) == ssSecond && !(ssFirst == ssSecond));
+    EXPECT_FALSE(m_pCache->AddAssociation(u"unknown", u"new"));
+    EXPECT_TRUE(m_pCache->AddAssociation(ssFirst, ssFirst) && m_pCache->IsValid(ssFirst));
+    EXPECT_TRUE(m_pCache->AddAssociation(ssFirst, u"mine"));
+    EXPECT_EQ(Switch("ir", ssFirst), "100/61217100/61211");
+    EXPECT_TRUE(m_trace.Said({"AddAssociation() -- Token for unknown is not in cache.", "2 contexts now in cache.",
+                              "Impersonate() -- token for " + Utf8(ssFirst) + " not found or expired.",
+                              "Revert() -- token for " + Utf8(ssFirst) + " not found."}));
+    EXPECT_EQ(Switch("ir", u"mine"), "");
+    pFirst = nullptr;
+    EXPECT_TRUE(m_pCache->AddAssociation(ssSecond, u"mine"));  // in the first one's place
+    EXPECT_EQ(TestToken::s_nAlive, 1);
+    StaticTokenPtr pTaken;
+    EXPECT_FALSE(m_pCache->Extract(ssSecond, pTaken));
+    EXPECT_TRUE(m_pCache->Extract(u"mine", pTaken) && pTaken && !m_pCache->IsValid(u"mine"));
+    Add(u"removed");
+    EXPECT_TRUE(m_pCache->Remove(u"removed") && !m_pCache->Remove(u"removed"));
+    Add(u"cleared");
+    m_pCache->Clear();
+    EXPECT_EQ(TestToken::s_nAlive, 1);  // the one that was taken out
+    m_pCache->Insert(ssFirst, nullptr);
+    EXPECT_FALSE(m_pCache->IsValid(ssFirst) || m_pCache->Extract(ssFirst, pTaken));
+    EXPECT_EQ(Switch("ir", ssFirst), "100/61217100/42254");
+    m_pCache = nullptr;
+    EXPECT_EQ(Switch("i", u"x"), "100/42254");
+    EXPECT_TRUE(m_trace.Said({"Shutting down cleanly with 1 cached contexts", "m_pContextCache", "pToken"}));
+}
+
+TEST_F(ContextCacheTest, WhatHasExpiredCanOnlyBeReverted) {
+    const auto pToken = Add(u"a");
+    EXPECT_EQ(Switch("i", u"a"), "");
+    m_clock.Set(1000000 + 600001);  // by the settings: the ticket is still good
+    EXPECT_TRUE(m_pCache->IsValid(u"a"));
+    EXPECT_EQ(Switch("i", u"a"), "100/61217");
+    m_clock.Set(1000000);
+    pToken->m_bExpired = true;
+    EXPECT_FALSE(m_pCache->IsValid(u"a"));
+    EXPECT_EQ(Switch("ir", u"a"), "100/61217");
+    EXPECT_EQ(pToken->GetImpersonationCount(), 0U);
+}
+
+TEST_F(ContextCacheTest, ARemovalWaitsForTheImpersonation) {
+    std::promise<void> inside;
+    std::atomic<bool> bRemoved = false;
+    Add(u"a")->m_onImpersonate = [&] {
+        inside.set_value();
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));  // time enough for one that does not wait
+        EXPECT_FALSE(bRemoved);
+    };
+    std::thread user([this] { EXPECT_EQ(Switch("i", u"a"), ""); });
+    inside.get_future().wait();
+    EXPECT_TRUE(m_pCache->Remove(u"a"));
+    bRemoved = true;
+    user.join();
+}
+
+TEST_F(ContextCacheTest, ALostContextTakesItsSessionAlong) {
+    const auto pManager =
+        MakeCounted<SessionManager>(MakeCounted<TestCache>([](TestCache&) -> ThreadPtr { throw std::bad_alloc(); }));
+    SWCharString ssKey;
+    for (const auto& [pszToken, pszThrown] : {std::pair{"x", ""}, {"", "106/42502"}, {"", "100/42254"}}) {
+        void* pvBuffer = nullptr;
+        SSOLength nLength = 0;
+        Parameters information;  // a context that is gone must not be asked who logged on
+        const bool bFirst = *pszToken != '\0';
+        EXPECT_EQ(Thrown([&] {
+                      return pManager->GenerateServerContext(u"SSPI", ssKey, bFirst ? pszToken : nullptr, bFirst,
+                                                             &pvBuffer, &nLength, true, information, ssKey);
+                  }),
+                  pszThrown);
+        SessionManager::FreeExternalBuffer(pvBuffer);
+    }
+    EXPECT_TRUE(m_trace.Said({"StartUpdateThread() -- Out of memory!", "NULL input buffer.", "0-length input"}));
+}
+
+TEST_F(ContextCacheTest, APassRemovesAndRenews) {
+    const Cleaner cleaner(m_pCache.get());
+    const auto pExpired = Add(u"a"), pUsed = Add(u"b"), pDue = Add(u"c"), pFresh = Add(u"d"), pLate = Add(u"e"),
+               pReplaced = Add(u"f"), pBroken = Add(u"g");
+    pExpired->m_bExpired = pUsed->m_bExpired = pLate->m_bExpired = pReplaced->m_bExpired = true;
+    pDue->m_bDue = pLate->m_bDue = pBroken->m_bDue = true;
+    pUsed->Impersonate();
+    pLate->m_onExpired = [&] { pLate->m_bExpired = false; };  // renewed between the two looks
+    pReplaced->m_onExpired = [&] { EXPECT_TRUE(m_pCache->AddAssociation(u"d", u"f")); };
+    pBroken->m_onRenew = [] { throw 1; };
+    for (int i = 1; i <= 2; ++i) {
+        cleaner.m_pThread->CleanUp();
+        EXPECT_TRUE(m_trace.Said({i == 1 ? "CleanUp() -- a has been removed." : "", "Renegotiate() -- Caught an exc",
+                                  "CleanUp() -- b is expired but impersonated -- remove later."}));
+        EXPECT_EQ(m_pCache->Snapshot().size(), 5U);
+        EXPECT_TRUE(m_pCache->Snapshot()[u"f"] == StaticTokenPtr(pFresh));
+        EXPECT_EQ(pDue->m_nRenewals * 100 + pLate->m_nRenewals * 10 + pFresh->m_nRenewals, i * 110);
+    }
+    pUsed->Revert();
+    cleaner.m_pThread->CleanUp();
+    EXPECT_TRUE(m_trace.Said({"CleanUp() -- b has been removed."}));
+    const std::pair<std::function<void()>, std::string> aEnds[] = {
+        {[] { throw SSOException(SSO_ERROR); }, "CleanUp() -- Caught an internal exception!"},
+        {[] { throw 1; }, "CleanUp() -- Caught an unknown exception!"},
+        {[&] { cleaner.m_pThread->stop(); }, "CleanUp() -- Thread has been stopped; aborting cleanup scan"},
+    };
+    pLate->m_bExpired = true;
+    for (const auto& [event, says] : aEnds) {
+        pDue->m_onExpired = event;
+        cleaner.m_pThread->CleanUp();
+        EXPECT_TRUE(m_trace.Said({says}));
+        EXPECT_EQ(m_pCache->Snapshot().count(u"e"), 1U);
+    }
+}
+
+TEST_F(ContextCacheTest, AHostsThreadIsAdoptedForTheStart) {
+    EXPECT_THROW(m_pCache->MakeRealThread(), JTCUnknownThreadException);
+    const auto pCache = MakeCounted<SecContextCache>(0);
+    pCache->StopUpdateThread();
+    EXPECT_TRUE(m_trace.Said({"SecContextCache::StopUpdateThread() -- stopping the thread."}));
+    for (int i = 0; i < 2; ++i) {  // a stopped one is replaced
+        pCache->StartUpdateThread();
+        EXPECT_FALSE(JTCAdoptCurrentThread::isKnown());
+        const auto begin = std::chrono::steady_clock::now();
+        while (!m_trace.Contains("SecContextUpdateThread::run() -- Thread sleeping for 60s.")) {
+            ASSERT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
+            std::this_thread::yield();
+        }
+        pCache->StopUpdateThread();
+        EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(40));
+        EXPECT_TRUE(
+            m_trace.Said({"Starting update thread.", "thread started.", "has been stopped.", "Thread stopped."}));
+    }
+}
+
+TEST_F(ContextCacheTest, AThreadThatCannotBeMadeIsTriedAgain) {
+    // What the first and the second creation throw: the thread is unknown, the system has none, memory is short, ...
+    const auto fail = [](char i_cHow) {
+        i_cHow == 'u'   ? throw JTCUnknownThreadException()
+        : i_cHow == 's' ? throw JTCSystemCallException("no thread")
+        : i_cHow == 'm' ? throw std::bad_alloc()
+        : i_cHow == 'o' ? throw SSOException(SSO_DENIED, kMsgNoPackage)
+                        : throw 1;
+    };
+    for (const auto& [how, thrown] : std::vector<std::pair<std::string, std::string>>{{"m", "106/42502"},
+                                                                                      {"o", "3/61213"},
+                                                                                      {"1", "100/42254"},
+                                                                                      {"s", ""},
+                                                                                      {"um", "106/42502"},
+                                                                                      {"uo", "100/42254"},
+                                                                                      {"u1", "100/42254"},
+                                                                                      {"us", "100/42254"},
+                                                                                      {"uu", "100/42254"}}) {
+        SCOPED_TRACE(how);
+        const auto pCache = MakeCounted<TestCache>([&, &how = how](TestCache& i_cache) -> ThreadPtr {
+            const size_t nCall = static_cast<size_t>(i_cache.m_nMade - 1) % how.size();
+            EXPECT_EQ(JTCAdoptCurrentThread::isKnown(), nCall == 1);
+            return fail(how[nCall]), nullptr;
+        });
+        for (size_t i = 1; i <= 2; ++i) {  // nothing is left behind that would keep the second one from trying
+            EXPECT_EQ(Thrown([&] { return pCache->StartUpdateThread(), 0; }), thrown);
+            EXPECT_EQ(static_cast<size_t>(pCache->m_nMade), i * how.size());
+            EXPECT_TRUE(m_trace.Said({thrown == "106/42502"   ? "StartUpdateThread() -- Out of memory!"
+                                      : thrown == "100/42254" ? "StartUpdateThread() -- Unknown exception"
+                                                              : ""}));
+        }
+    }
+}
+
+TEST_F(ContextCacheTest, AThreadThatCannotBeStartedIsNotReplaced) {
+    const auto pCache = MakeCounted<TestCache>([](TestCache&) -> ThreadPtr {
+        const JTCAdoptCurrentThread adopted;
+        const auto pUsed = MakeCounted<SecContextUpdateThread>(nullptr);
+        pUsed->start();
+        while (pUsed->isAlive()) {
+            pUsed->join(1000);
+        }
+        return pUsed;
+    });
+    EXPECT_EQ(Thrown([&] { return pCache->StartUpdateThread(), 0; }), "100/42254");
+    EXPECT_TRUE(m_trace.Said({"Could not start update thread!", "run() -- No cache for this thread to manage!"}));
+    pCache->StartUpdateThread();
+    EXPECT_EQ(pCache->m_nMade, 1);
+    pCache->StopUpdateThread();
+}
+
+}  // namespace
+}  // namespace morwen

@@ -1,0 +1,90 @@
+// The captured identities of threads.
+#include "fakes/PlatformTest.h"
+#include "fakes/TestClock.h"
+#include "handlers/SSOHandlerFactory.h"
+
+namespace morwen {
+namespace {
+
+class ThreadTokenTest : public PlatformTest {
+protected:
+    void SetUp() override {
+        PlatformTest::SetUp();
+        m_pSession = Handler()->CreateSession(nullptr);
+    }
+    void TearDown() override {
+        m_pSession = nullptr;
+        PlatformTest::TearDown();
+    }
+    static SSOHandlerPtr Handler(const char16_t* i_pszType = u"THREADTOKEN") {
+        return SSOHandlerFactory::instance()->GetHandler(i_pszType);
+    }
+    static std::string Acquire(const SSOSessionPtr& i_pSession) {
+        return Thrown([&] { return Handler()->AcquireCurrentContext(i_pSession, Parameters()); });
+    }
+
+    SSOSessionPtr m_pSession;
+};
+
+TEST_F(ThreadTokenTest, TheThreadsTokenOrTheProcesss) {
+    const std::string fallback = "AcquireCurrentContext() -- OpenThreadToken() failed.  Trying process token.";
+    m_fake.Script("OpenThreadToken", {0});
+    EXPECT_EQ(Acquire(m_pSession), "");
+    EXPECT_FALSE(m_trace.Contains(fallback));
+    EXPECT_EQ(Acquire(m_pSession), "");
+    EXPECT_TRUE(m_trace.Said({fallback}));
+    EXPECT_EQ(m_fake.Log("OpenThreadToken"), std::vector<std::string>(2, "this thread, access 14, as self"));
+    EXPECT_EQ(m_fake.Log("OpenProcessToken"), std::vector<std::string>(1, "this process, access 14"));
+    m_fake.Script("OpenProcessToken", {5});
+    EXPECT_EQ(Acquire(m_pSession), "100/61217");
+    EXPECT_EQ(Acquire(Handler(u"SSPI")->CreateSession(nullptr)) + Acquire(nullptr), "100/42254100/42254");
+    EXPECT_TRUE(m_trace.Said({"AcquireCurrentSecurityContext() -- Could not get token for thread nor process: The fake",
+                              "AcquireCurrentContext() -- Wrong type of SSOSessionPtr passed in.", "i_pSession"}));
+}
+
+TEST_F(ThreadTokenTest, AHandleIsClosedOnceAndImpersonationsAreCounted) {
+    EXPECT_EQ(Acquire(m_pSession) + Acquire(m_pSession), "");
+    EXPECT_EQ(m_fake.Log("CloseHandle").size(), 1U);
+    StaticTokenPtr pToken = m_pSession->GetStaticToken();
+    EXPECT_EQ(Thrown([&] { return m_pSession->GetStaticToken(); }), "100/42254");
+    m_pSession = nullptr;
+    EXPECT_EQ(Switch(pToken, "i", {{"ImpersonateLoggedOnUser", {5}}}), "100/61212 0");
+    EXPECT_EQ(Switch(pToken, "i"), " 1 acts");
+    EXPECT_EQ(Switch(pToken, "r", {{"RevertToSelf", {5}}}), "100/61212 1 acts");
+    EXPECT_EQ(Switch(pToken, "rr"), " 0 0");
+    EXPECT_EQ(m_fake.Log("CloseHandle").size(), 1U);
+    m_fake.Script("CloseHandle", {6});
+    pToken = nullptr;
+    m_pSession = Handler()->CreateSession(nullptr);
+    EXPECT_EQ(Acquire(m_pSession), "");
+    m_fake.Script("CloseHandle", {6});
+    m_pSession = nullptr;
+    EXPECT_EQ(m_fake.Log("CloseHandle").size(), 3U);
+    EXPECT_TRUE(m_trace.Said({"ThreadStaticToken::Impersonate() -- Could not impersonate: The fake failed.",
+                              "ThreadStaticToken::Revert() -- Could not revert: The fake failed.",
+                              "ThreadStaticToken::ThreadStaticToken() -- NULL handle! (i_pToken)",
+                              "ThreadStaticToken::~ThreadStaticToken() -- Failed to close handle!",
+                              "ThreadTokenSession::~ThreadTokenSession() -- Failed to close handle!"}));
+}
+
+TEST_F(ThreadTokenTest, OnlyTheSettingsEndIt) {
+    const TestClock clock(5000000);
+    EXPECT_EQ(Acquire(m_pSession), "");
+    const StaticTokenPtr pToken = m_pSession->GetStaticToken();
+    const std::pair<Chain::Element, int64_t> aCases[] = {{{u"OTHER", 2, u"1"}, 86400000},
+                                                         {{u"SSPI_CTXT_CACHE_EXPIRY", 2, u"60"}, 60000},
+                                                         {{u"SSPI_CTXT_CACHE_EXPIRY", 1, u"9"}, 60000},
+                                                         {{u"SSPI_CTXT_CACHE_EXPIRY", 2, u"0"}, int64_t{1} << 50}};
+    for (const auto& [setting, nLast] : aCases) {
+        EXPECT_EQ(Thrown([&] { return Handler()->InitHandler(Parameters(Chain({setting}))), 0; }),
+                  setting.m_nType == 1 ? "100/42038/SSPI_CTXT_CACHE_EXPIRY" : "");
+        EXPECT_FALSE(pToken->Expired(SDateTime(5000000 + nLast)));
+        EXPECT_EQ(pToken->Expired(SDateTime(5000001 + nLast)), nLast <= 86400000);
+        EXPECT_FALSE(pToken->Renegotiate(SDateTime(5000000 + nLast)));
+    }
+    EXPECT_TRUE(m_trace.Said({"ThreadTokenHandler::InitHandler() -- Setting cache timeout to 60", "p.m_eType",
+                              "ThreadTokenHandler::InitHandler() -- Type mismatch getting the cache expiry time."}));
+}
+
+}  // namespace
+}  // namespace morwen
