@@ -3,6 +3,7 @@
 #include "cache/SecContextCache.h"
 #include "errors/SSOException.h"
 #include "harrow/STrace.h"
+#include "platform/Platform.h"
 
 namespace morwen {
 
@@ -22,6 +23,11 @@ void SecContextUpdateThread::run() {
         return;
     }
     S_TRACE("ssoplugin: SecContextUpdateThread::run() -- Thread starting up.");
+    // Who made this thread may be acting as a user, and on some systems a new thread begins as its maker.
+    if (!Platform::Tokens().RevertToSelf()) {
+        S_FAIL("ssoplugin: SecContextUpdateThread::run() -- The thread cannot become the service.");
+        return;
+    }
     try {
         while (!isStopped()) {
             CleanUp();

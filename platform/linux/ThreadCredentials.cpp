@@ -22,7 +22,9 @@ void Check(long i_nResult) {
     }
 }
 
-int ErrorOf(long i_nResult) noexcept { return i_nResult < 0 ? errno : 0; }
+int ErrorOf(long i_nResult) noexcept {
+    return i_nResult < 0 ? errno : 0;
+}
 
 int ReadCapabilities(CapabilityData& o_data) noexcept {
     __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
@@ -44,9 +46,13 @@ int SetEffectiveCapabilities(const std::array<uint32_t, 2>& i_aEffective) noexce
     return ErrorOf(syscall(SYS_capset, &header, data.data()));
 }
 
-int SetUser(uid_t i_nUser) noexcept { return ErrorOf(syscall(SYS_setresuid, kUnchanged, i_nUser, kUnchanged)); }
+int SetUser(uid_t i_nUser) noexcept {
+    return ErrorOf(syscall(SYS_setresuid, kUnchanged, i_nUser, kUnchanged));
+}
 
-int SetGroup(gid_t i_nGroup) noexcept { return ErrorOf(syscall(SYS_setresgid, kUnchanged, i_nGroup, kUnchanged)); }
+int SetGroup(gid_t i_nGroup) noexcept {
+    return ErrorOf(syscall(SYS_setresgid, kUnchanged, i_nGroup, kUnchanged));
+}
 
 int SetGroups(const std::vector<gid_t>& i_groups) noexcept {
     return ErrorOf(syscall(SYS_setgroups, i_groups.size(), i_groups.data()));
@@ -62,8 +68,8 @@ bool ThreadHas(const ThreadCredentials& i_credentials) noexcept {
 }
 
 int Become(const UnixAccount& i_account, const UnixAccount& i_now) noexcept {
-    // Groups first and the user last, because the right to change groups goes with the user. What is the same already is
-    // left alone: a service without privilege may still act as itself.
+    // Groups first and the user last, because the right to change groups goes with the user. What is the same already
+    // is left alone: a service without privilege may still act as itself.
     int nError = i_account.m_groups != i_now.m_groups ? SetGroups(i_account.m_groups) : 0;
     if (nError == 0 && i_account.m_nGroup != i_now.m_nGroup) {
         nError = SetGroup(i_account.m_nGroup);

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "harrow/STrace.h"
+#include "platform/linux/ServiceRecord.h"
 #include "platform/linux/ThreadCredentials.h"
 
 namespace morwen {
@@ -45,8 +46,7 @@ int End(Impersonation* i_pImpersonation) noexcept {
 
 int Begin(std::unique_ptr<Impersonation> i_pImpersonation) noexcept {
     bool bStuck = false;
-    const int nError =
-        i_pImpersonation->m_service.Exchange(*i_pImpersonation->m_pIdentity->m_account, bStuck);
+    const int nError = i_pImpersonation->m_service.Exchange(*i_pImpersonation->m_pIdentity->m_account, bStuck);
     if (nError == 0 || bStuck) {
         t_state.m_pImpersonation = i_pImpersonation.release();
     }
@@ -60,11 +60,16 @@ int ThreadIdentity::Impersonate(std::shared_ptr<const TokenIdentity> i_pIdentity
         return EPERM;
     }
     try {
+        if (const int nError = t_state.m_pImpersonation == nullptr ? ServiceRecord::RestoreInherited() : 0;
+            nError != 0) {
+            return GetStuck(nError);
+        }
         auto pNext = std::make_unique<Impersonation>();
         pNext->m_pIdentity = std::move(i_pIdentity);
         std::unique_ptr<Impersonation> pEarlier;
         Impersonation* const pNow = t_state.m_pImpersonation;
         pNext->m_service = pNow != nullptr ? pNow->m_service : ThreadCredentials::OfThisThread();
+        ServiceRecord::Keep(pNext->m_service, pNext->m_pIdentity->m_account->m_nUser);
         // Nothing may throw once the earlier impersonation has ended.
         if (pNow != nullptr) {
             pEarlier = std::make_unique<Impersonation>(*pNow);  // to go back to, should the next one fail
@@ -89,6 +94,9 @@ int ThreadIdentity::Revert() noexcept {
     if (t_state.m_pImpersonation != nullptr) {
         return End(t_state.m_pImpersonation);
     }
+    if (const int nError = ServiceRecord::RestoreInherited(); nError != 0) {
+        return GetStuck(nError);
+    }
     t_state.m_bStuck = false;
     return 0;
 }
@@ -97,7 +105,9 @@ std::shared_ptr<const TokenIdentity> ThreadIdentity::Impersonated() noexcept {
     return t_state.m_pImpersonation != nullptr ? t_state.m_pImpersonation->m_pIdentity : nullptr;
 }
 
-bool ThreadIdentity::IsStuck() noexcept { return t_state.m_bStuck; }
+bool ThreadIdentity::IsStuck() noexcept {
+    return t_state.m_bStuck;
+}
 
 UnixAccount ThreadIdentity::ServiceAccount() {
     return t_state.m_pImpersonation != nullptr ? t_state.m_pImpersonation->m_service.m_account

@@ -1,0 +1,64 @@
+#include "platform/linux/ServiceRecord.h"
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <set>
+
+#include "harrow/STrace.h"
+#include "platform/linux/NeverDestroyed.h"
+
+namespace morwen {
+
+using Harrowlib201::CS_Locker;
+
+namespace {
+
+struct Record {
+    Harrowlib201::CS_Wrapper m_section;
+    std::optional<ThreadCredentials> m_service S_GUARDED_BY(m_section);
+    std::set<uid_t> m_users S_GUARDED_BY(m_section);
+};
+
+Record& TheRecord() noexcept {
+    static NeverDestroyed<Record> s_record;
+    return *s_record;
+}
+
+// What it holds must not count as lost when the library is unloaded.
+const struct ClearAtUnload {
+    ~ClearAtUnload() {
+        const CS_Locker locker(TheRecord().m_section);
+        TheRecord().m_service.reset();
+        TheRecord().m_users.clear();
+    }
+} s_clearAtUnload;
+
+}  // namespace
+
+void ServiceRecord::Keep(const ThreadCredentials& i_service, uid_t i_nUser) {
+    Record& record = TheRecord();
+    const CS_Locker locker(record.m_section);
+    if (record.m_service != i_service) {
+        record.m_service = i_service;
+    }
+    record.m_users.insert(i_nUser);
+}
+
+int ServiceRecord::RestoreInherited() noexcept {
+    try {
+        Record& record = TheRecord();
+        const CS_Locker locker(record.m_section);
+        const auto nUser = static_cast<uid_t>(syscall(SYS_geteuid));
+        if (!record.m_service || nUser == record.m_service->m_account.m_nUser || !record.m_users.contains(nUser)) {
+            return 0;
+        }
+        S_TRACE("ssoplugin: ServiceRecord::RestoreInherited() -- The thread began as a user that its maker acted as.");
+        return record.m_service->Restore();
+    } catch (...) {
+        return ENOMEM;
+    }
+}
+
+}  // namespace morwen

@@ -1,0 +1,23 @@
+// What the service was before a thread acted as somebody else.
+#pragma once
+
+#include <optional>
+
+#include "harrow/CS_Wrapper.h"
+#include "platform/linux/ThreadCredentials.h"
+
+namespace morwen {
+
+// A thread that is made by an impersonating one begins as that user, and has nothing of its own to go back to. Any
+// method on any thread.
+class ServiceRecord {
+public:
+    // A thread that is the service, with these credentials, is about to act as the user. Throws std::bad_alloc.
+    static void Keep(const ThreadCredentials& i_service, uid_t i_nUser);
+
+    // Makes the calling thread, which impersonates nobody, the service, if it is one of the users that threads have
+    // acted as. 0, or an errno. A thread that is anybody else is so by the host's own doing, and left alone.
+    static int RestoreInherited() noexcept;
+};
+
+}  // namespace morwen
