@@ -11,6 +11,12 @@
 #include "realm/GssPeer.h"
 #include "realm/KeptContextTest.h"
 
+// The C library guards its time zone with a lock that the sanitizer does not see.
+extern "C" __attribute__((visibility("default"))) const char* __tsan_default_suppressions();
+const char* __tsan_default_suppressions() {
+    return "race:tzset_internal";
+}
+
 namespace morwen {
 namespace {
 
@@ -28,7 +34,7 @@ std::string Content(const std::string& i_path) {
 
 // Of a file that the thread makes.
 uid_t OwnerOfNewFile() {
-    const std::string path = RealmPath("shared/made" + std::to_string(gettid()));
+    const std::string path = RealmPath("made" + std::to_string(gettid()));
     EXPECT_TRUE(std::ofstream(path).is_open());
     struct stat status {};
     EXPECT_EQ(stat(path.c_str(), &status) + unlink(path.c_str()), 0);
@@ -49,7 +55,7 @@ TEST_F(Impersonation, DecidesOverFilesOnThisThreadAlone) {
     acting.count_down();
     EXPECT_EQ(OwnerOfNewFile(), 65534U);
     EXPECT_TRUE(Content(RealmPath("service.keytab")).empty());  // root's own
-    EXPECT_EQ(chown(RealmPath("shared").c_str(), 1, 1), -1);
+    EXPECT_EQ(chown(RealmPath("").c_str(), 1, 1), -1);
     other.join();
     std::thread([&] {  // begins as its maker, and has nothing of its own to go back to
         EXPECT_EQ(SSORevert(Wide(alice).c_str()), SSO_OK);
@@ -123,13 +129,14 @@ TEST_F(Impersonation, LogsOnElsewhereAsTheUserOrNotAtAll) {
     const std::string captured = CaptureThread();
     EXPECT_EQ(LogOn().m_userSid, kAliceSid);
     EXPECT_EQ(thread.Revert(delegated), "0");
-    const std::string log = Content(RealmPath("kdc.log"));
+    const auto lastRequest = [] { return Content(RealmPath("kdc.log")).rfind("_REQ"); };
+    const size_t nRequest = lastRequest();
     EXPECT_EQ(thread.Impersonate(delegated, 65534), "0");
     EXPECT_EQ(thread.Impersonate(other, 65534), "0");  // the same account without tickets
     EXPECT_EQ(StartLogin().m_verdict, "100/42254");
     EXPECT_TRUE(m_trace.Said({"the thread acts as a user who has delegated no tickets to this service"}));
     EXPECT_EQ(thread.Revert(other), "0");
-    EXPECT_TRUE(!log.empty() && Content(RealmPath("kdc.log")) == log);
+    EXPECT_TRUE(nRequest != std::string::npos && lastRequest() == nRequest);
     GssPeer acceptor;
     EXPECT_EQ(ContinueLogin(hop.m_key, acceptor.Accept(hop.m_token)).m_verdict, "0");
     EXPECT_EQ(acceptor.Outcome(), "alice@MORWEN.TEST to morwen/localhost@MORWEN.TEST");
@@ -158,6 +165,7 @@ TEST_F(ImpersonatedGroups, AreThoseOfTheAccount) {
     EXPECT_EQ(thread.Impersonate(news, 9, "9 64101 64102 "), "0");
     EXPECT_EQ(thread.Impersonate(KeptLogin(PasswordOf("bin")), 2, "2 64102 "), "0");
     EXPECT_EQ(thread.Revert(news), "0");
+    EXPECT_EQ(umount("/etc/group"), 0);
 }
 
 // Each user's context is known by the user's name, and is replaced by fresh ones all the time.
