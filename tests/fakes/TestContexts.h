@@ -1,10 +1,12 @@
-// A cached context and a cache that do what a test tells them.
+// Cached contexts and a cache that do what a test tells them, and what tests do with a cache.
 #pragma once
 
 #include <functional>
 #include <utility>
 
-#include "cache/SecContextCache.h"
+#include "cache/ContextManager.h"
+#include "cache/SecContextUpdateThread.h"
+#include "fakes/PlatformTest.h"
 
 namespace morwen {
 
@@ -65,5 +67,27 @@ public:
 private:
     Make m_make;
 };
+
+// The update thread's object, for passes without a thread. Stops at its end, because it would object to that.
+struct Cleaner {
+    explicit Cleaner(SecContextCache* i_pCache)
+        : m_pThread(Harrowlib201::MakeCounted<SecContextUpdateThread>(i_pCache)) {}
+    ~Cleaner() { m_pThread->stop(); }
+    const Harrowlib201::JTCAdoptCurrentThread m_adopted;
+    const Harrowlib201::CSmartRefCountPtr<SecContextUpdateThread> m_pThread;
+};
+
+// Impersonates for each "i" and reverts for each "r": what was thrown.
+inline std::string SwitchUnderKey(const Harrowlib201::CSmartRefCountPtr<SecContextCache>& i_pCache,
+                                  const std::string& i_steps, const SWCharString& i_ssKey) {
+    std::string text;
+    for (const char cStep : i_steps) {
+        text += Thrown([&] {
+            ContextManager manager(i_pCache);
+            return cStep == 'i' ? manager.Impersonate(i_ssKey) : manager.Revert(i_ssKey), 0;
+        });
+    }
+    return text;
+}
 
 }  // namespace morwen

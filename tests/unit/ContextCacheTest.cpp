@@ -1,8 +1,6 @@
 // The cached contexts, and the thread that cleans up behind them.
 #include <future>
 
-#include "cache/ContextManager.h"
-#include "cache/SecContextUpdateThread.h"
 #include "fakes/PlatformTest.h"
 #include "fakes/TestClock.h"
 #include "fakes/TestContexts.h"
@@ -13,14 +11,6 @@ namespace {
 
 using namespace Harrowlib201;
 using ThreadPtr = TestCache::Thread;
-
-// Stops at its end, or the thread would object to that.
-struct Cleaner {
-    explicit Cleaner(SecContextCache* i_pCache) : m_pThread(MakeCounted<SecContextUpdateThread>(i_pCache)) {}
-    ~Cleaner() { m_pThread->stop(); }
-    const JTCAdoptCurrentThread m_adopted;
-    const CSmartRefCountPtr<SecContextUpdateThread> m_pThread;
-};
 
 class ContextCacheTest : public PlatformTest {
 protected:
@@ -35,16 +25,8 @@ protected:
         EXPECT_TRUE(m_pCache->AddAssociation(m_pCache->Insert(ssKey, pToken), i_pszKey));
         return pToken;
     }
-    // Impersonates for "i", reverts for "r": what was thrown.
     std::string Switch(const std::string& i_steps, const SWCharString& i_ssKey) {
-        std::string text;
-        for (const char cStep : i_steps) {
-            text += Thrown([&] {
-                ContextManager manager(m_pCache);
-                return cStep == 'i' ? manager.Impersonate(i_ssKey) : manager.Revert(i_ssKey), 0;
-            });
-        }
-        return text;
+        return SwitchUnderKey(m_pCache, i_steps, i_ssKey);
     }
 
     TestClock m_clock{1000000};
@@ -212,7 +194,7 @@ TEST_F(ContextCacheTest, AThreadThatCannotBeMadeIsTriedAgain) {
         });
         for (size_t i = 1; i <= 2; ++i) {  // nothing is left behind that would keep the second one from trying
             EXPECT_EQ(Thrown([&] { return pCache->StartUpdateThread(), 0; }), thrown);
-            EXPECT_EQ(static_cast<size_t>(pCache->m_nMade), i * how.size());
+            EXPECT_EQ(pCache->m_nMade, i * how.size());
             EXPECT_TRUE(m_trace.Said({thrown == "106/42502"   ? "StartUpdateThread() -- Out of memory!"
                                       : thrown == "100/42254" ? "StartUpdateThread() -- Unknown exception"
                                                               : ""}));

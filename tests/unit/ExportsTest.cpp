@@ -130,13 +130,11 @@ TEST_F(ExportsTest, TheIdentityOfAThread) {
     Outputs out;
     const SSOChar* pszMine = Host(u"mine");
     EXPECT_EQ(SSOAcquireCurrentSecurityContext(Host(u"THREADTOKEN"), nullptr, &out.m_pszKey), 0U);
-    EXPECT_EQ(SSOAssociateSecurityContext(out.m_pszKey, pszMine), 0U);
-    EXPECT_EQ(SSOAssociateSecurityContext(out.m_pszKey, pszMine), 103U);
-    EXPECT_EQ(Record(103), "103/61211");
-    EXPECT_EQ(Switch(u"mine"), "0 here 0");
-    EXPECT_EQ(Switch(u"unknown"), "100 100");
-    EXPECT_EQ(Record(), "100/61211");
     for (const uint32_t nResult : {0U, 103U}) {
+        EXPECT_EQ(SSOAssociateSecurityContext(out.m_pszKey, pszMine), nResult);
+        EXPECT_EQ(Record(103), nResult == 0 ? "none" : "103/61211");
+        EXPECT_EQ(Switch(u"mine"), nResult == 0 ? "0 here 0" : "100 100");
+        EXPECT_EQ(Record(), nResult == 0 ? "none" : "100/61211");
         EXPECT_EQ(SSOLookupSecurityContext(pszMine), nResult);
         EXPECT_EQ(SSOReleaseSecurityContext(pszMine), nResult);
     }

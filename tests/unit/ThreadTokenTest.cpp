@@ -8,46 +8,38 @@ namespace {
 
 class ThreadTokenTest : public PlatformTest {
 protected:
-    void SetUp() override {
-        PlatformTest::SetUp();
-        m_pSession = Handler()->CreateSession(nullptr);
-    }
-    void TearDown() override {
-        m_pSession = nullptr;
-        PlatformTest::TearDown();
-    }
     static SSOHandlerPtr Handler(const char16_t* i_pszType = u"THREADTOKEN") {
         return SSOHandlerFactory::instance()->GetHandler(i_pszType);
     }
     static std::string Acquire(const SSOSessionPtr& i_pSession) {
         return Thrown([&] { return Handler()->AcquireCurrentContext(i_pSession, Parameters()); });
     }
-
-    SSOSessionPtr m_pSession;
 };
 
 TEST_F(ThreadTokenTest, TheThreadsTokenOrTheProcesss) {
+    SSOSessionPtr pSession = Handler()->CreateSession(nullptr);
     const std::string fallback = "AcquireCurrentContext() -- OpenThreadToken() failed.  Trying process token.";
     m_fake.Script("OpenThreadToken", {0});
-    EXPECT_EQ(Acquire(m_pSession), "");
+    EXPECT_EQ(Acquire(pSession), "");
     EXPECT_FALSE(m_trace.Contains(fallback));
-    EXPECT_EQ(Acquire(m_pSession), "");
+    EXPECT_EQ(Acquire(pSession), "");
     EXPECT_TRUE(m_trace.Said({fallback}));
     EXPECT_EQ(m_fake.Log("OpenThreadToken"), std::vector<std::string>(2, "this thread, access 14, as self"));
     EXPECT_EQ(m_fake.Log("OpenProcessToken"), std::vector<std::string>(1, "this process, access 14"));
     m_fake.Script("OpenProcessToken", {5});
-    EXPECT_EQ(Acquire(m_pSession), "100/61217");
+    EXPECT_EQ(Acquire(pSession), "100/61217");
     EXPECT_EQ(Acquire(Handler(u"SSPI")->CreateSession(nullptr)) + Acquire(nullptr), "100/42254100/42254");
     EXPECT_TRUE(m_trace.Said({"AcquireCurrentSecurityContext() -- Could not get token for thread nor process: The fake",
                               "AcquireCurrentContext() -- Wrong type of SSOSessionPtr passed in.", "i_pSession"}));
 }
 
 TEST_F(ThreadTokenTest, AHandleIsClosedOnceAndImpersonationsAreCounted) {
-    EXPECT_EQ(Acquire(m_pSession) + Acquire(m_pSession), "");
+    SSOSessionPtr pSession = Handler()->CreateSession(nullptr);
+    EXPECT_EQ(Acquire(pSession) + Acquire(pSession), "");
     EXPECT_EQ(m_fake.Log("CloseHandle").size(), 1U);
-    StaticTokenPtr pToken = m_pSession->GetStaticToken();
-    EXPECT_EQ(Thrown([&] { return m_pSession->GetStaticToken(); }), "100/42254");
-    m_pSession = nullptr;
+    StaticTokenPtr pToken = pSession->GetStaticToken();
+    EXPECT_EQ(Thrown([&] { return pSession->GetStaticToken(); }), "100/42254");
+    pSession = nullptr;
     EXPECT_EQ(Switch(pToken, "i", {{"ImpersonateLoggedOnUser", {5}}}), "100/61212 0");
     EXPECT_EQ(Switch(pToken, "i"), " 1 acts");
     EXPECT_EQ(Switch(pToken, "r", {{"RevertToSelf", {5}}}), "100/61212 1 acts");
@@ -55,10 +47,10 @@ TEST_F(ThreadTokenTest, AHandleIsClosedOnceAndImpersonationsAreCounted) {
     EXPECT_EQ(m_fake.Log("CloseHandle").size(), 1U);
     m_fake.Script("CloseHandle", {6});
     pToken = nullptr;
-    m_pSession = Handler()->CreateSession(nullptr);
-    EXPECT_EQ(Acquire(m_pSession), "");
+    pSession = Handler()->CreateSession(nullptr);
+    EXPECT_EQ(Acquire(pSession), "");
     m_fake.Script("CloseHandle", {6});
-    m_pSession = nullptr;
+    pSession = nullptr;
     EXPECT_EQ(m_fake.Log("CloseHandle").size(), 3U);
     EXPECT_TRUE(m_trace.Said({"ThreadStaticToken::Impersonate() -- Could not impersonate: The fake failed.",
                               "ThreadStaticToken::Revert() -- Could not revert: The fake failed.",
@@ -68,9 +60,10 @@ TEST_F(ThreadTokenTest, AHandleIsClosedOnceAndImpersonationsAreCounted) {
 }
 
 TEST_F(ThreadTokenTest, OnlyTheSettingsEndIt) {
+    SSOSessionPtr pSession = Handler()->CreateSession(nullptr);
     const TestClock clock(5000000);
-    EXPECT_EQ(Acquire(m_pSession), "");
-    const StaticTokenPtr pToken = m_pSession->GetStaticToken();
+    EXPECT_EQ(Acquire(pSession), "");
+    const StaticTokenPtr pToken = pSession->GetStaticToken();
     const std::pair<Chain::Element, int64_t> aCases[] = {{{u"OTHER", 2, u"1"}, 86400000},
                                                          {{u"SSPI_CTXT_CACHE_EXPIRY", 2, u"60"}, 60000},
                                                          {{u"SSPI_CTXT_CACHE_EXPIRY", 1, u"9"}, 60000},
