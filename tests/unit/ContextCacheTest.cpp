@@ -102,10 +102,10 @@ TEST_F(ContextCacheTest, ALostContextTakesItsSessionAlong) {
         void* pvBuffer = nullptr;
         SSOLength nLength = 0;
         Parameters information;  // a context that is gone must not be asked who logged on
-        const bool bFirst = *pszToken != '\0';
+        const void* pvToken = *pszToken != '\0' ? pszToken : nullptr;
         EXPECT_EQ(Thrown([&] {
-                      return pManager->GenerateServerContext(u"SSPI", ssKey, bFirst ? pszToken : nullptr, bFirst,
-                                                             &pvBuffer, &nLength, true, information, ssKey);
+                      return pManager->GenerateServerContext(u"SSPI", ssKey, pvToken, pvToken != nullptr, &pvBuffer,
+                                                             &nLength, true, information, ssKey);
                   }),
                   pszThrown);
         SessionManager::FreeExternalBuffer(pvBuffer);

@@ -69,7 +69,7 @@ TEST_F(ThreadTokenTest, OnlyTheSettingsEndIt) {
                                                          {{u"SSPI_CTXT_CACHE_EXPIRY", 1, u"9"}, 60000},
                                                          {{u"SSPI_CTXT_CACHE_EXPIRY", 2, u"0"}, int64_t{1} << 50}};
     for (const auto& [setting, nLast] : aCases) {
-        EXPECT_EQ(Thrown([&] { return Handler()->InitHandler(Parameters(Chain({setting}))), 0; }),
+        EXPECT_EQ(Thrown([&setting = setting] { return Handler()->InitHandler(Parameters(Chain({setting}))), 0; }),
                   setting.m_nType == 1 ? "100/42038/SSPI_CTXT_CACHE_EXPIRY" : "");
         EXPECT_FALSE(pToken->Expired(SDateTime(5000000 + nLast)));
         EXPECT_EQ(pToken->Expired(SDateTime(5000001 + nLast)), nLast <= 86400000);
