@@ -72,10 +72,18 @@ private:
     CtxtHandle* m_pContext;
 };
 
-void RequireStatus(uint32_t i_nStatus, const char* i_pszFailed) {
-    if (i_nStatus >= SSO_ERROR) {
+// One step of one side. The handler throws when it fails, so this is where the trace learns which side it was.
+template <class Step>
+uint32_t RunStep(const char* i_pszFailed, Step i_step) {
+    try {
+        const uint32_t nStatus = i_step();
+        if (nStatus >= SSO_ERROR) {
+            throw SSOException(SSO_ERROR);
+        }
+        return nStatus;
+    } catch (const SSOException&) {
         S_TRACE(i_pszFailed);
-        throw SSOException(SSO_ERROR);
+        throw;
     }
 }
 
@@ -129,22 +137,26 @@ StaticTokenPtr Renegotiation::Run() {
         }
         HandlerToken fromClient(*m_pHandler);
         if (statClient == SSO_CONTINUE) {  // a side that is complete is asked no more
-            statClient =
-                m_pHandler->InitializeContext(pUserCreds, pClientSession, fromServer.Input(), fromServer.m_nLength,
-                                              &fromClient.m_pvToken, &fromClient.m_nLength);
-            RequireStatus(statClient,
-                          "ssoplugin: SSPIStaticToken::RenegotiateImpl() -- Renegotiating security context failed when "
-                          "acting as the client.");
+            statClient = RunStep(
+                "ssoplugin: SSPIStaticToken::RenegotiateImpl() -- Renegotiating security context failed when acting as "
+                "the client.",
+                [&] {
+                    return m_pHandler->InitializeContext(pUserCreds, pClientSession, fromServer.Input(),
+                                                         fromServer.m_nLength, &fromClient.m_pvToken,
+                                                         &fromClient.m_nLength);
+                });
         }
         fromServer.Reset();
         if (statServer == SSO_CONTINUE) {
-            Parameters none;
-            statServer =
-                m_pHandler->AcceptContext(pServerCreds, pServerSession, fromClient.Input(), fromClient.m_nLength,
-                                          &fromServer.m_pvToken, &fromServer.m_nLength, false, none);
-            RequireStatus(statServer,
-                          "ssoplugin: SSPIStaticToken::RenegotiateImpl() -- Renegotiating security context failed when "
-                          "acting as the server.");
+            statServer = RunStep(
+                "ssoplugin: SSPIStaticToken::RenegotiateImpl() -- Renegotiating security context failed when acting as "
+                "the server.",
+                [&] {
+                    Parameters none;
+                    return m_pHandler->AcceptContext(pServerCreds, pServerSession, fromClient.Input(),
+                                                     fromClient.m_nLength, &fromServer.m_pvToken, &fromServer.m_nLength,
+                                                     false, none);
+                });
             if (statServer == SSO_ACCEPTED) {
                 statServer = SSEC_STATUS_OK;
             }

@@ -181,8 +181,8 @@ TEST_F(StaticTokenTest, AFailedRenewalLeavesEverythingAsItWas) {
         {{{pszAcquire, good}, {pszAcquire, no}, noRevert, noSelf}, false, kNoSelf, 0},
         {{noRevert}, true, "RenegotiateImpl() revert failed -- revert using RevertToSelf(). Error -2146893054", 2},
         {{noRevert, noSelf}, false, kNoSelf, 0},
-        {{{pszClient, {SEC_E_LOGON_DENIED}}}, false, "InitializeContext() -- Logon denied.", 1},
-        {{{pszServer, {SEC_E_LOGON_DENIED}}}, false, "AcceptContext() -- Logon denied.", 1},
+        {{{pszClient, {SEC_E_LOGON_DENIED}}}, false, "security context failed when acting as the client.", 1},
+        {{{pszServer, {SEC_E_LOGON_DENIED}}}, false, "security context failed when acting as the server.", 1},
         {{{pszClient, done}}, true, "", 1},  // a side that is complete is asked no more
         {{c, c, c, c, s, s, s, {pszServer, done}}, true, "", 5},
         {{c, c, c, c, c, s, s, s, s, s}, false, "SSPIStaticToken::RenegotiateImpl() -- Stuck in loop, aborting!", 5},
