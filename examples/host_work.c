@@ -18,7 +18,10 @@ static long MainThreadUser(void) {
     long user = -1;
     FILE* status = fopen("/proc/self/status", "r");
     while (status != NULL && fgets(line, sizeof(line), status) != NULL) {
-        if (sscanf(line, "Uid: %*d %ld", &user) == 1) {
+        if (strncmp(line, "Uid:", 4) == 0) {
+            char* effective = NULL;
+            (void)strtol(line + 4, &effective, 10); /* the real one comes first */
+            user = strtol(effective, NULL, 10);
             break;
         }
     }
