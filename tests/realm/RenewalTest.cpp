@@ -46,11 +46,11 @@ TEST_F(Renewal, TakesTheTicketsThatTheUserHasDelegatedAndNoOthers) {
     EXPECT_TRUE(m_trace.Said({"has delegated no tickets", "Failed to renegotiate security context."}));
     thread.ExpectUnchanged();
     EXPECT_EQ(thread.Revert(key), "0");
-    s_nAhead = 15 * 60;
+    s_nAhead = 15L * 60;
     EXPECT_EQ(thread.Impersonate(withoutTickets, 65534), "100/61217");
     EXPECT_EQ(thread.Impersonate(key, 65534), "0");
     EXPECT_EQ(LogOn(client).m_userSid, kAliceSid);  // it has her tickets again
-    s_nAhead = 21 * 60;
+    s_nAhead = 21L * 60;
     EXPECT_EQ(thread.Revert(key), "0");
     EXPECT_EQ(thread.Impersonate(key, 65534), "100/61217");
     SDateTime::SetClock(nullptr);

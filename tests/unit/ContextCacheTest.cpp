@@ -20,7 +20,7 @@ protected:
         SSOHandlerFactory::instance()->GetHandler(u"SSPI")->InitHandler(Parameters(settings));
     }
     CSmartRefCountPtr<TestToken> Add(const char16_t* i_pszKey) {
-        const auto pToken = MakeCounted<TestToken>();
+        auto pToken = MakeCounted<TestToken>();
         SWCharString ssKey;
         EXPECT_TRUE(m_pCache->AddAssociation(m_pCache->Insert(ssKey, pToken), i_pszKey));
         return pToken;

@@ -60,7 +60,7 @@ TEST_F(StaticTokenTest, RenewalIsDueOnlyBetweenItsBorders) {
 }
 
 TEST_F(StaticTokenTest, TheTicketsEndIsAnInstant) {
-    const int64_t nSummer = kLogin + 24 * 90 * kHour;
+    const int64_t nSummer = kLogin + kHour * 24 * 90;
     for (const char* pszZone : {"UTC0", "CET-1CEST,M3.5.0,M10.5.0/3", "EST5EDT,M3.2.0,M11.1.0"}) {
         for (const auto& [nLogin, nExpiry] : {std::pair{kLogin, kLogin + 10 * kHour}, {nSummer, nSummer + kHour + 1}}) {
             SCOPED_TRACE(pszZone);
