@@ -142,7 +142,7 @@ TEST(Kernel, MessagesCarryTheThreadsFailure) {
         WCHAR* pszText = nullptr;
         const DWORD nLength =
             kernel.FormatMessageW(kFlags, nullptr, i_nCode, 0x400, reinterpret_cast<WCHAR*>(&pszText), 1024, nullptr);
-        const std::string text =
+        std::string text =
             Harrowlib201::SWCharStringConv::ToUtf8(std::u16string_view(pszText != nullptr ? pszText : u"", nLength));
         kernel.LocalFree(pszText);
         return text;
