@@ -2,8 +2,10 @@
 
 #include <cerrno>
 #include <ctime>
+#include <optional>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "platform/linux/Delegation.h"
 #include "platform/linux/GssChecksum.h"
@@ -145,7 +147,8 @@ void UseMachineClock(krb5_context i_context) {
     }
 }
 
-std::shared_ptr<SecurityContext> MakeContext(const Exchange& i_exchange, const GssChecksum& i_checksum) {
+std::shared_ptr<SecurityContext> MakeContext(const Exchange& i_exchange, const GssChecksum& i_checksum,
+                                             std::optional<std::vector<uint8_t>> i_pacLogonInfo) {
     const krb5_enc_tkt_part& ticket = *i_exchange.m_ticket->enc_part2;
     auto pLogon = std::make_shared<SecurityContext>();
     pLogon->m_bAccepted = true;
@@ -157,14 +160,17 @@ std::shared_ptr<SecurityContext> MakeContext(const Exchange& i_exchange, const G
         FailKrb5(i_exchange.m_context, nCode, i_exchange.Text("keeping the client's name"));
     }
     pLogon->m_client = KeptPrincipal(client);
+    auto pIdentity = std::make_shared<TokenIdentity>();
+    pIdentity->m_pacLogonInfo = std::move(i_pacLogonInfo);
     if (!i_checksum.m_delegation.empty()) {
-        pLogon->m_pDelegated =
+        pIdentity->m_pDelegated =
             ReceivedTickets(i_exchange.m_context, i_exchange.m_authContext.get(), i_checksum.m_delegation, client);
         pLogon->m_nAttributes |= ASC_RET_DELEGATE;
     }
     if ((i_checksum.m_nFlags & kGssMutual) != 0) {
         pLogon->m_nAttributes |= ASC_RET_MUTUAL_AUTH;
     }
+    pLogon->m_pIdentity = std::move(pIdentity);
     pLogon->m_bEstablished = true;
     return pLogon;
 }
@@ -181,7 +187,7 @@ std::shared_ptr<SecurityContext> Acceptor::Accept(krb5_context i_context, const 
     Exchange exchange{i_context, i_keys, Krb5AuthContext(i_context), UnopenedTicket(i_context, token->m_message)};
     ReadRequest(exchange, token->m_message);
     CheckEnd(exchange);
-    CheckPac(i_context, i_keys, *exchange.m_ticket.get());
+    auto pacLogonInfo = CheckPac(i_context, i_keys, *exchange.m_ticket.get());
     Krb5Authenticator authenticator(i_context);
     if (const krb5_error_code nCode =
             krb5_auth_con_getauthenticator(i_context, exchange.m_authContext.get(), authenticator.Receive());
@@ -189,7 +195,7 @@ std::shared_ptr<SecurityContext> Acceptor::Accept(krb5_context i_context, const 
         FailKrb5(i_context, nCode, exchange.Text("reading the authenticator"));
     }
     const GssChecksum checksum = ReadChecksum(exchange, authenticator);
-    auto pLogon = MakeContext(exchange, checksum);
+    auto pLogon = MakeContext(exchange, checksum, std::move(pacLogonInfo));
     o_reply = (checksum.m_nFlags & kGssMutual) != 0 ? MakeReply(exchange) : std::vector<uint8_t>();
     return pLogon;
 }

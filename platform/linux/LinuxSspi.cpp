@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 #include "harrow/STrace.h"
 #include "harrow/SWCharStringConv.h"
@@ -211,7 +212,7 @@ SECURITY_STATUS LinuxSspi::QueryContextAttributesW(PCtxtHandle i_pContext, ULONG
 
 SECURITY_STATUS LinuxSspi::ImpersonateSecurityContext(PCtxtHandle i_pContext) noexcept {
     return Guarded("ImpersonateSecurityContext", [&] {
-        const auto pIdentity = IdentityOf(*Context(i_pContext));
+        const auto pIdentity = IdentityOf(*Context(i_pContext), Need::Account);
         const uid_t nUser = pIdentity->m_account->m_nUser;
         if (nUser == 0) {
             Fail(SEC_E_NO_IMPERSONATION, "the user maps to root, whom no logon may act as; see auth_to_local");
@@ -244,27 +245,36 @@ SECURITY_STATUS LinuxSspi::DeleteSecurityContext(PCtxtHandle i_pContext) noexcep
 SECURITY_STATUS LinuxSspi::OpenContextToken(PCtxtHandle i_pContext, HANDLE* o_phToken) noexcept {
     return Guarded("OpenContextToken", [&] {
         RequireOutput(o_phToken);
-        *o_phToken = OpenToken(IdentityOf(*Context(i_pContext)));
+        *o_phToken = OpenToken(IdentityOf(*Context(i_pContext), Need::Sids));
         return SEC_E_OK;
     });
 }
 
-std::shared_ptr<const TokenIdentity> LinuxSspi::IdentityOf(SecurityContext& io_logon) {
+std::shared_ptr<const TokenIdentity> LinuxSspi::IdentityOf(SecurityContext& io_logon, Need i_eNeed) {
     const Harrowlib201::CS_Locker locker(io_logon.m_section);
     if (!io_logon.m_bAccepted || !io_logon.m_bEstablished) {
         Fail(SEC_E_INVALID_HANDLE, "the context is not that of a user who has logged on here");
     }
-    if (io_logon.m_pIdentity == nullptr) {
-        const Krb5ContextLease lease = TakeContext();
+    auto& pIdentity = io_logon.m_pIdentity;
+    if (i_eNeed == Need::Sids && pIdentity->m_pacLogonInfo) {
+        if (!SidsOf(*pIdentity)) {
+            Fail(SEC_E_INVALID_TOKEN, "the logon information in the ticket of " +
+                                          PrincipalText(TakeContext().get(), io_logon.m_client.get()) +
+                                          ", signed by the KDC, cannot be read");
+        }
+    } else if (!pIdentity->m_account) {
         SECURITY_STATUS nStatus = SEC_E_INTERNAL_ERROR;
-        const auto pIdentity = LocalAccountIdentity(lease.get(), io_logon.m_client.get(), nStatus);
-        if (pIdentity == nullptr) {
+        auto account = LocalAccount(TakeContext().get(), io_logon.m_client.get(), nStatus);
+        if (!account && i_eNeed == Need::Sids) {
+            Fail(nStatus, "the ticket brings no logon information, and " + std::string(FailureText(nStatus)));
+        } else if (!account) {
             throw SspiFailure(nStatus);
         }
-        pIdentity->m_pDelegated = io_logon.m_pDelegated;
-        io_logon.m_pIdentity = pIdentity;
+        auto pWithAccount = std::make_shared<TokenIdentity>(*pIdentity);
+        pWithAccount->m_account = std::move(account);
+        pIdentity = std::move(pWithAccount);
     }
-    return io_logon.m_pIdentity;
+    return pIdentity;
 }
 
 std::shared_ptr<LinuxCredential> LinuxSspi::Credential(PCredHandle i_pCredential) const {

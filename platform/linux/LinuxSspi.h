@@ -46,8 +46,10 @@ private:
     std::shared_ptr<LinuxCredential> Credential(PCredHandle i_pCredential) const;
     std::shared_ptr<SecurityContext> Context(PCtxtHandle i_pContext) const;
 
-    // Looked up once; throws SspiFailure for a user without an account.
-    static std::shared_ptr<const TokenIdentity> IdentityOf(SecurityContext& io_logon);
+    enum class Need { Sids, Account };
+    // Has what is needed, or SspiFailure is thrown. SIDs come from the PAC's logon information, when there is some,
+    // else from the account.
+    static std::shared_ptr<const TokenIdentity> IdentityOf(SecurityContext& io_logon, Need i_eNeed);
 
     SECURITY_STATUS StartLogon(const LinuxCredential& i_credential, const SEC_WCHAR* i_pszTargetName,
                                ULONG i_nRequirements, PCtxtHandle o_pNewContext, PSecBufferDesc io_pOutput,

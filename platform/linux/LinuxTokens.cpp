@@ -4,12 +4,12 @@
 #include <cstring>
 #include <limits>
 #include <new>
+#include <optional>
 #include <span>
 #include <system_error>
 #include <utility>
 
 #include "platform/linux/LastError.h"
-#include "platform/linux/LocalAccount.h"
 #include "platform/linux/PseudoHandles.h"
 #include "platform/linux/ThreadIdentity.h"
 #include "platform/linux/TokenIdentity.h"
@@ -99,10 +99,8 @@ BOOL LinuxTokens::OpenProcessToken(HANDLE i_hProcess, DWORD, HANDLE* o_phToken) 
         return FailWithLastError(ERROR_ACCESS_DENIED);
     }
     try {
-        const UnixAccount service = ThreadIdentity::ServiceAccount();
-        std::vector<gid_t> groups = {service.m_nGroup};
-        groups.insert(groups.end(), service.m_groups.begin(), service.m_groups.end());
-        auto pIdentity = UnixIdentity(service.m_nUser, groups);
+        auto pIdentity = std::make_shared<TokenIdentity>();
+        pIdentity->m_account = ThreadIdentity::ServiceAccount();
         pIdentity->m_bService = true;
         *o_phToken = OpenToken(std::move(pIdentity));
         return TRUE;
@@ -124,7 +122,16 @@ BOOL LinuxTokens::GetTokenInformation(HANDLE i_hToken, TOKEN_INFORMATION_CLASS i
         !IsAligned(o_pvBuffer, alignof(TOKEN_GROUPS))) {
         return FailWithLastError(ERROR_INVALID_PARAMETER);
     }
-    const std::span<const Sid> sids = bUser ? std::span(&pIdentity->m_user, 1) : std::span(pIdentity->m_groups);
+    std::optional<TokenSids> tokenSids;
+    try {
+        tokenSids = SidsOf(*pIdentity);
+    } catch (const std::bad_alloc&) {
+        return FailWithLastError(ERROR_NOT_ENOUGH_MEMORY);
+    }
+    if (!tokenSids) {
+        return FailWithLastError(ERROR_INVALID_SID);
+    }
+    const std::span<const Sid> sids = bUser ? std::span(&tokenSids->m_user, 1) : std::span(tokenSids->m_groups);
     const InformationWriter writer(
         bUser ? sizeof(TOKEN_USER) : offsetof(TOKEN_GROUPS, Groups) + sids.size() * sizeof(SID_AND_ATTRIBUTES), sids);
     if (writer.Bytes() > std::numeric_limits<DWORD>::max()) {

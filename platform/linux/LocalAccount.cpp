@@ -6,9 +6,9 @@
 
 #include <cerrno>
 #include <cstring>
-#include <set>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include "platform/linux/FailureText.h"
 #include "platform/linux/Krb5Owners.h"
@@ -26,11 +26,6 @@ constexpr size_t kMostBytes = size_t{1} << 20;
 // The kernel allows 65,536 groups to a process.
 constexpr size_t kMostGroups = size_t{1} << 17;
 
-struct Account {
-    uid_t m_nUser = 0;
-    gid_t m_nGroup = 0;
-};
-
 std::string NameOf(krb5_context i_context, krb5_const_principal i_principal) {
     Krb5Text text(i_context);
     return krb5_unparse_name(i_context, i_principal, text.Receive()) == 0 ? text.get() : "?";
@@ -47,7 +42,7 @@ krb5_error_code LocalName(krb5_context i_context, krb5_const_principal i_princip
 }
 
 // 0, or an errno; ENOENT when there is no such account.
-int FindAccount(const std::string& i_name, Account& o_account) {
+int FindAccount(const std::string& i_name, UnixAccount& o_account) {
     int nError = ERANGE;
     for (size_t nSize = 1024; nError == ERANGE && nSize <= kMostBytes; nSize *= 4) {
         std::vector<char> buffer(nSize);
@@ -57,7 +52,7 @@ int FindAccount(const std::string& i_name, Account& o_account) {
             nError = getpwnam_r(i_name.c_str(), &record, buffer.data(), buffer.size(), &pFound);
         } while (nError == EINTR);
         if (pFound != nullptr) {
-            o_account = {record.pw_uid, record.pw_gid};
+            o_account = {record.pw_uid, record.pw_gid, {}};
             return 0;
         }
     }
@@ -79,46 +74,43 @@ std::vector<gid_t> GroupsOf(const std::string& i_name, gid_t i_nGroup) {
 
 }  // namespace
 
-std::shared_ptr<TokenIdentity> UnixIdentity(uid_t i_nUser, std::span<const gid_t> i_groups) {
-    auto pIdentity = std::make_shared<TokenIdentity>();
-    pIdentity->m_user = Sid(kUnixAuthority, {kUnixUsers, i_nUser});
-    std::set<gid_t> seen;
-    for (const gid_t nGroup : i_groups) {
-        if (seen.insert(nGroup).second) {
-            pIdentity->m_groups.push_back(Sid(kUnixAuthority, {kUnixGroups, nGroup}));
+TokenSids UnixSids(const UnixAccount& i_account) {
+    TokenSids sids{Sid(kUnixAuthority, {kUnixUsers, i_account.m_nUser}), {}};
+    sids.m_groups.reserve(1 + i_account.m_groups.size());
+    sids.m_groups.push_back(Sid(kUnixAuthority, {kUnixGroups, i_account.m_nGroup}));
+    for (const gid_t nGroup : i_account.m_groups) {
+        if (nGroup != i_account.m_nGroup) {
+            sids.m_groups.push_back(Sid(kUnixAuthority, {kUnixGroups, nGroup}));
         }
     }
-    if (!i_groups.empty()) {
-        pIdentity->m_account = UnixAccount{i_nUser, i_groups.front(), {i_groups.begin(), i_groups.end()}};
-        pIdentity->m_account->SortGroups();
-    }
-    return pIdentity;
+    return sids;
 }
 
-std::shared_ptr<TokenIdentity> LocalAccountIdentity(krb5_context i_context, krb5_const_principal i_principal,
-                                                    SECURITY_STATUS& o_nStatus) {
+std::optional<UnixAccount> LocalAccount(krb5_context i_context, krb5_const_principal i_principal,
+                                        SECURITY_STATUS& o_nStatus) {
     std::string name;
     if (const krb5_error_code nCode = LocalName(i_context, i_principal, name); nCode != 0) {
         o_nStatus = FailWithKrb5(i_context, nCode, "mapping " + NameOf(i_context, i_principal) + " to a local account");
-        return nullptr;
+        return std::nullopt;
     }
     const auto fail = [&](const std::string& i_reason) {
         o_nStatus = FailWith(SEC_E_NO_IMPERSONATION, NameOf(i_context, i_principal) + " maps to the local account \"" +
                                                          name + "\", " + i_reason);
-        return nullptr;
+        return std::nullopt;
     };
-    Account account;
+    UnixAccount account;
     if (const int nError = FindAccount(name, account); nError == ENOENT) {
         return fail("which does not exist on this machine");
     } else if (nError != 0) {
         return fail("which could not be looked up: " + std::generic_category().message(nError));
     }
-    const std::vector<gid_t> groups = GroupsOf(name, account.m_nGroup);
-    if (groups.empty()) {
+    account.m_groups = GroupsOf(name, account.m_nGroup);
+    if (account.m_groups.empty()) {
         return fail("whose groups could not be looked up");
     }
+    account.SortGroups();
     o_nStatus = SEC_E_OK;
-    return UnixIdentity(account.m_nUser, groups);
+    return account;
 }
 
 }  // namespace morwen

@@ -4,21 +4,20 @@
 #include <krb5/krb5.h>
 #include <sys/types.h>
 
-#include <memory>
-#include <span>
+#include <optional>
 
-#include "platform/linux/TokenIdentity.h"
+#include "platform/OsTypes.h"
+#include "platform/linux/TokenSids.h"
+#include "platform/linux/UnixAccount.h"
 
 namespace morwen {
 
-// Maps the principal with krb5_aname_to_localname and looks the account and its groups up. The user is S-1-22-1-uid,
-// the groups S-1-22-2-gid, the primary group first, none twice. Null when there is no account; o_nStatus and the
-// thread's failure text then say which step failed. Throws std::bad_alloc.
-std::shared_ptr<TokenIdentity> LocalAccountIdentity(krb5_context i_context, krb5_const_principal i_principal,
-                                                    SECURITY_STATUS& o_nStatus);
+// Maps the principal with krb5_aname_to_localname and looks the account and its groups up. Nothing when there is no
+// account; o_nStatus and the thread's failure text then say which step failed. Throws std::bad_alloc.
+std::optional<UnixAccount> LocalAccount(krb5_context i_context, krb5_const_principal i_principal,
+                                        SECURITY_STATUS& o_nStatus);
 
-// An account and its groups (the primary one first; without one no thread can act as it), also as security identifiers,
-// in the order given and none twice. Throws std::bad_alloc.
-std::shared_ptr<TokenIdentity> UnixIdentity(uid_t i_nUser, std::span<const gid_t> i_groups);
+// The user is S-1-22-1-uid, the groups are S-1-22-2-gid, the primary group first, none twice. Throws std::bad_alloc.
+TokenSids UnixSids(const UnixAccount& i_account);
 
 }  // namespace morwen

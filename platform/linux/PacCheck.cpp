@@ -1,5 +1,8 @@
 #include "platform/linux/PacCheck.h"
 
+#include <cerrno>
+#include <new>
+
 #include "platform/linux/Krb5Owners.h"
 #include "platform/linux/Krb5Words.h"
 #include "platform/linux/SspiFailure.h"
@@ -32,25 +35,38 @@ krb5_error_code Verify(krb5_context i_context, const AcceptorKeys& i_keys, const
 
 }  // namespace
 
-void CheckPac(krb5_context i_context, const AcceptorKeys& i_keys, const krb5_ticket& i_ticket) {
+std::optional<std::vector<uint8_t>> CheckPac(krb5_context i_context, const AcceptorKeys& i_keys,
+                                             const krb5_ticket& i_ticket) {
     AuthorizationData found(i_context);
     krb5_error_code nCode = krb5_find_authdata(i_context, i_ticket.enc_part2->authorization_data, nullptr,
                                                KRB5_AUTHDATA_WIN2K_PAC, found.Receive());
-    if (nCode == ENOMEM) {
-        throw std::bad_alloc();
-    }
-    for (krb5_authdata** ppElement = found.get(); ppElement != nullptr && *ppElement != nullptr; ++ppElement) {
-        Pac pac(i_context);
-        nCode = krb5_pac_parse(i_context, (*ppElement)->contents, (*ppElement)->length, pac.Receive());
-        if (nCode == 0) {
-            nCode = Verify(i_context, i_keys, i_ticket, pac.get());
+    const auto check = [&](krb5_error_code i_nCode, const char* i_pszFault) {
+        if (i_nCode == ENOMEM) {
+            throw std::bad_alloc();
         }
-        if (nCode != 0) {
+        if (i_nCode != 0) {
             Fail(SEC_E_LOGON_DENIED, "refused a logon of " + PrincipalText(i_context, i_ticket.enc_part2->client) +
-                                         ": the PAC in the ticket is not signed for this service and user: " +
-                                         ErrorWords(i_context, nCode));
+                                         ": the PAC in the ticket " + i_pszFault + ": " +
+                                         ErrorWords(i_context, i_nCode));
         }
+    };
+    check(nCode, "cannot be looked for");
+    if (!found || found.get()[0] == nullptr) {
+        return std::nullopt;
     }
+    // A KDC makes one. Of two, nobody could say whose word counts.
+    check(found.get()[1] != nullptr ? EINVAL : 0, "is not the only one");
+    Pac pac(i_context);
+    check(krb5_pac_parse(i_context, found.get()[0]->contents, found.get()[0]->length, pac.Receive()), "cannot be read");
+    check(Verify(i_context, i_keys, i_ticket, pac.get()), "is not signed for this service and user");
+    Krb5Data buffer(i_context);
+    nCode = krb5_pac_get_buffer(i_context, pac.get(), KRB5_PAC_LOGON_INFO, buffer.Receive());
+    if (nCode == ENOENT) {
+        return std::nullopt;
+    }
+    check(nCode, "has no logon information that stands out");
+    const auto bytes = BytesOf(*buffer);
+    return std::vector<uint8_t>(bytes.begin(), bytes.end());
 }
 
 }  // namespace morwen

@@ -23,10 +23,9 @@ struct SecurityContext {
     // The initiating side until the server has answered: what its answer must fit to.
     KeptAuthContext m_exchange S_GUARDED_BY(m_section);
 
-    // The accepting side: who has logged on, the tickets that came along (none without delegation), and the identity,
-    // which is looked up when it is first asked for.
+    // The accepting side: who has logged on. The identity's account is looked up when it is first needed, and then
+    // kept; when there was none, the next one who needs it looks again.
     KeptPrincipal m_client S_GUARDED_BY(m_section);
-    std::shared_ptr<DelegatedTickets> m_pDelegated S_GUARDED_BY(m_section);
     std::shared_ptr<const TokenIdentity> m_pIdentity S_GUARDED_BY(m_section);
 };
 

@@ -43,4 +43,9 @@ bool operator==(const Sid& i_left, const Sid& i_right) noexcept {
     return std::memcmp(&i_left.m_record, &i_right.m_record, i_left.SizeInBytes()) == 0;
 }
 
+std::strong_ordering operator<=>(const Sid& i_left, const Sid& i_right) noexcept {
+    // What a SID does not use is zero.
+    return std::memcmp(&i_left.m_record, &i_right.m_record, Sid::kMostBytes) <=> 0;
+}
+
 }  // namespace morwen

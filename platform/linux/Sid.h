@@ -28,6 +28,8 @@ public:
     const SID* Record() const noexcept { return &m_record.m_sid; }
 
     friend bool operator==(const Sid& i_left, const Sid& i_right) noexcept;
+    // Some order, for sorting.
+    friend std::strong_ordering operator<=>(const Sid& i_left, const Sid& i_right) noexcept;
 
 private:
     union Storage {

@@ -1,11 +1,13 @@
-// The table of open tokens.
+// Who a token stands for, and the table of open tokens.
 #include "platform/linux/TokenIdentity.h"
 
 #include <map>
 #include <utility>
 
 #include "harrow/CS_Wrapper.h"
+#include "platform/linux/LocalAccount.h"
 #include "platform/linux/NeverDestroyed.h"
+#include "platform/linux/PacLogonInfo.h"
 
 namespace morwen {
 
@@ -55,6 +57,13 @@ TokenTable& Table() noexcept {
 }
 
 }  // namespace
+
+std::optional<TokenSids> SidsOf(const TokenIdentity& i_identity) {
+    if (i_identity.m_pacLogonInfo) {
+        return ReadPacLogonInfo(*i_identity.m_pacLogonInfo);
+    }
+    return i_identity.m_account ? std::optional(UnixSids(*i_identity.m_account)) : std::nullopt;
+}
 
 HANDLE OpenToken(std::shared_ptr<const TokenIdentity> i_pIdentity) {
     return Table().Add(std::move(i_pIdentity));

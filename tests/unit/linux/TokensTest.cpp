@@ -1,11 +1,13 @@
 // Do tokens, SIDs, texts and dates look to a caller as the system's do?
 #include <gtest/gtest.h>
 
+#include <span>
+
 #include "harrow/SWCharStringConv.h"
 #include "platform/linux/FailureText.h"
 #include "platform/linux/LinuxKernel.h"
 #include "platform/linux/LinuxTokens.h"
-#include "platform/linux/LocalAccount.h"
+#include "platform/linux/TokenIdentity.h"
 
 namespace morwen {
 namespace {
@@ -59,12 +61,15 @@ TEST(Tokens, InformationFillsExactlyTheBufferThatItAsksFor) {
         std::string m_lastSid;
     } kCases[] = {
         {kGroups, TokenUser, 16 + 16, "0.0.0.0.0.22.-1-4000000000"},
-        {{}, TokenGroups, 8, ""},
+        {std::span(many).first(1), TokenGroups, 8 + 16 + 16, "0.0.0.0.0.22.-2-0"},
         {kGroups, TokenGroups, 8 + 3 * (16 + 16), "0.0.0.0.0.22.-2-8"},
         {many, TokenGroups, 8 + 300 * (16 + 16), "0.0.0.0.0.22.-2-299"},
     };
     for (const auto& test : kCases) {
-        const HANDLE hToken = OpenToken(UnixIdentity(4'000'000'000, test.m_groups));
+        TokenIdentity identity;
+        identity.m_account = UnixAccount{4'000'000'000, test.m_groups[0], {test.m_groups.begin(), test.m_groups.end()}};
+        identity.m_account->SortGroups();
+        const HANDLE hToken = OpenToken(std::make_shared<TokenIdentity>(identity));
         DWORD nRequired = 0;
         EXPECT_EQ(tokens.GetTokenInformation(hToken, test.m_eClass, nullptr, 0, &nRequired), FALSE);
         EXPECT_EQ(kernel.GetLastError(), ERROR_INSUFFICIENT_BUFFER);
@@ -96,8 +101,8 @@ TEST(Tokens, HandlesAreChecked) {
     EXPECT_EQ(tokens.OpenProcessToken(kernel.GetCurrentThread(), TOKEN_QUERY, &hToken), FALSE);
     EXPECT_EQ(kernel.GetLastError(), ERROR_INVALID_HANDLE);
     ASSERT_NE(tokens.OpenProcessToken(kernel.GetCurrentProcess(), TOKEN_QUERY, &hToken), FALSE);
-    EXPECT_EQ(FindToken(hToken)->m_user, Sid(22, {1, geteuid()}));
-    EXPECT_EQ(FindToken(hToken)->m_groups.at(0), Sid(22, {2, getegid()}));
+    EXPECT_EQ(SidsOf(*FindToken(hToken))->m_user, Sid(22, {1, geteuid()}));
+    EXPECT_EQ(SidsOf(*FindToken(hToken))->m_groups.at(0), Sid(22, {2, getegid()}));
     EXPECT_NE(tokens.CloseHandle(hToken), FALSE);
     for (const HANDLE hWrong : {hToken, HANDLE{nullptr}, static_cast<HANDLE>(&hToken), kernel.GetCurrentProcess()}) {
         EXPECT_EQ(tokens.CloseHandle(hWrong), FALSE);

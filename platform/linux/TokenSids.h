@@ -1,0 +1,18 @@
+// The security identifiers that a token consists of.
+#pragma once
+
+#include <vector>
+
+#include "platform/linux/Sid.h"
+
+namespace morwen {
+
+struct TokenSids {
+    Sid m_user;
+    std::vector<Sid> m_groups;  // the primary group first
+
+    // Leaves of each group the first mention, and of the user none; the order stays. Throws std::bad_alloc.
+    void RemoveDuplicates();
+};
+
+}  // namespace morwen
