@@ -1,0 +1,57 @@
+# Packages: `cpack` in a build folder makes Debian packages on Linux, and one archive for Windows.
+set(CPACK_PACKAGE_NAME morwen)
+set(CPACK_PACKAGE_VENDOR "The morwen authors")
+set(CPACK_PACKAGE_CONTACT "The morwen authors <maintainers@morwen.example.org>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "single sign-on security plug-in")
+set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
+set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
+set(CPACK_STRIP_FILES ON)
+
+if(WIN32)
+  set(CPACK_GENERATOR ZIP)
+  set(CPACK_PACKAGE_FILE_NAME morwen-${PROJECT_VERSION}-windows-x64)
+  install(FILES LICENSE README.md DESTINATION . COMPONENT runtime)
+  include(CPack)
+  return()
+endif()
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_ALL runtime development)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/lib)
+
+# debian_package(COMPONENT NAME SECTION SUMMARY TEXT [COMPANION COMPONENTS of the same version...])
+function(debian_package component name section summary text)
+  string(TOUPPER ${component} upper)
+  set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${name} PARENT_SCOPE)
+  set(CPACK_DEBIAN_${upper}_PACKAGE_SECTION ${section} PARENT_SCOPE)
+  # The first line is the summary, the rest the description.
+  set(CPACK_DEBIAN_${upper}_DESCRIPTION "${summary}\n${text}" PARENT_SCOPE)
+  # Every package carries its licence and its history.
+  string(TIMESTAMP now "%a, %d %b %Y %H:%M:%S +0000" UTC)
+  set(folder ${PROJECT_BINARY_DIR}/packaging/${name})
+  configure_file(packaging/debian-changelog.in ${folder}/changelog @ONLY)
+  execute_process(COMMAND gzip -9nf ${folder}/changelog COMMAND_ERROR_IS_FATAL ANY)
+  configure_file(packaging/debian-copyright.in ${folder}/copyright COPYONLY)
+  install(FILES ${folder}/changelog.gz ${folder}/copyright DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${name}
+    COMPONENT ${component})
+endfunction()
+
+debian_package(runtime libmorwenplugin1 libs "single sign-on security plug-in - libraries"
+  "A multi-user server and its clients load this library, so that users who are\n logged on already prove who they are with Kerberos, and the server can act as\n them on a thread.")
+debian_package(development libmorwenplugin-dev libdevel "single sign-on security plug-in - development files"
+  "Headers, the link to the library, a CMake package, a pkg-config file and\n example hosts.")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+# Written here, because what CPack would generate calls ldconfig in place of triggering it.
+file(WRITE ${PROJECT_BINARY_DIR}/packaging/triggers "activate-noawait ldconfig\n")
+file(WRITE ${PROJECT_BINARY_DIR}/packaging/shlibs
+  "libharrowlog 1 libmorwenplugin1 (>= ${PROJECT_VERSION})\nlibmorwenplugin 1 libmorwenplugin1 (>= ${PROJECT_VERSION})\n")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/packaging/triggers
+  ${PROJECT_BINARY_DIR}/packaging/shlibs)
+install(FILES packaging/lintian-overrides DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides
+  COMPONENT runtime RENAME libmorwenplugin1)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libmorwenplugin1 (= ${PROJECT_VERSION})")
+include(CPack)

@@ -1,0 +1,31 @@
+#!/usr/bin/env bash
+# install_test.sh: the Debian packages, unpacked into an empty folder, must be enough to build the example hosts and run them.
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+
+scripts/package
+packages=(build/package/packages/*.deb)
+[ ${#packages[@]} -eq 2 ]
+lintian --allow-root --fail-on error,warning "${packages[@]}"
+
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+for package in "${packages[@]}"; do
+    dpkg-deb -x "$package" "$scratch"
+done
+libraries=$(dirname "$(find "$scratch" -name libmorwenplugin.so)")
+export LD_LIBRARY_PATH=$libraries
+
+# The CMake package, from the installed copy of the examples; each must take the library from the packages.
+cmake -S "$scratch/usr/share/doc/morwen/examples" -B "$scratch/build" -DCMAKE_PREFIX_PATH="$scratch/usr" \
+    -DCMAKE_RUNTIME_OUTPUT_DIRECTORY="$scratch/bin"
+cmake --build "$scratch/build"
+ldd "$scratch/bin/sso_server" | grep -F "libmorwenplugin.so.1 => $libraries/"
+scripts/realm scripts/demo in-realm "$scratch/bin"
+
+# The pkg-config file and the layer for C++.
+export PKG_CONFIG_PATH=$libraries/pkgconfig PKG_CONFIG_SYSROOT_DIR=$scratch
+printf '#include <morwen/host.hpp>\nint main() { morwen::host::Package().Use(SSO_PROVIDER_SSPI); }\n' >"$scratch/host.cpp"
+# shellcheck disable=SC2046  # the flags are words
+g++ -std=c++17 "$scratch/host.cpp" -o "$scratch/host" $(pkg-config --cflags --libs morwen)
+"$scratch/host"
