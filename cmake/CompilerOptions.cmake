@@ -3,7 +3,10 @@ add_library(morwen_options INTERFACE)
 target_include_directories(morwen_options INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
 
 if(MSVC)
-  target_compile_options(morwen_options INTERFACE /W4 /WX /utf-8 /permissive-)
+  # Not compiled yet: see docs/windows.md.
+  target_compile_options(morwen_options INTERFACE /W4 /WX /utf-8 /permissive- /Zc:__cplusplus /guard:cf)
+  target_link_options(morwen_options INTERFACE /guard:cf /CETCOMPAT /DYNAMICBASE /NXCOMPAT /HIGHENTROPYVA)
+  set(CMAKE_MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")
 else()
   target_compile_options(morwen_options INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wcast-align -Wformat=2 -Wundef
@@ -16,7 +19,11 @@ else()
   if(NOT MORWEN_SANITIZE)
     target_compile_options(morwen_options INTERFACE $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
   endif()
-  if(NOT WIN32)
+  if(WIN32)
+    # Nothing of the compiler's own is needed beside the libraries. This compiler has no control-flow guard for Windows.
+    target_link_options(morwen_options INTERFACE -static -fstack-protector-strong
+      -Wl,--dynamicbase,--nxcompat,--high-entropy-va)
+  else()
     target_link_options(morwen_options INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack)
   endif()
 endif()

@@ -92,7 +92,7 @@ typedef struct SSOError {
 #define SSO_PROVIDER_SSPI "SSPI"
 #define SSO_PROVIDER_THREADTOKEN "THREADTOKEN"
 
-/* Parameter keys, as ASCII literals. To get UTF-16 in C or C++ on Linux write u"" SSO_KEY_SPN. */
+/* Parameter keys, as ASCII literals. To get UTF-16 write u"" SSO_KEY_SPN, in C++ on Windows L"" SSO_KEY_SPN. */
 
 /* String: the server's principal, "service/host" or "service/host@REALM". */
 #define SSO_KEY_SPN "SI_SERVER_SSPI_SPN"

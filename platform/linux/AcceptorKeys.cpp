@@ -8,10 +8,10 @@
 
 #include "harrow/CS_Wrapper.h"
 #include "harrow/STrace.h"
+#include "platform/NeverDestroyed.h"
 #include "platform/linux/FileStamp.h"
 #include "platform/linux/Krb5Owners.h"
 #include "platform/linux/Krb5Words.h"
-#include "platform/linux/NeverDestroyed.h"
 #include "platform/linux/SspiFailure.h"
 
 namespace morwen {

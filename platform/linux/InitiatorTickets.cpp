@@ -6,8 +6,8 @@
 #include <utility>
 
 #include "harrow/STrace.h"
+#include "platform/NeverDestroyed.h"
 #include "platform/linux/Krb5Words.h"
-#include "platform/linux/NeverDestroyed.h"
 #include "platform/linux/ServiceName.h"
 #include "platform/linux/SspiFailure.h"
 

@@ -10,12 +10,12 @@
 
 #include "harrow/STrace.h"
 #include "harrow/SWCharStringConv.h"
+#include "platform/NeverDestroyed.h"
 #include "platform/linux/Acceptor.h"
 #include "platform/linux/Initiator.h"
 #include "platform/linux/Krb5ContextPool.h"
 #include "platform/linux/Krb5Words.h"
 #include "platform/linux/LocalAccount.h"
-#include "platform/linux/NeverDestroyed.h"
 #include "platform/linux/SecBuffers.h"
 #include "platform/linux/SspiFailure.h"
 #include "platform/linux/ThreadIdentity.h"

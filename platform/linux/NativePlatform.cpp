@@ -1,9 +1,9 @@
 // The calls on this system, for everything above.
+#include "platform/NeverDestroyed.h"
 #include "platform/Platform.h"
 #include "platform/linux/LinuxKernel.h"
 #include "platform/linux/LinuxSspi.h"
 #include "platform/linux/LinuxTokens.h"
-#include "platform/linux/NeverDestroyed.h"
 
 namespace morwen {
 

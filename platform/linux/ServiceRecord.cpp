@@ -7,7 +7,7 @@
 #include <set>
 
 #include "harrow/STrace.h"
-#include "platform/linux/NeverDestroyed.h"
+#include "platform/NeverDestroyed.h"
 
 namespace morwen {
 

@@ -5,8 +5,8 @@
 #include <utility>
 
 #include "harrow/CS_Wrapper.h"
+#include "platform/NeverDestroyed.h"
 #include "platform/linux/LocalAccount.h"
-#include "platform/linux/NeverDestroyed.h"
 #include "platform/linux/PacLogonInfo.h"
 
 namespace morwen {

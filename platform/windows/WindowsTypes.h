@@ -2,7 +2,9 @@
 #pragma once
 
 #define WIN32_LEAN_AND_MEAN
+#ifndef NOMINMAX  // some C++ libraries define it
 #define NOMINMAX
+#endif
 #define SECURITY_WIN32
 #include <windows.h>
 // sspi.h must follow windows.h.

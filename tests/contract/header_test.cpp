@@ -9,4 +9,9 @@ static_assert(sizeof(ParasSeq) == 32 && offsetof(ParasSeq, value) == 16 && offse
 static_assert(sizeof(SSOError) == 24 && offsetof(SSOError, message) == 16);
 static_assert(sizeof(SSOSubstitution) == 16);
 static_assert(sizeof(SSOChar) == 2 && sizeof(SSOLength) == 4 && std::is_unsigned_v<SSOLength>);
-static_assert(std::is_same_v<std::remove_cvref_t<decltype(*(u"" SSO_PROVIDER_SSPI))>, SSOChar>);
+#ifdef _WIN32
+#define HOST_TEXT(literal) L"" literal
+#else
+#define HOST_TEXT(literal) u"" literal
+#endif
+static_assert(std::is_same_v<std::remove_cvref_t<decltype(*(HOST_TEXT(SSO_PROVIDER_SSPI)))>, SSOChar>);

@@ -1,0 +1,17 @@
+// The calls on this system, for everything above.
+#include "platform/NeverDestroyed.h"
+#include "platform/Platform.h"
+#include "platform/windows/WindowsKernel.h"
+#include "platform/windows/WindowsSspi.h"
+#include "platform/windows/WindowsTokens.h"
+
+namespace morwen {
+
+PlatformCalls NativePlatformCalls() {
+    static NeverDestroyed<WindowsSspi> s_sspi;
+    static NeverDestroyed<WindowsTokens> s_tokens;
+    static NeverDestroyed<WindowsKernel> s_kernel;
+    return {&*s_sspi, &*s_tokens, &*s_kernel};
+}
+
+}  // namespace morwen
