@@ -1,30 +1,15 @@
-/* POSIX sockets and length-prefixed frames for the example hosts. */
+/* Sockets and length-prefixed frames for the example hosts. */
 #include "host_net.h"
 
-#include <arpa/inet.h>
-#include <errno.h>
-#include <fcntl.h>
-#include <netdb.h>
-#include <poll.h>
-#include <stdbool.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/socket.h>
-#include <time.h>
-#include <unistd.h>
 
 /* A token with a forwarded ticket that carries many groups takes some ten thousand bytes. What a stranger claims to
  * send must not decide how much memory is taken. */
 enum { kLargestFrame = 256 * 1024 };
 
-static int64_t Now(void) {
-    struct timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return (int64_t)now.tv_sec * 1000 + now.tv_nsec / 1000000;
-}
-
-int Listen(const char* i_pszAddress, uint16_t i_nPort, uint16_t* o_pnPort) {
+Socket Listen(const char* i_pszAddress, uint16_t i_nPort, uint16_t* o_pnPort) {
     char port[8];
     snprintf(port, sizeof(port), "%u", (unsigned)i_nPort);
     const struct addrinfo hints = {.ai_flags = AI_NUMERICHOST | AI_PASSIVE, .ai_socktype = SOCK_STREAM};
@@ -32,38 +17,25 @@ int Listen(const char* i_pszAddress, uint16_t i_nPort, uint16_t* o_pnPort) {
     const int found = getaddrinfo(i_pszAddress, port, &hints, &address);
     if (found != 0) {
         fprintf(stderr, "%s: %s\n", i_pszAddress, gai_strerror(found));
-        return -1;
+        return NO_SOCKET;
     }
-    const int on = 1;
     struct sockaddr_storage bound;
     socklen_t length = sizeof(bound);
-    const int listener = socket(address->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (listener < 0 || setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) != 0 ||
-        bind(listener, address->ai_addr, address->ai_addrlen) != 0 || listen(listener, SOMAXCONN) != 0 ||
+    const Socket listener = MakeSocket(address->ai_family);
+    if (listener == NO_SOCKET || !OwnAddress(listener) ||
+        bind(listener, address->ai_addr, (socklen_t)address->ai_addrlen) != 0 || listen(listener, SOMAXCONN) != 0 ||
         getsockname(listener, (struct sockaddr*)&bound, &length) != 0) {
-        fprintf(stderr, "cannot listen on %s port %s: %s\n", i_pszAddress, port, strerror(errno));
-        if (listener >= 0) {
-            close(listener);
+        fprintf(stderr, "cannot listen on %s port %s: %s\n", i_pszAddress, port, SocketErrorText(SocketError()));
+        if (listener != NO_SOCKET) {
+            CloseSocket(listener);
         }
         freeaddrinfo(address);
-        return -1;
+        return NO_SOCKET;
     }
     freeaddrinfo(address);
     *o_pnPort = ntohs(bound.ss_family == AF_INET6 ? ((const struct sockaddr_in6*)&bound)->sin6_port
                                                   : ((const struct sockaddr_in*)&bound)->sin_port);
     return listener;
-}
-
-/* Waits until the socket can be read or written, at most until the deadline. */
-static bool Await(const Connection* i_pConnection, short i_nEvents) {
-    for (;;) {
-        const int64_t left = i_pConnection->deadline - Now();
-        struct pollfd wait = {.fd = i_pConnection->socket, .events = i_nEvents};
-        const int ready = left > 0 ? poll(&wait, 1, (int)left) : 0;
-        if (ready >= 0 || errno != EINTR) {
-            return ready > 0;
-        }
-    }
 }
 
 int Connect(const char* i_pszServer, int i_nSeconds, Connection* o_pConnection) {
@@ -85,19 +57,12 @@ int Connect(const char* i_pszServer, int i_nSeconds, Connection* o_pConnection) 
     }
     int error = 0;
     for (const struct addrinfo* address = addresses; address != NULL; address = address->ai_next) {
-        Adopt(socket(address->ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0), i_nSeconds, o_pConnection);
-        error = errno;
-        if (o_pConnection->socket < 0) {
+        Adopt(MakeSocket(address->ai_family), i_nSeconds, o_pConnection);
+        error = SocketError();
+        if (o_pConnection->socket == NO_SOCKET) {
             continue;
         }
-        socklen_t size = sizeof(error);
-        error = connect(o_pConnection->socket, address->ai_addr, address->ai_addrlen) == 0 ? 0 : errno;
-        if (error == EINPROGRESS) {
-            error = ETIMEDOUT;
-            if (Await(o_pConnection, POLLOUT)) {
-                getsockopt(o_pConnection->socket, SOL_SOCKET, SO_ERROR, &error, &size);
-            }
-        }
+        error = ConnectSocket(o_pConnection->socket, address, o_pConnection->deadline);
         if (error == 0) {
             freeaddrinfo(addresses);
             return 0;
@@ -105,45 +70,42 @@ int Connect(const char* i_pszServer, int i_nSeconds, Connection* o_pConnection) 
         Disconnect(o_pConnection);
     }
     freeaddrinfo(addresses);
-    fprintf(stderr, "%s: %s\n", i_pszServer, strerror(error));
+    fprintf(stderr, "%s: %s\n", i_pszServer, SocketErrorText(error));
     return -1;
 }
 
-void Adopt(int i_nSocket, int i_nSeconds, Connection* o_pConnection) {
-    o_pConnection->socket = i_nSocket;
+void Adopt(Socket i_Socket, int i_nSeconds, Connection* o_pConnection) {
+    o_pConnection->socket = i_Socket;
     o_pConnection->deadline = Now() + (int64_t)i_nSeconds * 1000;
-    if (i_nSocket >= 0) {
-        fcntl(i_nSocket, F_SETFL, fcntl(i_nSocket, F_GETFL) | O_NONBLOCK); /* waiting is Await's work */
-    }
 }
 
 void Disconnect(Connection* io_pConnection) {
-    close(io_pConnection->socket);
-    io_pConnection->socket = -1;
+    CloseSocket(io_pConnection->socket);
+    io_pConnection->socket = NO_SOCKET;
 }
 
 static bool SendAll(const Connection* i_pConnection, const void* i_pvData, size_t i_nLength) {
     const char* next = i_pvData;
-    while (i_nLength > 0 && Await(i_pConnection, POLLOUT)) {
-        const ssize_t sent = send(i_pConnection->socket, next, i_nLength, MSG_NOSIGNAL);
-        if (sent < 0 && errno != EAGAIN && errno != EINTR) {
+    while (i_nLength > 0 && AwaitWritable(i_pConnection->socket, i_pConnection->deadline)) {
+        const ptrdiff_t sent = SendSome(i_pConnection->socket, next, i_nLength);
+        if (sent < 0) {
             return false;
         }
-        next += sent > 0 ? sent : 0;
-        i_nLength -= sent > 0 ? (size_t)sent : 0;
+        next += sent;
+        i_nLength -= (size_t)sent;
     }
     return i_nLength == 0;
 }
 
 static bool ReceiveAll(const Connection* i_pConnection, void* o_pvData, size_t i_nLength) {
     char* next = o_pvData;
-    while (i_nLength > 0 && Await(i_pConnection, POLLIN)) {
-        const ssize_t received = recv(i_pConnection->socket, next, i_nLength, 0);
-        if (received == 0 || (received < 0 && errno != EAGAIN && errno != EINTR)) {
+    while (i_nLength > 0 && AwaitReadable(i_pConnection->socket, i_pConnection->deadline)) {
+        const ptrdiff_t received = ReceiveSome(i_pConnection->socket, next, i_nLength);
+        if (received < 0) {
             return false;
         }
-        next += received > 0 ? received : 0;
-        i_nLength -= received > 0 ? (size_t)received : 0;
+        next += received;
+        i_nLength -= (size_t)received;
     }
     return i_nLength == 0;
 }

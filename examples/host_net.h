@@ -5,6 +5,8 @@
 
 #include <stdint.h>
 
+#include "host_system.h"
+
 /* What a frame says. On the wire: length of what follows (four bytes, the highest first), one byte kind, the data. */
 enum FrameKind {
     FRAME_TOKEN = 't',   /* a token for the other side */
@@ -15,8 +17,8 @@ enum FrameKind {
 
 /* A connected peer. Everything that is awaited from it is awaited until the deadline, however slowly it sends. */
 typedef struct Connection {
-    int socket;
-    int64_t deadline; /* of the monotonic clock, in milliseconds */
+    Socket socket;
+    int64_t deadline; /* as Now counts */
 } Connection;
 
 /* A received frame. The data goes back through free. */
@@ -26,14 +28,14 @@ typedef struct Frame {
     uint32_t length;
 } Frame;
 
-/* Listens on a numeric address; port 0 lets the system choose. Returns the socket, or -1 after saying why. */
-int Listen(const char* i_pszAddress, uint16_t i_nPort, uint16_t* o_pnPort);
+/* Listens on a numeric address; port 0 lets the system choose. Returns the socket, or NO_SOCKET after saying why. */
+Socket Listen(const char* i_pszAddress, uint16_t i_nPort, uint16_t* o_pnPort);
 
 /* Connects to "HOST:PORT". Returns 0, or -1 after saying why. */
 int Connect(const char* i_pszServer, int i_nSeconds, Connection* o_pConnection);
 
-/* Takes a socket over that was accepted. */
-void Adopt(int i_nSocket, int i_nSeconds, Connection* o_pConnection);
+/* Takes a socket over. */
+void Adopt(Socket i_Socket, int i_nSeconds, Connection* o_pConnection);
 
 void Disconnect(Connection* io_pConnection);
 

@@ -5,6 +5,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "host_system.h"
 #include "host_text.h"
 #include "morwen/harrow_log.h"
 #include "morwen/morwenplugin.h"
@@ -43,11 +44,11 @@ void ReportFailure(const char* i_pszWhat, uint32_t i_nCode) {
     if (text != NULL) {
         text[strcspn(text, "\r\n")] = '\0';
     }
-    flockfile(stderr); /* several threads may report: one line each */
+    LockOutput(); /* several threads may report: one line each */
     fprintf(stderr, "%s: code %u, message %u: ", i_pszWhat, (unsigned)i_nCode, (unsigned)record->messageId);
     PrintTemplate(text != NULL ? text : "(no text)", record->substitutions);
     fputc('\n', stderr);
-    funlockfile(stderr);
+    UnlockOutput();
     free(text);
     SSOFreeError(record);
 }

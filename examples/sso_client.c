@@ -2,17 +2,15 @@
  *
  * Exit status: 0 logged on, 1 refused by either side, 2 usage, connection, or the plug-in does not start.
  */
-#include <fcntl.h>
 #include <getopt.h>
 #include <stdbool.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <termios.h>
-#include <unistd.h>
 
 #include "host_login.h"
 #include "host_report.h"
+#include "host_system.h"
 #include "host_text.h"
 #include "morwen/morwenplugin.h"
 
@@ -29,27 +27,7 @@ typedef struct Options {
  * those. Null when there is none; else goes back through WipeText. */
 static SSOChar* ReadPassword(int i_nFd) {
     char bytes[kLongestPassword];
-    struct termios before;
-    struct termios silent;
-    const int fd = i_nFd >= 0 ? i_nFd : open("/dev/tty", O_RDWR | O_CLOEXEC);
-    const bool terminal = fd >= 0 && tcgetattr(fd, &before) == 0;
-    if (terminal) {
-        silent = before;
-        silent.c_lflag &= ~(tcflag_t)ECHO;
-        tcsetattr(fd, TCSAFLUSH, &silent);
-        fputs("Password: ", stderr);
-    }
-    size_t length = 0;
-    while (fd >= 0 && length < sizeof(bytes) && read(fd, &bytes[length], 1) == 1 && bytes[length] != '\n') {
-        ++length;
-    }
-    if (terminal) {
-        tcsetattr(fd, TCSAFLUSH, &before);
-        fputc('\n', stderr);
-    }
-    if (fd >= 0 && i_nFd < 0) {
-        close(fd);
-    }
+    const size_t length = ReadSecretLine(i_nFd, bytes, sizeof(bytes));
     SSOChar* password = NULL;
     if (length > 0 && length < sizeof(bytes)) {
         bytes[length] = '\0';
@@ -115,6 +93,8 @@ int main(int i_nArguments, char** i_ppszArguments) {
     int status = kNoLogon;
     if (spn == NULL || (options.user != NULL && (user == NULL || password == NULL))) {
         fputs("the name is not UTF-8, or there is no password\n", stderr);
+    } else if (!StartSockets()) {
+        fputs("there are no sockets\n", stderr);
     } else if (SSOInitPackage() != SSO_OK) {
         fputs("the plug-in does not start\n", stderr); /* leaves no record */
     } else {

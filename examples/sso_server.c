@@ -5,20 +5,16 @@
  * exchange proves who is at the other end at that moment and nothing about what the connection carries later: a real
  * host runs it inside a connection that protects itself.
  */
-#include <errno.h>
 #include <getopt.h>
-#include <poll.h>
 #include <pthread.h>
-#include <signal.h>
 #include <stdbool.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include "host_net.h"
 #include "host_report.h"
+#include "host_system.h"
 #include "host_text.h"
 #include "host_work.h"
 #include "morwen/morwenplugin.h"
@@ -32,18 +28,9 @@ enum {
 static pthread_mutex_t g_Lock = PTHREAD_MUTEX_INITIALIZER;
 static pthread_cond_t g_ClientGone = PTHREAD_COND_INITIALIZER;
 static unsigned g_nClients = 0; /* guarded by g_Lock */
+static bool g_bAskWho = true;   /* set before the first client: whether the user's identifiers are wanted */
 static Work g_Work;             /* set before the first client; without a folder no contexts are kept */
 static unsigned g_nKeepSeconds; /* how long a context outlives its client */
-static int g_anStopPipe[2];     /* readable from the moment a signal asked to stop */
-
-static void Stop(int i_nSignal) {
-    (void)i_nSignal;
-    const int saved = errno;
-    /* A full pipe is as readable as one byte. */
-    const ssize_t ignored = write(g_anStopPipe[1], "", 1);
-    (void)ignored;
-    errno = saved;
-}
 
 static bool SameText(const SSOChar* i_pszText, const SSOChar* i_pszOther) {
     while (*i_pszText != 0 && *i_pszText == *i_pszOther) {
@@ -64,6 +51,11 @@ static const SSOChar* Find(const ParasSeq* i_pChain, const SSOChar* i_pszKey) {
 
 /* Greets the user. The SIDs are what a server grants rights to: they stay when an account is renamed. */
 static void Welcome(const Connection* i_pConnection, const ParasSeq* i_pLogon) {
+    if (!g_bAskWho) {
+        puts("logged on: somebody");
+        SendFrame(i_pConnection, FRAME_WELCOME, "Welcome.", 8);
+        return;
+    }
     char* user = TextToUtf8(Find(i_pLogon, u"" SSO_KEY_USER_SID));
     char* groups = TextToUtf8(Find(i_pLogon, u"" SSO_KEY_GROUP_SIDS));
     if (user != NULL && groups != NULL) {
@@ -87,7 +79,7 @@ static uint32_t Step(const Connection* i_pConnection, const Frame* i_pFrame, SSO
     SSOChar* key = NULL;
     /* A client that is done sends nothing more; the plug-in closes the login on a null buffer. */
     const uint32_t code = SSOAcceptLogin(u"" SSO_PROVIDER_SSPI, *io_ppszKey, i_pFrame->data, i_pFrame->length, &reply,
-                                         &replyLength, &logon, &key);
+                                         &replyLength, g_bAskWho ? &logon : NULL, &key);
     bool sent = true;
     switch (code) {
         case SSO_CONTINUE:
@@ -117,8 +109,7 @@ static uint32_t Step(const Connection* i_pConnection, const Frame* i_pFrame, SSO
 static void UseContext(const SSOChar* i_pszKey) {
     WorkAs(i_pszKey, &g_Work);
     fflush(stdout);
-    struct pollfd stop = {.fd = g_anStopPipe[0], .events = POLLIN};
-    poll(&stop, 1, (int)g_nKeepSeconds * 1000);
+    AwaitStop((int)g_nKeepSeconds * 1000);
     if (g_nKeepSeconds != 0) {
         printf("the context is %s\n", SSOLookupSecurityContext(i_pszKey) == SSO_OK ? "still good" : "expired");
     }
@@ -174,13 +165,13 @@ static void AwaitFewerThan(unsigned i_nClients) {
     pthread_mutex_unlock(&g_Lock);
 }
 
-static void StartClient(int i_nSocket) {
+static void StartClient(Socket i_Socket) {
     Connection* connection = malloc(sizeof(*connection));
     if (connection == NULL) {
-        close(i_nSocket);
+        CloseSocket(i_Socket);
         return;
     }
-    Adopt(i_nSocket, kSecondsForLogin, connection);
+    Adopt(i_Socket, kSecondsForLogin, connection);
     pthread_mutex_lock(&g_Lock);
     ++g_nClients;
     pthread_mutex_unlock(&g_Lock);
@@ -198,20 +189,17 @@ static void StartClient(int i_nSocket) {
 }
 
 /* Accepts clients until a signal asks to stop; a login under way is finished, its deadline bounds that. */
-static void Run(int i_nListener) {
-    struct pollfd wait[] = {{.fd = i_nListener, .events = POLLIN}, {.fd = g_anStopPipe[0], .events = POLLIN}};
-    while (poll(wait, 2, -1) > 0 || errno == EINTR) {
-        if (wait[1].revents != 0) {
-            break;
-        }
-        const int client = wait[0].revents != 0 ? accept(i_nListener, NULL, NULL) : -1;
-        wait[0].revents = 0;
-        if (client >= 0) {
+static void Run(Socket i_Listener) {
+    while (AwaitClient(i_Listener)) {
+        Socket client = NO_SOCKET;
+        if (AcceptSocket(i_Listener, &client)) {
             StartClient(client);
             AwaitFewerThan(kMostClients);
+        } else if (client != NO_SOCKET) {
+            CloseSocket(client);
         }
     }
-    close(i_nListener);
+    CloseSocket(i_Listener);
     AwaitFewerThan(1);
 }
 
@@ -221,7 +209,7 @@ static bool WritePort(const char* i_pszFile, uint16_t i_nPort) {
     if (snprintf(temporary, sizeof(temporary), "%s.new", i_pszFile) >= (int)sizeof(temporary)) {
         return false;
     }
-    FILE* file = fopen(temporary, "w");
+    FILE* file = fopen(temporary, "wb");
     if (file == NULL) {
         return false;
     }
@@ -231,28 +219,24 @@ static bool WritePort(const char* i_pszFile, uint16_t i_nPort) {
 
 static int Usage(void) {
     fputs(
-        "usage: sso_server [--listen ADDRESS] [--port N] [--port-file FILE] [--trace]\n"
+        "usage: sso_server [--listen ADDRESS] [--port N] [--port-file FILE] [--trace] [--unnamed]\n"
         "                  [--work-in FOLDER [--spn SERVICE/HOST] [--forbidden FILE] [--keep SECONDS]\n"
         "                  [--back HOST:PORT --back-spn SERVICE/HOST]]\n"
-        "Listens on 127.0.0.1 and a port of the system's choice unless told otherwise; SIGTERM or SIGINT ends it. "
-        "With\n"
+        "Listens on 127.0.0.1 and a port of the system's choice unless told otherwise; a signal or Ctrl-C ends it.\n"
+        "--unnamed lets users in without asking who they are (not every system can tell a service that). With\n"
         "--work-in it acts as each user for a moment; --spn is its own principal, under which contexts are renewed.\n",
         stderr);
     return 2;
 }
 
 int main(int i_nArguments, char** i_ppszArguments) {
-    static const struct option kOptions[] = {{"listen", required_argument, NULL, 'l'},
-                                             {"port", required_argument, NULL, 'p'},
-                                             {"port-file", required_argument, NULL, 'f'},
-                                             {"trace", no_argument, NULL, 't'},
-                                             {"work-in", required_argument, NULL, 'w'},
-                                             {"spn", required_argument, NULL, 'n'},
-                                             {"forbidden", required_argument, NULL, 'd'},
-                                             {"keep", required_argument, NULL, 'k'},
-                                             {"back", required_argument, NULL, 'b'},
-                                             {"back-spn", required_argument, NULL, 'm'},
-                                             {NULL, 0, NULL, 0}};
+    static const struct option kOptions[] = {
+        {"listen", required_argument, NULL, 'l'},    {"port", required_argument, NULL, 'p'},
+        {"port-file", required_argument, NULL, 'f'}, {"trace", no_argument, NULL, 't'},
+        {"unnamed", no_argument, NULL, 'u'},         {"work-in", required_argument, NULL, 'w'},
+        {"spn", required_argument, NULL, 'n'},       {"forbidden", required_argument, NULL, 'd'},
+        {"keep", required_argument, NULL, 'k'},      {"back", required_argument, NULL, 'b'},
+        {"back-spn", required_argument, NULL, 'm'},  {NULL, 0, NULL, 0}};
     const char* address = "127.0.0.1";
     const char* portFile = NULL;
     const char* spn = NULL;
@@ -277,6 +261,9 @@ int main(int i_nArguments, char** i_ppszArguments) {
                 break;
             case 't':
                 StartTrace();
+                break;
+            case 'u':
+                g_bAskWho = false;
                 break;
             case 'w':
                 g_Work.folder = optarg;
@@ -310,9 +297,8 @@ int main(int i_nArguments, char** i_ppszArguments) {
     SSOChar* otherSpn = backSpn != NULL ? TextFromUtf8(backSpn) : NULL;
     g_Work.backSpn = otherSpn;
 
-    const struct sigaction stop = {.sa_handler = Stop};
-    if (pipe(g_anStopPipe) != 0 || sigaction(SIGTERM, &stop, NULL) != 0 || sigaction(SIGINT, &stop, NULL) != 0) {
-        perror("signals");
+    if (!StartSockets() || !CatchStop()) {
+        fputs("there are no sockets or no signals\n", stderr);
         return 2;
     }
     if (SSOInitPackage() != SSO_OK) {
@@ -330,11 +316,11 @@ int main(int i_nArguments, char** i_ppszArguments) {
     if (code != SSO_OK) {
         ReportFailure("the provider does not start", code);
     } else {
-        const int listener = Listen(address, port, &port);
-        if (listener >= 0 && portFile != NULL && !WritePort(portFile, port)) {
+        const Socket listener = Listen(address, port, &port);
+        if (listener != NO_SOCKET && portFile != NULL && !WritePort(portFile, port)) {
             perror(portFile);
-            close(listener);
-        } else if (listener >= 0) {
+            CloseSocket(listener);
+        } else if (listener != NO_SOCKET) {
             printf("listening on %s port %u\n", address, (unsigned)port);
             fflush(stdout);
             Run(listener);
