@@ -1,0 +1,82 @@
+// Users of a directory: who they are comes from their tickets, as a real directory server makes them.
+#include <algorithm>
+
+#include "realm/KeptContextTest.h"
+
+namespace morwen {
+namespace {
+
+class Directory : public PluginTest {
+protected:
+    void SetUp() override {
+        PluginTest::SetUp();
+        SetCaching(u"1");
+    }
+    void TearDown() override {
+        prctl(PR_SET_DUMPABLE, 1);  // the kernel has taken it away, and the sanitizers look at the process at its end
+        PluginTest::TearDown();
+    }
+    static Client PasswordOf(const std::string& i_user) { return {"MORWEN\\" + i_user, i_user + "-secret"}; }
+};
+
+// What the directory itself says of a user: the user, the group of all users, and the groups of its domain, also those
+// that other groups bring; and what the KDC adds: that it is the one who says so.
+LoginResult Listed(const std::string& i_user) {
+    RunCommand("ldbsearch -H $MORWEN_REALM_DIR/samba/private/sam.ldb -s base -b CN=" + i_user +
+               ",CN=Users,DC=morwen,DC=test objectSid tokenGroups");
+    LoginResult listed;
+    std::string primary;
+    std::ifstream file(RealmPath("output"));
+    for (std::string name, sid; file >> name;) {
+        if (name == "objectSid:" && file >> sid) {
+            listed.m_userSid = sid;
+            primary = sid.substr(0, sid.rfind('-')) + "-513;";
+        } else if (name == "tokenGroups:" && file >> sid && sid.starts_with("S-1-5-21-")) {
+            listed.m_groupSids += sid + ";";
+        }
+    }
+    const size_t nAt = listed.m_groupSids.find(primary);
+    EXPECT_NE(nAt, std::string::npos) << i_user;
+    listed.m_groupSids = primary + listed.m_groupSids.erase(nAt, primary.size()) + "S-1-18-1;";
+    return listed;
+}
+
+TEST_F(Directory, UsersAreWhoTheDirectorySaysTheyAre) {
+    const std::pair<const char*, ptrdiff_t> kUsers[] = {{"alice", 2}, {"bob", 2}, {"nested", 5}, {"many", 302}};
+    for (const auto& [pszUser, nGroups] : kUsers) {
+        const LoginResult listed = Listed(pszUser);
+        EXPECT_TRUE(listed.m_userSid.starts_with("S-1-5-21-")) << pszUser;
+        EXPECT_EQ(std::count(listed.m_groupSids.begin(), listed.m_groupSids.end(), ';'), nGroups) << pszUser;
+        const LoginResult login = LogOn(PasswordOf(pszUser));
+        EXPECT_EQ(login.m_verdict, kLoggedOn) << pszUser;
+        EXPECT_EQ(login.m_userSid, listed.m_userSid) << pszUser;
+        EXPECT_EQ(login.m_groupSids, listed.m_groupSids) << pszUser;
+        // Only the longest list does not fit where lists are read first.
+        EXPECT_EQ(m_trace.Contains("GetUserData() -- Reallocating buffer."), nGroups == 302) << pszUser;
+    }
+    // Such a ticket does not fit the server's datagrams, which end at 1,400 bytes.
+    EXPECT_GT(HalfLogin(PasswordOf("many")).m_token.size(), 1400U);
+}
+
+TEST_F(Directory, OnlyUsersWithALocalAccountAreActedAs) {
+    ActingThread thread;
+    EXPECT_EQ(thread.Impersonate(LogOn(PasswordOf("nested")).m_key, 0), "100/61212");
+    EXPECT_TRUE(m_trace.Said({"nested@MORWEN.TEST maps to the local account \"nested\", which does not exist"}));
+    const LoginResult alice = LogOn();
+    EXPECT_EQ(alice.m_userSid, Listed("alice").m_userSid);
+    EXPECT_EQ(thread.Impersonate(alice.m_key, 65534), "0");
+    EXPECT_EQ(thread.Revert(alice.m_key), "0");
+}
+
+// What is asked for once more, for the service or behind it, is still asked for by the user.
+TEST_F(Directory, UsersLogOnElsewhereWithTheTicketsTheyDelegate) {
+    const LoginResult front = LogOn({"", "", "fwd/localhost"});
+    ActingThread thread;
+    EXPECT_EQ(thread.Impersonate(front.m_key, 65534), "0");
+    const LoginResult behind = LogOn();
+    EXPECT_EQ(thread.Revert(front.m_key), "0");
+    EXPECT_EQ(behind.m_userSid + behind.m_groupSids, front.m_userSid + front.m_groupSids);
+}
+
+}  // namespace
+}  // namespace morwen
