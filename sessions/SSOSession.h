@@ -1,6 +1,7 @@
 // A login in progress.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "cache/StaticToken.h"
@@ -9,7 +10,7 @@
 
 namespace morwen {
 
-// Kept by the session cache between the steps of a login; used by one login step at a time.
+// Kept by the session cache between the steps of a login; used by one login step at a time, which TryBegin grants.
 class SSOSession : public Harrowlib201::CRefCount {
 public:
     // The number behind a session key.
@@ -35,6 +36,10 @@ public:
         uint64_t m_nValue = 0;  // no session has it
     };
 
+    // Whether the caller may work with this session: nobody else does until End. A new session is in its maker's hands.
+    bool TryBegin() noexcept { return !m_bInUse.exchange(true, std::memory_order_acquire); }
+    void End() noexcept { m_bInUse.store(false, std::memory_order_release); }
+
     // Hands the established security context over to a new token. Throws SSOException.
     virtual StaticTokenPtr GetStaticToken() = 0;
 
@@ -51,6 +56,7 @@ protected:
     SWCharString m_ssType = u"Undefined";
 
 private:
+    std::atomic<bool> m_bInUse{true};
     Parameters m_parameters;
 };
 

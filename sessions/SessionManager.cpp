@@ -24,26 +24,43 @@ void CopyForHost(const HandlerToken& i_token, void** o_ppvBuffer, SSOLength* o_p
     *o_pnBufferLength = nLength;
 }
 
-// Takes a session out of the cache again unless the step that made it succeeds: its key never reached the host, so
-// nobody could ever end it, and a stranger's bad tokens would fill the memory. A session that was there before stays,
-// because the host holds its key and may try again with a better token.
-class NewSession {
+// One step's hold on a session: a host that calls twice at once with one key is refused the second time, so that no
+// context is completed twice or handed to two tokens. A session that the step made is taken out of the cache again
+// unless the step succeeds: its key never reached the host, so nobody could ever end it, and a stranger's bad tokens
+// would fill the memory. A session that was there before stays, because the host holds its key and may try again with a
+// better token.
+class SessionStep {
 public:
-    NewSession(SessionCache& i_cache, const SSOSessionPtr& i_pSession) noexcept
-        : m_cache(i_cache), m_pSession(i_pSession) {}
-    ~NewSession() {
-        if (m_pSession) {
-            m_cache.ReleaseSession(m_pSession->GetIdentifier());
+    SessionStep(SessionCache& i_cache, const SSOSessionPtr& i_pSession, bool i_bNew)
+        : m_cache(i_cache), m_pSession(i_pSession), m_bRelease(i_bNew) {
+        if (!i_bNew && !m_pSession->TryBegin()) {
+            S_TRACE("ssoplugin: SessionManager -- Another call is at work on the session.");
+            throw SSOException(SSO_ERROR);
         }
     }
-    NewSession(const NewSession&) = delete;
-    NewSession& operator=(const NewSession&) = delete;
+    // The session of a login that has ended stays closed to a call that found it before.
+    ~SessionStep() {
+        if (m_bRelease) {
+            m_cache.ReleaseSession(m_pSession->GetIdentifier());
+        } else if (!m_bEnded) {
+            m_pSession->End();
+        }
+    }
+    SessionStep(const SessionStep&) = delete;
+    SessionStep& operator=(const SessionStep&) = delete;
 
-    void Keep() noexcept { m_pSession = nullptr; }
+    void Keep() noexcept { m_bRelease = false; }
+    void EndLogin() {
+        m_bEnded = true;
+        m_bRelease = false;
+        m_cache.ReleaseSession(m_pSession->GetIdentifier());
+    }
 
 private:
     SessionCache& m_cache;
-    SSOSessionPtr m_pSession;
+    const SSOSessionPtr m_pSession;
+    bool m_bRelease;
+    bool m_bEnded = false;
 };
 
 void ClearOutputs(void** o_ppvBuffer, SSOLength* o_pnBufferLength) noexcept {
@@ -107,13 +124,12 @@ uint32_t SessionManager::GenerateClientContext(const SWCharString& i_ssUser, con
     if (!pSession) {
         pSession = m_sessionCache.CreateSession(pHandler, i_pParameters);
     }
-    NewSession newSession(m_sessionCache, bNewLogin ? pSession : nullptr);
     S_ASSERT(pSession);
     if (!pSession) {
         S_TRACE("ssoplugin: SessionManager::GenerateClientContext() -- NULL Session object.");
         throw SSOException(SSO_ERROR);
     }
-    const SSOSession::SessionIdentifier identifier = pSession->GetIdentifier();
+    SessionStep step(m_sessionCache, pSession, bNewLogin);
     const SSOCredentialsPtr pCredentials = pHandler->CreateCredentials(i_ssUser, i_ssPassword, SSOHandler::kOutbound);
     if (!pCredentials) {
         S_FAIL("ssoplugin: SessionManager::GenerateClientContext() -- Credentials object is NULL!");
@@ -126,15 +142,15 @@ uint32_t SessionManager::GenerateClientContext(const SWCharString& i_ssUser, con
                                               i_nTokenLength, &token.m_pvToken, &token.m_nLength);
         RequireStatus(nStatus, "ssoplugin: SessionManager::GenerateClientContext() failed.");
         CopyForHost(token, o_ppvBuffer, o_pnBufferLength);
-        o_ssKey = nStatus != SSO_OK ? identifier.ToString() : SWCharString(kClientDone);
+        o_ssKey = nStatus != SSO_OK ? pSession->GetIdentifier().ToString() : SWCharString(kClientDone);
     } catch (...) {
         ClearOutputs(o_ppvBuffer, o_pnBufferLength);
         throw;
     }
-    newSession.Keep();
     if (nStatus == SSO_OK) {
-        m_sessionCache.ReleaseSession(identifier);
+        step.EndLogin();
     }
+    step.Keep();
     return nStatus;
 }
 
@@ -149,8 +165,7 @@ uint32_t SessionManager::GenerateServerContext(const SWCharString& i_ssType, con
     if (bNewLogin) {
         pSession = m_sessionCache.CreateSession(pHandler, nullptr);
     }
-    NewSession newSession(m_sessionCache, bNewLogin ? pSession : nullptr);
-    const SSOSession::SessionIdentifier identifier = pSession->GetIdentifier();
+    SessionStep step(m_sessionCache, pSession, bNewLogin);
     const SSOCredentialsPtr pCredentials = pHandler->CreateCredentials({}, {}, SSOHandler::kInbound);
     uint32_t nStatus = SSO_ERROR;
     try {
@@ -161,11 +176,10 @@ uint32_t SessionManager::GenerateServerContext(const SWCharString& i_ssType, con
         RequireStatus(nStatus, "ssoplugin: SessionManager::GenerateServerContext() failed.");
         CopyForHost(token, o_ppvBuffer, o_pnBufferLength);
         if (nStatus == SSO_CONTINUE) {
-            o_ssKey = identifier.ToString();
+            o_ssKey = pSession->GetIdentifier().ToString();
         } else if (nStatus == SSO_OK || nStatus == SSO_ACCEPTED) {
             // First: should the context be lost on its way to the cache, nobody must find a session without one.
-            m_sessionCache.ReleaseSession(identifier);
-            newSession.Keep();
+            step.EndLogin();
             o_ssKey = pHandler->IsCachingOn() ? KeepContext(pSession) : SWCharString(kCachingOff);
             nStatus = SSO_ACCEPTED;
         } else {
@@ -177,7 +191,7 @@ uint32_t SessionManager::GenerateServerContext(const SWCharString& i_ssType, con
         ClearOutputs(o_ppvBuffer, o_pnBufferLength);
         throw;
     }
-    newSession.Keep();
+    step.Keep();
     S_TRACE("ssoplugin: SessionManager::GenerateServerContext() -- returning %1", nStatus);
     return nStatus;
 }
@@ -192,7 +206,7 @@ uint32_t SessionManager::AcquireCurrentContext(const SWCharString& i_ssType, con
         throw SSOException(SSO_ERROR);
     }
     const SSOSessionPtr pSession = m_sessionCache.CreateSession(pHandler, nullptr);
-    const NewSession newSession(m_sessionCache, pSession);  // released in every case
+    const SessionStep step(m_sessionCache, pSession, true);  // released in every case
     const uint32_t nStatus = pHandler->AcquireCurrentContext(pSession, Parameters(i_pParameters));
     if (nStatus == SSO_OK) {
         o_ssKey = KeepContext(pSession);

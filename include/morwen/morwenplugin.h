@@ -13,9 +13,10 @@
  *    that stood there is lost (which an assertion reports). An out pointer may be null only where the text says so.
  * 5. Outputs on failure. When a function fails, every text, chain and buffer that it would have handed out is null and
  *    every length 0; there is nothing to free.
- * 6. Threads. Every function may be called on any thread, and by many at once. Two calls must not work on the same
- *    session key at the same time. SSOTermPackage waits for calls under way on other threads, and no call may be
- *    started after the last SSOTermPackage until SSOInitPackage is called again (it would return SSO_ERROR).
+ * 6. Threads. Every function may be called on any thread, and by many at once. Of two calls with the same session key
+ * at the same time one fails with SSO_ERROR and changes nothing. SSOTermPackage waits for calls under way on other
+ * threads, and no call may be started after the last SSOTermPackage until SSOInitPackage is called again (it would
+ * return SSO_ERROR).
  * 7. Errors. After a code of SSO_DENIED or above, SSOGetError on the same thread gives a record of what happened, once,
  *    for most failures; where the text says "no record", there is none.
  */

@@ -1,5 +1,6 @@
 // Whole logins through the exports, and the sessions behind them.
 #include <array>
+#include <atomic>
 #include <thread>
 
 #include "fakes/PlatformTest.h"
@@ -237,6 +238,27 @@ TEST_F(ExportsTest, ManyThreadsLogOn) {
         thread.join();
     }
     EXPECT_TRUE(SessionsLeft("0"));
+}
+
+TEST_F(ExportsTest, OneCallAtATimeWorksOnASession) {
+    SetCaching(true);
+    for (int i = 1; i <= 50; ++i) {
+        Key server;
+        EXPECT_EQ(Accept(server, "from client"), "1|#|from server");
+        std::atomic<int> nAccepted = 0;
+        std::array<std::thread, 4> threads;
+        for (std::thread& thread : threads) {
+            thread = std::thread([&nAccepted, server]() mutable { nAccepted += Accept(server, "") == "2|#|" ? 1 : 0; });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        EXPECT_EQ(nAccepted, 1);
+    }
+    // Who comes too late begins a new login, which lacks its token.
+    Key late;
+    EXPECT_EQ(Accept(late, ""), "100|null|");
+    EXPECT_TRUE(m_trace.Said({"NULL input buffer", "0-length input buffer"}));
 }
 
 // ---- The sessions' own classes ----
