@@ -221,7 +221,8 @@ static bool MakeNonBlocking(Socket i_Socket) {
 }
 
 Socket MakeSocket(int i_nFamily) {
-    const Socket made = WSASocketW(i_nFamily, SOCK_STREAM, 0, NULL, 0, WSA_FLAG_OVERLAPPED | WSA_FLAG_NO_HANDLE_INHERIT);
+    const Socket made =
+        WSASocketW(i_nFamily, SOCK_STREAM, 0, NULL, 0, WSA_FLAG_OVERLAPPED | WSA_FLAG_NO_HANDLE_INHERIT);
     if (made != NO_SOCKET && !MakeNonBlocking(made)) {
         closesocket(made);
         return NO_SOCKET;
@@ -391,7 +392,8 @@ const char* ThreadUser(char* o_pszText, size_t i_nSize) {
     return TokenUserName(token, o_pszText, i_nSize);
 }
 
-const char* MainThreadUser(char* o_pszText, size_t i_nSize) { /* a thread without a token of its own has the process's */
+const char* MainThreadUser(char* o_pszText,
+                           size_t i_nSize) { /* a thread without a token of its own has the process's */
     HANDLE token = NULL;
     OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token);
     return TokenUserName(token, o_pszText, i_nSize);
