@@ -1,5 +1,6 @@
 #include "platform/linux/Acceptor.h"
 
+#include <array>
 #include <cerrno>
 #include <ctime>
 #include <optional>
@@ -66,6 +67,16 @@ std::string VersionText(const Exchange& i_exchange) {
     return text;
 }
 
+// Says what is not permitted, and where an administrator can permit it; else nothing.
+std::string CipherText(const krb5_ticket& i_ticket, krb5_error_code i_nCode) {
+    std::array<char, 64> name{"?"};
+    if (i_nCode != KRB5_NOPERM_ETYPE) {
+        return {};
+    }
+    krb5_enctype_to_name(i_ticket.enc_part.enctype, FALSE, name.data(), name.size());
+    return std::string(" by ticket (") + name.data() + ") or session key; see permitted_enctypes in krb5.conf";
+}
+
 // System errors come from libkrb5's own look at a PAC that cannot be read; everything else has a code of Kerberos.
 SECURITY_STATUS StatusOfRequest(krb5_error_code i_nCode) {
     return i_nCode == ERANGE || i_nCode == EINVAL ? SEC_E_LOGON_DENIED : StatusFromKrb5(i_nCode);
@@ -76,7 +87,8 @@ SECURITY_STATUS StatusOfRequest(krb5_error_code i_nCode) {
     // For the text alone: a ticket that can be opened tells who tried.
     static_cast<void>(
         krb5_server_decrypt_ticket_keytab(i_exchange.m_context, i_exchange.m_keys.Keytab(), i_exchange.m_ticket.get()));
-    Fail(StatusOfRequest(i_nCode), i_exchange.Text(words + VersionText(i_exchange)));
+    Fail(StatusOfRequest(i_nCode),
+         i_exchange.Text(words + VersionText(i_exchange) + CipherText(*i_exchange.m_ticket.get(), i_nCode)));
 }
 
 void ReadRequest(Exchange& io_exchange, std::span<const uint8_t> i_request) {

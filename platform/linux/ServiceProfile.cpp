@@ -121,6 +121,21 @@ std::string ReplayCacheName() {
     return "file2:" + path;
 }
 
+bool IsSet(profile_t i_system, const char* i_pszRelation) {
+    int nSet = 0;
+    profile_get_boolean(i_system, "libdefaults", i_pszRelation, nullptr, 0, &nSet);
+    return nSet != 0;
+}
+
+std::string PermittedCiphers(profile_t i_system) {
+    std::string ciphers = "DEFAULT";
+    if (!IsSet(i_system, "allow_weak_crypto")) {
+        ciphers += IsSet(i_system, "allow_rc4") ? "" : " -rc4";
+        ciphers += IsSet(i_system, "allow_des3") ? "" : " -des3";
+    }
+    return ciphers;
+}
+
 bool MayAskDns(profile_t i_system) {
     int nFallback = 1;
     int nMay = 1;
@@ -198,6 +213,9 @@ long ServiceProfile::GetValues(const char* const* i_names, char*** o_pppValues) 
     if (bMissing && !m_replayCache.empty() && IsNamed(i_names, "libdefaults", "default_rcache_name")) {
         return MakeList({m_replayCache}, o_pppValues);
     }
+    if (bMissing && IsNamed(i_names, "libdefaults", "permitted_enctypes")) {
+        return MakeList({m_permittedCiphers}, o_pppValues);
+    }
     const char* const pszRealm = RealmWhoseKdcsAreAsked(i_names);
     if (pszRealm != nullptr && (nCode == 0 || bMissing)) {
         Locate(pszRealm, i_names[2], nCode == 0 ? *o_pppValues : nullptr);
@@ -256,6 +274,7 @@ krb5_error_code ServiceProfile::Open(profile_t& o_profile, ServiceProfile*& o_pS
     if (const krb5_error_code nCode = OpenSystemProfile(pSelf->m_system); nCode != 0) {
         return nCode;
     }
+    pSelf->m_permittedCiphers = PermittedCiphers(pSelf->m_system);
     profile_vtable functions{};
     functions.minor_ver = 1;
     functions.get_values = ServiceProfileFunctions::GetValues;

@@ -14,7 +14,7 @@
 
 namespace morwen {
 
-// The system's own configuration files, with three answers of our own.
+// The system's own configuration files, with four answers of our own.
 //
 // libdefaults/default_rcache_name names the replay cache file that libkrb5 would use for the user that the process runs
 // as now. Left to itself the library picks the file by the thread's effective user at every use, so a replay would be
@@ -26,6 +26,9 @@ namespace morwen {
 // realm's SRV records: libkrb5 would search for them itself, with waits that nothing bounds. Where the name service was
 // silent, libdefaults/dns_lookup_kdc says no until the next search, so that libkrb5 does not wait for it once more.
 // Where it has no SRV records, libkrb5 may still find URI records.
+//
+// libdefaults/permitted_enctypes leaves RC4 and triple DES out, unless the administrator has set it, or allow_rc4,
+// allow_des3 or allow_weak_crypto: releases of libkrb5 that are still in use permit both by default.
 //
 // A profile and its copies belong to one context, and so to one thread at a time.
 class ServiceProfile {
@@ -62,6 +65,7 @@ private:
     std::atomic<int> m_nUsers{1};
     profile_t m_system = nullptr;
     std::string m_replayCache;  // empty: whatever the system says
+    std::string m_permittedCiphers;
     std::string m_toldRealm;
     ToldKdcs m_told;
     std::string m_answeredBy;         // since libkrb5 last asked for "kdc"

@@ -13,6 +13,8 @@ struct TokenSids {
 
     // Leaves of each group the first mention, and of the user none; the order stays. Throws std::bad_alloc.
     void RemoveDuplicates();
+
+    friend bool operator==(const TokenSids& i_left, const TokenSids& i_right) noexcept = default;
 };
 
 }  // namespace morwen

@@ -78,6 +78,19 @@ TEST_F(RefusedLogon, ByTheKeytab) {
     refused("rekeyed/localhost", rekeyed, "100/42254", "the ticket is for key version 2, the keytab has 1");
 }
 
+TEST_F(RefusedLogon, ByAnOldCipher) {
+    Kadmin("addprinc -randkey -e arcfour-hmac:normal old/localhost");
+    Kadmin("ktadd -norandkey -k " + RealmPath("old.keytab") + " old/localhost");
+    UseKeytab("FILE:" + RealmPath("old.keytab"));
+    const Client old = {"", "", "old/localhost"};
+    EXPECT_EQ(AcceptLogin(HalfLogin(old).m_token).m_verdict, "100/42254");
+    EXPECT_TRUE(m_trace.Said({"to old/localhost@MORWEN.TEST with keytab", "by ticket (arcfour-hmac) or session key"}));
+    RunCommand(
+        "cd $MORWEN_REALM_DIR; sed -i '/.libdefaults/a allow_rc4 = true' krb5.conf; sleep 1.1");  // it is looked at
+                                                                                                  // once a second
+    EXPECT_EQ(LogOn(old).m_verdict, kLoggedOn);
+}
+
 TEST_F(RefusedLogon, ByTheRightsOfTheKeytab) {
     if (geteuid() == 0) {
         GTEST_SKIP() << "root may read every keytab";

@@ -69,6 +69,15 @@ TEST_F(ServiceProfileTest, ReplayCacheBelongsToTheService) {
     EXPECT_EQ(ReplayCache(), "(none)") << "a link is not followed";
 }
 
+TEST_F(ServiceProfileTest, OldCiphersArePermittedByTheAdministratorOnly) {
+    for (const auto& [pszSetting, pszPermitted] :
+         {std::pair("", "DEFAULT -rc4 -des3"), std::pair("allow_rc4 = true", "DEFAULT -des3"),
+          std::pair("allow_weak_crypto = true", "DEFAULT"), std::pair("permitted_enctypes = rc4", "rc4")}) {
+        Open(std::string("[libdefaults]\n ") + pszSetting + "\n");
+        EXPECT_EQ(Get({"libdefaults", "permitted_enctypes"}), pszPermitted) << pszSetting;
+    }
+}
+
 TEST_F(ServiceProfileTest, KdcsAreToldOnceAndTheOneThatAnsweredIsNotAskedAgain) {
     Open(
         "[libdefaults]\n dns_lookup_kdc = false\n[realms]\n R = {\n  kdc = a\n  kdc = b:89\n  master_kdc = b:89\n }\n");
