@@ -3,25 +3,49 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 
 namespace morwen {
 
-void TokenSids::RemoveDuplicates() {
-    // Sorted by place, because users of some directories are in thousands of groups.
-    std::vector<const Sid*> order;
-    order.reserve(m_groups.size());
-    for (const Sid& group : m_groups) {
-        order.push_back(&group);
+namespace {
+
+struct Place {
+    uint32_t m_nLastNumber;  // differs among the groups of a domain, and is compared faster than a SID
+    const Sid* m_pSid;
+};
+
+Place PlaceOf(const Sid& i_sid) noexcept {
+    Place place{0, &i_sid};
+    const auto* const pBytes = reinterpret_cast<const std::byte*>(i_sid.Record());
+    std::memcpy(&place.m_nLastNumber, pBytes + i_sid.SizeInBytes() - sizeof(uint32_t), sizeof(uint32_t));
+    return place;
+}
+
+bool IsBefore(const Place& i_left, const Place& i_right) noexcept {
+    if (i_left.m_nLastNumber != i_right.m_nLastNumber) {
+        return i_left.m_nLastNumber < i_right.m_nLastNumber;
     }
-    std::sort(order.begin(), order.end(), [](const Sid* i_pLeft, const Sid* i_pRight) {
-        const auto nOrder = *i_pLeft <=> *i_pRight;
-        return nOrder != 0 ? nOrder < 0 : i_pLeft < i_pRight;
-    });
+    const auto order = *i_left.m_pSid <=> *i_right.m_pSid;
+    return order != 0 ? order < 0 : i_left.m_pSid < i_right.m_pSid;
+}
+
+}  // namespace
+
+void TokenSids::RemoveDuplicates() {
+    // Sorted, because users of some directories are in thousands of groups.
+    std::vector<Place> places;
+    places.reserve(m_groups.size());
+    for (const Sid& group : m_groups) {
+        places.push_back(PlaceOf(group));
+    }
+    std::sort(places.begin(), places.end(), IsBefore);
     std::vector<bool> surplus(m_groups.size());
     const Sid* pEarlier = &m_user;
-    for (const Sid* const pGroup : order) {
-        surplus[static_cast<size_t>(pGroup - m_groups.data())] = *pGroup == *pEarlier || *pGroup == m_user;
-        pEarlier = pGroup;
+    for (const Place& place : places) {
+        const Sid& group = *place.m_pSid;
+        surplus[static_cast<size_t>(&group - m_groups.data())] = group == *pEarlier || group == m_user;
+        pEarlier = &group;
     }
     size_t nKept = 0;
     for (size_t i = 0; i < m_groups.size(); ++i) {

@@ -60,8 +60,12 @@ TEST_F(Directory, UsersAreWhoTheDirectorySaysTheyAre) {
 
 TEST_F(Directory, OnlyUsersWithALocalAccountAreActedAs) {
     ActingThread thread;
-    EXPECT_EQ(thread.Impersonate(LogOn(PasswordOf("nested")).m_key, 0), "100/61212");
+    const std::string nested = LogOn(PasswordOf("nested")).m_key;
+    EXPECT_EQ(thread.Impersonate(nested, 0), "100/61212");
     EXPECT_TRUE(m_trace.Said({"nested@MORWEN.TEST maps to the local account \"nested\", which does not exist"}));
+    RunCommand("sed -i '/alice = nobody/a nested = nobody' $MORWEN_REALM_DIR/krb5.conf; sleep 1.1");
+    EXPECT_EQ(thread.Impersonate(nested, 65534), "0") << "the account is looked up once more";
+    EXPECT_EQ(thread.Revert(nested), "0");
     const LoginResult alice = LogOn();
     EXPECT_EQ(alice.m_userSid, Listed("alice").m_userSid);
     EXPECT_EQ(thread.Impersonate(alice.m_key, 65534), "0");

@@ -103,12 +103,30 @@ TEST(Pac, IsReadAsItsFlagsSayOrNotAtAll) {
     RecordedPac pac("resource");
     EXPECT_FALSE(pac.IsRefused(pac.m_bytes));
     Bytes info = *pac.m_info;
-    constexpr size_t kDomain = 436;  // where its SID is
-    const std::tuple<size_t, uint32_t, size_t> kCases[] = {  // position, number of four bytes, groups (0: refused)
-        {0, 0x00081001, 13}, {0, 0x00080001, 0}, {0, 0x00081002, 0}, {0, 0x00101001, 0}, {8, 0x7FFFFFFF, 0}, {16, 0, 0},
-        {120, 0, 13}, {128, 0xFFFFFFFF, 0}, {128, 4, 0}, {132, 0, 0}, {136, 0, 5}, {136, 0x20, 10}, {136, 0x200, 8},
-        {172, 0, 0}, {216, 0x20000001, 0}, {220, 0, 0}, {224, 0, 0}, {228, 0x10000001, 0}, {232, 0, 0},
-        {kDomain, 5, 0}, {kDomain + 4, 0x0402, 0}, {kDomain + 4, 0x0501, 0}};
+    constexpr size_t kDomain = 436;                        // where its SID is
+    const std::tuple<size_t, uint32_t, size_t> kCases[] = {// position, number of four bytes, groups (0: refused)
+                                                           {0, 0x00081001, 13},
+                                                           {0, 0x00080001, 0},
+                                                           {0, 0x00081002, 0},
+                                                           {0, 0x00101001, 0},
+                                                           {8, 0x7FFFFFFF, 0},
+                                                           {16, 0, 0},
+                                                           {120, 0, 13},
+                                                           {128, 0xFFFFFFFF, 0},
+                                                           {128, 4, 0},
+                                                           {132, 0, 0},
+                                                           {136, 0, 5},
+                                                           {136, 0x20, 10},
+                                                           {136, 0x200, 8},
+                                                           {172, 0, 0},
+                                                           {216, 0x20000001, 0},
+                                                           {220, 0, 0},
+                                                           {224, 0, 0},
+                                                           {228, 0x10000001, 0},
+                                                           {232, 0, 0},
+                                                           {kDomain, 5, 0},
+                                                           {kDomain + 4, 0x0402, 0},
+                                                           {kDomain + 4, 0x0501, 0}};
     const auto count = [&info](size_t i_nAt, uint32_t i_nValue) {
         Bytes changed = info;
         std::memcpy(changed.data() + i_nAt, &i_nValue, sizeof i_nValue);
@@ -120,7 +138,8 @@ TEST(Pac, IsReadAsItsFlagsSayOrNotAtAll) {
     }
     info.insert(info.begin() + kDomain + 28, 44, 0);
     info[kDomain] = info[kDomain + 5] = 15;
-    EXPECT_EQ(count(8, static_cast<uint32_t>(info.size() - 16)), 0U) << "a domain's SID without room for a user's number";
+    EXPECT_EQ(count(8, static_cast<uint32_t>(info.size() - 16)), 0U)
+        << "a domain's SID without room for a user's number";
     EXPECT_FALSE(SidsOf({Bytes{1}, UnixAccount{1, 1, {1}}, false, nullptr})) << "the local account does not stand in";
 }
 
