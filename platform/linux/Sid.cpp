@@ -45,7 +45,7 @@ bool operator==(const Sid& i_left, const Sid& i_right) noexcept {
 
 std::strong_ordering operator<=>(const Sid& i_left, const Sid& i_right) noexcept {
     // What a SID does not use is zero.
-    return std::memcmp(&i_left.m_record, &i_right.m_record, Sid::kMostBytes) <=> 0;
+    return std::memcmp(i_left.m_record.m_aBytes.data(), i_right.m_record.m_aBytes.data(), Sid::kMostBytes) <=> 0;
 }
 
 }  // namespace morwen
