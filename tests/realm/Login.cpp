@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include "morwen/morwenplugin.h"
-
 namespace morwen {
 
 namespace {
@@ -37,12 +35,12 @@ struct Outputs {
 
 }  // namespace
 
-std::u16string Wide(const std::string& i_ascii) {
+HostText Wide(const std::string& i_ascii) {
     return {i_ascii.begin(), i_ascii.end()};
 }
 
 std::string Narrow(const SSOChar* i_pszAscii) {
-    const std::u16string text(i_pszAscii != nullptr ? i_pszAscii : u"");
+    const HostText text = i_pszAscii != nullptr ? i_pszAscii : HostText();
     return {text.begin(), text.end()};
 }
 
@@ -58,11 +56,13 @@ std::string TakenRecord(uint32_t i_nCode) {
 }
 
 LoginResult StartLogin(const Client& i_client) {
-    const std::u16string spn = Wide(i_client.m_spn);
-    const ParasSeq parameters = {u"" SSO_KEY_SPN, SSO_PARAMETER_STRING, spn.c_str(), nullptr};
+    const HostText key = Wide(SSO_KEY_SPN);
+    const HostText spn = Wide(i_client.m_spn);
+    const ParasSeq parameters = {key.c_str(), SSO_PARAMETER_STRING, spn.c_str(), nullptr};
     Outputs out;
-    return out.Take(SSOStartLogin(Wide(i_client.m_user).c_str(), Wide(i_client.m_password).c_str(), u"SSPI",
-                                  spn.empty() ? nullptr : &parameters, &out.m_pszKey, &out.m_pvToken, &out.m_nLength));
+    return out.Take(SSOStartLogin(Wide(i_client.m_user).c_str(), Wide(i_client.m_password).c_str(),
+                                  Wide("SSPI").c_str(), spn.empty() ? nullptr : &parameters, &out.m_pszKey,
+                                  &out.m_pvToken, &out.m_nLength));
 }
 
 LoginResult ContinueLogin(const std::string& i_key, std::span<const uint8_t> i_token) {
@@ -73,9 +73,10 @@ LoginResult ContinueLogin(const std::string& i_key, std::span<const uint8_t> i_t
 
 LoginResult AcceptLogin(std::span<const uint8_t> i_token, const std::string& i_key, Information i_eInformation) {
     Outputs out;
-    return out.Take(SSOAcceptLogin(
-        u"SSPI", Wide(i_key).c_str(), i_token.data(), static_cast<SSOLength>(i_token.size()), &out.m_pvToken,
-        &out.m_nLength, i_eInformation == Information::Wanted ? &out.m_pInformation : nullptr, &out.m_pszKey));
+    return out.Take(SSOAcceptLogin(Wide("SSPI").c_str(), Wide(i_key).c_str(), i_token.data(),
+                                   static_cast<SSOLength>(i_token.size()), &out.m_pvToken, &out.m_nLength,
+                                   i_eInformation == Information::Wanted ? &out.m_pInformation : nullptr,
+                                   &out.m_pszKey));
 }
 
 LoginResult CloseLogin(const std::string& i_key, Information i_eInformation) {

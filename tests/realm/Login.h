@@ -6,9 +6,12 @@
 #include <string>
 #include <vector>
 
+#include "morwen/morwenplugin.h"
+
 namespace morwen {
 
 using Bytes = std::vector<uint8_t>;
+using HostText = std::basic_string<SSOChar>;
 
 struct LoginResult {
     std::string m_verdict;  // the code; of a failure "code/message", with the message of the thread's error record
@@ -27,8 +30,8 @@ struct Client {
 enum class Information { Wanted, NotWanted };
 
 // ASCII only.
-std::u16string Wide(const std::string& i_ascii);
-std::string Narrow(const char16_t* i_pszAscii);  // null is the empty text
+HostText Wide(const std::string& i_ascii);
+std::string Narrow(const SSOChar* i_pszAscii);  // null is the empty text
 
 // "/message" from the thread's error record, which it takes; "/none" without one.
 std::string TakenRecord(uint32_t i_nCode);

@@ -1,0 +1,192 @@
+// Logons on the system's own Kerberos, both sides in this process; the identity of threads; the library as a host finds
+// it; and, on the test package, the whole life of a context. Runs inside a realm.
+#include <sstream>
+#include <thread>
+
+#include "cache/StaticToken.h"
+#include "fakes/TraceCapture.h"
+#include "platform/OsTypes.h"
+#include "realm/Login.h"
+
+namespace morwen {
+namespace {
+
+using Harrowlib201::SDateTime;
+using Harrowlib201::STimeSpan;
+
+template <class Function>
+Function* Find(HMODULE i_hLibrary, const char* i_pszName) {
+    return reinterpret_cast<Function*>(reinterpret_cast<intptr_t>(GetProcAddress(i_hLibrary, i_pszName)));
+}
+
+bool ThreadHasToken() {
+    HANDLE hToken = nullptr;
+    return OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &hToken) && CloseHandle(hToken);
+}
+
+// Impersonates and reverts: both codes, and "acts" between them if the thread had a token, and no other one.
+std::string Switch(const HostText& i_key) {
+    std::string text = std::to_string(SSOImpersonate(i_key.c_str()));
+    text += ThreadHasToken() ? " acts " : " ";
+    std::thread([] { EXPECT_FALSE(ThreadHasToken()); }).join();
+    text += std::to_string(SSORevert(i_key.c_str()));
+    return text + (ThreadHasToken() ? " still acts" : "");
+}
+
+class WindowsTest : public testing::Test {
+protected:
+    static void Start(const char* i_pszKey, uint32_t i_nType, const wchar_t* i_pszValue) {
+        const HostText spn = Wide(SSO_KEY_SPN), key = Wide(i_pszKey);
+        ParasSeq renewal = {spn.c_str(), SSO_PARAMETER_STRING, L"fwd/localhost", nullptr};
+        const ParasSeq setting = {key.c_str(), i_nType, i_pszValue, &renewal};
+        ASSERT_EQ(SSOInitPackage(), SSO_OK);
+        ASSERT_EQ(SSOInitProvider(L"SSPI", &setting), SSO_OK);
+    }
+    void TearDown() override {
+        EXPECT_EQ(SSOTermPackage(), SSO_OK);
+        EXPECT_TRUE(m_trace.Said({}));
+    }
+    TraceCapture m_trace;
+};
+
+constexpr auto kNot =
+    Information::NotWanted;  // Wine's Kerberos cannot impersonate, so it cannot tell who has logged on
+
+class Logon : public WindowsTest {
+protected:
+    void SetUp() override { Start(SSO_KEY_CACHE_CONTEXTS, SSO_PARAMETER_BOOL, L"0"); }
+};
+
+TEST_F(Logon, ToServicesTrustedForDelegationAndOthersAndNone) {
+    for (const char* pszService : {"morwen/localhost", "fwd/localhost", "morwen/localhost@MORWEN.TEST"}) {
+        EXPECT_EQ(LogOn({"", "", pszService}, kNot).m_verdict, kLoggedOn) << pszService;
+    }
+    for (const char* pszService : {"nobody/localhost", "", "a b c"}) {
+        EXPECT_EQ(LogOn({"", "", pszService}, kNot).m_verdict.substr(0, 4), "100/") << pszService;
+    }
+}
+
+TEST_F(Logon, DamagedAndRepeatedTokensAreRefused) {
+    const LoginResult started = StartLogin();
+    const auto refused = [](const LoginResult& i_result) { return std::stoul(i_result.m_verdict) >= SSO_DENIED; };
+    for (size_t nFromEnd : {size_t{1}, size_t{40}, started.m_token.size() / 2}) {
+        Bytes damaged = started.m_token;
+        damaged[damaged.size() - nFromEnd] ^= 1;
+        EXPECT_TRUE(refused(AcceptLogin(damaged, {}, kNot))) << nFromEnd;
+        damaged.resize(nFromEnd);
+        EXPECT_TRUE(refused(AcceptLogin(damaged, {}, kNot))) << nFromEnd;
+    }
+    const LoginResult accepted = AcceptLogin(started.m_token, {}, kNot);
+    EXPECT_EQ(accepted.m_verdict, "1");
+    EXPECT_TRUE(refused(AcceptLogin(started.m_token, {}, kNot)));
+    Bytes answer = accepted.m_token;
+    answer.back() ^= 1;
+    EXPECT_TRUE(refused(ContinueLogin(started.m_key, answer)));
+    EXPECT_EQ(CloseLogin(accepted.m_key, kNot).m_verdict, "2");
+    EXPECT_EQ(LogOn({}, kNot).m_verdict, kLoggedOn);
+}
+
+TEST_F(Logon, TheIdentityOfAThreadIsKept) {
+    const auto capture = [] {
+        SSOChar* pszKey = nullptr;
+        EXPECT_EQ(SSOAcquireCurrentSecurityContext(L"THREADTOKEN", nullptr, &pszKey), SSO_OK);
+        const HostText key = pszKey;
+        SSOFreeString(pszKey);
+        return key;
+    };
+    const HostText ofProcess = capture();
+    ASSERT_TRUE(ImpersonateSelf(SecurityImpersonation));
+    const HostText ofThread = capture();
+    ASSERT_TRUE(RevertToSelf());
+    for (const HostText& key : {ofProcess, ofThread}) {
+        EXPECT_EQ(Switch(key), "0 acts 0");
+        EXPECT_EQ(SSOReleaseSecurityContext(key.c_str()), SSO_OK);
+        EXPECT_EQ(Switch(key), "100 100");
+    }
+}
+
+// Every name under its ordinal, and not one more; and gone when it is let go, also after its thread has run.
+TEST(Library, IsFoundUsedLetGoAndFoundAgain) {
+    const std::string kNames =
+        "SSOInitPackage SSOTermPackage SSOInitProvider SSOGetRequiredParameters SSOStartLogin SSOContinueLogin "
+        "SSOAcceptLogin SSOImpersonate SSORevert SSOAssociateSecurityContext SSOAcquireCurrentSecurityContext "
+        "SSOReleaseSecurityContext SSOReleaseAllSecurityContexts SSOFreeBuffer SSOFreeString SSOFreeParameters "
+        "SSOLookupSecurityContext SSOGetError SSOFreeError SSOGetMessageContent SSOReleaseAllProviderSecContexts";
+    const auto freeSlot = [] {
+        const DWORD nSlot = TlsAlloc();
+        return TlsFree(nSlot) ? nSlot : 0;
+    };
+    const DWORD nSlot = freeSlot();
+    const HostText key = Wide(SSO_KEY_CACHE_CONTEXTS);
+    const ParasSeq keep = {key.c_str(), SSO_PARAMETER_BOOL, L"1", nullptr};
+    for (int nRound = 0; nRound < 50; ++nRound) {
+        const HMODULE hLibrary = LoadLibraryW(L"morwenplugin.dll");
+        std::istringstream names(kNames);
+        const char* pszOrdinal = MAKEINTRESOURCEA(1);
+        for (std::string name; names >> name; ++pszOrdinal) {
+            ASSERT_NE(Find<void()>(hLibrary, pszOrdinal), nullptr) << name;
+            EXPECT_EQ(Find<void()>(hLibrary, pszOrdinal), Find<void()>(hLibrary, name.c_str())) << name;
+        }
+        EXPECT_EQ(Find<void()>(hLibrary, pszOrdinal), nullptr);
+        EXPECT_EQ(Find<decltype(SSOInitPackage)>(hLibrary, MAKEINTRESOURCEA(1))(), SSO_OK);
+        EXPECT_EQ(Find<decltype(SSOInitProvider)>(hLibrary, "SSOInitProvider")(L"SSPI", &keep), SSO_OK);  // a thread
+        EXPECT_EQ(Find<decltype(SSOTermPackage)>(hLibrary, MAKEINTRESOURCEA(2))(), SSO_OK);
+        EXPECT_TRUE(FreeLibrary(hLibrary));
+        ASSERT_EQ(GetModuleHandleW(L"morwenplugin.dll"), nullptr);
+    }
+    EXPECT_LE(freeSlot(), nSlot + 50);  // the compiler's runtime keeps one slot of each load: docs/windows.md
+}
+
+class TestPackageOnly : public WindowsTest {
+protected:
+    void SetUp() override {
+        SetLifespan(3600);
+        Start(SSO_KEY_CACHE_EXPIRY, SSO_PARAMETER_LONG, L"10800");
+    }
+    static void SetLifespan(LONGLONG i_nSeconds) {
+        auto* const pfnSet = Find<void(LONGLONG)>(GetModuleHandleW(L"test_package.dll"), "SetLifespan");
+        ASSERT_NE(pfnSet, nullptr) << "the test package is not the one that answers";
+        pfnSet(i_nSeconds);
+    }
+    // Logs on and gives the token that is kept; its address is the key.
+    void KeptLogin(StaticTokenPtr& o_pToken) {
+        m_login = LogOn({"", "", "fwd/localhost"});
+        ASSERT_EQ(m_login.m_verdict, kLoggedOn);
+        ASSERT_EQ(SSOLookupSecurityContext(Wide(m_login.m_key).c_str()), SSO_OK);
+        o_pToken = StaticTokenPtr(reinterpret_cast<StaticToken*>(std::stoull(m_login.m_key)));
+    }
+    LoginResult m_login;
+};
+
+TEST_F(TestPackageOnly, ALoginIsKeptActsRevertsRenewsAndExpires) {
+    StaticTokenPtr pToken;
+    ASSERT_NO_FATAL_FAILURE(KeptLogin(pToken));
+    EXPECT_TRUE(m_login.m_userSid.starts_with("S-1-5-21-")) << m_login.m_userSid;
+    EXPECT_TRUE(m_login.m_groupSids.find("S-1-5-32-544;") != std::string::npos) << m_login.m_groupSids;
+    EXPECT_EQ(Switch(Wide(m_login.m_key)), "0 acts 0");
+    const SDateTime now = SDateTime::GetCurrentDateTime();
+    const auto after = [&](int64_t i_nMinutes) { return now + STimeSpan(i_nMinutes * 60000); };
+    SetLifespan(7200);
+    EXPECT_FALSE(pToken->Renegotiate(after(50)));
+    EXPECT_TRUE(pToken->Renegotiate(after(58)));
+    EXPECT_FALSE(pToken->Renegotiate(after(58)));
+    EXPECT_EQ(Switch(Wide(m_login.m_key)), "0 acts 0");
+    EXPECT_FALSE(pToken->IsExpired(after(110)));
+    EXPECT_TRUE(pToken->IsExpired(after(125)));
+    SetLifespan(-1);
+    EXPECT_EQ(SSOLookupSecurityContext(Wide(LogOn().m_key).c_str()), SSO_NO_CONTEXT);
+}
+
+// The package reports local time; run with TZ set to a zone that has daylight saving.
+TEST_F(TestPackageOnly, AnExpiryInLocalTimeIsTheInstantThatItMeans) {
+    TIME_ZONE_INFORMATION zone;
+    GetTimeZoneInformation(&zone);
+    ASSERT_TRUE(zone.Bias != 0 && zone.DaylightBias != 0) << "TZ is not set to such a zone";
+    StaticTokenPtr pToken;
+    ASSERT_NO_FATAL_FAILURE(KeptLogin(pToken));
+    const STimeSpan left = pToken->GetTimeToExpiry(SDateTime::GetCurrentDateTime());
+    EXPECT_NEAR(static_cast<double>(left.GetTotalMilliseconds()), 3600e3, 20e3);
+}
+
+}  // namespace
+}  // namespace morwen
