@@ -49,7 +49,7 @@ TEST(Sid, HoldsWhatARecordHolds) {
 TEST(Tokens, InformationFillsExactlyTheBufferThatItAsksFor) {
     LinuxTokens tokens;
     LinuxKernel kernel;
-    const gid_t kGroups[] = {100, 7, 100, 8};
+    const gid_t kGroups[] = {100, 7, 8};
     std::vector<gid_t> many(300);
     for (gid_t i = 0; i < many.size(); ++i) {
         many[i] = i;
@@ -66,10 +66,8 @@ TEST(Tokens, InformationFillsExactlyTheBufferThatItAsksFor) {
         {many, TokenGroups, 8 + 300 * (16 + 16), "0.0.0.0.0.22.-2-299"},
     };
     for (const auto& test : kCases) {
-        TokenIdentity identity;
-        identity.m_account = UnixAccount{4'000'000'000, test.m_groups[0], {test.m_groups.begin(), test.m_groups.end()}};
-        identity.m_account->SortGroups();
-        const HANDLE hToken = OpenToken(std::make_shared<TokenIdentity>(identity));
+        const UnixAccount account{4'000'000'000, test.m_groups[0], {test.m_groups.begin(), test.m_groups.end()}};
+        const HANDLE hToken = OpenToken(std::make_shared<TokenIdentity>(TokenIdentity{{}, account, false, nullptr}));
         DWORD nRequired = 0;
         EXPECT_EQ(tokens.GetTokenInformation(hToken, test.m_eClass, nullptr, 0, &nRequired), FALSE);
         EXPECT_EQ(kernel.GetLastError(), ERROR_INSUFFICIENT_BUFFER);
