@@ -1,6 +1,5 @@
 /* The loader's calls as the contract test makes them, on Windows. */
-#ifndef MORWEN_TESTS_WINDOWS_DLFCN_H
-#define MORWEN_TESTS_WINDOWS_DLFCN_H
+#pragma once
 
 #include <stdio.h>
 #include <windows.h>
@@ -21,5 +20,3 @@ static const char* dlerror(void) {
     snprintf(s_szText, sizeof(s_szText), "error %lu", GetLastError());
     return s_szText;
 }
-
-#endif
