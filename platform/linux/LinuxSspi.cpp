@@ -245,7 +245,17 @@ SECURITY_STATUS LinuxSspi::DeleteSecurityContext(PCtxtHandle i_pContext) noexcep
 SECURITY_STATUS LinuxSspi::OpenContextToken(PCtxtHandle i_pContext, HANDLE* o_phToken) noexcept {
     return Guarded("OpenContextToken", [&] {
         RequireOutput(o_phToken);
-        *o_phToken = OpenToken(IdentityOf(*Context(i_pContext), Need::Sids));
+        const HANDLE hToken = OpenToken(IdentityOf(*Context(i_pContext), Need::Sids));
+        try {
+            if (SidsOfToken(hToken) == nullptr) {
+                Fail(SEC_E_INVALID_TOKEN,
+                     "the logon information in the user's ticket, signed by the KDC, cannot be read");
+            }
+        } catch (...) {
+            CloseToken(hToken);
+            throw;
+        }
+        *o_phToken = hToken;
         return SEC_E_OK;
     });
 }
@@ -256,13 +266,8 @@ std::shared_ptr<const TokenIdentity> LinuxSspi::IdentityOf(SecurityContext& io_l
         Fail(SEC_E_INVALID_HANDLE, "the context is not that of a user who has logged on here");
     }
     auto& pIdentity = io_logon.m_pIdentity;
-    if (i_eNeed == Need::Sids && pIdentity->m_pacLogonInfo) {
-        if (!SidsOf(*pIdentity)) {
-            Fail(SEC_E_INVALID_TOKEN, "the logon information in the ticket of " +
-                                          PrincipalText(TakeContext().get(), io_logon.m_client.get()) +
-                                          ", signed by the KDC, cannot be read");
-        }
-    } else if (!pIdentity->m_account) {
+    const bool bInTicket = i_eNeed == Need::Sids && pIdentity->m_pacLogonInfo;
+    if (!bInTicket && !pIdentity->m_account) {
         SECURITY_STATUS nStatus = SEC_E_INTERNAL_ERROR;
         auto account = LocalAccount(TakeContext().get(), io_logon.m_client.get(), nStatus);
         if (!account && i_eNeed == Need::Sids) {

@@ -3,8 +3,8 @@
 
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <new>
-#include <optional>
 #include <span>
 #include <system_error>
 #include <utility>
@@ -113,8 +113,7 @@ BOOL LinuxTokens::OpenProcessToken(HANDLE i_hProcess, DWORD, HANDLE* o_phToken) 
 
 BOOL LinuxTokens::GetTokenInformation(HANDLE i_hToken, TOKEN_INFORMATION_CLASS i_eClass, void* o_pvBuffer,
                                       DWORD i_nLength, DWORD* o_pnRequiredLength) noexcept {
-    const std::shared_ptr<const TokenIdentity> pIdentity = FindToken(i_hToken);
-    if (pIdentity == nullptr) {
+    if (FindToken(i_hToken) == nullptr) {
         return FailWithLastError(ERROR_INVALID_HANDLE);
     }
     const bool bUser = i_eClass == TokenUser;
@@ -122,16 +121,16 @@ BOOL LinuxTokens::GetTokenInformation(HANDLE i_hToken, TOKEN_INFORMATION_CLASS i
         !IsAligned(o_pvBuffer, alignof(TOKEN_GROUPS))) {
         return FailWithLastError(ERROR_INVALID_PARAMETER);
     }
-    std::optional<TokenSids> tokenSids;
+    std::shared_ptr<const TokenSids> pSids;
     try {
-        tokenSids = SidsOf(*pIdentity);
+        pSids = SidsOfToken(i_hToken);
     } catch (const std::bad_alloc&) {
         return FailWithLastError(ERROR_NOT_ENOUGH_MEMORY);
     }
-    if (!tokenSids) {
+    if (pSids == nullptr) {
         return FailWithLastError(ERROR_INVALID_SID);
     }
-    const std::span<const Sid> sids = bUser ? std::span(&tokenSids->m_user, 1) : std::span(tokenSids->m_groups);
+    const std::span<const Sid> sids = bUser ? std::span(&pSids->m_user, 1) : std::span(pSids->m_groups);
     const InformationWriter writer(
         bUser ? sizeof(TOKEN_USER) : offsetof(TOKEN_GROUPS, Groups) + sids.size() * sizeof(SID_AND_ATTRIBUTES), sids);
     if (writer.Bytes() > std::numeric_limits<DWORD>::max()) {

@@ -25,14 +25,35 @@ public:
     HANDLE Add(std::shared_ptr<const TokenIdentity> i_pIdentity) {
         const CS_Locker locker(m_section);
         const uintptr_t nHandle = kMark | (m_nLast += 4);
-        m_tokens.emplace(nHandle, std::move(i_pIdentity));
+        m_tokens.emplace(nHandle, Token{std::move(i_pIdentity), nullptr});
         return reinterpret_cast<HANDLE>(nHandle);
     }
 
     std::shared_ptr<const TokenIdentity> Find(HANDLE i_hToken) noexcept {
         const CS_Locker locker(m_section);
         const auto itToken = m_tokens.find(reinterpret_cast<uintptr_t>(i_hToken));
-        return itToken != m_tokens.end() ? itToken->second : nullptr;
+        return itToken != m_tokens.end() ? itToken->second.m_pIdentity : nullptr;
+    }
+
+    // Made at the first call and then kept with the token: who asks for the groups asks several times.
+    std::shared_ptr<const TokenSids> Sids(HANDLE i_hToken) {
+        const auto pIdentity = Find(i_hToken);
+        if (pIdentity == nullptr) {
+            return nullptr;
+        }
+        const auto with = [&](auto i_use) {
+            const CS_Locker locker(m_section);
+            const auto itToken = m_tokens.find(reinterpret_cast<uintptr_t>(i_hToken));
+            return itToken != m_tokens.end() ? i_use(itToken->second.m_pSids) : nullptr;
+        };
+        using Sids = std::shared_ptr<const TokenSids>;
+        if (Sids pKnown = with([](Sids& i_pSids) { return i_pSids; })) {
+            return pKnown;
+        }
+        auto sids = SidsOf(*pIdentity);
+        Sids pMade = sids ? std::make_shared<const TokenSids>(std::move(*sids)) : nullptr;
+        with([&pMade](Sids& io_pSids) { return io_pSids = pMade; });
+        return pMade;
     }
 
     bool Remove(HANDLE i_hToken) noexcept {
@@ -44,7 +65,11 @@ public:
     }
 
 private:
-    using Tokens = std::map<uintptr_t, std::shared_ptr<const TokenIdentity>>;
+    struct Token {
+        std::shared_ptr<const TokenIdentity> m_pIdentity;
+        std::shared_ptr<const TokenSids> m_pSids;
+    };
+    using Tokens = std::map<uintptr_t, Token>;
 
     CS_Wrapper m_section;
     uintptr_t m_nLast S_GUARDED_BY(m_section) = 0;
@@ -71,6 +96,10 @@ HANDLE OpenToken(std::shared_ptr<const TokenIdentity> i_pIdentity) {
 
 std::shared_ptr<const TokenIdentity> FindToken(HANDLE i_hToken) noexcept {
     return Table().Find(i_hToken);
+}
+
+std::shared_ptr<const TokenSids> SidsOfToken(HANDLE i_hToken) {
+    return Table().Sids(i_hToken);
 }
 
 bool CloseToken(HANDLE i_hToken) noexcept {
