@@ -1,0 +1,16 @@
+// Services that no KDC knows, with keys and tickets that are as good as a KDC's.
+#pragma once
+
+#include <krb5/krb5.h>
+
+#include <string>
+
+namespace morwen::bench {
+
+// Adds a new key of the encryption type to the realm's keytab, and to the user's cache a ticket for the service with a
+// session key of the same type: so each is measured without asking the KDC to change its mind. With groups the ticket
+// carries a PAC with the logon information of a directory user in so many groups, signed with the service's key. Throws
+// std::runtime_error.
+void ForgeService(const std::string& i_service, krb5_enctype i_nEnctype, uint32_t i_nGroups);
+
+}  // namespace morwen::bench
