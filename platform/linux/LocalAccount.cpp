@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "platform/linux/FailureText.h"
+#include "platform/linux/HeldAccounts.h"
 #include "platform/linux/Krb5Owners.h"
 
 namespace morwen {
@@ -98,6 +99,10 @@ std::optional<UnixAccount> LocalAccount(krb5_context i_context, krb5_const_princ
                                                          name + "\", " + i_reason);
         return std::nullopt;
     };
+    if (auto held = HeldAccounts::Get(name)) {
+        o_nStatus = SEC_E_OK;
+        return held;
+    }
     UnixAccount account;
     if (const int nError = FindAccount(name, account); nError == ENOENT) {
         return fail("which does not exist on this machine");
@@ -109,6 +114,7 @@ std::optional<UnixAccount> LocalAccount(krb5_context i_context, krb5_const_princ
         return fail("whose groups could not be looked up");
     }
     account.SortGroups();
+    HeldAccounts::Hold(name, account);
     o_nStatus = SEC_E_OK;
     return account;
 }
