@@ -1,7 +1,6 @@
 #include "handlers/kerberos/KerberosSSPIHandler.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <limits>
 
 #include "errors/SSOException.h"
@@ -191,6 +190,9 @@ uint32_t KerberosSSPIHandler::InitializeContext(const SSOCredentialsPtr& i_pCred
         ISC_REQ_DELEGATE | ISC_REQ_MUTUAL_AUTH, 0, SECURITY_NATIVE_DREP, bFirstPass ? nullptr : input.get(), 0,
         session.GetContext(), output.get(), &nAttributes, &tsExpiry);
     *o_pnBufferLength = output.Written();
+    if (nStatus >= 0) {  // a call that fails may have left anything in the buffer
+        m_tokenBlocks.SetWritten(*o_ppvBuffer, *o_pnBufferLength);
+    }
     switch (nStatus) {
         case SEC_E_OK:
             session.SetEstablished();
@@ -250,6 +252,9 @@ uint32_t KerberosSSPIHandler::AcceptContext(const SSOCredentialsPtr& i_pCredenti
         login.m_pCredentials->GetHandle(), bFirstPass ? nullptr : session.GetContext(), input.get(),
         ASC_REQ_MUTUAL_AUTH, SECURITY_NATIVE_DREP, session.GetContext(), output.get(), &nAttributes, &tsExpiry);
     *o_pnBufferLength = output.Written();
+    if (nStatus >= 0) {  // a call that fails may have left anything in the buffer
+        m_tokenBlocks.SetWritten(*o_ppvBuffer, *o_pnBufferLength);
+    }
     switch (nStatus) {
         case SEC_I_CONTINUE_NEEDED:
             return SSO_CONTINUE;
@@ -316,7 +321,7 @@ uint8_t* KerberosSSPIHandler::AllocateOutput(const char* i_pszOutOfMemory) {
 }
 
 uint8_t* KerberosSSPIHandler::AllocateBuffer(uint64_t i_nSize) {
-    auto* pvBuff = static_cast<uint8_t*>(std::calloc(i_nSize, 1));
+    auto* pvBuff = m_tokenBlocks.Allocate(i_nSize);
     S_ASSERT_MSG(pvBuff, "KerberosSSPIHandler::AllocateBuffer() -- Out of memory.");
     if (pvBuff == nullptr) {
         throw SSOException(SSOException::OutOfMemory());
@@ -329,7 +334,7 @@ void KerberosSSPIHandler::FreeBuffer(uint8_t* i_pvBuffer) {
         S_TRACE("KerberosSSPIHandler::FreeBuffer() -- input buffer is NULL");
         return;
     }
-    std::free(i_pvBuffer);
+    m_tokenBlocks.Free(i_pvBuffer);
 }
 
 SWCharString KerberosSSPIHandler::GetSPN() const {

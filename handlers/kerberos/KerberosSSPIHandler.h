@@ -2,6 +2,7 @@
 #pragma once
 
 #include "handlers/SSOHandler.h"
+#include "handlers/kerberos/TokenBlocks.h"
 
 namespace morwen {
 
@@ -34,6 +35,7 @@ public:
 private:
     uint8_t* AllocateOutput(const char* i_pszOutOfMemory);
 
+    TokenBlocks m_tokenBlocks;
     uint64_t m_nMaxTokenSize = 0;  // of every output buffer, in bytes
     Parameters m_requiredGlobalParameters;
     Parameters m_globalParameters S_GUARDED_BY(m_lock);

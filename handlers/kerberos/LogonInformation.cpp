@@ -151,7 +151,7 @@ void GetUserData(HANDLE i_hUserHandle, TOKEN_INFORMATION_CLASS i_eClass, std::un
     }
     const auto allocate = [](DWORD i_nSize) {
         try {
-            return std::make_unique<BYTE[]>(i_nSize);
+            return std::make_unique_for_overwrite<BYTE[]>(i_nSize);  // only what the system writes is read
         } catch (const std::bad_alloc&) {
             S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- Out of memory!");
             throw SSOException(SSOException::OutOfMemory());
