@@ -1,0 +1,99 @@
+#!/usr/bin/env python3
+"""report.py FOLDER PAGE: the page of one run of the benchmark ("-": standard output). The folder holds run.json and the
+stripped libraries "plugin" and "log", as scripts/bench leaves them."""
+import json, os, pathlib, platform, re, subprocess, sys
+
+LOGONS = [("plain", 1), ("plain", 2), ("aes256-sha1", 0), ("aes128-sha1", 0), ("aes256-sha2", 0), ("aes128-sha2", 0),
+          ("delegation", 0), ("pac-5", 0), ("pac-50", 0), ("pac-300", 0)]
+WAYS = {"exports": "the exports", "krb5": "bare libkrb5", "gss-held": "GSS-API, held", "gss-acquired": "GSS-API, acquiring"}
+
+
+def read(folder):
+    """Medians by name; of a run without repetitions the only value. Failed measurements are left out."""
+    run = json.loads((folder / "run.json").read_text())
+    found = {}
+    for entry in run["benchmarks"]:
+        if entry.get("error_occurred") or entry.get("aggregate_name", "median") != "median":
+            continue
+        name = re.sub(r"/(iterations|repeats):\d+|/real_time|_median$", "", entry["name"]).replace("/real_time", "")
+        value = entry.get("bytes", entry.get("longest_us", entry["real_time"]))
+        if entry.get("aggregate_name") == "median" or name not in found:
+            found[name] = value
+    return run["context"], found
+
+
+def logon(found, kind, threads, way):
+    return found.get(f"logon/{kind}/{way}" + (f"/threads:{threads}" if threads else ""))
+
+
+def targets(found):
+    """Name, value as text, what it should be, whether it is; None where the run has not measured it."""
+    plain = {way: logon(found, "plain", 1, way) for way in WAYS}
+    both = logon(found, "plain", 2, "exports")
+    get = found.get
+
+    def ratio(name, above, below, least):
+        value = above / below if above and below else None
+        return name, value and f"{value:.2f}", f"at least {least}", value and value >= least
+
+    def limit(name, value, most, unit):
+        return name, value is not None and f"{value:.4g} {unit}" or None, f"under {most} {unit}", value is not None and value < most
+
+    lookups = get("call/lookup/threads:1"), get("call/lookup/threads:2")
+    memory = get("memory/kept-context") and get("memory/kept-context") - get("memory/krb5-principal", 0)
+    yield ratio("GSS-API holding credentials ÷ the exports, a logon's time", plain["gss-held"], plain["exports"], 2.5)
+    yield ratio("GSS-API acquiring ÷ the exports, a logon's time", plain["gss-acquired"], plain["exports"], 3.8)
+    yield ratio("bare libkrb5 ÷ the exports, a logon's time", plain["krb5"], plain["exports"], 0.85)
+    yield ratio("logons a second, two threads ÷ one", plain["exports"], both, 1.7)
+    for groups in (0, 3, 64):
+        yield ratio(f"raw identity calls ÷ impersonate and revert, {groups} groups",
+                    get(f"identity/raw/{groups}"), get(f"identity/exports/{groups}"), 0.85)
+    yield limit("SSOLookupSecurityContext, 1,000 contexts", lookups[0], 300, "ns")
+    yield limit("the same, two threads ÷ one", lookups[1] and lookups[0] and lookups[1] / lookups[0], 2, "times")
+    yield limit("longest wait during a clean-up pass, 100,000 contexts", get("cache/pass-waits/100000"), 2000, "µs")
+    yield limit("a kept context, beside libkrb5's part", memory, 2048, "bytes")
+    yield limit("a trace nobody listens to", get("trace/unheard"), 2, "ns")
+    yield limit("an assertion nobody listens to", get("trace/assertion"), 2, "ns")
+
+
+def plot(found):
+    """Time of a plain logon on one thread, as bars."""
+    values = [(label, logon(found, "plain", 1, way)) for way, label in WAYS.items()]
+    values = [(label, value / 1000) for label, value in values if value]
+    most = max(value for _, value in values)
+    bars = "".join(f'<text x="150" y="{22 + 26 * i}" text-anchor="end">{label}</text>'
+                   f'<rect x="158" y="{8 + 26 * i}" width="{value / most * 380:.0f}" height="20" fill="#4a6fa5"/>'
+                   f'<text x="{164 + value / most * 380:.0f}" y="{22 + 26 * i}">{value:.0f} µs</text>'
+                   for i, (label, value) in enumerate(values))
+    return f'<svg xmlns="http://www.w3.org/2000/svg" width="620" height="{16 + 26 * len(values)}" font-size="13" ' \
+           f'font-family="sans-serif">{bars}</svg>'
+
+
+def table(heads, rows):
+    return "\n".join("| " + " | ".join(map(str, row)) + " |" for row in [heads, ["---"] * len(heads), *rows]) + "\n"
+
+
+def page(folder):
+    context, found = read(folder)
+    cpu = re.search(r"model name\s*: (.*)", pathlib.Path("/proc/cpuinfo").read_text())
+    krb5 = subprocess.run(["krb5-config", "--version"], text=True, capture_output=True).stdout.strip()
+    yield "# Performance\n\nMade by `scripts/bench`. Medians of one run; the loops that are compared ran in turns. Times are good " \
+          "for comparison inside the page only.\n\n"
+    yield f"{context['date'][:10]}, {context['num_cpus']} cores, {cpu[1] if cpu else platform.machine()}, load " \
+          f"{context['load_avg'][0]:.1f} at the start, {krb5}, Linux {platform.release()}.\n\n## Targets\n\n"
+    yield table(["What", "Measured", "Target", ""], [[name, value or "not measured", target, "met" if met else "**missed**" if value else ""]
+                                                    for name, value, target, met in targets(found)])
+    yield f"\n## A logon\n\nBoth halves in one process, µs. \"Held\" and \"acquiring\" say whether the acceptor keeps its " \
+          f"credentials.\n\n{plot(found)}\n\n"
+    rows = [[kind + (f", {threads} threads" if threads > 1 else "")] +
+            [f"{value / 1000:.0f}" if (value := logon(found, kind, threads, way)) else "" for way in WAYS] for kind, threads in LOGONS]
+    yield table(["", *WAYS.values()], rows)
+    others = [[name, f"{value:,.0f}" if value >= 100 else f"{value:.2g}", "bytes" if name.startswith("memory") else
+               "µs" if "waits" in name else "ns"] for name, value in found.items() if not name.startswith("logon/")]
+    yield "\n## Everything else\n\n" + table(["", "Median", "Unit"], others)
+    sizes = [os.path.getsize(folder / name) for name in ("plugin", "log")]
+    yield f"\nThe stripped libraries: {sizes[0]:,} bytes, and {sizes[1]:,} of the log hub.\n"
+
+
+text = "".join(page(pathlib.Path(sys.argv[1])))
+print(text) if sys.argv[2] == "-" else pathlib.Path(sys.argv[2]).write_text(text)
