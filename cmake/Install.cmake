@@ -16,6 +16,13 @@ install(TARGETS morwenplugin harrowlog EXPORT morwen-targets
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/morwen DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 
+if(TARGET morwen-doctor)
+  if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+    set_target_properties(morwen-doctor PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+  endif()
+  install(TARGETS morwen-doctor RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+endif()
+
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/morwen)
 install(EXPORT morwen-targets NAMESPACE morwen:: DESTINATION ${package_folder} COMPONENT development)
 configure_package_config_file(${PROJECT_SOURCE_DIR}/packaging/morwen-config.cmake.in

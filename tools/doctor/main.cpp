@@ -1,0 +1,145 @@
+// morwen-doctor: says what is wrong with a Kerberos set-up, and what mends it.
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <array>
+#include <cstdlib>
+#include <iostream>
+
+#include "tools/doctor/Checks.h"
+#include "tools/doctor/LogonCommands.h"
+#include "tools/doctor/ReportWriter.h"
+
+namespace morwen::doctor {
+
+namespace {
+
+constexpr int kFine = 0;
+constexpr int kWrong = 1;
+constexpr int kUsage = 2;
+
+void CheckAll(Case& io_case) {
+    CheckConfiguration(io_case);
+    if (!io_case.m_pContext) {
+        return;
+    }
+    CheckHost(io_case);
+    CheckKdcs(io_case);
+    // A service has no tickets of its own as a rule; a user's are of use for comparing keys.
+    if (!io_case.m_options.m_bServer) {
+        CheckCache(io_case);
+        CheckService(io_case);
+    } else {
+        FindTickets(io_case);
+        CheckKeytab(io_case);
+        CheckReplayCache(io_case);
+        CheckAccount(io_case);
+    }
+    CheckLibrary(io_case);
+}
+
+void ListProblems() {
+    for (const Problem& problem : Problems()) {
+        std::cout << problem.m_pszId << '\t' << problem.m_pszCheck << '\t' << problem.m_pszMeaning << '\n';
+    }
+}
+
+bool WantsColour(int i_nDescriptor) {
+    const char* const pszTerminal = std::getenv("TERM");
+    return isatty(i_nDescriptor) != 0 && std::getenv("NO_COLOR") == nullptr && pszTerminal != nullptr &&
+           std::string(pszTerminal) != "dumb";
+}
+
+int Run(int i_nArguments, char** i_ppszArguments) {
+    CLI::App app{
+        "morwen-doctor: says what is wrong with a Kerberos set-up, and what mends it.\n"
+        "Run it as the account and with the environment of the program that fails: KRB5_CONFIG, KRB5CCNAME, "
+        "KRB5_KTNAME and KRB5RCACHEDIR count. It prints no secret, and changes nothing but what every logon does."};
+    app.footer("Exit status: 0 no error (there may be warnings), 1 an error was found, 2 usage or internal error.");
+    app.require_subcommand(1);
+    bool bJson = false;
+    bool bTrace = false;
+    bool bStandard = false;
+    int nWait = 0;
+    Options options;
+    LogonOptions logon;
+    const auto addCommon = [&](CLI::App* i_pCommand, const char* i_pszWait) {
+        i_pCommand->add_flag("--json", bJson, "the report as JSON");
+        i_pCommand->add_flag("--trace", bTrace, "shows the library's trace on standard error (and in the JSON)");
+        i_pCommand->add_option("--timeout", nWait, i_pszWait)->check(CLI::Range(1, 3600));
+    };
+    CLI::App* const pClient = app.add_subcommand("client", "checks what a client needs");
+    CLI::App* const pServer = app.add_subcommand("server", "checks what a server needs");
+    for (CLI::App* const pCommand : {pClient, pServer}) {
+        pCommand->add_option("--spn", options.m_spn, "the service's principal, service/host or service/host@REALM");
+        addCommon(pCommand, "seconds to wait for KDCs [3]");
+    }
+    pClient->add_flag("--delegation", options.m_bDelegation, "the server is to act as the user on other servers");
+    pServer->add_option("--user", options.m_user, "a user's principal, whose local account is looked up");
+    pServer->add_flag("--impersonate", options.m_bImpersonate, "the server is to act as its users on this machine");
+
+    CLI::App* const pLogin = app.add_subcommand("login", "the client's half of a real logon, with the user's tickets");
+    pLogin->add_option("--spn", logon.m_spn, "the service's principal")->required();
+    CLI::Option* const pConnect = pLogin->add_option("--connect", logon.m_peer, "HOST:PORT of morwen-doctor accept");
+    pLogin->add_flag("--stdio", bStandard, "tokens on standard output and input (the default)")->excludes(pConnect);
+    CLI::App* const pAccept = app.add_subcommand("accept", "the server's half, for one logon");
+    std::string listen = "127.0.0.1:0";
+    CLI::Option* const pListen =
+        pAccept->add_option("--listen", listen, "ADDRESS:PORT, port 0 for any free one")->capture_default_str();
+    pAccept->add_flag("--stdio", bStandard, "tokens on standard input and output")->excludes(pListen);
+    pAccept->add_flag("--impersonate", logon.m_bImpersonate, "acts as the user for a moment");
+    for (CLI::App* const pCommand : {pLogin, pAccept}) {
+        addCommon(pCommand, "seconds for all of it [300]");
+        pCommand->footer(
+            "With --stdio the tokens are lines of text, for a pipe or for copying and pasting between "
+            "two terminals; the report is on standard error then.");
+    }
+    CLI::App* const pFindings = app.add_subcommand("findings", "lists every finding: identifier, check, meaning");
+    try {
+        app.parse(i_nArguments, i_ppszArguments);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? kFine : kUsage;
+    }
+    if (pFindings->parsed()) {
+        ListProblems();
+        return kFine;
+    }
+
+    const CLI::App* const pCommand = app.get_subcommands().front();
+    Report report;
+    TraceLog trace(bTrace);
+    if (pLogin->parsed() || pAccept->parsed()) {
+        logon.m_wait = std::chrono::seconds(nWait > 0 ? nWait : 300);
+        if (pAccept->parsed() && !bStandard) {
+            logon.m_peer = listen;
+        }
+        (pLogin->parsed() ? LogIn : AcceptLogon)(logon, report, trace);
+    } else {
+        options.m_bServer = pServer->parsed();
+        options.m_wait = std::chrono::seconds(nWait > 0 ? nWait : 3);
+        Case subject{options, report, trace};
+        CheckAll(subject);
+    }
+    const bool bTokensOnOutput = (pLogin->parsed() || pAccept->parsed()) && logon.m_peer.empty();
+    std::ostream& out = bTokensOnOutput ? std::cerr : std::cout;
+    if (bJson) {
+        WriteJson(report, pCommand->get_name(), bTrace ? trace.Lines() : std::vector<std::string>(), out);
+    } else {
+        WriteText(report, WantsColour(bTokensOnOutput ? STDERR_FILENO : STDOUT_FILENO), out);
+    }
+    out.flush();
+    return !out ? kUsage : report.Count(Status::Error) == 0 ? kFine : kWrong;
+}
+
+}  // namespace
+
+}  // namespace morwen::doctor
+
+int main(int i_nArguments, char** i_ppszArguments) {
+    try {
+        return morwen::doctor::Run(i_nArguments, i_ppszArguments);
+    } catch (const std::exception& error) {
+        std::cerr << "morwen-doctor: " << error.what() << '\n';
+        return 2;
+    }
+}
