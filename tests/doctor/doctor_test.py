@@ -1,0 +1,269 @@
+"""Breaks a private realm in every way that morwen-doctor has a finding for. Usage: scripts/realm doctor_test.py PROGRAM DOCUMENT"""
+import json, os, pwd, re, socket, subprocess, sys, threading, time  # noqa: E401
+
+DOCTOR, DOCUMENT = sys.argv[1:]
+DIR = os.environ["MORWEN_REALM_DIR"]
+ROOT = os.geteuid() == 0
+AS_NOBODY = ["setpriv", "--reuid", "nobody", "--regid", "nogroup", "--clear-groups"]
+CONF = open(os.environ["KRB5_CONFIG"]).read()
+KDC = re.search(r" kdc = (\S+)", CONF).group(1)
+seen, faults, kept, further = set(), [], [], []
+
+
+def path(name):
+    return os.path.join(DIR, name)
+
+
+def write(name, content, mode=0o600):
+    with open(path(name), "wb") as file:
+        file.write(content if isinstance(content, bytes) else content.encode())
+    os.chmod(path(name), mode)
+    return path(name)
+
+
+def sh(command, text=""):
+    done = subprocess.run(["sh", "-c", command], input=text, capture_output=True, text=True, cwd=DIR, timeout=30)
+    assert done.returncode == 0, f"{command}: {done.stdout}{done.stderr}"
+
+
+def config(name, *changes):
+    text = CONF
+    for old, new in changes:
+        assert old in text, old
+        text = text.replace(old, new)
+    return {"KRB5_CONFIG": write(name + ".conf", text, 0o644)}
+
+
+def kdcs(name, *addresses):
+    return config(name, (f"kdc = {KDC}", "\n".join("kdc = " + address for address in addresses)))
+
+
+def expect(name, report, status, expected):
+    """The findings must be the expected ones, each with a meaning and a remedy, and decide the exit status."""
+    seen.update(expected)
+    found = {f["id"]: f["status"] for f in report["findings"] if f["status"] in ("warning", "error")}
+    if found != expected or status != int("error" in found.values()):
+        faults.append(f"{name}: expected {expected}, got {found}, exit status {status}: {json.dumps(report, indent=1)}")
+    silent = [f["id"] for f in report["findings"] if f["id"] in found and not (f.get("meaning") and f.get("remedy"))]
+    faults.extend(f"{name}: no meaning or remedy: {id}" for id in silent)
+
+
+def report_in(text):
+    assert "{\n" in text, text
+    return json.JSONDecoder().raw_decode(text[text.index("{\n"):])[0]
+
+
+def check(name, args, env, expected, library="", nobody=False):
+    if nobody and not ROOT:
+        return (faults.append if os.environ.get("CI") == "true" else print)(f"skipped, needs root: {name}")
+    sh("cp -p fresh.cc alice.cc")  # without the tickets for services that the row before has left
+    command = (AS_NOBODY if nobody else []) + [DOCTOR, *args.split(), "--json", "--timeout", "1"]
+    done = subprocess.run(command, env={**os.environ, **env}, capture_output=True, text=True, timeout=40)
+    report = report_in(done.stdout + done.stderr)
+    expect(name, report, done.returncode, expected)
+    if library not in "".join(f.get("library", "") for f in report["findings"]):
+        faults.append(f"{name}: the library's words lack \"{library}\": {json.dumps(report, indent=1)}")
+
+
+def relayed(request):  # what the KDC answers, as a directory would put it that does not serve the realm
+    with socket.create_connection(KDC.split(":")) as kdc:
+        kdc.sendall(request)
+        return kdc.recv(10000).replace(b"\xa6\3\2\1\6", b"\xa6\3\2\1\x44")
+
+
+def listen(answer):
+    """A port that takes connections and datagrams, and answers over TCP, or never."""
+    def serve():
+        while answer:
+            connection = tcp.accept()[0]
+            connection.sendall(answer(connection.recv(10000)))
+    tcp, udp = socket.socket(), socket.socket(type=socket.SOCK_DGRAM)
+    tcp.bind(("127.0.0.1", 0))
+    udp.bind(tcp.getsockname())
+    tcp.listen()
+    threading.Thread(target=serve, daemon=True).start()
+    kept.extend((tcp, udp))
+    return "127.0.0.1:%d" % tcp.getsockname()[1]
+
+
+def start_kdc(name, prefix, old="", new=""):
+    """Another KDC of the realm. Returns its address."""
+    with socket.socket() as free:
+        free.bind((KDC.split(":")[0], 0))
+        address = free.getsockname()
+    text = open(os.environ["KRB5_KDC_PROFILE"]).read().replace(KDC, "%s:%d" % address).replace(old, new)
+    command = [*prefix, "setpriv", "--pdeathsig", "KILL", "krb5kdc", "-n", "-r", "MORWEN.TEST"]  # faketime waits in between
+    further.append(subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                                    env={**os.environ, "KRB5_KDC_PROFILE": write(name + ".kdc", text)}))
+    for _ in range(500):
+        try:
+            return "%s:%d" % socket.create_connection(address).getpeername()
+        except ConnectionRefusedError:
+            time.sleep(0.02)
+    raise AssertionError("no further KDC")
+
+
+def prepare():
+    sh("kadmin.local -r MORWEN.TEST", """
+addprinc -randkey old/localhost
+ktadd -k old.keytab old/localhost
+addprinc -randkey stale/localhost
+addprinc -randkey typed/localhost
+ktadd -k all.keytab typed/localhost
+addprinc -randkey other/localhost
+addprinc -randkey -e arcfour-hmac:normal weak/localhost
+ktadd -norandkey -k weak.keytab weak/localhost
+addprinc -randkey -allow_svr u2u/localhost
+""")
+    for cache, options, user in (("short", "-l 1s", "alice"), ("fixed", "-F", "alice"), ("stale", "", "alice"), ("bob", "", "bob"),
+                                 ("service", "-S morwen/localhost", "alice")):
+        sh(f"kinit {options} -c {cache}.cc {user}", user + "-secret")
+    sh("kvno -c stale.cc stale/localhost")
+    sh("kadmin.local -r MORWEN.TEST", "cpw -randkey old/localhost\nktadd -k stale.keytab stale/localhost\n")
+    sh("ktutil", "rkt all.keytab\ndelent 1\nwkt typed.keytab\nclear\n"
+       "addent -password -p other/localhost@MORWEN.TEST -k 1 -e aes256-cts-hmac-sha1-96\nwrong\nwkt other.keytab\n")
+    sh("cp alice.cc exposed.cc; cp service.keytab exposed.keytab; chmod 644 exposed.*; cp alice.cc owned.cc;"
+       "cp service.keytab owned.keytab; cp -p alice.cc fresh.cc; mkdir open link; ln -s nowhere link/krb5_$(id -u).rcache2; chmod 1777 open;"
+       "chmod 711 .; [ $(id -u) != 0 ] || chown nobody owned.*")
+
+
+def run_checks(skewed, half):
+    client, server = "client --spn morwen/localhost", "server --spn morwen/localhost"
+    cache, keytab, error, warning = (lambda name: {"KRB5CCNAME": "FILE:" + path(name)}), (lambda name: {"KRB5_KTNAME": path(name)}), "error", "warning"
+    nobody_server = {**keytab("owned.keytab"), **cache("none.cc"), "KRB5RCACHEDIR": path("open")}
+    for row in (
+        ("healthy client", client, {}, {}),
+        ("healthy client that delegates", "client --spn fwd/localhost --delegation", {}, {}),
+        ("healthy server", server + " --user alice", {}, {}),
+        ("healthy server without a user's ticket", server, cache("none.cc"), {}),
+        ("no configuration", client, {"KRB5_CONFIG": path("nowhere")}, {"config-missing": error}),
+        ("configuration with a brace open", client, config("syntax", ("[domain_realm]", "[domain_realm")), {"config-syntax": error}),
+        ("configuration of others", client, {"KRB5_CONFIG": write("secret.conf", CONF)}, {"config-unreadable": error}, "", True),
+        ("no default realm", client, config("norealm", ("default_realm = MORWEN.TEST", "")), {"realm-missing": error}),
+        ("unknown realm", client, config("unknown", ("default_realm = MORWEN.TEST", "default_realm = NO.TEST")), {"kdc-unknown": error}),
+        ("KDC without address", client, kdcs("address", "kdc.invalid:88"), {"kdc-unresolvable": error}, "host name not found"),
+        ("closed port", client, kdcs("closed", "127.0.0.1:1"), {"kdc-refused": error}, "Connection refused"),
+        ("silent KDC", client, kdcs("silent", listen(None)), {"kdc-silent": error}),
+        ("no KDC", client, kdcs("junk", listen(lambda _: b"\0\0\0\4junk")), {"kdc-not-kerberos": error}, "not Kerberos"),
+        ("one of two KDCs dead", client, kdcs("two", "127.0.0.1:1", KDC), {"kdc-refused": warning}),
+        ("KDC of another realm", client, kdcs("other", listen(relayed)), {"kdc-wrong-realm": error}),
+        ("UDP alone is blocked", client, kdcs("half", half), {"kdc-one-protocol": warning}),
+        ("clock", client, kdcs("skewed", skewed), {"clock-skew": error}, "Clock skew too great"),
+        ("no cache", client, cache("none.cc"), {"cache-missing": error}, "there are no tickets to log on with"),
+        ("unreadable cache", client, {}, {"cache-unreadable": error}, "there are no tickets", True),
+        ("cache of another", client, cache("owned.cc"), {"cache-owner": warning} if ROOT else {}),
+        ("readable cache", client, cache("exposed.cc"), {"cache-exposed": warning}),
+        ("no cache at all", client, cache("old.keytab"), {"cache-broken": error}, "there are no tickets"),
+        ("cache with a service's ticket", "client --spn fwd/localhost", cache("service.cc"), {"ticket-missing": error}),
+        ("expired ticket", client, cache("short.cc"), {"ticket-expired": error}, "expired at"),
+        ("fixed ticket", "client --spn fwd/localhost --delegation", cache("fixed.cc"), {"ticket-not-forwardable": error}),
+        ("no service's name", "client --spn morwen", {}, {"spn-malformed": error}),
+        ("wrong case", "client --spn MORWEN/localhost", {}, {"spn-case": error}, "not found in Kerberos database"),
+        ("unknown service", "client --spn nobody/localhost", {}, {"spn-unknown": error}, "not found in Kerberos database"),
+        ("unknown host", "client --spn morwen/no.invalid", {}, {"host-unresolvable": warning, "spn-unknown": error}),
+        ("no common type", client, config("type", ("rdns", "default_tgs_enctypes = camellia128-cts-cmac\nrdns")), {"spn-enctype": error}),
+        ("service that takes no tickets", "client --spn u2u/localhost", {}, {"ticket-refused": error}),
+        ("old ticket", "client --spn stale/localhost", cache("stale.cc"), {"ticket-stale": warning}),
+        ("untrusted service", client + " --delegation", {}, {"delegation-untrusted": error}),
+        ("no keytab", server, keytab("none.keytab"), {"keytab-missing": error}, "keytab"),
+        ("unreadable keytab", server, {**nobody_server, **keytab("service.keytab")}, {"keytab-unreadable": error}, "cannot be read", True),
+        ("cache as keytab", server, keytab("alice.cc"), {"keytab-broken": error}, "cannot be read"),
+        ("empty keytab", server, {"KRB5_KTNAME": write("empty.keytab", b"\5\2")}, {"keytab-empty": error}, "holds no key"),
+        ("readable keytab", server, keytab("exposed.keytab"), {"keytab-exposed": warning}),
+        ("keytab of another service", server, keytab("old.keytab"), {"keytab-no-spn": error}, "refused a logon"),
+        ("rc4 alone", "server --spn weak/localhost", keytab("weak.keytab"), {"keytab-weak": warning}),
+        ("old key", "server --spn old/localhost", keytab("old.keytab"), {"keytab-kvno": error}, "the ticket is for key version 3, the keytab has 2"),
+        ("key without aes256", "server --spn typed/localhost", keytab("typed.keytab"), {"keytab-enctype": error}, "refused"),
+        ("wrong key", "server --spn other/localhost", keytab("other.keytab"), {"keytab-key": error}, "refused a logon"),
+        ("old key, without a user's ticket", "server --spn old/localhost", {**keytab("old.keytab"), **cache("none.cc")}, {"keytab-key": error}),
+        ("service elsewhere", "server --spn morwen/192.0.2.1", {}, {"host-elsewhere": warning, "spn-unknown": error}),
+        ("no replay cache", server, {"KRB5RCACHENAME": "none:"}, {"replay-cache-off": warning}),
+        ("no folder for the replay cache", server, {"KRB5RCACHEDIR": path("none")}, {"replay-cache-unwritable": error}, "refused a logon"),
+        ("replay cache behind a link", server, {"KRB5RCACHEDIR": path("link")}, {"replay-cache-owner": error}, "refused"),
+        ("no rule", server + " --user erin@DEAD.TEST", {}, {"account-unmapped": error}),
+        ("no account", server + " --user erin", {}, {"account-missing": error}),
+        ("root", server + " --impersonate --user bob", {}, {"account-root": error} if ROOT else {}),
+        ("no privilege", server + " --impersonate --user bob", nobody_server, {"account-root": error}, "", True),
+        ("no right", server + " --impersonate", nobody_server, {"impersonation-privilege": error}, "", True),
+        ("client's old ticket", "server --spn stale/localhost", {**keytab("stale.keytab"), **cache("stale.cc")}, {"logon-fails": error}),
+    ):
+        check(*row)
+
+
+def finish(name, expected, *processes):
+    """Both halves of a logon end by themselves; their reports are on standard error or output."""
+    for process, wanted in zip(processes, expected):
+        out, err = process.communicate(timeout=40)
+        report = report_in((out or "") + err)
+        expect(f"{name}, {report['command']}", report, process.returncode, wanted)
+    return report  # the accepting side's
+
+
+def start(args, env={}, **files):
+    return subprocess.Popen([DOCTOR, *args.split(), "--json", "--timeout", "20"], env={**os.environ, **env},
+                            stderr=subprocess.PIPE, text=True, **files)
+
+
+def log_on_by_socket(name, expected, login_env={}, accept_env={}, accept="accept"):
+    server = start(accept, accept_env, stdout=subprocess.PIPE)
+    port = next(m for m in (re.search(r"listening on 127.0.0.1:(\d+)", line) for line in server.stderr) if m).group(1)
+    client = start(f"login --spn morwen/localhost --connect localhost:{port}", login_env, stdout=subprocess.PIPE)
+    return finish(name, expected, client, server)
+
+
+def run_logons():
+    user = pwd.getpwnam("nobody").pw_uid if ROOT else os.geteuid()
+    report = log_on_by_socket("socket", ({}, {}), accept="accept --impersonate --trace")
+    assert report["user"] == [f"S-1-22-1-{user}"] and f"uid {user}" in report["impersonated"][0], report
+    assert any("Success" in line or "accept" in line.lower() for line in report["trace"]), report["trace"]
+    if ROOT:
+        log_on_by_socket("root", ({}, {"impersonation-failed": "error"}), {"KRB5CCNAME": path("bob.cc")},
+                         accept="accept --impersonate")
+    log_on_by_socket("wrong keytab", ({"login-refused": "error"}, {"accept-refused": "error"}),
+                     accept_env={"KRB5_KTNAME": path("old.keytab")})
+    client = start("login --spn morwen/localhost", stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+    server = start("accept --stdio", stdin=client.stdout, stdout=client.stdin)
+    client.stdin, client.stdout = client.stdin.close(), client.stdout.close()
+    finish("standard input and output", ({}, {}), client, server)
+    for args, env, text, wanted, words in (
+        ("login --spn morwen/localhost", {}, "morwen token 3\nAAAA\nmorwen end\n", "login-unproven", "message"),
+        ("login --spn nobody/localhost", {}, "", "login-failed", "message 42254"),
+        ("login --spn morwen/localhost --connect 127.0.0.1:1", {}, "", "peer-unusable", "refused"),
+        ("accept --stdio", {}, "", "peer-unusable", "gone"),
+        ("accept --stdio", {}, "morwen done\n", "peer-unusable", "before it has sent a token"),
+        ("accept --stdio", {}, "x" * 100000, "peer-unusable", "too long"),
+        ("accept --stdio", {}, "\n" * 2000, "peer-unusable", "nothing of a logon"),
+        ("accept --stdio", {}, "morwen token 999999999\n", "peer-unusable", "impossible length"),
+        ("accept --stdio", {}, "morwen token 3\nAAAAAAAA\n", "peer-unusable", "more than its 3 bytes"),
+        ("accept --stdio", {}, "morwen token 6\nAAAA\nmorwen end\n", "peer-unusable", "was lost"),
+        ("accept --stdio", {}, "  > hello\n\n  morwen token 3 \r\n AAAA \r\nmorwen end", "peer-unusable", "gone"),
+        ("accept --stdio", {}, "  hello\n\n  morwen token 3 \r\n AAAA \r\nmorwen end\n", "accept-refused", "code 100"),
+    ):
+        process = start(args, env, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        out, err = process.communicate(text, timeout=40)
+        report = report_in(out + err)
+        expect(args + ": " + text[:40], report, process.returncode, {wanted: "error"})
+        assert words in report["findings"][-1]["found"], report
+
+
+def run_usage():
+    for args, status in (("", 2), ("client --no-such", 2), ("login", 2), ("--help", 0), ("findings", 0)):
+        done = subprocess.run([DOCTOR, *args.split()], capture_output=True, text=True)
+        assert done.returncode == status, done
+    listed = {line.split("\t")[0] for line in done.stdout.splitlines()}
+    documented = set(re.findall(r"^### `([a-z0-9-]+)`", open(DOCUMENT).read(), re.M))
+    assert listed == documented, f"findings and document differ: {listed ^ documented}"
+    assert not ROOT or listed == seen, f"findings that no broken realm here has: {listed ^ seen}"
+    shown = subprocess.run([DOCTOR, "client", "--spn", "\x1b[31m/x"], capture_output=True, text=True).stdout
+    assert "\x1b" not in shown and "Mend it: " in shown, shown
+
+
+try:
+    prepare()
+    run_checks(start_kdc("skewed", ["faketime", "-f", "+600s"]), start_kdc("half", [], "kdc_listen =", 'kdc_listen = ""\n;'))
+    run_logons()
+    run_usage()
+finally:
+    print("\n".join(faults), f"{len(seen)} findings seen", sep="\n")
+    [process.kill() for process in further]
+sys.exit(len(faults) != 0)
