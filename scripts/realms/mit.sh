@@ -7,9 +7,6 @@ other_realms() { # port
     cat <<CONF
     OTHER.TEST = {
         kdc = $address:$1
-        auth_to_local_names = {
-            carol = $alice_account
-        }
     }
 CONF
 }

@@ -58,7 +58,7 @@ TEST_F(GssInterop, ReplaysAreSharedWithOtherAcceptors) {
     const LoginResult accepted = AcceptLogin(started.m_token);
     GssPeer acceptor;
     const Bytes error = acceptor.Accept(started.m_token);
-    EXPECT_EQ(acceptor.Outcome(), "Request is a replay");
+    EXPECT_EQ(acceptor.Outcome(), "failed Request is a replay");
     EXPECT_EQ(ContinueLogin(started.m_key, error).m_verdict, "3/50054");
     EXPECT_TRUE(m_trace.Said({"the service morwen/localhost@MORWEN.TEST refuses the logon: Request is a replay"}));
     EXPECT_EQ(ContinueLogin(started.m_key, accepted.m_token).m_verdict, "0");

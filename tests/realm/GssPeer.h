@@ -45,7 +45,8 @@ public:
     }
 
     // What has come of it: "CLIENT to SERVICE", followed by " one way" when the service has not proved itself and by
-    // " delegating CLIENT" when tickets came along; "unfinished"; or the system's words for the failure.
+    // " delegating CLIENT" when tickets came along; "unfinished"; or "failed" and the
+    // system's words for it.
     std::string Outcome() const {
         OM_uint32 nMinor = 0;
         OM_uint32 nFlags = 0;
@@ -55,7 +56,7 @@ public:
         if (m_nMajor != GSS_S_COMPLETE) {
             gss_buffer_desc words = GSS_C_EMPTY_BUFFER;
             gss_display_status(&nMinor, m_nMinor, GSS_C_MECH_CODE, gss_mech_krb5, &nFlags, &words);
-            return Take<std::string>(words);
+            return "failed " + Take<std::string>(words);
         }
         gss_name_t client = GSS_C_NO_NAME;
         gss_name_t service = GSS_C_NO_NAME;
