@@ -111,8 +111,6 @@ addprinc -randkey stale/localhost
 addprinc -randkey typed/localhost
 ktadd -k all.keytab typed/localhost
 addprinc -randkey other/localhost
-addprinc -randkey -e arcfour-hmac:normal weak/localhost
-ktadd -norandkey -k weak.keytab weak/localhost
 addprinc -randkey -allow_svr u2u/localhost
 """)
     for cache, options, user in (("short", "-l 1s", "alice"), ("fixed", "-F", "alice"), ("stale", "", "alice"), ("bob", "", "bob"),
@@ -171,7 +169,9 @@ def run_checks(skewed, half):
         ("empty keytab", server, {"KRB5_KTNAME": write("empty.keytab", b"\5\2")}, {"keytab-empty": error}, "holds no key"),
         ("readable keytab", server, keytab("exposed.keytab"), {"keytab-exposed": warning}),
         ("keytab of another service", server, keytab("old.keytab"), {"keytab-no-spn": error}, "refused a logon"),
-        ("rc4 alone", "server --spn weak/localhost", keytab("weak.keytab"), {"keytab-weak": warning}),
+        ("rc4 alone", "server --spn rc4-hmac/localhost", {}, {"keytab-weak": error}, "etting a ticket for rc4-hmac"),
+        ("rc4 alone, for a client", "client --spn rc4-hmac/localhost", {}, {"spn-enctype": error}, "etting a ticket for rc4-hmac"),
+        ("rc4 allowed", "server --spn rc4-hmac/localhost", config("rc4", ("rdns", "allow_rc4 = true\nrdns")), {"keytab-weak": warning}),
         ("old key", "server --spn old/localhost", keytab("old.keytab"), {"keytab-kvno": error}, "the ticket is for key version 3, the keytab has 2"),
         ("key without aes256", "server --spn typed/localhost", keytab("typed.keytab"), {"keytab-enctype": error}, "refused"),
         ("wrong key", "server --spn other/localhost", keytab("other.keytab"), {"keytab-key": error}, "refused a logon"),

@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "tools/doctor/Checks.h"
+#include "tools/doctor/EncTypes.h"
 #include "tools/doctor/FileLook.h"
 #include "tools/doctor/FreshTickets.h"
 #include "tools/doctor/KeytabKeys.h"
@@ -54,11 +55,25 @@ bool LookAtFile(Case& io_case, const std::string& i_name) {
     return true;
 }
 
-bool IsWeak(krb5_enctype i_nType) {
-    static constexpr std::array<krb5_enctype, 6> kWeak{ENCTYPE_DES_CBC_CRC,  ENCTYPE_DES_CBC_MD4,
-                                                       ENCTYPE_DES_CBC_MD5,  ENCTYPE_DES3_CBC_SHA1,
-                                                       ENCTYPE_ARCFOUR_HMAC, ENCTYPE_ARCFOUR_HMAC_EXP};
-    return std::find(kWeak.begin(), kWeak.end(), i_nType) != kWeak.end();
+// Whether the library takes tickets with at least one of the keys, and whether any is worth having.
+void LookAtTypes(Case& io_case, const std::string& i_keytab, const KeytabKeys& i_keys,
+                 const std::vector<const krb5_keytab_entry*>& i_entries) {
+    const std::vector<krb5_enctype> taken = TypesOfLibrary(io_case);
+    bool bTaken = i_entries.empty();
+    bool bGood = i_entries.empty();
+    for (const krb5_keytab_entry* const pEntry : i_entries) {
+        bTaken = bTaken || std::find(taken.begin(), taken.end(), pEntry->key.enctype) != taken.end();
+        bGood = bGood || !IsWeak(pEntry->key.enctype);
+    }
+    const std::string lookedAt = "the types of the keys in " + i_keytab;
+    const std::string remedy = AddKeys(io_case.m_options.m_spn, i_keytab) +
+                               " (aes256-cts must be among the account's types); if it must stay so: allow_rc4 = true "
+                               "in [libdefaults]";
+    if (!bTaken) {
+        io_case.m_report.Fail("keytab-weak", lookedAt, i_keys.Text(i_entries) + ", none of which is permitted", remedy);
+    } else if (!bGood) {
+        io_case.m_report.Warn("keytab-weak", lookedAt, i_keys.Text(i_entries) + ", permitted by configuration", remedy);
+    }
 }
 
 // Something to ask the KDC with: the user's ticket, else one that a key of the keytab gets.
@@ -179,13 +194,7 @@ void CheckKeytab(Case& io_case) {
     }
     report.Ok("keytab", lookedAt, principals);
     const Krb5Principal service = ServiceOf(io_case);
-    const auto entries = keys.Of(service ? service.get() : nullptr);
-    if (!entries.empty() && std::all_of(entries.begin(), entries.end(), [](const krb5_keytab_entry* i_pEntry) {
-            return IsWeak(i_pEntry->key.enctype);
-        })) {
-        report.Warn("keytab-weak", lookedAt, keys.Text(entries),
-                    AddKeys(io_case.m_options.m_spn, name) + " (aes256-cts must be among the account's types)");
-    }
+    LookAtTypes(io_case, name, keys, keys.Of(service ? service.get() : nullptr));
     if (!service) {
         report.Skip("keytab", "the service's keys", "no principal was given (--spn)");
         return;

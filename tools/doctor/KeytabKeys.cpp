@@ -2,7 +2,8 @@
 #include "tools/doctor/KeytabKeys.h"
 
 #include <algorithm>
-#include <array>
+
+#include "tools/doctor/EncTypes.h"
 
 namespace morwen::doctor {
 
@@ -58,12 +59,6 @@ std::string KeytabKeys::Text(const std::vector<const krb5_keytab_entry*>& i_entr
         Enumerate(text, std::to_string(pEntry->vno) + " " + TypeText(pEntry->key.enctype));
     }
     return text;
-}
-
-std::string TypeText(krb5_enctype i_nType) {
-    std::array<char, 64> aName{};
-    return krb5_enctype_to_name(i_nType, 0, aName.data(), aName.size()) == 0 ? aName.data()
-                                                                             : "type " + std::to_string(i_nType);
 }
 
 }  // namespace morwen::doctor

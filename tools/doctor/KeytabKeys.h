@@ -33,7 +33,4 @@ private:
     std::vector<krb5_keytab_entry> m_entries;
 };
 
-// "aes256-cts-hmac-sha1-96".
-std::string TypeText(krb5_enctype i_nType);
-
 }  // namespace morwen::doctor

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "tools/doctor/Checks.h"
+#include "tools/doctor/EncTypes.h"
 #include "tools/doctor/FreshTickets.h"
 
 namespace morwen::doctor {
@@ -144,6 +145,11 @@ void CheckService(Case& io_case) {
     Krb5Credentials credentials(context);
     Krb5Ticket ticket(context);
     krb5_error_code nCode = tickets.TakeFromDefaultCache();
+    std::vector<krb5_enctype> types = TypesOfLibrary(io_case);
+    types.push_back(0);  // as the library would ask
+    if (nCode == 0) {
+        nCode = krb5_set_default_tgs_enctypes(context, types.data());
+    }
     if (nCode == 0) {
         nCode = tickets.Get(service.get(), credentials);
     }
@@ -158,11 +164,12 @@ void CheckService(Case& io_case) {
     if (nCode != 0) {
         const bool bType =
             nCode == KRB5KDC_ERR_ETYPE_NOSUPP || nCode == KRB5_CONFIG_ETYPE_NOSUPP || nCode == KRB5_CC_NOT_KTYPE;
-        io_case.m_report.Fail(bType ? "spn-enctype" : "ticket-refused", lookedAt, io_case.Words(nCode),
-                              bType ? "give the service current keys (kadmin ktadd, msktutil --update), and permit "
-                                      "aes256-cts in [libdefaults] permitted_enctypes on this machine"
-                                    : "the KDC's log names the reason; kadmin getprinc shows the attributes of user "
-                                      "and service");
+        io_case.m_report.Fail(
+            bType ? "spn-enctype" : "ticket-refused", lookedAt, io_case.Words(nCode),
+            bType ? "give the service current keys (kadmin ktadd, msktutil --update), and permit "
+                    "aes256-cts in [libdefaults] permitted_enctypes on this machine; RC4 needs allow_rc4 = true there"
+                  : "the KDC's log names the reason; kadmin getprinc shows the attributes of user "
+                    "and service");
         return;
     }
     io_case.m_report.Ok("spn", lookedAt, "the KDC gives it, with key version " + std::to_string(ticket->enc_part.kvno));

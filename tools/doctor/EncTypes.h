@@ -1,0 +1,21 @@
+// Encryption types: their names, and which of them the library takes.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tools/doctor/Case.h"
+
+namespace morwen::doctor {
+
+// "aes256-cts-hmac-sha1-96".
+std::string TypeText(krb5_enctype i_nType);
+
+// DES, triple DES and RC4.
+bool IsWeak(krb5_enctype i_nType) noexcept;
+
+// What libkrb5 permits, without those that the library refuses unless the configuration names them: it does not leave
+// that to libkrb5, whose versions differ.
+std::vector<krb5_enctype> TypesOfLibrary(const Case& i_case);
+
+}  // namespace morwen::doctor
