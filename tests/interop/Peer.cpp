@@ -8,7 +8,7 @@
 // Each line is "init SERVICE FLAGS LENGTH", "step SERVICE FLAGS LENGTH", "accept - - LENGTH", all three with a token of
 // that length behind the line, or "set NAME VALUE 0" for the environment. The answer has the length of a token, what
 // has come of the logon, and the token behind the line.
-int main() {
+int main() try {
     std::optional<morwen::MORWEN_PEER> peer;
     std::string verb;
     std::string first;
@@ -32,4 +32,7 @@ int main() {
                   << std::string(answer.begin(), answer.end()) << std::flush;
     }
     return 0;
+} catch (const std::exception& exception) {
+    std::cerr << exception.what() << "\n";
+    return 1;
 }

@@ -16,6 +16,7 @@ REASONS = {"fixed": "^$",  # not tried
            "account": "mapping .* to a local account: No translation available|local account .* does not exist",
            "key": "key version|kvno|key table"}
 ROOT = pathlib.Path(__file__).parents[2]
+ACCOUNT = pwd.getpwnam("nobody") if os.getuid() == 0 else pwd.getpwuid(os.getuid())  # of alice
 REALM = pathlib.Path(os.environ.get("MORWEN_REALM_DIR", "."))
 
 
@@ -49,7 +50,7 @@ def identifier(client):
     if (REALM / "samba").exists():
         entry = run("ldbsearch", "-H", f"{REALM}/samba/private/sam.ldb", f"sAMAccountName={client}", "objectSid")
         return re.search("objectSid: (.*)", entry)[1]
-    return f"S-1-22-1-{pwd.getpwnam('nobody').pw_uid if os.getuid() == 0 else os.getuid()}"
+    return f"S-1-22-1-{ACCOUNT.pw_uid}"
 
 
 class Logon:
@@ -178,9 +179,8 @@ def configure(name, pattern, replacement):
 
 def in_realm(kdc):
     signal.alarm(200)  # the peers end with their input
-    account = pwd.getpwuid(65534 if os.getuid() == 0 else os.getuid()).pw_name
     configure("changed.conf", r"(?s)(\[libdefaults\]\n)(.*alice = )",
-              rf"\1permitted_enctypes = {' '.join(TYPES)}\n\2{account}\nmany = ")
+              rf"\1permitted_enctypes = {' '.join(TYPES)}\n\2{ACCOUNT.pw_name}\nmany = ")
     for table, row, logon in itertools.chain(matrix(kdc), (("", [row], logon) for row, logon in situations(kdc))):
         print(json.dumps([table, row, [logon.cell(pair) for pair in PAIRS]]), flush=True)
 
