@@ -3,6 +3,7 @@
 //
 // usage: first_login SERVICE/HOST, with a ticket of the user and the service's keytab at hand
 #include <cstdio>
+#include <exception>
 
 #include "morwen/host.hpp"
 
@@ -38,5 +39,8 @@ int main(int i_nArguments, char* i_ppszArguments[]) {
     } catch (const host::Error& error) {
         std::fprintf(stderr, "%s\n", error.what());
         return error.IsDenied() ? 1 : 2;
+    } catch (const std::exception& error) {  // a name that is not UTF-8, or no memory
+        std::fprintf(stderr, "%s\n", error.what());
+        return 2;
     }
 }
