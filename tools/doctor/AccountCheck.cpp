@@ -42,8 +42,9 @@ std::optional<uid_t> AccountOf(Case& io_case, const std::string& i_user) {
     const std::string lookedAt = "the local account of " + user;
     if (nCode != 0) {
         report.Fail("account-unmapped", lookedAt, io_case.Words(nCode),
-                    "write a rule to [realms] REALM = { auth_to_local_names = { NAME = ACCOUNT } }, or for whole "
-                    "realms auth_to_local = RULE:[1:$1@$0](.*@REALM)s/@.*// followed by auth_to_local = DEFAULT");
+                    "write a rule that names the realm to [realms] of the default realm: auth_to_local = "
+                    "RULE:[1:$1@$0](.*@EXAMPLE[.]ORG)s/@.*// and after it auth_to_local = DEFAULT "
+                    "(auth_to_local_names would do for users of that name of every realm)");
         return std::nullopt;
     }
     errno = 0;
