@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "harrow/SWCharStringConv.h"
@@ -46,6 +47,14 @@ public:
     void Script(const std::string& i_call, const FakeAnswer& i_answer) {
         const Lock lock(m_mutex);
         m_mapAnswers[i_call].push_back(i_answer);
+    }
+    // The calling thread's call of this number, counted from 1 and from now, fails whatever it is; on request all that
+    // follow as well, until 0 calls it off. Gives whether the last one asked for has come.
+    bool FailCall(size_t i_nCall, bool i_bAndAllThatFollow = false) {
+        const Lock lock(m_mutex);
+        m_bFailAll = i_bAndAllThatFollow;
+        m_failing = std::this_thread::get_id();
+        return std::exchange(m_nCallToFail, i_nCall) <= std::exchange(m_nCalls, 0);
     }
     // What the calls of this name were given, in order.
     std::vector<std::string> Log(const std::string& i_call) {
@@ -237,9 +246,12 @@ public:
     }
     DWORD FormatMessageW(DWORD i_nFlags, const void*, DWORD, DWORD i_nLanguageId, WCHAR* o_pszBuffer, DWORD i_nSize,
                          void*) noexcept override {
-        Begin("FormatMessageW",
-              "flags " + Number(i_nFlags) + ", language " + Number(i_nLanguageId) + ", size " + Number(i_nSize));
+        const FakeAnswer answer = Begin("FormatMessageW", "flags " + Number(i_nFlags) + ", language " +
+                                                              Number(i_nLanguageId) + ", size " + Number(i_nSize));
         const size_t nBytes = (m_systemText.size() + 1) * sizeof(WCHAR);
+        if (answer.m_nStatus != SEC_E_OK) {
+            return 0;
+        }
         if (!m_systemText.empty()) {
             void* pvBlock = MakeBlock("memory", nBytes);
             *reinterpret_cast<void**>(o_pszBuffer) = std::memcpy(pvBlock, m_systemText.c_str(), nBytes);
@@ -333,6 +345,10 @@ private:
             answer = answers.front();
             answers.pop_front();
         }
+        if (m_nCallToFail != 0 && m_failing == std::this_thread::get_id()) {
+            const bool bFails = ++m_nCalls == m_nCallToFail || (m_bFailAll && m_nCalls > m_nCallToFail);
+            answer = bFails ? FakeAnswer{SEC_E_INTERNAL_ERROR, std::nullopt} : answer;
+        }
         if (answer.m_eHandle == FakeAnswer::kByStatus) {
             const bool bGood = answer.m_nStatus == SEC_E_OK || answer.m_nStatus >= SEC_I_CONTINUE_NEEDED;
             answer.m_eHandle = bGood ? FakeAnswer::kAlways : FakeAnswer::kNever;
@@ -419,6 +435,10 @@ private:
     }
 
     mutable std::recursive_mutex m_mutex;
+    size_t m_nCallToFail = 0;
+    size_t m_nCalls = 0;
+    bool m_bFailAll = false;
+    std::thread::id m_failing;
     uintptr_t m_nLastHandle = 0x1000;
     std::map<uintptr_t, Live> m_mapLive;
     std::map<std::thread::id, Thread> m_mapThreads;
