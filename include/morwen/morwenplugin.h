@@ -56,7 +56,7 @@ enum SSOCode {
     SSO_ERROR = 100,         /* anything that has no code of its own */
     SSO_NOT_SUPPORTED = 101, /* the provider type does not offer this operation */
     SSO_NO_CONTEXT = 103,    /* no security context under the given key */
-    SSO_OUT_OF_MEMORY = 106
+    SSO_OUT_OF_MEMORY = 106  /* there is not enough memory; the record of it needs none */
 };
 
 /* Type tags of a parameter. Values are always text; the tag says how to read it. */

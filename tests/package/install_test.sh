@@ -5,7 +5,7 @@ cd "$(dirname "$0")/../.."
 
 scripts/package
 packages=(build/package/packages/*.deb)
-[ ${#packages[@]} -eq 2 ]
+[ ${#packages[@]} -eq 3 ]
 lintian --allow-root --fail-on error,warning "${packages[@]}"
 
 scratch=$(mktemp -d)
@@ -15,6 +15,18 @@ for package in "${packages[@]}"; do
 done
 libraries=$(dirname "$(find "$scratch" -name libmorwenplugin.so)")
 export LD_LIBRARY_PATH=$libraries
+for package in libmorwenplugin1 libmorwenplugin-dev morwen-tools; do
+    grep -q '^License: Expat' "$scratch/usr/share/doc/$package/copyright"
+done
+
+# A page for every name that the libraries export, and one for the command.
+mapfile -t names < <(nm --dynamic --defined-only "$libraries"/*.so | sed -n 's/.* T \([A-Za-z]*\).*/\1/p')
+[ ${#names[@]} -eq 24 ]
+for name in "${names[@]}" morwenplugin harrow_log; do
+    [ -s "$scratch/usr/share/man/man3/$name.3.gz" ] || { echo "install_test: no page for $name" >&2; exit 1; }
+done
+gunzip "$scratch"/usr/share/man/man[13]/*
+mandoc -T lint -W warning "$scratch"/usr/share/man/man[13]/*
 
 # The CMake package, from the installed copy of the examples; each must take the library from the packages.
 cmake -S "$scratch/usr/share/doc/morwen/examples" -B "$scratch/build" -DCMAKE_PREFIX_PATH="$scratch/usr" \
@@ -22,6 +34,12 @@ cmake -S "$scratch/usr/share/doc/morwen/examples" -B "$scratch/build" -DCMAKE_PR
 cmake --build "$scratch/build"
 ldd "$scratch/bin/sso_server" | grep -F "libmorwenplugin.so.1 => $libraries/"
 scripts/realm scripts/demo in-realm "$scratch/bin"
+scripts/realm "$scratch/bin/first_login" morwen/localhost | grep '^logged on: S-1-22-1-'
+
+# The administrators' command finds nothing in a realm that is well, and says so when it is not.
+scripts/realm "$scratch/usr/bin/morwen-doctor" client --spn morwen/localhost
+! scripts/realm env KRB5CCNAME=FILE:/none "$scratch/usr/bin/morwen-doctor" client --spn morwen/localhost >"$scratch/report" || exit 1
+grep cache-missing "$scratch/report"
 
 # The pkg-config file and the layer for C++.
 export PKG_CONFIG_PATH=$libraries/pkgconfig PKG_CONFIG_SYSROOT_DIR=$scratch
