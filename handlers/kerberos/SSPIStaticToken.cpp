@@ -125,19 +125,25 @@ STimeSpan SSPIStaticToken::GetLifetime() {
 }
 
 bool SSPIStaticToken::RenegotiateImpl() {
-    Renegotiation renegotiation;
-    {
-        const CSmartReadLocker locker(m_lock);
-        renegotiation.AcquireUserCredentials(&m_handle);
+    try {
+        Renegotiation renegotiation;
+        {
+            const CSmartReadLocker locker(m_lock);
+            renegotiation.AcquireUserCredentials(&m_handle);
+        }
+        const StaticTokenPtr pFresh = renegotiation.Run();
+        const auto pSSPIToken = CountedCast<SSPIStaticToken>(pFresh);
+        S_ASSERT(pSSPIToken);
+        if (!pSSPIToken) {
+            throw SSOException(SSO_ERROR);
+        }
+        TakeOver(*pSSPIToken);
+        return true;
+    } catch (...) {
+        // No host reverts the thread that renews: left as it is, it could become nobody's any more, and renew nothing.
+        static_cast<void>(Platform::Tokens().RevertToSelf());
+        throw;
     }
-    const StaticTokenPtr pFresh = renegotiation.Run();
-    const auto pSSPIToken = CountedCast<SSPIStaticToken>(pFresh);
-    S_ASSERT(pSSPIToken);
-    if (!pSSPIToken) {
-        throw SSOException(SSO_ERROR);
-    }
-    TakeOver(*pSSPIToken);
-    return true;
 }
 
 void SSPIStaticToken::TakeOver(SSPIStaticToken& io_other) {
