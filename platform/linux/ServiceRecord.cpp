@@ -50,7 +50,11 @@ int ServiceRecord::RestoreInherited() noexcept {
     try {
         Record& record = TheRecord();
         const CS_Locker locker(record.m_section);
-        const auto nUser = static_cast<uid_t>(syscall(SYS_geteuid));
+        const long nResult = syscall(SYS_geteuid);
+        if (nResult < 0) {
+            return errno;
+        }
+        const auto nUser = static_cast<uid_t>(nResult);
         if (!record.m_service || nUser == record.m_service->m_account.m_nUser || !record.m_users.contains(nUser)) {
             return 0;
         }

@@ -16,10 +16,11 @@ constexpr auto kUnchanged = static_cast<unsigned>(-1);
 
 using CapabilityData = std::array<__user_cap_data_struct, 2>;
 
-void Check(long i_nResult) {
+long Checked(long i_nResult) {
     if (i_nResult < 0) {
         throw std::system_error(errno, std::generic_category());
     }
+    return i_nResult;
 }
 
 int ErrorOf(long i_nResult) noexcept {
@@ -85,13 +86,12 @@ int Become(const UnixAccount& i_account, const UnixAccount& i_now) noexcept {
 
 UnixAccount ThreadCredentials::AccountOfThisThread() {
     UnixAccount account;
-    account.m_nUser = static_cast<uid_t>(syscall(SYS_geteuid));
-    account.m_nGroup = static_cast<gid_t>(syscall(SYS_getegid));
-    const long nCount = syscall(SYS_getgroups, 0, nullptr);
-    Check(nCount);
+    // Checked too, because a filter can refuse them: what is put back later must not be an error's number.
+    account.m_nUser = static_cast<uid_t>(Checked(syscall(SYS_geteuid)));
+    account.m_nGroup = static_cast<gid_t>(Checked(syscall(SYS_getegid)));
+    const long nCount = Checked(syscall(SYS_getgroups, 0, nullptr));
     std::vector<gid_t> groups(static_cast<size_t>(nCount));
-    const long nRead = nCount == 0 ? 0 : syscall(SYS_getgroups, nCount, groups.data());
-    Check(nRead);
+    const long nRead = nCount == 0 ? 0 : Checked(syscall(SYS_getgroups, nCount, groups.data()));
     groups.resize(static_cast<size_t>(nRead));
     account.m_groups = std::move(groups);
     account.SortGroups();

@@ -26,6 +26,21 @@ inline ThreadState CurrentThreadState() {
     return state;
 }
 
+// Of a service's thread while it acts as the user. The groups as the kernel shows them; empty: the one with the user's
+// number.
+inline ThreadState StateOf(ThreadState i_service, uid_t i_nUser, const std::string& i_groups = {}) {
+    if (i_nUser != getuid()) {
+        const std::string user = std::to_string(i_nUser);
+        for (const char* pszIds : {"Uid", "Gid"}) {
+            const std::string real = i_service[pszIds].substr(0, i_service[pszIds].find('\t', 1));
+            i_service[pszIds] = real + "\t" + user + real + "\t" + user;
+        }
+        i_service["Groups"] = "\t" + (i_groups.empty() ? user + " " : i_groups);
+        i_service["CapEff"] = "\t0000000000000000";
+    }
+    return i_service;
+}
+
 inline std::string VerdictOf(uint32_t i_nCode) {
     return std::to_string(i_nCode) + (i_nCode >= SSO_DENIED ? TakenRecord(i_nCode) : "");
 }
@@ -35,20 +50,10 @@ inline std::string VerdictOf(uint32_t i_nCode) {
 // may change the thread. Each gives the code; of a failure "code/message".
 class ActingThread {
 public:
-    // The groups as the kernel shows them; empty: the one with the user's number.
     std::string Impersonate(const std::string& i_key, uid_t i_nUser, const std::string& i_groups = {}) {
         const uint32_t nCode = SSOImpersonate(Wide(i_key).c_str());
         if (nCode == SSO_OK) {
-            m_expected = m_service;
-            if (i_nUser != getuid()) {
-                const std::string user = std::to_string(i_nUser);
-                for (const char* pszIds : {"Uid", "Gid"}) {
-                    const std::string real = m_expected[pszIds].substr(0, m_expected[pszIds].find('\t', 1));
-                    m_expected[pszIds] = real + "\t" + user + real + "\t" + user;
-                }
-                m_expected["Groups"] = "\t" + (i_groups.empty() ? user + " " : i_groups);
-                m_expected["CapEff"] = "\t0000000000000000";
-            }
+            m_expected = StateOf(m_service, i_nUser, i_groups);
         }
         ExpectUnchanged();
         return VerdictOf(nCode);
