@@ -19,6 +19,8 @@ namespace {
 
 // How long the tickets of a cache that is no file are taken for unchanged.
 constexpr int64_t kTrustedSeconds = 5;
+// A ticket that ends sooner is replaced: it must still be good when the server looks at it.
+constexpr int64_t kSpareSeconds = 2;
 
 // Services that one identity uses, and identities of one process; beyond, everything is fetched anew.
 constexpr size_t kMostTickets = 256;
@@ -69,6 +71,10 @@ const struct ClearAtUnload {
 std::string CacheText(krb5_context i_context, krb5_ccache i_cache) {
     Krb5String name(i_context);
     return krb5_cc_get_full_name(i_context, i_cache, name.Receive()) == 0 ? name.get() : "a cache without a name";
+}
+
+bool EndsSoon(krb5_context i_context, int64_t i_nEnd) {
+    return i_nEnd <= Now(i_context) + kSpareSeconds;
 }
 
 // When the user's own ticket-granting ticket ends; 0 when there is none.
@@ -163,7 +169,7 @@ std::shared_ptr<const InitiatorTickets::ServiceTicket> InitiatorTickets::Held(kr
     if (it == m_tickets.end()) {
         return nullptr;
     }
-    if (it->second->m_nEnd <= Now(i_context)) {
+    if (EndsSoon(i_context, it->second->m_nEnd)) {
         m_tickets.erase(it);
         return nullptr;
     }
@@ -219,10 +225,19 @@ std::shared_ptr<const InitiatorTickets::ServiceTicket> InitiatorTickets::Fetch(k
     wanted.server = server.get();
     krb5_creds* pFound = nullptr;
     nCode = krb5_get_credentials(i_context, 0, cache.get(), &wanted, &pFound);
+    KeptCredentials found(pFound);
+    if (nCode == 0 && EndsSoon(i_context, SecondsOf(pFound->times.endtime))) {
+        // libkrb5 gives a ticket of the cache up to its last second; the user's own may be good for a longer one.
+        const int64_t nOwnEnd = EndOfOwnTicket(i_context, cache.get(), client.get());
+        if (nOwnEnd > SecondsOf(pFound->times.endtime)) {
+            wanted.times.endtime = static_cast<krb5_timestamp>(nOwnEnd);
+            nCode = krb5_get_credentials(i_context, 0, cache.get(), &wanted, &pFound);
+            found = KeptCredentials(pFound);
+        }
+    }
     if (nCode != 0) {
         FailNoServiceTicket(i_context, nCode, cache, client.get(), i_targetName);
     }
-    KeptCredentials found(pFound);
     const krb5_ticket_times& times = pFound->times;
     const int64_t nStart = SecondsOf(times.starttime != 0 ? times.starttime : times.authtime);
     auto pTicket = std::make_shared<ServiceTicket>(ServiceTicket{std::move(found), nStart, SecondsOf(times.endtime)});

@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 
 #include "realm/PluginTest.h"
 
@@ -87,6 +89,17 @@ TEST_F(Logon, ChangedStoresAreNoticed) {
     Kadmin("ktadd -k " + RealmPath("changing.keytab") + " changing/localhost");  // makes a new key
     Kinit("alice", "changing.cc");                                               // drops the old service ticket
     EXPECT_EQ(LogOn(client).m_userSid, UserSid("alice"));
+}
+
+// The KDC gives a ticket for a few seconds only; no logon may meet its end.
+TEST_F(Logon, TicketsAreReplacedBeforeTheyEnd) {
+    UseKeytab(AddService("brief/localhost", "brief.keytab"));
+    Kadmin("modprinc -maxlife '4 seconds' brief/localhost");
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(6);
+    while (std::chrono::steady_clock::now() < end) {
+        ASSERT_EQ(LogOn({"", "", "brief/localhost"}).m_verdict, kLoggedOn);
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
 }
 
 TEST_F(Configuration, ContextsAreKeptUnlessThatIsTurnedOff) {
