@@ -61,8 +61,8 @@ void ContextManager::StartUpdateThread() {
     m_pContextCache->StartUpdateThread();
 }
 
-void ContextManager::StopUpdateThread() {
-    m_pContextCache->StopUpdateThread();
+void ContextManager::StopUpdateThread(long i_nMostMilliseconds) {
+    m_pContextCache->StopUpdateThread(i_nMostMilliseconds);
 }
 
 }  // namespace morwen

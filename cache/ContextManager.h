@@ -21,7 +21,7 @@ public:
     bool Remove(const SWCharString& i_ssKey);
     void Clear();
     void StartUpdateThread();
-    void StopUpdateThread();
+    void StopUpdateThread(long i_nMostMilliseconds = 30000);
 
 private:
     Harrowlib201::CSmartRefCountPtr<SecContextCache> m_pContextCache;

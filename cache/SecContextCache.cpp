@@ -1,5 +1,6 @@
 #include "cache/SecContextCache.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "cache/SecContextUpdateThread.h"
@@ -171,22 +172,29 @@ void SecContextCache::StartUpdateThread() {
     }
 }
 
-void SecContextCache::StopUpdateThread() {
+void SecContextCache::StopUpdateThread(long i_nMostMilliseconds) {
     constexpr long kJoinMilliseconds = 5000;
     const CS_Locker locker(m_threadSection);
     S_TRACE("ssoplugin: SecContextCache::StopUpdateThread() -- stopping the thread.");
     if (m_pUpdateThread) {
         m_pUpdateThread->stop();
     }
-    while (m_pUpdateThread && m_pUpdateThread->isAlive()) {
+    for (long nLeft = i_nMostMilliseconds; m_pUpdateThread && nLeft > 0 && m_pUpdateThread->isAlive();) {
         try {
-            m_pUpdateThread->join(kJoinMilliseconds);
+            m_pUpdateThread->join(std::min(kJoinMilliseconds, nLeft));
+            nLeft -= kJoinMilliseconds;
         } catch (const JTCInterruptedException&) {
             continue;  // this thread's business, which it learns elsewhere
         } catch (...) {
             S_FAIL("ssoplugin: SecContextCache::StopUpdateThread() -- Unexpected exception while joining the thread.");
             break;
         }
+    }
+    if (m_pUpdateThread && m_pUpdateThread->isAlive()) {
+        // In a forked process it does not exist; else it is waiting. It keeps what it works on, for good.
+        S_TRACE("ssoplugin: SecContextCache::StopUpdateThread() -- The thread does not end; going on without it.");
+        m_pUpdateThread->addRef();
+        addRef();
     }
     m_pUpdateThread = nullptr;
 }

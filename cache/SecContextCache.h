@@ -19,7 +19,8 @@ public:
     // SSOException when it cannot be started; a thread that could be made but not started is not tried again.
     void StartUpdateThread();
     // Stops the update thread and waits for its end. Must come before the last reference goes.
-    void StopUpdateThread();
+    // Waits for it as long as a renewal may take; given up on, it keeps this cache.
+    void StopUpdateThread(long i_nMostMilliseconds = 30000);
 
     // Keeps the token under the decimal form of its address, which is returned and written to o_ssKey. Starts the
     // update thread first.

@@ -91,6 +91,11 @@ JTCHandleT<SSOImpl> SSOImpl::instance() {
 }
 
 SSOImpl::~SSOImpl() {
+    if (m_pContextManager) {
+        // A host that ends without ending the package, or a forked child of it, where the thread does not exist.
+        constexpr long kAtExitMilliseconds = 200;
+        m_pContextManager->StopUpdateThread(kAtExitMilliseconds);
+    }
     if (m_nInitRefcount > 0) {
         SResManager::Terminate();
         SLogger::Terminate();
