@@ -1,6 +1,4 @@
 // Threads that act as the users who have logged on.
-#include <linux/filter.h>
-#include <linux/seccomp.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -25,7 +23,6 @@ namespace {
 class Impersonation : public KeptContextTest {};
 class ImpersonatedGroups : public KeptContextTest {};
 class IdentityStress : public KeptContextTest {};
-class LyingKernel : public KeptContextTest {};
 class UnprivilegedService : public KeptContextTest {};
 class DISABLED_NobodyAsService : public KeptContextTest {};
 
@@ -210,49 +207,6 @@ TEST_F(IdentityStress, ThreadsAreWhomTheyActAsAndTheServiceAfterwards) {
             EXPECT_GT(nActed, 1000U);
         });
     }
-}
-
-// From now on the kernel tells this thread "done" for each such call, and does nothing.
-void LieAbout(uint32_t i_nCall) {
-    sock_filter filter[] = {
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, i_nCall, 0, 1),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-    };
-    const sock_fprog program = {static_cast<unsigned short>(std::size(filter)), filter};
-    EXPECT_EQ(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) + prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program), 0);
-}
-
-TEST_F(LyingKernel, IsNotBelieved) {
-    const std::string mail = KeptLogin(PasswordOf("mail"));
-    const LoginResult started = HalfLogin();
-    for (const uint32_t nCall : {uint32_t{SYS_setresuid}, uint32_t{SYS_setresgid}, uint32_t{SYS_setgroups}}) {
-        std::jthread([&] {
-            ActingThread thread;
-            LieAbout(nCall);
-            EXPECT_EQ(thread.Impersonate(mail, 8), "100/61212") << nCall;
-            EXPECT_EQ(thread.Revert(mail), "0");
-        }).join();
-    }
-    // A thread that never gets free stays, with what the library remembers of it.
-    static std::latch s_done(1);
-    static std::latch s_never(1);
-    std::thread([&] {
-        EXPECT_EQ(ActingThread().Impersonate(mail, 8), "0");
-        LieAbout(SYS_setresuid);
-        EXPECT_EQ(SSORevert(Wide(mail).c_str()), SSO_ERROR);
-        ActingThread stuck;
-        EXPECT_EQ(stuck.Impersonate(mail, 8), "100/61212");
-        EXPECT_EQ(AcceptLogin(started.m_token).m_verdict, "100/61215");
-        EXPECT_EQ(StartLogin().m_verdict, "100/61215");
-        EXPECT_EQ(CaptureThread(), "100/61217");
-        EXPECT_EQ(stuck.Revert(mail), "100/61212");
-        s_done.count_down();
-        s_never.wait();
-    }).detach();
-    s_done.wait();
-    EXPECT_TRUE(m_trace.Said({"SSPIStaticToken::Revert() failed to revert to security context of process."}));
 }
 
 // In a process that is nobody, with keys and tickets of its own.

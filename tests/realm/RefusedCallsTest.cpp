@@ -103,10 +103,7 @@ TEST_F(RefusedCalls, LeaveNoThreadWhoItIsNotSaidToBe) {
         if (!kernel.Works()) {
             GTEST_SKIP() << "refusing system calls needs root and a kernel with seccomp notifications";
         }
-        const struct {
-            bool m_bAll;
-            int m_nError;
-        } kWays[] = {{false, EPERM}, {false, 0}, {true, EAGAIN}, {true, 0}};
+        const std::pair<bool, int> kWays[] = {{false, EPERM}, {false, 0}, {true, EAGAIN}, {true, 0}};
         for (const auto& [bAll, nError] : kWays) {
             size_t nStuck = 0;
             bool bCame = true;
@@ -125,6 +122,7 @@ TEST_F(RefusedCalls, LeaveNoThreadWhoItIsNotSaidToBe) {
                     EXPECT_FALSE(i_bDone);
                     EXPECT_EQ(AcceptLogin(token).m_verdict, "100/61215");
                     EXPECT_EQ(StartLogin().m_verdict, "100/61215");
+                    EXPECT_EQ(CaptureThread(), "100/61217");
                     EXPECT_EQ(SSOImpersonate(Wide(bin).c_str()), SSO_ERROR);
                     state = CurrentThreadState();
                 };

@@ -1,0 +1,179 @@
+"""Faults of the surroundings: each has a clear code in bounded time, and the next logon works when it is gone.
+
+Usage: scripts/realm surroundings_test.py EXAMPLE [CASE]. Each case runs in a process of its own, through the Python example.
+"""
+import concurrent.futures, ctypes, importlib.util, os, pathlib, re, resource, shutil, signal, socket, subprocess, sys, threading, time  # noqa: E401
+
+REALM = os.environ["MORWEN_REALM_DIR"]
+USED, UNTAKEN, BOB = "SSOAcceptLogin: code 100", "SSOStartLogin: code 100", ("MORWEN\\bob", "bob-secret")
+
+
+def outcome(user="", password="", peer=None):
+    try:
+        return example.log_on("morwen/localhost", user, password, peer or example.Server) or ""
+    except example.Failure as failure:
+        return str(failure)
+
+
+def expect(words, *arguments, within=3):
+    began = time.monotonic()
+    got = outcome(*arguments)
+    took = time.monotonic() - began
+    assert (words in got) if words else not got, f"expected \"{words}\", got \"{got}\""
+    assert took < within, f"took {took} seconds"
+
+
+def put(name, content):
+    pathlib.Path(name + ".new").write_bytes(content)
+    os.replace(name + ".new", name)
+
+
+def replaced(name, words):
+    good = pathlib.Path(name).read_bytes()
+    for content in (b"", b"garbage", good[:40], None):
+        put(name, content) if content is not None else os.remove(name)
+        expect(words)
+        put(name, good)
+        expect("")
+
+
+def keytab():
+    replaced("service.keytab", USED)
+
+
+def tickets():
+    replaced("alice.cc", UNTAKEN)
+    subprocess.run(["kinit", "-c", "bob.cc", "bob"], input=b"bob-secret", check=True, stdout=subprocess.DEVNULL)
+    put("alice.cc", pathlib.Path("bob.cc").read_bytes())
+    server = example.Server()
+    expect("", "", "", lambda: server)
+    assert server.who["SSPI_USER_SID"] == f"S-1-22-1-{os.geteuid()}", server.who
+
+
+def responder(answer):
+    """The address of a KDC that answers so."""
+    def serve():
+        while True:
+            request, who = udp.recvfrom(10000)
+            udp.sendto(answer(request), who)
+    udp = socket.socket(type=socket.SOCK_DGRAM)
+    udp.bind(("127.0.0.1", 0))
+    threading.Thread(target=serve, daemon=True).start()
+    return "127.0.0.1:%d" % udp.getsockname()[1]
+
+
+def kdc():
+    def slow(request):
+        time.sleep(0.8)
+        with socket.socket(type=socket.SOCK_DGRAM) as there:
+            there.sendto(request, (address.split(":")[0], int(address.split(":")[1])))
+            return there.recv(10000)
+
+    def become(other):
+        put("krb5.conf", good.replace(address.encode(), other.encode()))
+        time.sleep(1.1)  # the configuration is looked at once a second
+        return example.Server()
+    good, dead = pathlib.Path("krb5.conf").read_bytes(), "127.0.0.1:1"
+    address = re.search(r" kdc = (\S+)", good.decode()).group(1)
+    expect("", *BOB, lambda: become(dead))  # gone between the two halves
+    for other, words, within in ((dead, UNTAKEN, 3), (responder(lambda _: os.urandom(700)), UNTAKEN, 12), (responder(slow), "", 8)):
+        become(other)
+        expect(words, *BOB, within=within)
+        expect("")  # with a ticket that is there, no KDC is needed
+        become(address)
+        expect("", *BOB)
+
+
+def clock():
+    for ahead in ("+11h", "-2h"):
+        put("time", ahead.encode())
+        expect("code 100")
+        put("time", b"+0")
+        expect("")
+
+
+def limited(kind, value):
+    was = resource.getrlimit(kind)
+    resource.setrlimit(kind, (value, was[1]))
+    got = outcome()
+    resource.setrlimit(kind, was)
+    return got
+
+
+def full_disk():
+    shutil.rmtree("rcache")
+    os.mkdir("rcache")
+    for value in (0, 16, 1):
+        assert USED in limited(resource.RLIMIT_FSIZE, value)
+    expect("")
+
+
+def descriptors():
+    refused, before = 0, os.listdir("/proc/self/fd")
+    for value in range(3, 40):
+        refused += "code 100" in limited(resource.RLIMIT_NOFILE, value)
+        expect("")
+    assert refused and os.listdir("/proc/self/fd") == before, refused
+
+
+def fork():
+    settings = example.wide("SI_CACHE_SECCONTEXT"), example.wide("1")
+    keep = example.Parameter(ctypes.addressof(settings[0]), 3, ctypes.addressof(settings[1]), None)
+    example.call("SSOInitProvider", example.wide("SSPI"), ctypes.byref(keep))  # a thread of the library runs from now on
+    for work in (lambda: None, lambda: expect("")):
+        child = os.fork()
+        if child == 0:
+            signal.alarm(5)
+            work()
+            ctypes.CDLL(None).exit(0)  # with all that runs at a program's end; the package has not been ended
+        assert os.waitpid(child, 0)[1] == 0, "the child did not end cleanly"
+        expect("")
+
+
+def end():
+    def log_on():
+        while running:
+            seen.add(outcome())
+    running, seen = True, set()
+    threads = [threading.Thread(target=log_on) for _ in range(4)]
+    for thread in threads:
+        thread.start()
+    for _ in range(20):
+        time.sleep(0.05)
+        assert example.library.SSOTermPackage() == 0
+        assert outcome().endswith("code 100")
+        assert example.library.SSOInitPackage() == 0
+    running = False
+    for thread in threads:
+        thread.join()
+    expect("")
+    assert "" in seen and all("code 100" in words for words in seen if words), seen
+
+
+def run(name):
+    folder = os.path.join(REALM, name)
+    os.makedirs(os.path.join(folder, "rcache"))
+    for file in ("krb5.conf", "alice.cc", "service.keytab"):
+        shutil.copy(os.path.join(REALM, file), folder)
+    put(os.path.join(folder, "time"), b"+0")
+    env = {**os.environ, "KRB5_CONFIG": "krb5.conf", "KRB5CCNAME": "FILE:alice.cc", "KRB5_KTNAME": "FILE:service.keytab", "KRB5RCACHEDIR": "rcache"}
+    if name == "clock":
+        env |= {"LD_PRELOAD": "/usr/$LIB/faketime/libfaketimeMT.so.1", "FAKETIME_TIMESTAMP_FILE": folder + "/time", "FAKETIME_NO_CACHE": "1",
+                "FAKETIME_DONT_FAKE_MONOTONIC": "1"}
+    began = time.monotonic()
+    done = subprocess.run([sys.executable, __file__, sys.argv[1], name], cwd=folder, env=env, timeout=50, capture_output=True, text=True)
+    print(f"{name}: {'holds' if done.returncode == 0 else 'DOES NOT HOLD'}, {time.monotonic() - began:.1f} s")
+    return "" if done.returncode == 0 else done.stdout + done.stderr
+
+
+if len(sys.argv) == 2:
+    cases = ("kdc", "end", "clock", "fork", "keytab", "tickets", "full_disk", "descriptors")
+    with concurrent.futures.ThreadPoolExecutor(3) as pool:
+        sys.exit("\n".join(filter(None, pool.map(run, cases))) or 0)
+found = importlib.util.spec_from_file_location("example", sys.argv[1])
+example = importlib.util.module_from_spec(found)
+found.loader.exec_module(example)
+example.print = lambda *_: None
+assert example.library.SSOInitPackage() == 0
+expect("")
+globals()[sys.argv[2]]()  # and ends without ending the package
