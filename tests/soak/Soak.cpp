@@ -139,27 +139,19 @@ void Strangers() {
 void Renewals() {
     struct Kept {
         Context m_context;
-        Clock::time_point m_made;
-        bool m_bCounted;
+        Clock::time_point m_due;  // when it lapses, unless it has been renewed
     };
-    std::vector<Kept> kept;
-    while (!s_bEnd) {
-        while (kept.size() < kKeptShort) {
-            kept.push_back({LogOn("brief/localhost"), Clock::now(), false});
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    std::vector<Kept> kept(kKeptShort);
+    for (; !s_bEnd; std::this_thread::sleep_for(std::chrono::milliseconds(200))) {
         for (Kept& entry : kept) {
-            const bool bOld = Clock::now() - entry.m_made > kShortLife;
-            if (!entry.m_context.IsAlive()) {
-                ++s_nLapsed;  // its ticket was an old one, or the renewal came too late
-                entry = {LogOn("brief/localhost"), Clock::now(), false};
-            } else if (bOld && !entry.m_bCounted) {
-                entry.m_bCounted = true;
+            if (!entry.m_context || !entry.m_context.IsAlive()) {
+                s_nLapsed += entry.m_context ? 1 : 0;  // its ticket was an old one that ran out between two passes
+                entry = {LogOn("brief/localhost"), Clock::now() + kShortLife};
+            } else if (Clock::now() > entry.m_due) {
+                entry.m_due += kShortLife;
                 ++s_nRenewed;
             }
         }
-        // A renewed one is given up after two minutes, so that there are always some to renew for the first time.
-        std::erase_if(kept, [](const Kept& i_entry) { return Clock::now() - i_entry.m_made > 2 * kShortLife; });
     }
 }
 
@@ -208,7 +200,9 @@ int main(int argc, char** argv) {
     std::vector<Held> samples;
     try {
         Package package;
-        package.Use(SSO_PROVIDER_SSPI, Parameters().Set(SSO_KEY_CACHE_CONTEXTS, true));
+        package.Use(
+            SSO_PROVIDER_SSPI,
+            For("brief/localhost").Set(SSO_KEY_CACHE_CONTEXTS, true).Set(SSO_KEY_CACHE_EXPIRY, int64_t{24} * 60 * 60));
         KeptContexts kept;
         std::vector<std::jthread> threads;
         const auto work = [&](auto i_work) {
