@@ -56,6 +56,7 @@ int Run(int i_nArguments, char** i_ppszArguments) {
         "Run it as the account and with the environment of the program that fails: KRB5_CONFIG, KRB5CCNAME, "
         "KRB5_KTNAME and KRB5RCACHEDIR count. It prints no secret, and changes nothing but what every logon does."};
     app.footer("Exit status: 0 no error (there may be warnings), 1 an error was found, 2 usage or internal error.");
+    app.set_version_flag("--version", MORWEN_VERSION);
     app.require_subcommand(1);
     bool bJson = false;
     bool bTrace = false;
