@@ -12,6 +12,7 @@ namespace morwen {
 
 namespace {
 
+constexpr size_t kUsualGroups = 64;
 constexpr auto kUnchanged = static_cast<unsigned>(-1);
 
 using CapabilityData = std::array<__user_cap_data_struct, 2>;
@@ -30,6 +31,10 @@ int ErrorOf(long i_nResult) noexcept {
 int ReadCapabilities(CapabilityData& o_data) noexcept {
     __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
     return ErrorOf(syscall(SYS_capget, &header, o_data.data()));
+}
+
+long ReadGroups(std::vector<gid_t>& o_groups) noexcept {
+    return syscall(SYS_getgroups, o_groups.size(), o_groups.data());
 }
 
 // Permitted and inheritable capabilities stay.
@@ -59,10 +64,12 @@ int SetGroups(const std::vector<gid_t>& i_groups) noexcept {
     return ErrorOf(syscall(SYS_setgroups, i_groups.size(), i_groups.data()));
 }
 
-// Whether the thread has these credentials now; no when it cannot be told.
-bool ThreadHas(const ThreadCredentials& i_credentials) noexcept {
+// Whether the thread has this account and these effective capabilities now; no when it cannot be told.
+bool ThreadHas(const UnixAccount& i_account, const std::array<uint32_t, 2>& i_aEffective) noexcept {
+    CapabilityData data{};
     try {
-        return ThreadCredentials::OfThisThread() == i_credentials;
+        return ThreadCredentials::AccountOfThisThread() == i_account && ReadCapabilities(data) == 0 &&
+               data[0].effective == i_aEffective[0] && data[1].effective == i_aEffective[1];
     } catch (...) {
         return false;
     }
@@ -78,8 +85,8 @@ int Become(const UnixAccount& i_account, const UnixAccount& i_now) noexcept {
     if (nError == 0 && i_account.m_nUser != i_now.m_nUser) {
         nError = SetUser(i_account.m_nUser);
     }
-    // The kernel clears them when root becomes somebody else, and only then.
-    return nError == 0 ? SetEffectiveCapabilities({}) : nError;
+    // The kernel clears the capabilities when root becomes somebody else, and only then.
+    return nError == 0 && i_now.m_nUser != 0 ? SetEffectiveCapabilities({}) : nError;
 }
 
 }  // namespace
@@ -89,11 +96,15 @@ UnixAccount ThreadCredentials::AccountOfThisThread() {
     // Checked too, because a filter can refuse them: what is put back later must not be an error's number.
     account.m_nUser = static_cast<uid_t>(Checked(syscall(SYS_geteuid)));
     account.m_nGroup = static_cast<gid_t>(Checked(syscall(SYS_getegid)));
-    const long nCount = Checked(syscall(SYS_getgroups, 0, nullptr));
-    std::vector<gid_t> groups(static_cast<size_t>(nCount));
-    const long nRead = nCount == 0 ? 0 : Checked(syscall(SYS_getgroups, nCount, groups.data()));
-    groups.resize(static_cast<size_t>(nRead));
-    account.m_groups = std::move(groups);
+    // Mostly one call: how many there are is asked only when they do not fit.
+    account.m_groups.resize(kUsualGroups);
+    long nRead = ReadGroups(account.m_groups);
+    if (nRead < 0 && errno == EINVAL) {
+        // One more: with room for none only their number would be told.
+        account.m_groups.resize(static_cast<size_t>(Checked(syscall(SYS_getgroups, 0, nullptr))) + 1);
+        nRead = ReadGroups(account.m_groups);
+    }
+    account.m_groups.resize(static_cast<size_t>(Checked(nRead)));
     account.SortGroups();
     return account;
 }
@@ -113,35 +124,41 @@ int ThreadCredentials::Exchange(const UnixAccount& i_account, bool& io_bStuck) c
     if (i_account == m_account) {
         return 0;  // the service acts as itself, and keeps what it has
     }
-    const int nError = Become(i_account, m_account);
-    try {
-        // Read back, because a filter or a security module can answer "done" and do nothing.
-        if (nError == 0 && ThreadHas({i_account, {}})) {
-            return 0;
-        }
-    } catch (const std::bad_alloc&) {
-        // No memory to look: not known to have taken, so undone.
+    int nError = Become(i_account, m_account);
+    // Read back, because a filter or a security module can answer "done" and do nothing. What cannot be read is not
+    // known to have taken, so it is undone.
+    bool bTaken = nError == 0 && ThreadHas(i_account, {});
+    if (nError == 0 && !bTaken) {  // a thread of root whose capabilities do not follow the user
+        nError = SetEffectiveCapabilities({});
+        bTaken = nError == 0 && ThreadHas(i_account, {});
+    }
+    if (bTaken) {
+        return 0;
     }
     io_bStuck = Restore() != 0;
     return nError != 0 ? nError : EPERM;
 }
 
-int ThreadCredentials::Restore() const noexcept {
+int ThreadCredentials::Restore(const UnixAccount* i_pNow) const noexcept {
     // The user first: the real id allows it without any privilege, and for root it brings the capabilities back.
     int nError = SetUser(m_account.m_nUser);
-    if (const int nGroupError = SetGroup(m_account.m_nGroup); nError == 0) {
-        nError = nGroupError;
+    const auto keepFirst = [&nError](int i_nError) { nError = nError == 0 ? i_nError : nError; };
+    keepFirst(SetGroup(m_account.m_nGroup));
+    if (m_account.m_nUser != 0) {
+        keepFirst(SetEffectiveCapabilities(m_aEffectiveCapabilities));
     }
-    if (const int nCapabilityError = SetEffectiveCapabilities(m_aEffectiveCapabilities); nError == 0) {
-        nError = nCapabilityError;
+    if (i_pNow == nullptr || i_pNow->m_groups != m_account.m_groups) {
+        // A service without the right to change groups has kept its own, which shows below.
+        keepFirst(SetGroups(m_account.m_groups));
     }
-    if (ThreadHas(*this)) {
+    if (ThreadHas(m_account, m_aEffectiveCapabilities)) {
         return 0;
     }
-    if (const int nGroupsError = SetGroups(m_account.m_groups); nError == 0) {
-        nError = nGroupsError;
-    }
-    return ThreadHas(*this) ? 0 : nError != 0 ? nError : EPERM;
+    // Once more, with the rights that the thread may have got back meanwhile.
+    keepFirst(SetEffectiveCapabilities(m_aEffectiveCapabilities));
+    keepFirst(SetGroup(m_account.m_nGroup));
+    keepFirst(SetGroups(m_account.m_groups));
+    return ThreadHas(m_account, m_aEffectiveCapabilities) ? 0 : nError != 0 ? nError : EPERM;
 }
 
 }  // namespace morwen

@@ -27,8 +27,9 @@ struct ThreadCredentials {
     // could be put back.
     int Exchange(const UnixAccount& i_account, bool& io_bStuck) const noexcept;
 
-    // The calling thread gets these credentials back, whatever it has now. 0, or an errno.
-    int Restore() const noexcept;
+    // The calling thread gets these credentials back, whatever it has now. 0, or an errno. Whom it is thought to be now
+    // only saves calls: what it has in the end is read back.
+    int Restore(const UnixAccount* i_pNow = nullptr) const noexcept;
 };
 
 }  // namespace morwen

@@ -35,7 +35,8 @@ int GetStuck(int i_nError) noexcept {
 
 // Makes the thread the service for good; 0, or an errno and the record kept for another try.
 int End(Impersonation* i_pImpersonation) noexcept {
-    if (const int nError = i_pImpersonation->m_service.Restore(); nError != 0) {
+    if (const int nError = i_pImpersonation->m_service.Restore(&*i_pImpersonation->m_pIdentity->m_account);
+        nError != 0) {
         return GetStuck(nError);
     }
     t_state.m_bStuck = false;
@@ -116,7 +117,9 @@ UnixAccount ThreadIdentity::ServiceAccount() {
 
 ServiceScope::ServiceScope() noexcept : m_bService(!t_state.m_bStuck) {
     if (m_bService && t_state.m_nServiceScopes == 0 && t_state.m_pImpersonation != nullptr) {
-        if (const int nError = t_state.m_pImpersonation->m_service.Restore(); nError != 0) {
+        if (const int nError =
+                t_state.m_pImpersonation->m_service.Restore(&*t_state.m_pImpersonation->m_pIdentity->m_account);
+            nError != 0) {
             GetStuck(nError);
             m_bService = false;
         }

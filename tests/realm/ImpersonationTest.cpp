@@ -154,7 +154,13 @@ TEST_F(Impersonation, LogsOnElsewhereAsTheUserOrNotAtAll) {
 // No account that every machine has is in groups, so this process sees a table of groups of its own.
 TEST_F(ImpersonatedGroups, AreThoseOfTheAccount) {
     const std::string table = RealmPath("group");
-    WriteFile("group", Content("/etc/group") + "morwen-one:x:64101:news\nmorwen-two:x:64102:bin,news\n");
+    std::string groups = Content("/etc/group") + "morwen-one:x:64101:news\nmorwen-two:x:64102:bin,news\n";
+    std::string ofMail = "8 ";
+    for (int nGroup = 64200; nGroup < 64270; ++nGroup) {
+        groups += "morwen-" + std::to_string(nGroup) + ":x:" + std::to_string(nGroup) + ":mail\n";
+        ofMail += std::to_string(nGroup) + " ";
+    }
+    WriteFile("group", groups);
     if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
         mount(table.c_str(), "/etc/group", nullptr, MS_BIND, nullptr) != 0) {
         GTEST_SKIP() << "a table of groups for this process alone needs root with the right to mount";
@@ -163,6 +169,7 @@ TEST_F(ImpersonatedGroups, AreThoseOfTheAccount) {
     const std::string news = KeptLogin(PasswordOf("news"));
     EXPECT_EQ(thread.Impersonate(news, 9, "9 64101 64102 "), "0");
     EXPECT_EQ(thread.Impersonate(KeptLogin(PasswordOf("bin")), 2, "2 64102 "), "0");
+    EXPECT_EQ(thread.Impersonate(KeptLogin(PasswordOf("mail")), 8, ofMail), "0");
     EXPECT_EQ(thread.Revert(news), "0");
     EXPECT_EQ(umount("/etc/group"), 0);
 }
