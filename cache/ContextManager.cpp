@@ -17,22 +17,22 @@ ContextManager::ContextManager(const CSmartRefCountPtr<SecContextCache>& i_pCont
 }
 
 void ContextManager::Impersonate(const SWCharString& i_ssKey) {
-    m_pContextCache->WithToken(i_ssKey, [&i_ssKey](const auto& i_found) {
-        if (!i_found.m_pToken || i_found.m_pToken->IsExpired(SDateTime::GetCurrentDateTime())) {
+    m_pContextCache->WithToken(i_ssKey, [&i_ssKey](const StaticTokenPtr* i_pFound) {
+        if (i_pFound == nullptr || !*i_pFound || (*i_pFound)->IsExpired(SDateTime::GetCurrentDateTime())) {
             S_TRACE("ssoplugin: ContextManager::Impersonate() -- token for %1 not found or expired.", i_ssKey);
             throw SSOException(SSO_ERROR, kMsgContextUnusable);
         }
-        i_found.m_pToken->Impersonate();
+        (*i_pFound)->Impersonate();
     });
 }
 
 void ContextManager::Revert(const SWCharString& i_ssKey) {
-    m_pContextCache->WithToken(i_ssKey, [&i_ssKey](const auto& i_found) {
-        if (!i_found.m_bPresent) {
+    m_pContextCache->WithToken(i_ssKey, [&i_ssKey](const StaticTokenPtr* i_pFound) {
+        if (i_pFound == nullptr) {
             S_TRACE("ssoplugin: ContextManager::Revert() -- token for %1 not found.", i_ssKey);
             throw SSOException(SSO_ERROR, kMsgNoContext);
         }
-        const StaticTokenPtr& pToken = i_found.m_pToken;
+        const StaticTokenPtr& pToken = *i_pFound;
         S_ASSERT(pToken);
         if (!pToken) {
             throw SSOException(SSO_ERROR);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
+#include <vector>
 
 #include "cache/SecContextUpdateThread.h"
 #include "errors/SSOException.h"
@@ -53,27 +55,31 @@ bool SecContextCache::AddAssociation(const SWCharString& i_ssKey, const SWCharSt
 
 bool SecContextCache::Extract(const SWCharString& i_ssKey, StaticTokenPtr& o_pToken) {
     const CSmartWriteLocker locker(m_lock);
-    const Found found = Lookup(i_ssKey);
-    if (!found.m_pToken) {
+    const auto found = m_mapCachedContexts.find(i_ssKey);
+    if (found == m_mapCachedContexts.end() || !found->second) {
         return false;
     }
+    o_pToken = found->second;
     S_ASSERT_TEXT(m_mapCachedContexts.erase(i_ssKey) == 1, "m_mapCachedContexts.RemoveKey( i_ssKey )");
-    o_pToken = found.m_pToken;
     return true;
 }
 
 bool SecContextCache::IsValid(const SWCharString& i_ssKey) {
-    return WithToken(i_ssKey, [](const Found& i_found) {
-        return i_found.m_pToken && !i_found.m_pToken->Expired(SDateTime::GetCurrentDateTime());
+    return WithToken(i_ssKey, [](const StaticTokenPtr* i_pFound) {
+        return i_pFound != nullptr && *i_pFound && !(*i_pFound)->Expired(SDateTime::GetCurrentDateTime());
     });
 }
 
 bool SecContextCache::Remove(const SWCharString& i_ssKey) {
     StaticTokenPtr pToken;  // the last reference goes after the lock, because ending a context calls the package
     const CSmartWriteLocker locker(m_lock);
-    const Found found = Lookup(i_ssKey);
-    pToken = found.m_pToken;
-    return m_mapCachedContexts.erase(i_ssKey) != 0;
+    const auto found = m_mapCachedContexts.find(i_ssKey);
+    if (found == m_mapCachedContexts.end()) {
+        return false;
+    }
+    pToken = std::move(found->second);
+    m_mapCachedContexts.erase(found);
+    return true;
 }
 
 void SecContextCache::Clear() {
@@ -82,14 +88,29 @@ void SecContextCache::Clear() {
     mapReleased.swap(m_mapCachedContexts);
 }
 
-SecContextCache::Found SecContextCache::Lookup(const SWCharString& i_ssKey) {
+const StaticTokenPtr* SecContextCache::Lookup(const SWCharString& i_ssKey) {
     const auto found = m_mapCachedContexts.find(i_ssKey);
-    return found == m_mapCachedContexts.end() ? Found{} : Found{true, found->second};
+    return found == m_mapCachedContexts.end() ? nullptr : &found->second;
 }
 
 std::map<SWCharString, StaticTokenPtr> SecContextCache::Snapshot() {
-    const CSmartReadLocker locker(m_lock);
-    return m_mapCachedContexts;
+    constexpr size_t kPart = 256;
+    std::map<SWCharString, StaticTokenPtr> mapSnapshot;
+    std::vector<std::pair<SWCharString, StaticTokenPtr>> part;
+    part.reserve(kPart);
+    do {
+        {
+            const CSmartReadLocker locker(m_lock);
+            auto it = part.empty() ? m_mapCachedContexts.begin() : m_mapCachedContexts.upper_bound(part.back().first);
+            for (part.clear(); part.size() < kPart && it != m_mapCachedContexts.end(); ++it) {
+                part.emplace_back(*it);
+            }
+        }
+        for (const auto& entry : part) {
+            mapSnapshot.insert(mapSnapshot.end(), entry);
+        }
+    } while (part.size() == kPart);
+    return mapSnapshot;
 }
 
 bool SecContextCache::RemoveExpired(const SWCharString& i_ssKey, const StaticTokenPtr& i_pToken, SDateTime i_now) {

@@ -37,14 +37,15 @@ public:
     void Clear();
 
     // The token under the key, with the map locked for reading while the operation runs, so that a removal waits for
-    // it. The operation receives a null pointer when there is no such key.
+    // it. The operation receives a null pointer when there is no such key; what it points to may be null too.
     template <class Operation>
     auto WithToken(const SWCharString& i_ssKey, Operation i_operation) {
         const Harrowlib201::CSmartReadLocker locker(m_lock);
         return i_operation(Lookup(i_ssKey));
     }
 
-    // For the update thread: what is cached now.
+    // For the update thread: what is cached now. Taken in parts, so that nobody waits long for the lock: a context that
+    // comes or is renamed meanwhile may be missing.
     std::map<SWCharString, StaticTokenPtr> Snapshot();
     // For the update thread: removes the token if it is still under the key, still expired and impersonated by nobody.
     // False when it has been renewed meanwhile.
@@ -56,14 +57,9 @@ protected:
     virtual Harrowlib201::JTCHandleT<Harrowlib201::TerminatingThread> MakeUpdateThread();
 
 private:
-    struct Found {
-        bool m_bPresent = false;
-        StaticTokenPtr m_pToken;
-    };
-
     void CreateUpdateThread() S_REQUIRES(m_threadSection);
     void CreateUpdateThreadAdopted() S_REQUIRES(m_threadSection);
-    Found Lookup(const SWCharString& i_ssKey) S_REQUIRES_SHARED(m_lock);
+    const StaticTokenPtr* Lookup(const SWCharString& i_ssKey) S_REQUIRES_SHARED(m_lock);
 
     std::map<SWCharString, StaticTokenPtr> m_mapCachedContexts S_GUARDED_BY(m_lock);
     Harrowlib201::CRWLock m_lock;

@@ -55,7 +55,10 @@ TEST_F(ContextCacheTest, KeysAreAddressesUntilTheHostGivesOthers) {
     EXPECT_TRUE(m_pCache->Extract(u"mine", pTaken) && pTaken && !m_pCache->IsValid(u"mine"));
     Add(u"removed");
     EXPECT_TRUE(m_pCache->Remove(u"removed") && !m_pCache->Remove(u"removed"));
-    Add(u"cleared");
+    for (int i = 0; i < 600; ++i) {  // more than the clean-up copies at once
+        Add((u"cleared" + std::u16string(1, static_cast<char16_t>(i + 1))).c_str());
+    }
+    EXPECT_EQ(m_pCache->Snapshot().size(), 600U);
     m_pCache->Clear();
     EXPECT_EQ(TestToken::s_nAlive, 1);  // the one that was taken out
     m_pCache->Insert(ssFirst, nullptr);
