@@ -1,5 +1,6 @@
 #include "handlers/SSOHandlerFactory.h"
 
+#include <atomic>
 #include <new>
 #include <string>
 
@@ -16,10 +17,15 @@ using namespace Harrowlib201;
 SSOHandlerFactoryPtr& SSOHandlerFactory::instance() {
     static CS_Wrapper s_section;
     static SSOHandlerFactoryPtr s_pSingleton;
+    static std::atomic<bool> s_bMade{false};  // from then on the pointer does not change any more, and needs no lock
+    if (s_bMade.load(std::memory_order_acquire)) {
+        return s_pSingleton;
+    }
     const CS_Locker locker(s_section);
     if (!s_pSingleton) {
         try {
             s_pSingleton = MakeCounted<SSOHandlerFactory>();
+            s_bMade.store(true, std::memory_order_release);
         } catch (const std::bad_alloc&) {
             S_FAIL("SSOHandlerFactory::instance() -- out of memory!");
             throw SSOException(SSOException::OutOfMemory());

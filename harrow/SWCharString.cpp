@@ -1,5 +1,7 @@
 #include "harrow/SWCharString.h"
 
+#include <cstdint>
+#include <cstring>
 #include <limits>
 #include <new>
 #include <utility>
@@ -7,16 +9,6 @@
 #include "harrow/SecureWipe.h"
 
 namespace Harrowlib201 {
-
-// Stands before the characters in one block.
-struct SWCharString::Body {
-    explicit Body(size_t i_nLength) : m_nLength(i_nLength) {}
-
-    char16_t* Text() { return reinterpret_cast<char16_t*>(this + 1); }
-
-    std::atomic<size_t> m_nReferences{1};
-    size_t m_nLength;
-};
 
 SWCharString::SWCharString(const char16_t* i_pszText)
     : SWCharString(i_pszText == nullptr ? std::u16string_view() : std::u16string_view(i_pszText)) {}
@@ -57,12 +49,14 @@ SWCharString::~SWCharString() {
     }
 }
 
-size_t SWCharString::length() const noexcept {
-    return m_pBody == nullptr ? 0 : m_pBody->m_nLength;
-}
-
-const char16_t* SWCharString::c_str() const noexcept {
-    return m_pBody == nullptr ? u"" : m_pBody->Text();
+std::strong_ordering SWCharString::Compare(std::u16string_view i_left, std::u16string_view i_right) noexcept {
+    constexpr size_t kStep = sizeof(uint64_t) / sizeof(char16_t);
+    const size_t nCommon = std::min(i_left.size(), i_right.size());
+    size_t nAt = 0;
+    while (nAt + kStep <= nCommon && std::memcmp(&i_left[nAt], &i_right[nAt], sizeof(uint64_t)) == 0) {
+        nAt += kStep;
+    }
+    return i_left.substr(nAt) <=> i_right.substr(nAt);
 }
 
 }  // namespace Harrowlib201

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <compare>
 #include <cstddef>
+#include <cstring>
 #include <string_view>
 
 namespace Harrowlib201 {
@@ -36,20 +37,33 @@ public:
     }
 
     bool isEmpty() const noexcept { return m_pBody == nullptr; }
-    size_t length() const noexcept;
+    size_t length() const noexcept { return m_pBody == nullptr ? 0 : m_pBody->m_nLength; }
     // Ends with a zero unit; valid as long as a copy of this string lives.
-    const char16_t* c_str() const noexcept;
+    const char16_t* c_str() const noexcept { return m_pBody == nullptr ? u"" : m_pBody->Text(); }
     std::u16string_view view() const noexcept { return {c_str(), length()}; }
 
     friend bool operator==(const SWCharString& i_left, const SWCharString& i_right) noexcept {
-        return i_left.view() == i_right.view();
+        return i_left.length() == i_right.length() &&
+               std::memcmp(i_left.c_str(), i_right.c_str(), i_left.length() * sizeof(char16_t)) == 0;
     }
     friend std::strong_ordering operator<=>(const SWCharString& i_left, const SWCharString& i_right) noexcept {
-        return i_left.view() <=> i_right.view();
+        return Compare(i_left.view(), i_right.view());
     }
 
 private:
-    struct Body;
+    // Stands before the characters in one block.
+    struct Body {
+        explicit Body(size_t i_nLength) : m_nLength(i_nLength) {}
+
+        char16_t* Text() { return reinterpret_cast<char16_t*>(this + 1); }
+
+        std::atomic<size_t> m_nReferences{1};
+        size_t m_nLength;
+    };
+
+    // As the views themselves compare, but passes over equal beginnings, which most keys have in common, faster.
+    static std::strong_ordering Compare(std::u16string_view i_left, std::u16string_view i_right) noexcept;
+
     // Room for so many characters and the zero behind them. Only for an empty string.
     char16_t* Allocate(size_t i_nLength);
 

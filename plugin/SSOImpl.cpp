@@ -1,5 +1,6 @@
 #include "plugin/SSOImpl.h"
 
+#include <atomic>
 #include <new>
 
 #include "errors/ErrorRecord.h"
@@ -79,10 +80,15 @@ uint32_t SSOImpl::RunOnContexts(Operation i_operation) {
 JTCHandleT<SSOImpl> SSOImpl::instance() {
     static CS_Wrapper s_section;
     static JTCHandleT<SSOImpl> s_pSingleton;
+    static std::atomic<bool> s_bMade{false};  // from then on the handle does not change any more, and needs no lock
+    if (s_bMade.load(std::memory_order_acquire)) {
+        return s_pSingleton;
+    }
     const CS_Locker locker(s_section);
     if (!s_pSingleton) {
         try {
             s_pSingleton = MakeCounted<SSOImpl>();
+            s_bMade.store(true, std::memory_order_release);
         } catch (const std::bad_alloc&) {
             S_TRACE("ssoplugin: SSOImpl::instance() -- Out of memory!");
         }
