@@ -28,6 +28,7 @@ constexpr size_t kMostKeytabs = 16;
 
 struct HeldKeys {
     std::optional<FileStamp> m_stamp;
+    int64_t m_nLookedAt = 0;  // the tick in which the stamp was right
     Clock::time_point m_readAt;
     std::shared_ptr<const AcceptorKeys> m_pKeys;
 };
@@ -35,16 +36,21 @@ struct HeldKeys {
 class HeldKeytabs {
 public:
     std::shared_ptr<const AcceptorKeys> Get(krb5_context i_context, const std::string& i_name) {
+        const int64_t nTick = ClockTick();
+        if (auto pKeys = LookedAtIn(nTick, i_name)) {
+            return pKeys;
+        }
         const std::string path = PathOfKrb5Name(i_name);
         // Before the content: a change between the two is seen at the next look.
         const auto stamp = path.empty() ? std::nullopt : FileStamp::Of(path);
         const Harrowlib201::CS_Locker locker(m_section);
         const auto it = m_keytabs.find(i_name);
         if (it != m_keytabs.end()) {
-            const HeldKeys& held = it->second;
+            HeldKeys& held = it->second;
             const bool bUnchanged =
                 path.empty() ? Clock::now() - held.m_readAt < kTrustedFor : stamp && stamp == held.m_stamp;
             if (bUnchanged) {
+                held.m_nLookedAt = nTick;
                 return held.m_pKeys;
             }
             m_keytabs.erase(it);
@@ -53,7 +59,7 @@ public:
             m_keytabs.clear();
         }
         auto pKeys = std::make_shared<const AcceptorKeys>(i_context, i_name);
-        m_keytabs[i_name] = {stamp, Clock::now(), pKeys};
+        m_keytabs[i_name] = {stamp, nTick, Clock::now(), pKeys};
         return pKeys;
     }
 
@@ -63,6 +69,12 @@ public:
     }
 
 private:
+    std::shared_ptr<const AcceptorKeys> LookedAtIn(int64_t i_nTick, const std::string& i_name) {
+        const Harrowlib201::CS_Locker locker(m_section);
+        const auto it = m_keytabs.find(i_name);
+        return it != m_keytabs.end() && it->second.m_nLookedAt == i_nTick ? it->second.m_pKeys : nullptr;
+    }
+
     Harrowlib201::CS_Wrapper m_section;
     std::map<std::string, HeldKeys> m_keytabs S_GUARDED_BY(m_section);
 };

@@ -199,6 +199,11 @@ void InitiatorTickets::ForgetWhenChanged() {
         }
         m_nLookedAt = nNow;
     } else {
+        const int64_t nTick = ClockTick();
+        if (nTick == m_nLookedAt) {
+            return;
+        }
+        m_nLookedAt = nTick;
         auto stamp = FileStamp::Of(m_cachePath);
         if (stamp == m_stamp) {
             return;

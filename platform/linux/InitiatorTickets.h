@@ -60,7 +60,7 @@ private:
     Harrowlib201::CS_Wrapper m_section;
     std::map<std::string, std::shared_ptr<const ServiceTicket>> m_tickets S_GUARDED_BY(m_section);
     std::optional<FileStamp> m_stamp S_GUARDED_BY(m_section);
-    int64_t m_nLookedAt S_GUARDED_BY(m_section) = 0;     // seconds of the monotonic clock
+    int64_t m_nLookedAt S_GUARDED_BY(m_section) = 0;     // the clock's tick; seconds for what is no file
     uint64_t m_nGeneration S_GUARDED_BY(m_section) = 0;  // goes up whenever the tickets are forgotten
 };
 
