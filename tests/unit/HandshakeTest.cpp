@@ -148,6 +148,18 @@ TEST_F(HandshakeTest, Buffers) {
     EXPECT_TRUE(m_trace.Said({"KerberosSSPIHandler::FreeBuffer() -- input buffer is NULL"}));
     EXPECT_EQ(Thrown([&] { return m_pHandler->AllocateBuffer(UINT64_MAX / 4); }), "106/42502");
     EXPECT_TRUE(m_trace.Said({"KerberosSSPIHandler::AllocateBuffer() -- Out of memory. (pvBuff)"}));
+    // Zeros again, whoever wrote into them: a step that succeeds, one that fails, and somebody who says nothing.
+    const uint64_t nSize = m_pHandler->GetMaxTokenSize();
+    m_fake.Script("AcceptSecurityContext", {SEC_E_OK, "token"});
+    EXPECT_EQ(Step(false, Session(), "x"), "1=token");
+    m_fake.Script("AcceptSecurityContext", {SEC_E_LOGON_DENIED, "token"});
+    EXPECT_EQ(Step(false, Session(), "x").substr(0, 2), "3/");
+    for (int nRound = 0; nRound < 2; ++nRound) {
+        uint8_t* const pBuffer = m_pHandler->AllocateBuffer(nSize);
+        EXPECT_TRUE(std::all_of(pBuffer, pBuffer + nSize, [](uint8_t nByte) { return nByte == 0; }));
+        std::fill_n(pBuffer, nSize, uint8_t{0xAA});
+        m_pHandler->FreeBuffer(pBuffer);
+    }
     m_pHandler = MakeCounted<PoorHandler>();
     EXPECT_EQ(Step(true, Session(), ""), "106/42502");
     EXPECT_TRUE(m_trace.Said({"KerberosSSPIHandler::InitializeContext() -- Out of memory"}));
