@@ -80,10 +80,10 @@ void GssLogon::Run() {
         };
         gss_buffer_desc none = GSS_C_EMPTY_BUFFER;
         Require(initiate(GSS_C_NO_BUFFER, &exchange.m_request) == GSS_S_CONTINUE_NEEDED, "gss_init_sec_context");
-        Require(gss_accept_sec_context(&nMinor, &exchange.m_server, m_server, &exchange.m_request,
-                                       GSS_C_NO_CHANNEL_BINDINGS, nullptr, nullptr, &exchange.m_reply, nullptr, nullptr,
-                                       &exchange.m_delegated) == GSS_S_COMPLETE,
-                "gss_accept_sec_context");
+        const OM_uint32 nMajor = gss_accept_sec_context(&nMinor, &exchange.m_server, m_server, &exchange.m_request,
+                                                        GSS_C_NO_CHANNEL_BINDINGS, nullptr, nullptr, &exchange.m_reply,
+                                                        nullptr, nullptr, &exchange.m_delegated);
+        Require(nMajor == GSS_S_COMPLETE, "gss_accept_sec_context: minor status " + std::to_string(nMinor));
         Require(initiate(&exchange.m_reply, &none) == GSS_S_COMPLETE, "gss_init_sec_context, second pass");
         Require((exchange.m_delegated != GSS_C_NO_CREDENTIAL) == ((m_nFlags & GSS_C_DELEG_FLAG) != 0),
                 "GSS-API and delegation");

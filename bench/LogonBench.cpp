@@ -46,7 +46,7 @@ void RegisterLogons() {
                                                                   {"aes128-sha2", ENCTYPE_AES128_CTS_HMAC_SHA256_128},
                                                                   {"aes256-sha2", ENCTYPE_AES256_CTS_HMAC_SHA384_192}};
     for (const auto& [pszName, nEnctype] : kEnctypes) {
-        const std::string service = std::string(pszName) + "/localhost";
+        const std::string service = std::string("forged-") + pszName + "/localhost";  // the realm has the plain ones
         ForgeService(service, nEnctype, 0);
         RegisterAll(pszName, {service});
     }
