@@ -10,7 +10,6 @@ with subprocess.Popen([SERVER, "--port-file", PORT], stdout=subprocess.DEVNULL) 
     there = "127.0.0.1:" + open(PORT).read().strip()
     bob = ["--user", "MORWEN.TEST\\bob", "morwen/localhost"]
     welcome, own = "logged on; the server says: Welcome, S-1-22-1-", f"S-1-22-1-{os.geteuid()}"
-    failed = []
     for arguments, password, environment, status, words in [
             (["morwen/localhost"], "", {}, 0, "logged on: S-1-22-1-"),
             (["morwen/localhost", there], "", {}, 0, welcome),
@@ -22,8 +21,6 @@ with subprocess.Popen([SERVER, "--port-file", PORT], stdout=subprocess.DEVNULL) 
             (["morwen/localhost"], "", {"KRB5_KTNAME": "FILE:/none"}, 2, "SSOAcceptLogin: code 100: The credentials were refused")]:
         done = subprocess.run([sys.executable, EXAMPLE, *arguments], input=password + "\n", text=True, timeout=30,
                               env={**os.environ, **environment}, capture_output=True)
-        if done.returncode != status or words not in done.stdout + done.stderr:
-            failed.append(f"{arguments}: status {done.returncode} instead of {status}: {done.stdout}{done.stderr}")
+        assert done.returncode == status and words in done.stdout + done.stderr, (arguments, done)
     server.terminate()
-assert not failed, "\n".join(failed)
 assert server.returncode == 0, server.returncode
