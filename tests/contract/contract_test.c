@@ -270,6 +270,29 @@ static void Logins(void) {
     CHECK(key == NULL && buffer == NULL);
 }
 
+/* Chains and names as no host would send them, and lengths that lie. */
+static void Attacks(void) {
+    enum { kMany = 200000 };
+    static ParasSeq s_aChain[kMany];
+    static SSOChar s_aName[kMany];
+    for (size_t i = 0; i < kMany; ++i) {
+        const ParasSeq element = {u"SI_SERVER_SSPI_SPN", SSO_PARAMETER_STRING, i == 0 ? s_aName : u"x",
+                                  s_aChain + i + 1};
+        s_aChain[i] = element;
+        s_aName[i] = (SSOChar)(i == 1 ? u'\\' : 1 + i % 0xFFFE); /* controls, separators, lone surrogates */
+    }
+    s_aChain[kMany - 1].next = NULL;
+    s_aName[kMany - 1] = 0;
+    CHECK(g_Sso.SSOInitProvider(u"SSPI", s_aChain) == SSO_OK);
+    SSOChar* key = NULL;
+    void* buffer = NULL;
+    SSOLength length = 0;
+    CHECK(g_Sso.SSOStartLogin(s_aName, s_aName, u"SSPI", s_aChain, &key, &buffer, &length) >= SSO_DENIED);
+    FAILS(g_Sso.SSOContinueLogin(s_aName, "x", 1U << 31U, &buffer, &length), SSO_ERROR, 42254);
+    FAILS(g_Sso.SSOImpersonate(s_aName), SSO_ERROR, 61217);
+    CHECK(key == NULL && buffer == NULL && length == 0);
+}
+
 static void Contexts(void) {
     static const SSOChar kLone[] = {0xDFFF, 0};
     static const SSOChar* const kKeys[] = {NULL, u"", u"1", u"DUMMY_KEY", u"DUMMY_KEY__CACHING_IS_OFF", kLone};
@@ -350,8 +373,8 @@ int main(int i_nArguments, char** i_ppszArguments) {
         void (*run)(void);
         int started; /* runs on a started package */
     } kGroups[] = {{"not-started", NotStarted, 0}, {"counted", Counted, 0}, {"errors", Errors, 1},
-                   {"settings", Settings, 1},      {"logins", Logins, 1},   {"contexts", Contexts, 1},
-                   {"threads", Threads, 0}};
+                   {"settings", Settings, 1},      {"logins", Logins, 1},   {"attacks", Attacks, 1},
+                   {"contexts", Contexts, 1},      {"threads", Threads, 0}};
     if (i_nArguments != 2) {
         fputs("usage: contract_test LIBRARY\n", stderr);
         return 2;

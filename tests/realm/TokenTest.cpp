@@ -1,15 +1,21 @@
-// Tokens that are not what the peer has sent, or not for this login.
+// Attacks by tokens and keys that are not what the peer has sent, or not for this login.
+#include <malloc.h>
 #include <sys/mman.h>
 
 #include <algorithm>
 #include <string_view>
+#include <thread>
 
 #include "realm/PluginTest.h"
 
 namespace morwen {
 namespace {
 
-class Token : public PluginTest {};
+class Replay : public PluginTest {};
+class ForgedToken : public PluginTest {};
+class MixedLogins : public PluginTest {};
+class GuessedKey : public PluginTest {};
+class OpenSessions : public PluginTest {};
 
 constexpr const char* kUnusable = "100/42254";
 
@@ -30,8 +36,8 @@ Bytes Longer(Bytes i_bytes) {
     return i_bytes;
 }
 
-// Run by IsTakenOnce in a process of its own.
-TEST_F(Token, DISABLED_InTheFileIsJudgedAsExpected) {
+// Run by the next test in a process of its own.
+TEST_F(Replay, DISABLED_InTheFileIsJudgedAsExpected) {
     std::ifstream file(RealmPath("token"), std::ios::binary);
     const LoginResult accepted = AcceptLogin(Bytes{std::istreambuf_iterator<char>(file), {}});
     EXPECT_EQ(accepted.m_verdict, std::getenv("EXPECTED_VERDICT"));
@@ -41,10 +47,10 @@ TEST_F(Token, DISABLED_InTheFileIsJudgedAsExpected) {
 void AcceptElsewhere(const Bytes& i_token, const std::string& i_verdict) {
     WriteFile("token", {i_token.begin(), i_token.end()});
     RunCommand("EXPECTED_VERDICT=" + i_verdict + " " + std::filesystem::read_symlink("/proc/self/exe").string() +
-               " --gtest_filter=Token.DISABLED_* --gtest_also_run_disabled_tests");
+               " --gtest_filter=Replay.DISABLED_* --gtest_also_run_disabled_tests");
 }
 
-TEST_F(Token, IsTakenOnce) {
+TEST_F(Replay, IsRefusedHereAndInOtherProcesses) {
     const LoginResult started = HalfLogin();
     const LoginResult accepted = AcceptLogin(started.m_token);
     EXPECT_EQ(AcceptLogin(started.m_token).m_verdict, "3/61215");
@@ -58,7 +64,7 @@ TEST_F(Token, IsTakenOnce) {
     EXPECT_EQ(AcceptLogin(other).m_verdict, "3/61215");
 }
 
-TEST_F(Token, MustBeAToken) {
+TEST_F(ForgedToken, OfNoFormatOrALengthThatLies) {
     using namespace std::string_view_literals;
     const std::string key = HalfLogin().m_key;
     const auto expectRefused = [&key](std::span<const uint8_t> i_token) {
@@ -78,7 +84,7 @@ TEST_F(Token, MustBeAToken) {
     munmap(pvPage, 1);
 }
 
-TEST_F(Token, MustBeWholeAndNothingMore) {
+TEST_F(ForgedToken, CutOrLengthened) {
     const Bytes token = HalfLogin().m_token;
     for (size_t nLength = 1; nLength < token.size(); ++nLength) {
         EXPECT_EQ(AcceptLogin(Cut(token, nLength)).m_verdict, kUnusable) << nLength;
@@ -90,7 +96,7 @@ TEST_F(Token, MustBeWholeAndNothingMore) {
 
 // What stands in the clear is not protected and does not count: the key that opens the ticket proves it, and the ticket
 // says who the user is. The clear part ends with the ticket's key version, 18 bytes behind the service's name.
-TEST_F(Token, WithAFlippedBitMakesNobodyElse) {
+TEST_F(ForgedToken, WithAFlippedBitMakesNobodyElse) {
     const std::string alice = LogOn().m_userSid;
     const std::string_view host = "localhost";
     Bytes token = HalfLogin().m_token;
@@ -107,7 +113,7 @@ TEST_F(Token, WithAFlippedBitMakesNobodyElse) {
     }
 }
 
-TEST_F(Token, FromTheServiceMustAnswerThisLogin) {
+TEST_F(MixedLogins, ReflectedOrFromAnotherLoginAnswersNone) {
     constexpr size_t kMessageType = 31;  // in the clear, and said again by the tag in front
     LoginResult started = StartLogin();
     LoginResult accepted = AcceptLogin(started.m_token);
@@ -134,7 +140,7 @@ TEST_F(Token, FromTheServiceMustAnswerThisLogin) {
     EXPECT_EQ(CloseLogin(accepted.m_key).m_verdict, "2");
 }
 
-TEST_F(Token, IsNeededToCloseALogin) {
+TEST_F(GuessedKey, OrANeighbouringOneClosesNoLogin) {
     const LoginResult started = HalfLogin();
     EXPECT_EQ(AcceptLogin(Bytes{1, 2, 3}).m_verdict, kUnusable);
     EXPECT_EQ(CloseLogin(started.m_key).m_verdict, kUnusable);  // a session, but nobody has been accepted in it
@@ -150,12 +156,48 @@ TEST_F(Token, IsNeededToCloseALogin) {
     EXPECT_TRUE(m_trace.Said({"NULL input buffer", "0-length input buffer"}));
 }
 
-TEST_F(Token, OfAnotherUserDoesNotTakeALoginOver) {
+TEST_F(MixedLogins, ATokenOfAnotherUserTakesNoLoginOver) {
     const LoginResult accepted = AcceptLogin(HalfLogin().m_token);
     const LoginResult bob = HalfLogin({"MORWEN\\bob", "bob-secret"});
     EXPECT_EQ(AcceptLogin(bob.m_token, accepted.m_key).m_verdict, kUnusable);
     EXPECT_EQ(ContinueLogin(accepted.m_key, bob.m_token).m_verdict, "100/61214");  // no client's login
     EXPECT_EQ(CloseLogin(accepted.m_key).m_userSid, accepted.m_userSid);
+}
+
+// The keys of both halves, and one that was released, on the thread that had it and on another.
+TEST_F(GuessedKey, OfAnUnfinishedOrReleasedOneOpensNothing) {
+    const LoginResult started = HalfLogin();
+    const LoginResult accepted = AcceptLogin(started.m_token);
+    SetCaching(u"1");
+    const std::string released = LogOn().m_key;
+    EXPECT_EQ(SSOReleaseSecurityContext(Wide(released).c_str()), SSO_OK);
+    const auto opensNothing = [&] {
+        for (const std::string& key : {started.m_key, accepted.m_key, released}) {
+            const HostText name = Wide(key);
+            EXPECT_EQ(SSOImpersonate(name.c_str()), SSO_ERROR);
+            EXPECT_EQ(SSORevert(name.c_str()), SSO_ERROR);
+            EXPECT_EQ(SSOAssociateSecurityContext(name.c_str(), u"mine"), SSO_NO_CONTEXT);
+            EXPECT_EQ(SSOLookupSecurityContext(name.c_str()), SSO_NO_CONTEXT);
+        }
+    };
+    opensNothing();
+    std::thread(opensNothing).join();
+    EXPECT_EQ(CloseLogin(accepted.m_key).m_verdict, "2");
+}
+
+// The sanitizers' allocators report nothing.
+TEST_F(OpenSessions, ThatAreNeverEndedTakeLittleMemory) {
+    constexpr size_t kSessions = 1000;
+    const size_t nBefore = mallinfo2().uordblks;
+    for (size_t i = 0; i < kSessions; ++i) {
+        m_nHalfDone += AcceptLogin(HalfLogin().m_token).m_verdict == "1" ? 1U : 0U;
+    }
+    EXPECT_EQ(m_nHalfDone, 2 * kSessions);
+    m_trace.Said({});
+    const size_t nBytes = (mallinfo2().uordblks - nBefore) / kSessions;
+    RecordProperty("BytesOfBothHalves", std::to_string(nBytes));
+    printf("%zu bytes for both halves\n", nBytes);
+    EXPECT_LT(nBytes, 8192U);
 }
 
 }  // namespace
