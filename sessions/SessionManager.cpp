@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 #include "errors/SSOException.h"
 #include "handlers/HandlerToken.h"
@@ -135,6 +136,9 @@ uint32_t SessionManager::GenerateClientContext(const SWCharString& i_ssUser, con
         S_FAIL("ssoplugin: SessionManager::GenerateClientContext() -- Credentials object is NULL!");
         throw SSOException(SSO_ERROR);
     }
+    // Before the step, which cannot be undone: a login that is complete must not fail for lack of memory.
+    SWCharString ssDone(kClientDone);
+    SWCharString ssGoesOn = pSession->GetIdentifier().ToString();
     uint32_t nStatus = SSO_ERROR;
     try {
         HandlerToken token(*pHandler);
@@ -142,7 +146,7 @@ uint32_t SessionManager::GenerateClientContext(const SWCharString& i_ssUser, con
                                               i_nTokenLength, &token.m_pvToken, &token.m_nLength);
         RequireStatus(nStatus, "ssoplugin: SessionManager::GenerateClientContext() failed.");
         CopyForHost(token, o_ppvBuffer, o_pnBufferLength);
-        o_ssKey = nStatus != SSO_OK ? pSession->GetIdentifier().ToString() : SWCharString(kClientDone);
+        o_ssKey = std::move(nStatus != SSO_OK ? ssGoesOn : ssDone);
     } catch (...) {
         ClearOutputs(o_ppvBuffer, o_pnBufferLength);
         throw;

@@ -1,5 +1,7 @@
 #include "platform/linux/PasswordLogon.h"
 
+#include <cerrno>
+
 #include <algorithm>
 #include <cctype>
 
@@ -113,7 +115,8 @@ void PasswordLogon::LogOn(krb5_context i_context) {
     Krb5Principal user(i_context);
     krb5_error_code nCode = krb5_parse_name(i_context, name.c_str(), user.Receive());
     if (nCode != 0) {
-        Fail(SEC_E_LOGON_DENIED, name + " is no user's name: " + ErrorWords(i_context, nCode));
+        Fail(nCode == ENOMEM ? SEC_E_INSUFFICIENT_MEMORY : SEC_E_LOGON_DENIED,
+             name + " is no user's name: " + ErrorWords(i_context, nCode));
     }
     krb5_ccache cache = nullptr;
     nCode = krb5_cc_new_unique(i_context, "MEMORY", nullptr, &cache);

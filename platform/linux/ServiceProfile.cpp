@@ -46,10 +46,11 @@ const char* RealmWhoseKdcsAreAsked(const char* const* i_names) {
     return relation == "kdc" || relation == "primary_kdc" || relation == "master_kdc" ? i_names[1] : nullptr;
 }
 
+using ValueList = std::unique_ptr<char*[], decltype(&profile_free_list)>;
+
 // A list as libprofile makes them, so that profile_free_list releases it: malloc, every text and the list.
 long MakeList(const std::vector<std::string>& i_values, char*** o_pppList) {
-    std::unique_ptr<char*[], decltype(&profile_free_list)> pList(
-        static_cast<char**>(std::calloc(i_values.size() + 1, sizeof(char*))), profile_free_list);
+    ValueList pList(static_cast<char**>(std::calloc(i_values.size() + 1, sizeof(char*))), profile_free_list);
     if (pList == nullptr) {
         return ENOMEM;
     }
@@ -119,6 +120,27 @@ std::string ReplayCacheName() {
         return {};
     }
     return "file2:" + path;
+}
+
+// In place of profile_get_values, which writes through a null pointer when there is no memory for its list.
+long SystemValues(profile_t i_system, const char* const* i_names, char*** o_pppValues) {
+    void* pvIterator = nullptr;
+    long nCode = profile_iterator_create(i_system, i_names, PROFILE_ITER_RELATIONS_ONLY, &pvIterator);
+    std::vector<std::string> values;
+    const auto free = [](void** i_ppvIterator) { profile_iterator_free(i_ppvIterator); };
+    const std::unique_ptr<void*, decltype(free)> pOwner(&pvIterator, free);
+    while (nCode == 0 && pvIterator != nullptr) {
+        char* pszValue = nullptr;
+        nCode = profile_iterator(&pvIterator, nullptr, &pszValue);
+        const std::unique_ptr<char, decltype(&profile_release_string)> pValue(pszValue, profile_release_string);
+        if (nCode == 0 && pszValue != nullptr) {
+            values.emplace_back(pszValue);
+        }
+    }
+    if (nCode != 0) {
+        return nCode;
+    }
+    return values.empty() ? long{PROF_NO_RELATION} : MakeList(values, o_pppValues);
 }
 
 bool IsSet(profile_t i_system, const char* i_pszRelation) {
@@ -208,7 +230,9 @@ long ServiceProfile::GetValues(const char* const* i_names, char*** o_pppValues) 
     if (m_bNoDnsByLibrary && IsNamed(i_names, "libdefaults", "dns_lookup_kdc")) {
         return MakeList({"false"}, o_pppValues);
     }
-    const long nCode = profile_get_values(m_system, i_names, o_pppValues);
+    char** ppszValues = nullptr;
+    const long nCode = SystemValues(m_system, i_names, &ppszValues);
+    ValueList pValues(ppszValues, profile_free_list);
     const bool bMissing = nCode == PROF_NO_RELATION || nCode == PROF_NO_SECTION;
     if (bMissing && !m_replayCache.empty() && IsNamed(i_names, "libdefaults", "default_rcache_name")) {
         return MakeList({m_replayCache}, o_pppValues);
@@ -218,15 +242,15 @@ long ServiceProfile::GetValues(const char* const* i_names, char*** o_pppValues) 
     }
     const char* const pszRealm = RealmWhoseKdcsAreAsked(i_names);
     if (pszRealm != nullptr && (nCode == 0 || bMissing)) {
-        Locate(pszRealm, i_names[2], nCode == 0 ? *o_pppValues : nullptr);
-        if (nCode == 0 && m_told.m_kdcs.empty()) {
-            profile_free_list(*o_pppValues);
-            return PROF_NO_RELATION;
+        Locate(pszRealm, i_names[2], pValues.get());
+        if (m_told.m_kdcs.empty()) {
+            return nCode == 0 ? long{PROF_NO_RELATION} : nCode;
         }
-        if (bMissing && !m_told.m_kdcs.empty()) {
+        if (bMissing) {
             return MakeList(m_told.m_kdcs, o_pppValues);
         }
     }
+    *o_pppValues = pValues.release();
     return nCode;
 }
 
