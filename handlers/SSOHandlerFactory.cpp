@@ -1,12 +1,12 @@
 #include "handlers/SSOHandlerFactory.h"
 
-#include <atomic>
 #include <new>
 #include <string>
 
 #include "errors/SSOException.h"
 #include "handlers/kerberos/KerberosSSPIHandler.h"
 #include "handlers/threadtoken/ThreadTokenHandler.h"
+#include "harrow/CSingleton.h"
 #include "harrow/STrace.h"
 #include "harrow/SWCharStringConv.h"
 
@@ -14,29 +14,19 @@ namespace morwen {
 
 using namespace Harrowlib201;
 
-SSOHandlerFactoryPtr& SSOHandlerFactory::instance() {
-    static CS_Wrapper s_section;
-    static SSOHandlerFactoryPtr s_pSingleton;
-    static std::atomic<bool> s_bMade{false};  // from then on the pointer does not change any more, and needs no lock
-    if (s_bMade.load(std::memory_order_acquire)) {
-        return s_pSingleton;
-    }
-    const CS_Locker locker(s_section);
-    if (!s_pSingleton) {
-        try {
-            s_pSingleton = MakeCounted<SSOHandlerFactory>();
-            s_bMade.store(true, std::memory_order_release);
-        } catch (const std::bad_alloc&) {
-            S_FAIL("SSOHandlerFactory::instance() -- out of memory!");
-            throw SSOException(SSOException::OutOfMemory());
+const SSOHandlerFactoryPtr& SSOHandlerFactory::instance() {
+    try {
+        const SSOHandlerFactoryPtr& s_pSingleton = CSingleton<SSOHandlerFactory>::Get();
+        S_ASSERT(s_pSingleton);
+        if (!s_pSingleton) {
+            S_FAIL("SSOHandlerFactory::instance() -- singleton is NULL!");
+            throw SSOException(SSO_ERROR);
         }
+        return s_pSingleton;
+    } catch (const std::bad_alloc&) {
+        S_FAIL("SSOHandlerFactory::instance() -- out of memory!");
+        throw SSOException(SSOException::OutOfMemory());
     }
-    S_ASSERT(s_pSingleton);
-    if (!s_pSingleton) {
-        S_FAIL("SSOHandlerFactory::instance() -- singleton is NULL!");
-        throw SSOException(SSO_ERROR);
-    }
-    return s_pSingleton;
 }
 
 SSOHandlerPtr SSOHandlerFactory::GetHandler(const SWCharString& i_ssType) {

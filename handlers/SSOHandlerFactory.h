@@ -14,7 +14,7 @@ using SSOHandlerFactoryPtr = Harrowlib201::CSmartRefCountPtr<SSOHandlerFactory>;
 class SSOHandlerFactory : public Harrowlib201::CRefCount {
 public:
     // The factory, made on the first call. Throws SSOException; never empty.
-    static SSOHandlerFactoryPtr& instance();
+    static const SSOHandlerFactoryPtr& instance();
 
     // The handler of the type, made on the first request for it; many threads get the same one. The name is compared as
     // it stands. Throws SSOException (kMsgUnknownProvider with the type for any other name, or what the handler's

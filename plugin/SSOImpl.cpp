@@ -1,6 +1,5 @@
 #include "plugin/SSOImpl.h"
 
-#include <atomic>
 #include <new>
 
 #include "errors/ErrorRecord.h"
@@ -8,6 +7,7 @@
 #include "errors/MessageTable.h"
 #include "errors/SSOException.h"
 #include "handlers/SSOHandlerFactory.h"
+#include "harrow/CSingleton.h"
 #include "harrow/SLogger.h"
 #include "harrow/SResManager.h"
 #include "harrow/STrace.h"
@@ -78,22 +78,12 @@ uint32_t SSOImpl::RunOnContexts(Operation i_operation) {
 }
 
 JTCHandleT<SSOImpl> SSOImpl::instance() {
-    static CS_Wrapper s_section;
-    static JTCHandleT<SSOImpl> s_pSingleton;
-    static std::atomic<bool> s_bMade{false};  // from then on the handle does not change any more, and needs no lock
-    if (s_bMade.load(std::memory_order_acquire)) {
-        return s_pSingleton;
+    try {
+        return CSingleton<SSOImpl>::Get();
+    } catch (const std::bad_alloc&) {
+        S_TRACE("ssoplugin: SSOImpl::instance() -- Out of memory!");
+        return nullptr;
     }
-    const CS_Locker locker(s_section);
-    if (!s_pSingleton) {
-        try {
-            s_pSingleton = MakeCounted<SSOImpl>();
-            s_bMade.store(true, std::memory_order_release);
-        } catch (const std::bad_alloc&) {
-            S_TRACE("ssoplugin: SSOImpl::instance() -- Out of memory!");
-        }
-    }
-    return s_pSingleton;
 }
 
 SSOImpl::~SSOImpl() {

@@ -28,6 +28,9 @@ def kadmin(*commands):
     run("kadmin.local", "-r", "MORWEN.TEST", input="\n".join(commands).replace("KEYTAB", f"-k {REALM}/other.keytab"))
 
 
+RUNNING = set()
+
+
 @functools.cache
 class Peer:
     """A process that initiates or accepts for one library, under one configuration."""
@@ -38,6 +41,7 @@ class Peer:
                                         stdout=subprocess.PIPE, env=dict(os.environ, KRB5_CONFIG=f"{REALM}/{configuration}"))
 
     def ask(self, verb, first="-", second="-", token=b""):
+        RUNNING.add(self.process)
         self.process.stdin.write(f"{verb} {first} {second} {len(token)}\n".encode() + token)
         self.process.stdin.flush()
         length, _, outcome = self.process.stdout.readline().decode().strip().partition(" ")
@@ -183,6 +187,10 @@ def in_realm(kdc):
               rf"\1permitted_enctypes = {' '.join(TYPES)}\n\2{ACCOUNT.pw_name}\nmany = ")
     for table, row, logon in itertools.chain(matrix(kdc), (("", [row], logon) for row, logon in situations(kdc))):
         print(json.dumps([table, row, [logon.cell(pair) for pair in PAIRS]]), flush=True)
+    for process in RUNNING:  # their objects end the libraries' packages after everything else
+        process.communicate()
+        if process.returncode != 0:
+            sys.exit(f"{process.args[0]} ends with {process.returncode}")
 
 
 def table(heads, rows):
