@@ -9,7 +9,7 @@
 // NOLINTBEGIN(bugprone-reserved-identifier, misc-new-delete-overloads): no header declares these; new and delete for
 // arrays and without exceptions call those of one object
 extern "C" {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef MORWEN_SANITIZED
 #define MORWEN_REAL(name) __interceptor_##name
 #else
 #define MORWEN_REAL(name) __libc_##name
