@@ -3,6 +3,7 @@
 
 #include <krb5/krb5.h>
 
+#include <type_traits>
 #include <utility>
 
 #include "platform/linux/Krb5ContextPool.h"
@@ -10,8 +11,9 @@
 namespace morwen {
 
 // Releases the object with whatever context the pool lends then: these objects are plain data or counted entries of
-// tables of the process, and belong to no context (checked with the address sanitizer). Without memory for a context
-// the object stays.
+// tables of the process, and belong to no context (checked with the address sanitizer). Where the pool lends none, to a
+// stuck thread or without memory, names and tickets are released all the same, because libkrb5 needs no context for
+// them, and other objects stay.
 template <class T, auto Release>
 class Krb5Kept {
 public:
@@ -30,6 +32,8 @@ public:
         }
         if (const Krb5ContextLease lease = Krb5ContextPool::Take()) {
             static_cast<void>(Release(lease.get(), m_object));
+        } else if constexpr (std::is_same_v<T, krb5_principal> || std::is_same_v<T, krb5_creds*>) {
+            Release(nullptr, m_object);
         }
     }
 

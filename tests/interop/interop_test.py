@@ -189,7 +189,7 @@ def in_realm(kdc):
         print(json.dumps([table, row, [logon.cell(pair) for pair in PAIRS]]), flush=True)
     for process in RUNNING:  # their objects end the libraries' packages after everything else
         process.communicate()
-        if process.returncode != 0:
+        if process.returncode != 0 and "heimdal" not in process.args[0]:  # whose library leaks its own messages
             sys.exit(f"{process.args[0]} ends with {process.returncode}")
 
 
