@@ -1,4 +1,6 @@
 // Each call of the system that a whole life of the package makes fails in its turn.
+#include <thread>
+
 #include "cache/StaticToken.h"
 #include "fakes/ExportsTest.h"
 #include "fakes/TestClock.h"
@@ -21,6 +23,12 @@ protected:
     }
     void Act(const Key& i_key, bool i_bOn) {
         Expect(std::to_string((i_bOn ? SSOImpersonate : SSORevert)(Host(i_key.c_str()))), "0", i_bOn);
+    }
+    // Until the update thread has ended its first pass, which would renew beside this thread.
+    void WaitForUpdateThread() const {
+        while (!m_trace.Contains("Thread sleeping for 60s.") && !m_trace.Contains("cannot become the service.")) {
+            std::this_thread::yield();
+        }
     }
     // As the update thread does it, which has no other way to say that it could not become the service again.
     void Renew(const Key& i_key) {
@@ -46,6 +54,9 @@ protected:
                               {u"SSPI_CTXT_CACHE_EXPIRY", 2, u"39600"},
                               {u"SI_SERVER_SSPI_SPN", 1, u"http/server"}});
         Expect(std::to_string(SSOInitProvider(Host(u"SSPI"), settings)), "0", false);
+        if (m_bAllGood) {
+            WaitForUpdateThread();
+        }
         Expect(Start(client), "1|#|from client", false);
         Expect(Accept(server, "from client", true), "1|#|from server|S-1-5-18", false);
         Expect(Continue(client, "from server"), "0|null|", false);
