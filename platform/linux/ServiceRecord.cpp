@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <set>
+#include <utility>
 
 #include "harrow/STrace.h"
 #include "platform/NeverDestroyed.h"
@@ -41,7 +42,8 @@ void ServiceRecord::Keep(const ThreadCredentials& i_service, uid_t i_nUser) {
     Record& record = TheRecord();
     const CS_Locker locker(record.m_section);
     if (record.m_service != i_service) {
-        record.m_service = i_service;
+        auto service = i_service;  // all of it or nothing
+        record.m_service = std::move(service);
     }
     record.m_users.insert(i_nUser);
 }

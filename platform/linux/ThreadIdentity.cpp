@@ -134,7 +134,7 @@ ServiceScope::~ServiceScope() {
         return;
     }
     bool bStuck = false;
-    const Impersonation& impersonation = *t_state.m_pImpersonation;
+    Impersonation& impersonation = *t_state.m_pImpersonation;
     if (const int nError = impersonation.m_service.Exchange(*impersonation.m_pIdentity->m_account, bStuck);
         nError != 0) {
         // The service's rights stay with a thread that was to be the user: what it calls next fails until it reverts.

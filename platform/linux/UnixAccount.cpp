@@ -9,15 +9,15 @@ void UnixAccount::SortGroups() {
     m_groups.erase(std::unique(m_groups.begin(), m_groups.end()), m_groups.end());
 }
 
-bool operator==(const UnixAccount& i_left, const UnixAccount& i_right) noexcept {
-    const auto contains = [](const UnixAccount& i_account, const UnixAccount& i_other) {
-        return std::all_of(i_other.m_groups.begin(), i_other.m_groups.end(), [&i_account](gid_t i_nGroup) {
-            return i_nGroup == i_account.m_nGroup ||
-                   std::binary_search(i_account.m_groups.begin(), i_account.m_groups.end(), i_nGroup);
+bool UnixAccount::Is(uid_t i_nUser, gid_t i_nGroup, std::span<const gid_t> i_groups) const noexcept {
+    const auto contains = [i_nGroup](std::span<const gid_t> i_all, std::span<const gid_t> i_some) {
+        return std::all_of(i_some.begin(), i_some.end(), [&](gid_t i_nOne) {
+            return i_nOne == i_nGroup || std::binary_search(i_all.begin(), i_all.end(), i_nOne);
         });
     };
-    return i_left.m_nUser == i_right.m_nUser && i_left.m_nGroup == i_right.m_nGroup && contains(i_left, i_right) &&
-           contains(i_right, i_left);
+    return i_nUser == m_nUser && i_nGroup == m_nGroup &&
+           (std::equal(i_groups.begin(), i_groups.end(), m_groups.begin(), m_groups.end()) ||
+            (contains(m_groups, i_groups) && contains(i_groups, m_groups)));
 }
 
 }  // namespace morwen

@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <span>
 #include <vector>
 
 namespace morwen {
@@ -14,8 +15,12 @@ struct UnixAccount {
 
     void SortGroups();
 
-    // Whether they may do the same: it makes no difference whether the group stands among the supplementary ones too.
-    friend bool operator==(const UnixAccount& i_left, const UnixAccount& i_right) noexcept;
+    // Whether these ids, the groups sorted, may do the same: it makes no difference whether the group stands among the
+    // supplementary ones too.
+    bool Is(uid_t i_nUser, gid_t i_nGroup, std::span<const gid_t> i_groups) const noexcept;
+    friend bool operator==(const UnixAccount& i_left, const UnixAccount& i_right) noexcept {
+        return i_left.Is(i_right.m_nUser, i_right.m_nGroup, i_right.m_groups);
+    }
 };
 
 }  // namespace morwen

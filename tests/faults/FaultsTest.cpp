@@ -111,8 +111,7 @@ void UseContext(Pass& io_pass) {
     const auto call = [&](const char* i_pszStep, auto i_export) {
         io_pass.Step(i_pszStep, SSO_OK, Works, [&](Outputs&) { return i_export(key.c_str()); });
     };
-    // Again only after a revert: without memory nobody can tell who the thread is, and it counts as stuck.
-    io_pass.Step("impersonate", SSO_OK, Pointless, [&](Outputs&) { return SSOImpersonate(key.c_str()); });
+    call("impersonate", SSOImpersonate);
     call("lookup", SSOLookupSecurityContext);
     call("revert", SSORevert);
     call("associate", [](const SSOChar* i_pszKey) { return SSOAssociateSecurityContext(i_pszKey, u"mine"); });
@@ -158,7 +157,6 @@ void Renewal(Pass& io_pass) {
     s_nAhead = 10 * 60 - 10;
     io_pass.Step("renewal", SSO_OK, Pointless,
                  [&](Outputs&) { return pToken->Renegotiate(SDateTime::GetCurrentDateTime()) ? SSO_OK : SSO_ERROR; });
-    SSORevert(io_pass.m_key.c_str());  // a thread that is stuck for lack of memory is free again
     s_nAhead = 0;
 }
 
