@@ -26,8 +26,9 @@ std::optional<FileStamp> FileStamp::Of(const std::string& i_path) noexcept {
     if (stat(i_path.c_str(), &file) != 0) {
         return std::nullopt;
     }
-    const bool bSettled = Nanoseconds(file.st_mtim) < Nanoseconds(now) - kUnsettled;
-    FileStamp stamp = {file.st_dev, file.st_ino, file.st_mtim.tv_sec, file.st_mtim.tv_nsec, file.st_size};
+    // The time of the last change of anything: who may read it, too, and nobody can set it back.
+    const bool bSettled = Nanoseconds(file.st_ctim) < Nanoseconds(now) - kUnsettled;
+    FileStamp stamp = {file.st_dev, file.st_ino, file.st_ctim.tv_sec, file.st_ctim.tv_nsec, file.st_size};
     stamp.m_nUnsettledIn = bSettled ? 0 : nTick;
     return stamp;
 }
