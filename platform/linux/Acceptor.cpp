@@ -199,7 +199,7 @@ std::shared_ptr<SecurityContext> Acceptor::Accept(krb5_context i_context, const 
     Exchange exchange{i_context, i_keys, Krb5AuthContext(i_context), UnopenedTicket(i_context, token->m_message)};
     ReadRequest(exchange, token->m_message);
     CheckEnd(exchange);
-    auto pacLogonInfo = CheckPac(i_context, i_keys, *exchange.m_ticket.get());
+    auto pacLogonInfo = CheckPac(i_context, i_keys, exchange.m_authContext.get(), *exchange.m_ticket.get());
     Krb5Authenticator authenticator(i_context);
     if (const krb5_error_code nCode =
             krb5_auth_con_getauthenticator(i_context, exchange.m_authContext.get(), authenticator.Receive());
