@@ -1,14 +1,16 @@
 #include "handlers/kerberos/LogonInformation.h"
 
+#include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <iterator>
+#include <limits>
 #include <string>
 
 #include "errors/SSOException.h"
 #include "handlers/kerberos/ErrorText.h"
 #include "handlers/kerberos/SSPISession.h"
 #include "harrow/STrace.h"
-#include "harrow/SWCharStringConv.h"
 #include "platform/Platform.h"
 
 namespace morwen {
@@ -16,8 +18,6 @@ namespace morwen {
 using namespace Harrowlib201;
 
 namespace {
-
-constexpr DWORD SSPI_DEFAULT_USER_DATA_BUFFER_SIZE = 4096;
 
 // The token of the user who logged on. Where the context itself can be asked, no identity changes; elsewhere the thread
 // runs as the user until End, or until this object goes.
@@ -87,25 +87,68 @@ private:
     bool m_bImpersonating = false;
 };
 
+char16_t* PutNumber(uint32_t i_nNumber, char16_t* o_pszText) {
+    char digits[10];
+    return std::copy(digits, std::to_chars(std::begin(digits), std::end(digits), i_nNumber).ptr, o_pszText);
+}
+
+// Throws SSOException for what is no SID, and std::bad_alloc.
+void AppendSid(PSID i_pSid, std::u16string& io_text) {
+    TokenCalls& tokens = Platform::Tokens();
+    if (!tokens.IsValidSid(i_pSid)) {
+        throw SSOException(SSO_ERROR);
+    }
+    constexpr size_t kUsualLength = 256;
+    constexpr size_t kHeadLength = 28;  // with a zero at the end
+    constexpr size_t kNumberLength = 12;
+    const BYTE nSubAuthorities = *tokens.GetSidSubAuthorityCount(i_pSid);
+    if (kHeadLength + kNumberLength * nSubAuthorities > kUsualLength) {
+        S_TRACE("ssoplugin: KerberosSSPIHandler::SIDToSString() -- Buffer too small.  Reallocating.");
+    }
+    char16_t szText[kHeadLength + kNumberLength * std::numeric_limits<BYTE>::max()];  // on the stack: any SID's fits
+    char16_t* pszEnd = szText;
+    *pszEnd++ = u'S';
+    *pszEnd++ = u'-';
+    pszEnd = PutNumber(static_cast<const SID*>(i_pSid)->Revision, pszEnd);
+    *pszEnd++ = u'-';
+    const BYTE* pAuthority = tokens.GetSidIdentifierAuthority(i_pSid)->Value;
+    if (pAuthority[0] != 0 || pAuthority[1] != 0) {
+        char szAuthority[2 + 12 + 1];
+        static_cast<void>(std::snprintf(szAuthority, std::size(szAuthority), "0x%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx",
+                                        pAuthority[0], pAuthority[1], pAuthority[2], pAuthority[3], pAuthority[4],
+                                        pAuthority[5]));
+        pszEnd = std::copy(szAuthority, szAuthority + std::size(szAuthority) - 1, pszEnd);
+    } else {
+        pszEnd = PutNumber((uint32_t{pAuthority[2]} << 24) | (uint32_t{pAuthority[3]} << 16) |
+                               (uint32_t{pAuthority[4]} << 8) | uint32_t{pAuthority[5]},
+                           pszEnd);
+    }
+    for (DWORD i = 0; i < nSubAuthorities; ++i) {
+        *pszEnd++ = u'-';
+        pszEnd = PutNumber(*tokens.GetSidSubAuthority(i_pSid, i), pszEnd);
+    }
+    io_text.append(szText, pszEnd);
+}
+
 void ReadToken(HANDLE i_hUser, Parameters& o_parameters) {
     SWCharString ssSid;
-    std::unique_ptr<BYTE[]> pUserDataBuffer;
-    GetUserData(i_hUser, TokenUser, &pUserDataBuffer);
-    S_ASSERT(pUserDataBuffer);
-    SIDToSString(reinterpret_cast<const TOKEN_USER*>(pUserDataBuffer.get())->User.Sid, ssSid);
+    UserData data;
+    GetUserData(i_hUser, TokenUser, data);
+    SIDToSString(static_cast<const TOKEN_USER*>(data.get())->User.Sid, ssSid);
     S_TRACE("ssoplugin: KerberosSSPIHandler::GetLogonInformation() -- User's SID is %1", ssSid);
     o_parameters.SetParameter(u"SSPI_USER_SID", ssSid);
 
-    std::unique_ptr<BYTE[]> pGroupDataBuffer;
-    GetUserData(i_hUser, TokenGroups, &pGroupDataBuffer);
-    S_ASSERT(pGroupDataBuffer);
-    const auto* pGroups = reinterpret_cast<const TOKEN_GROUPS*>(pGroupDataBuffer.get());
+    GetUserData(i_hUser, TokenGroups, data);
+    const auto* pGroups = static_cast<const TOKEN_GROUPS*>(data.get());
     const SID_AND_ATTRIBUTES* pGroup = pGroups->Groups;
+    constexpr size_t kUsualSidLength = 48;
     std::u16string groups;
+    groups.reserve(pGroups->GroupCount * kUsualSidLength);
     for (DWORD i = 0; i < pGroups->GroupCount; ++i, ++pGroup) {
-        SIDToSString(pGroup->Sid, ssSid);
-        S_TRACE("ssoplugin: KerberosSSPIHandler::GetLogonInformation() -- Group's SID is %1", ssSid);
-        groups += ssSid.view();
+        const size_t nBefore = groups.size();
+        AppendSid(pGroup->Sid, groups);
+        S_TRACE("ssoplugin: KerberosSSPIHandler::GetLogonInformation() -- Group's SID is %1",
+                SWCharString(std::u16string_view(groups).substr(nBefore)));
         groups += u';';
     }
     o_parameters.SetParameter(u"SSPI_USER_GROUP_SIDS", SWCharString(groups));
@@ -138,84 +181,44 @@ void GetLogonInformation(const SSOSessionPtr& i_pSession, Parameters& o_paramete
     o_parameters = std::move(information);
 }
 
-void GetUserData(HANDLE i_hUserHandle, TOKEN_INFORMATION_CLASS i_eClass, std::unique_ptr<BYTE[]>* o_TokenInformation) {
+void GetUserData(HANDLE i_hUserHandle, TOKEN_INFORMATION_CLASS i_eClass, UserData& o_data) {
     S_ASSERT(i_hUserHandle);
-    S_ASSERT(o_TokenInformation);
-    if (i_hUserHandle == nullptr || o_TokenInformation == nullptr) {
+    if (i_hUserHandle == nullptr) {
         throw SSOException(SSO_ERROR);
     }
-    if (*o_TokenInformation != nullptr) {
-        S_TRACE(
-            "ssoplugin: KerberosSSPIHandler::GetUserData() -- Non-NULL out-param.  This will be overwritten and lost!");
-        S_ASSERT(!*o_TokenInformation);
+    DWORD nRequired = 0;
+    if (Platform::Tokens().GetTokenInformation(i_hUserHandle, i_eClass, o_data.get(), UserData::kUsualSize,
+                                               &nRequired)) {
+        return;
     }
-    const auto allocate = [](DWORD i_nSize) {
-        try {
-            return std::make_unique_for_overwrite<BYTE[]>(i_nSize);  // only what the system writes is read
-        } catch (const std::bad_alloc&) {
-            S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- Out of memory!");
-            throw SSOException(SSOException::OutOfMemory());
-        }
-    };
-    auto pBuffer = allocate(SSPI_DEFAULT_USER_DATA_BUFFER_SIZE);
-    DWORD dwRequiredBufferSize = 0;
-    if (!Platform::Tokens().GetTokenInformation(i_hUserHandle, i_eClass, pBuffer.get(),
-                                                SSPI_DEFAULT_USER_DATA_BUFFER_SIZE, &dwRequiredBufferSize)) {
-        if (Platform::Kernel().GetLastError() != ERROR_INSUFFICIENT_BUFFER) {
-            S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- GetTokenInformation failed (first try).");
-            throw SSOException(SSO_ERROR);
-        }
-        S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- Reallocating buffer.  Size is %1.",
-                uint64_t{dwRequiredBufferSize});
-        S_ASSERT(dwRequiredBufferSize > SSPI_DEFAULT_USER_DATA_BUFFER_SIZE);
-        pBuffer.reset();
-        pBuffer = allocate(dwRequiredBufferSize);
-        if (!Platform::Tokens().GetTokenInformation(i_hUserHandle, i_eClass, pBuffer.get(), dwRequiredBufferSize,
-                                                    &dwRequiredBufferSize)) {
-            S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- GetTokenInformation failed (second try).");
-            throw SSOException(SSO_ERROR);
-        }
+    if (Platform::Kernel().GetLastError() != ERROR_INSUFFICIENT_BUFFER) {
+        S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- GetTokenInformation failed (first try).");
+        throw SSOException(SSO_ERROR);
     }
-    S_ASSERT(pBuffer);
-    *o_TokenInformation = std::move(pBuffer);
+    S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- Reallocating buffer.  Size is %1.", uint64_t{nRequired});
+    S_ASSERT_TEXT(nRequired > UserData::kUsualSize, "dwRequiredBufferSize > SSPI_DEFAULT_USER_DATA_BUFFER_SIZE");
+    try {
+        o_data.Grow(nRequired);
+    } catch (const std::bad_alloc&) {
+        S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- Out of memory!");
+        throw SSOException(SSOException::OutOfMemory());
+    }
+    if (!Platform::Tokens().GetTokenInformation(i_hUserHandle, i_eClass, o_data.get(), nRequired, &nRequired)) {
+        S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- GetTokenInformation failed (second try).");
+        throw SSOException(SSO_ERROR);
+    }
 }
 
 void SIDToSString(PSID i_pSid, SWCharString& o_ssText) {
-    TokenCalls& tokens = Platform::Tokens();
-    if (!tokens.IsValidSid(i_pSid)) {
-        throw SSOException(SSO_ERROR);
-    }
-    constexpr size_t kUsualLength = 256;
-    const DWORD nSubAuthorities = *tokens.GetSidSubAuthorityCount(i_pSid);
-    const size_t nRequiredLength = 28 + size_t{12} * nSubAuthorities;
-    std::string pszTextualSid;
+    std::u16string text;
     try {
-        if (nRequiredLength > kUsualLength) {
-            S_TRACE("ssoplugin: KerberosSSPIHandler::SIDToSString() -- Buffer too small.  Reallocating.");
-        }
-        pszTextualSid.reserve(std::max(kUsualLength, nRequiredLength));
+        AppendSid(i_pSid, text);
     } catch (const std::bad_alloc&) {
-        S_ASSERT_MSG(pszTextualSid.capacity() >= kUsualLength,
-                     "ssoplugin: KerberosSSPIHandler::SIDToSString() -- Out of memory");
+        S_ASSERT_MSG(false, "ssoplugin: KerberosSSPIHandler::SIDToSString() -- Out of memory");
         S_ASSERT_TEXT(false, "pszTextualSid");
         throw SSOException(SSO_ERROR);
     }
-    pszTextualSid = "S-" + std::to_string(static_cast<const SID*>(i_pSid)->Revision) + "-";
-    const BYTE* pAuthority = tokens.GetSidIdentifierAuthority(i_pSid)->Value;
-    if (pAuthority[0] != 0 || pAuthority[1] != 0) {
-        char szAuthority[2 + 12 + 1];
-        static_cast<void>(std::snprintf(szAuthority, std::size(szAuthority), "0x%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx",
-                                        pAuthority[0], pAuthority[1], pAuthority[2], pAuthority[3], pAuthority[4],
-                                        pAuthority[5]));
-        pszTextualSid += szAuthority;
-    } else {
-        pszTextualSid += std::to_string((uint32_t{pAuthority[2]} << 24) | (uint32_t{pAuthority[3]} << 16) |
-                                        (uint32_t{pAuthority[4]} << 8) | uint32_t{pAuthority[5]});
-    }
-    for (DWORD i = 0; i < nSubAuthorities; ++i) {
-        pszTextualSid += "-" + std::to_string(*tokens.GetSidSubAuthority(i_pSid, i));
-    }
-    o_ssText = SWCharStringConv::FromUtf8(pszTextualSid);
+    o_ssText = SWCharString(text);
 }
 
 }  // namespace morwen

@@ -46,6 +46,11 @@ const char* RealmWhoseKdcsAreAsked(const char* const* i_names) {
     return relation == "kdc" || relation == "primary_kdc" || relation == "master_kdc" ? i_names[1] : nullptr;
 }
 
+// Longer questions name a user (auth_to_local_names), so that there would be an answer to keep for each.
+constexpr size_t kMostKeptNames = 3;
+// More than a process asks, unless users of very many realms log on.
+constexpr size_t kMostAnswers = 64;
+
 using ValueList = std::unique_ptr<char*[], decltype(&profile_free_list)>;
 
 // A list as libprofile makes them, so that profile_free_list releases it: malloc, every text and the list.
@@ -123,10 +128,9 @@ std::string ReplayCacheName() {
 }
 
 // In place of profile_get_values, which writes through a null pointer when there is no memory for its list.
-long SystemValues(profile_t i_system, const char* const* i_names, char*** o_pppValues) {
+long SystemValues(profile_t i_system, const char* const* i_names, std::vector<std::string>& o_values) {
     void* pvIterator = nullptr;
     long nCode = profile_iterator_create(i_system, i_names, PROFILE_ITER_RELATIONS_ONLY, &pvIterator);
-    std::vector<std::string> values;
     const auto free = [](void** i_ppvIterator) { profile_iterator_free(i_ppvIterator); };
     const std::unique_ptr<void*, decltype(free)> pOwner(&pvIterator, free);
     while (nCode == 0 && pvIterator != nullptr) {
@@ -134,13 +138,10 @@ long SystemValues(profile_t i_system, const char* const* i_names, char*** o_pppV
         nCode = profile_iterator(&pvIterator, nullptr, &pszValue);
         const std::unique_ptr<char, decltype(&profile_release_string)> pValue(pszValue, profile_release_string);
         if (nCode == 0 && pszValue != nullptr) {
-            values.emplace_back(pszValue);
+            o_values.emplace_back(pszValue);
         }
     }
-    if (nCode != 0) {
-        return nCode;
-    }
-    return values.empty() ? long{PROF_NO_RELATION} : MakeList(values, o_pppValues);
+    return nCode == 0 && o_values.empty() ? long{PROF_NO_RELATION} : nCode;
 }
 
 bool IsSet(profile_t i_system, const char* i_pszRelation) {
@@ -226,23 +227,43 @@ void ServiceProfile::Release() noexcept {
     }
 }
 
+const ServiceProfile::Answer& ServiceProfile::ReadAnswer(const char* const* i_names) {
+    m_question.clear();
+    size_t nNames = 0;
+    for (; i_names[nNames] != nullptr; ++nNames) {
+        m_question.append(i_names[nNames]).push_back('\0');
+    }
+    const bool bKeep = nNames <= kMostKeptNames;
+    if (const auto it = bKeep ? m_answers.find(m_question) : m_answers.end(); it != m_answers.end()) {
+        return it->second;
+    }
+    Answer answer;
+    answer.m_nCode = SystemValues(m_system, i_names, answer.m_values);
+    answer.m_bMissing = answer.m_nCode == PROF_NO_RELATION || answer.m_nCode == PROF_NO_SECTION;
+    if (answer.m_bMissing && !m_replayCache.empty() && IsNamed(i_names, "libdefaults", "default_rcache_name")) {
+        answer = {0, false, {m_replayCache}};
+    } else if (answer.m_bMissing && IsNamed(i_names, "libdefaults", "permitted_enctypes")) {
+        answer = {0, false, {m_permittedCiphers}};
+    }
+    if (!bKeep || (answer.m_nCode != 0 && !answer.m_bMissing)) {
+        return m_passing = std::move(answer);
+    }
+    if (m_answers.size() >= kMostAnswers) {
+        m_answers.clear();
+    }
+    return m_answers[m_question] = std::move(answer);
+}
+
 long ServiceProfile::GetValues(const char* const* i_names, char*** o_pppValues) {
     if (m_bNoDnsByLibrary && IsNamed(i_names, "libdefaults", "dns_lookup_kdc")) {
         return MakeList({"false"}, o_pppValues);
     }
-    char** ppszValues = nullptr;
-    const long nCode = SystemValues(m_system, i_names, &ppszValues);
-    ValueList pValues(ppszValues, profile_free_list);
-    const bool bMissing = nCode == PROF_NO_RELATION || nCode == PROF_NO_SECTION;
-    if (bMissing && !m_replayCache.empty() && IsNamed(i_names, "libdefaults", "default_rcache_name")) {
-        return MakeList({m_replayCache}, o_pppValues);
-    }
-    if (bMissing && IsNamed(i_names, "libdefaults", "permitted_enctypes")) {
-        return MakeList({m_permittedCiphers}, o_pppValues);
-    }
+    const Answer& answer = ReadAnswer(i_names);
+    const long nCode = answer.m_nCode;
+    const bool bMissing = answer.m_bMissing;
     const char* const pszRealm = RealmWhoseKdcsAreAsked(i_names);
     if (pszRealm != nullptr && (nCode == 0 || bMissing)) {
-        Locate(pszRealm, i_names[2], pValues.get());
+        Locate(pszRealm, i_names[2], answer.m_values);
         if (m_told.m_kdcs.empty()) {
             return nCode == 0 ? long{PROF_NO_RELATION} : nCode;
         }
@@ -250,22 +271,19 @@ long ServiceProfile::GetValues(const char* const* i_names, char*** o_pppValues) 
             return MakeList(m_told.m_kdcs, o_pppValues);
         }
     }
-    *o_pppValues = pValues.release();
-    return nCode;
+    return nCode == 0 ? MakeList(answer.m_values, o_pppValues) : nCode;
 }
 
-void ServiceProfile::Locate(const std::string& i_realm, std::string_view i_relation, char** i_ppszConfigured) {
+void ServiceProfile::Locate(const std::string& i_realm, std::string_view i_relation,
+                            const std::vector<std::string>& i_configured) {
     const bool bPrimary = i_relation != "kdc";
     if (!bPrimary || m_toldRealm != i_realm) {
         m_answeredBy.clear();
         m_bPrimaryAnswered = false;
     }
     m_toldRealm = i_realm;
-    m_told = {{}, std::chrono::steady_clock::now()};
+    m_told = {i_configured, std::chrono::steady_clock::now()};
     m_bNoDnsByLibrary = false;
-    for (; i_ppszConfigured != nullptr && *i_ppszConfigured != nullptr; ++i_ppszConfigured) {
-        m_told.m_kdcs.emplace_back(*i_ppszConfigured);
-    }
     // libkrb5 asks for the primary KDC under its new name first, then under its old one: one search is enough.
     if (m_told.m_kdcs.empty() && i_relation != "primary_kdc" && !m_bPrimaryAnswered && MayAskDns(m_system)) {
         const KdcLocator::Result eResult =

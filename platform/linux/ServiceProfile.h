@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -29,6 +30,9 @@ namespace morwen {
 //
 // libdefaults/permitted_enctypes leaves RC4 and triple DES out, unless the administrator has set it, or allow_rc4,
 // allow_des3 or allow_weak_crypto: releases of libkrb5 that are still in use permit both by default.
+//
+// What the files say is read once: libkrb5 asks the same few questions at every logon. A context whose configuration
+// has changed since is not used again (Krb5ContextPool), and none for longer than a minute.
 //
 // A profile and its copies belong to one context, and so to one thread at a time.
 class ServiceProfile {
@@ -58,12 +62,23 @@ private:
     ServiceProfile() = default;
     ~ServiceProfile();
 
+    // What the files say to one question, or what is said in their place.
+    struct Answer {
+        long m_nCode = 0;
+        bool m_bMissing = false;  // nothing is said, and that is no failure
+        std::vector<std::string> m_values;
+    };
+    // Stays until the next question.
+    const Answer& ReadAnswer(const char* const* i_names);
     long GetValues(const char* const* i_names, char*** o_pppValues);
-    void Locate(const std::string& i_realm, std::string_view i_relation, char** i_ppszConfigured);
+    void Locate(const std::string& i_realm, std::string_view i_relation, const std::vector<std::string>& i_configured);
     void Release() noexcept;
 
     std::atomic<int> m_nUsers{1};
     profile_t m_system = nullptr;
+    std::unordered_map<std::string, Answer> m_answers;
+    Answer m_passing;           // one that is not kept
+    std::string m_question;     // a member for its memory's sake
     std::string m_replayCache;  // empty: whatever the system says
     std::string m_permittedCiphers;
     std::string m_toldRealm;
