@@ -15,7 +15,7 @@ namespace morwen {
 void GetLogonInformation(const SSOSessionPtr& i_pSession, Parameters& o_parameters);
 
 // Room for what the system says about a token. Mostly none is allocated: a block of this size costs the C library more
-// than the call that fills it. Only what the system has written may be read.
+// than the call that fills it. Only what the system has written may be read. Never smaller than the usual size.
 class UserData {
 public:
     static constexpr DWORD kUsualSize = 4096;
@@ -26,7 +26,11 @@ public:
 
     void* get() noexcept { return m_pMore ? m_pMore.get() : m_aUsual; }
     // Loses the content. Throws std::bad_alloc.
-    void Grow(DWORD i_nSize) { m_pMore = std::make_unique_for_overwrite<BYTE[]>(i_nSize); }
+    void Grow(DWORD i_nSize) {
+        if (i_nSize > kUsualSize) {
+            m_pMore = std::make_unique_for_overwrite<BYTE[]>(i_nSize);
+        }
+    }
 
 private:
     alignas(std::max_align_t) BYTE m_aUsual[kUsualSize];

@@ -24,8 +24,9 @@ namespace {
 struct Exchange {
     krb5_context m_context;
     const AcceptorKeys& m_keys;
+    std::span<const uint8_t> m_request;
     Krb5AuthContext m_authContext;
-    Krb5Ticket m_ticket;  // as it came at first, decrypted once the request is accepted
+    Krb5Ticket m_ticket;  // once the request is accepted, decrypted; or to say why it is not
 
     std::string Text(std::string_view i_what) const {
         std::string text = "refused a logon";
@@ -37,15 +38,13 @@ struct Exchange {
     }
 };
 
-// The ticket can name its service before anybody has a key for it.
-Krb5Ticket UnopenedTicket(krb5_context i_context, std::span<const uint8_t> i_request) {
-    Krb5Ticket ticket(i_context);
-    const auto bytes = TicketInApRequest(i_request);
+// The ticket as it came, which nobody may be able to open.
+void TakeUnopenedTicket(Exchange& io_exchange) {
+    const auto bytes = TicketInApRequest(io_exchange.m_request);
     const krb5_data data = bytes ? DataOf(*bytes) : krb5_data{};
-    if (!bytes || krb5_decode_ticket(&data, ticket.Receive()) != 0) {
+    if (!bytes || krb5_decode_ticket(&data, io_exchange.m_ticket.Receive()) != 0) {
         Fail(SEC_E_INVALID_TOKEN, "the initiator's token holds no Kerberos ticket");
     }
-    return ticket;
 }
 
 // Says which key versions the keytab has when the ticket's is not among them; else nothing.
@@ -84,6 +83,7 @@ SECURITY_STATUS StatusOfRequest(krb5_error_code i_nCode) {
 
 [[noreturn]] void Refuse(Exchange& i_exchange, krb5_error_code i_nCode) {
     const std::string words = ErrorWords(i_exchange.m_context, i_nCode);
+    TakeUnopenedTicket(i_exchange);
     // For the text alone: a ticket that can be opened tells who tried.
     static_cast<void>(
         krb5_server_decrypt_ticket_keytab(i_exchange.m_context, i_exchange.m_keys.Keytab(), i_exchange.m_ticket.get()));
@@ -91,7 +91,7 @@ SECURITY_STATUS StatusOfRequest(krb5_error_code i_nCode) {
          i_exchange.Text(words + VersionText(i_exchange) + CipherText(*i_exchange.m_ticket.get(), i_nCode)));
 }
 
-void ReadRequest(Exchange& io_exchange, std::span<const uint8_t> i_request) {
+void ReadRequest(Exchange& io_exchange) {
     krb5_error_code nCode = krb5_auth_con_init(io_exchange.m_context, io_exchange.m_authContext.Receive());
     if (nCode != 0) {
         Refuse(io_exchange, nCode);
@@ -100,17 +100,16 @@ void ReadRequest(Exchange& io_exchange, std::span<const uint8_t> i_request) {
     krb5_auth_con_setflags(io_exchange.m_context, io_exchange.m_authContext.get(),
                            KRB5_AUTH_CONTEXT_DO_TIME | KRB5_AUTH_CONTEXT_DO_SEQUENCE);
     krb5_auth_context authContext = io_exchange.m_authContext.get();
-    const krb5_data request = DataOf(i_request);
+    const krb5_data request = DataOf(io_exchange.m_request);
+    const auto ticket = TicketInApRequest(io_exchange.m_request);
+    const auto service = ticket ? TicketService::Read(*ticket) : std::nullopt;
     // Without a name libkrb5 tries every key, which is for services known under another name or spelling.
-    const krb5_principal server = io_exchange.m_ticket->server;
-    const bool bKnown = io_exchange.m_keys.Has(io_exchange.m_context, server);
-    krb5_ticket* pTicket = nullptr;
-    nCode = krb5_rd_req(io_exchange.m_context, &authContext, &request, bKnown ? server : nullptr,
-                        io_exchange.m_keys.Keytab(), nullptr, &pTicket);
+    nCode = krb5_rd_req(io_exchange.m_context, &authContext, &request,
+                        service ? io_exchange.m_keys.Find(*service) : nullptr, io_exchange.m_keys.Keytab(), nullptr,
+                        io_exchange.m_ticket.Receive());
     if (nCode != 0) {
         Refuse(io_exchange, nCode);
     }
-    *io_exchange.m_ticket.Receive() = pTicket;
 }
 
 // libkrb5 lets a ticket be used for some minutes after its end, for clocks that differ; what is granted here ends with
@@ -196,8 +195,8 @@ std::shared_ptr<SecurityContext> Acceptor::Accept(krb5_context i_context, const 
         Fail(SEC_E_INVALID_TOKEN, "the initiator's token is not the first token of a Kerberos logon");
     }
     UseMachineClock(i_context);
-    Exchange exchange{i_context, i_keys, Krb5AuthContext(i_context), UnopenedTicket(i_context, token->m_message)};
-    ReadRequest(exchange, token->m_message);
+    Exchange exchange{i_context, i_keys, token->m_message, Krb5AuthContext(i_context), Krb5Ticket(i_context)};
+    ReadRequest(exchange);
     CheckEnd(exchange);
     auto pacLogonInfo = CheckPac(i_context, i_keys, exchange.m_authContext.get(), *exchange.m_ticket.get());
     Krb5Authenticator authenticator(i_context);

@@ -120,7 +120,8 @@ std::string WithKind(const std::string& i_name) {
 }  // namespace
 
 std::shared_ptr<const AcceptorKeys> AcceptorKeys::Default(krb5_context i_context) {
-    std::array<char, 4096> aName{};
+    std::array<char, 4096>
+        aName;  // NOLINT(cppcoreguidelines-pro-type-member-init): clearing it would cost more than the call
     if (const krb5_error_code nCode = krb5_kt_default_name(i_context, aName.data(), int{aName.size()}); nCode != 0) {
         FailUnreadable(i_context, nCode, "(the default keytab)");
     }
@@ -185,13 +186,13 @@ void AcceptorKeys::FreeEntries() noexcept {
     }
 }
 
-bool AcceptorKeys::Has(krb5_context i_context, krb5_const_principal i_server) const noexcept {
+krb5_const_principal AcceptorKeys::Find(const TicketService& i_service) const noexcept {
     for (const krb5_keytab_entry& entry : m_entries) {
-        if (krb5_principal_compare(i_context, entry.principal, i_server) != 0) {
-            return true;
+        if (i_service.Is(*entry.principal)) {
+            return entry.principal;
         }
     }
-    return false;
+    return nullptr;
 }
 
 }  // namespace morwen

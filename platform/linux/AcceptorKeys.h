@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/linux/Krb5Kept.h"
+#include "platform/linux/TicketService.h"
 
 namespace morwen {
 
@@ -30,7 +31,8 @@ public:
     // Holds Entries and nothing else.
     krb5_keytab Keytab() const noexcept { return m_keytab.get(); }
     const std::vector<krb5_keytab_entry>& Entries() const noexcept { return m_entries; }
-    bool Has(krb5_context i_context, krb5_const_principal i_server) const noexcept;
+    // The name as it is in the keytab; null when that has no key for the service.
+    krb5_const_principal Find(const TicketService& i_service) const noexcept;
 
 private:
     void ReadEntries(krb5_context i_context);

@@ -30,7 +30,7 @@ struct Account {
 
 struct Accounts {
     CRWLock m_lock;
-    std::map<std::string, Account> m_byName S_GUARDED_BY(m_lock);
+    std::map<std::string, Account> m_byPrincipal S_GUARDED_BY(m_lock);
 };
 
 Accounts& TheAccounts() noexcept {
@@ -42,29 +42,29 @@ Accounts& TheAccounts() noexcept {
 const struct ClearAtUnload {
     ~ClearAtUnload() {
         const CSmartWriteLocker locker(TheAccounts().m_lock);
-        TheAccounts().m_byName.clear();
+        TheAccounts().m_byPrincipal.clear();
     }
 } s_clearAtUnload;
 
 }  // namespace
 
-std::optional<UnixAccount> HeldAccounts::Get(const std::string& i_name) {
+std::optional<UnixAccount> HeldAccounts::Get(const std::string& i_principal) {
     Accounts& accounts = TheAccounts();
     const CSmartReadLocker locker(accounts.m_lock);
-    const auto found = accounts.m_byName.find(i_name);
-    if (found == accounts.m_byName.end() || Now() - found->second.m_nLookedUpAt >= kHeldNanoseconds) {
+    const auto found = accounts.m_byPrincipal.find(i_principal);
+    if (found == accounts.m_byPrincipal.end() || Now() - found->second.m_nLookedUpAt >= kHeldNanoseconds) {
         return std::nullopt;
     }
     return found->second.m_account;
 }
 
-void HeldAccounts::Hold(const std::string& i_name, const UnixAccount& i_account) {
+void HeldAccounts::Hold(const std::string& i_principal, const UnixAccount& i_account) {
     Accounts& accounts = TheAccounts();
     const CSmartWriteLocker locker(accounts.m_lock);
-    if (accounts.m_byName.size() >= kMostAccounts) {
-        accounts.m_byName.clear();
+    if (accounts.m_byPrincipal.size() >= kMostAccounts) {
+        accounts.m_byPrincipal.clear();
     }
-    accounts.m_byName[i_name] = {i_account, Now()};
+    accounts.m_byPrincipal[i_principal] = {i_account, Now()};
 }
 
 }  // namespace morwen

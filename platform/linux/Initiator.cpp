@@ -131,7 +131,7 @@ void Initiator::Finish(krb5_context i_context, SecurityContext& io_logon, std::s
         nCode != 0) {
         FailKrb5(i_context, nCode, "checking that the answer comes from the service");
     }
-    io_logon.m_exchange = KeptAuthContext();
+    const Krb5AuthContext finished(i_context, io_logon.m_exchange.Detach());
     io_logon.m_bEstablished = true;
 }
 

@@ -12,8 +12,8 @@ namespace morwen {
 
 // Releases the object with whatever context the pool lends then: these objects are plain data or counted entries of
 // tables of the process, and belong to no context (checked with the address sanitizer). Where the pool lends none, to a
-// stuck thread or without memory, names and tickets are released all the same, because libkrb5 needs no context for
-// them, and other objects stay.
+// stuck thread or without memory, they stay. Names and tickets are released without one, because libkrb5 needs none for
+// them.
 template <class T, auto Release>
 class Krb5Kept {
 public:
@@ -30,14 +30,16 @@ public:
         if (m_object == T{}) {
             return;
         }
-        if (const Krb5ContextLease lease = Krb5ContextPool::Take()) {
-            static_cast<void>(Release(lease.get(), m_object));
-        } else if constexpr (std::is_same_v<T, krb5_principal> || std::is_same_v<T, krb5_creds*>) {
+        if constexpr (std::is_same_v<T, krb5_principal> || std::is_same_v<T, krb5_creds*>) {
             Release(nullptr, m_object);
+        } else if (const Krb5ContextLease lease = Krb5ContextPool::Take()) {
+            static_cast<void>(Release(lease.get(), m_object));
         }
     }
 
     T get() const noexcept { return m_object; }
+    // For who has a context to release it with.
+    T Detach() noexcept { return std::exchange(m_object, T{}); }
     explicit operator bool() const noexcept { return m_object != T{}; }
 
 private:

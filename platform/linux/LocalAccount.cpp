@@ -32,6 +32,20 @@ std::string NameOf(krb5_context i_context, krb5_const_principal i_principal) {
     return krb5_unparse_name(i_context, i_principal, text.Receive()) == 0 ? text.get() : "?";
 }
 
+// The principal's bytes, so that no two have one key.
+std::string KeyOf(const krb5_principal_data& i_principal) {
+    std::string key;
+    const auto append = [&key](const krb5_data& i_part) {
+        key.append(std::to_string(i_part.length)).push_back(':');
+        key.append(i_part.data, i_part.length);
+    };
+    append(i_principal.realm);
+    for (krb5_int32 i = 0; i < i_principal.length; ++i) {
+        append(i_principal.data[i]);
+    }
+    return key;
+}
+
 krb5_error_code LocalName(krb5_context i_context, krb5_const_principal i_principal, std::string& o_name) {
     krb5_error_code nCode = KRB5_CONFIG_NOTENUFSPACE;
     for (size_t nSize = 256; nCode == KRB5_CONFIG_NOTENUFSPACE && nSize <= kMostBytes; nSize *= 4) {
@@ -89,6 +103,11 @@ TokenSids UnixSids(const UnixAccount& i_account) {
 
 std::optional<UnixAccount> LocalAccount(krb5_context i_context, krb5_const_principal i_principal,
                                         SECURITY_STATUS& o_nStatus) {
+    const std::string key = KeyOf(*i_principal);
+    if (auto held = HeldAccounts::Get(key)) {
+        o_nStatus = SEC_E_OK;
+        return held;
+    }
     std::string name;
     if (const krb5_error_code nCode = LocalName(i_context, i_principal, name); nCode != 0) {
         o_nStatus = FailWithKrb5(i_context, nCode, "mapping " + NameOf(i_context, i_principal) + " to a local account");
@@ -99,10 +118,6 @@ std::optional<UnixAccount> LocalAccount(krb5_context i_context, krb5_const_princ
                                                          name + "\", " + i_reason);
         return std::nullopt;
     };
-    if (auto held = HeldAccounts::Get(name)) {
-        o_nStatus = SEC_E_OK;
-        return held;
-    }
     UnixAccount account;
     if (const int nError = FindAccount(name, account); nError == ENOENT) {
         return fail("which does not exist on this machine");
@@ -114,7 +129,7 @@ std::optional<UnixAccount> LocalAccount(krb5_context i_context, krb5_const_princ
         return fail("whose groups could not be looked up");
     }
     account.SortGroups();
-    HeldAccounts::Hold(name, account);
+    HeldAccounts::Hold(key, account);
     o_nStatus = SEC_E_OK;
     return account;
 }

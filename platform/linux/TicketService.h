@@ -1,0 +1,28 @@
+// The name of the service that a ticket is for, read where it stands.
+#pragma once
+
+#include <krb5/krb5.h>
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <span>
+
+namespace morwen {
+
+// Parts of the ticket's bytes. Nothing of it is protected: it says which key to try, and nothing else.
+class TicketService {
+public:
+    // Nothing when the ticket is not in DER, or its name is longer than those of services are.
+    static std::optional<TicketService> Read(std::span<const uint8_t> i_ticket) noexcept;
+
+    // As krb5_principal_compare sees it: without the name's type.
+    bool Is(const krb5_principal_data& i_principal) const noexcept;
+
+private:
+    std::span<const uint8_t> m_realm;
+    std::array<std::span<const uint8_t>, 4> m_names;
+    size_t m_nNames = 0;
+};
+
+}  // namespace morwen
