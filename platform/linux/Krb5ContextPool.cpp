@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <ctime>
@@ -53,7 +54,14 @@ krb5_error_code MakeContext(krb5_context& o_context) noexcept {
 struct Idle {
     krb5_context m_context;
     int64_t m_nBornAt;
+    const void* m_pvThread;  // who used it last
 };
+
+// An address that no other live thread has.
+const void* ThisThread() noexcept {
+    constinit static thread_local char t_cMark = 0;
+    return &t_cMark;
+}
 
 // Contexts on their way out: freed when the pool's lock is no longer held, because that takes a lock of the library.
 class Discarded {
@@ -79,6 +87,7 @@ public:
     // An idle context, or none; the generation is that of the contexts to be made now.
     krb5_context Take(int64_t i_nNow, int64_t& o_nBornAt, uint64_t& o_nGeneration) noexcept {
         const uid_t nUser = geteuid();
+        const void* const pvThread = ThisThread();
         Discarded discarded;
         const CS_Locker locker(m_section);
         if (nUser != m_nUser) {
@@ -97,18 +106,30 @@ public:
         if (m_nIdle == 0) {
             return nullptr;
         }
-        const Idle& taken = m_aIdle[--m_nIdle];
+        // The one that this thread has used last, if it is there, or the one that was given back last: what a context
+        // holds is in the cache of its processor, and in the C library's heap of its thread.
+        size_t nTaken = m_nIdle - 1;
+        for (size_t i = m_nIdle; i-- > 0;) {
+            if (m_aIdle[i].m_pvThread == pvThread) {
+                nTaken = i;
+                break;
+            }
+        }
+        const Idle taken = m_aIdle[nTaken];
+        std::copy(m_aIdle.begin() + nTaken + 1, m_aIdle.begin() + m_nIdle, m_aIdle.begin() + nTaken);
+        --m_nIdle;
         o_nBornAt = taken.m_nBornAt;
         return taken.m_context;
     }
 
     // False when the context is not wanted any more; it stays the caller's then.
     bool GiveBack(krb5_context i_context, int64_t i_nBornAt, uint64_t i_nGeneration) noexcept {
+        const void* const pvThread = ThisThread();
         const CS_Locker locker(m_section);
         if (m_bClosed || i_nGeneration != m_nGeneration || m_nIdle == kMostIdle) {
             return false;
         }
-        m_aIdle[m_nIdle++] = {i_context, i_nBornAt};
+        m_aIdle[m_nIdle++] = {i_context, i_nBornAt, pvThread};
         return true;
     }
 
