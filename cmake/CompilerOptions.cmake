@@ -33,3 +33,7 @@ if(MORWEN_SANITIZE)
     -fsanitize=${MORWEN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(morwen_options INTERFACE -fsanitize=${MORWEN_SANITIZE})
 endif()
+
+if(MORWEN_FUZZ)
+  target_compile_options(morwen_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
