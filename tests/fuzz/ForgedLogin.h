@@ -48,9 +48,8 @@ struct Result {
 };
 
 inline Result Start() {
-    return Result([](auto... i_out) {
-        const auto [ppvToken, pnLength, ppszKey] = std::tuple(i_out...);
-        return SSOStartLogin(nullptr, nullptr, u"SSPI", &kSpn, ppszKey, ppvToken, pnLength);
+    return Result([](void** o_ppvToken, SSOLength* o_pnLength, SSOChar** o_ppszKey) {
+        return SSOStartLogin(nullptr, nullptr, u"SSPI", &kSpn, o_ppszKey, o_ppvToken, o_pnLength);
     });
 }
 

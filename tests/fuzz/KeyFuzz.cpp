@@ -19,7 +19,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* i_pBytes, size_t i_nBytes) 
     for (size_t i = 0; i + 1 < i_nBytes; i += 2) {
         char16_t unit = 0;
         std::memcpy(&unit, i_pBytes + i, sizeof(unit));
-        i / 2 < s_true.size() ? key[i / 2] = static_cast<char16_t>(key[i / 2] ^ unit) : key += unit;
+        if (i / 2 < s_true.size()) {
+            key[i / 2] = static_cast<char16_t>(key[i / 2] ^ unit);
+        } else {
+            key += unit;
+        }
     }
     key = key.c_str();
     const bool bTrue = key == s_true;
