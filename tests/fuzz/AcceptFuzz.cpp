@@ -1,28 +1,53 @@
-// Is a client's token accepted only as the client has made it?
-#include "fuzz/ForgedLogin.h"
-#include "platform/linux/GssToken.h"
+// Who is let in by a client's token that is changed, inside and out?
+#include "fuzz/OpenMessage.h"
 
 using namespace morwen;
 
-// The first byte of the input chooses: changes to a valid token, or a message of any content in a valid frame.
+namespace {
+
+const std::u16string kDomain = u"S-1-5-21-1-2-3-";
+const std::u16string kSigned =
+    u"S-1-5-21-1-2-3-513;S-1-5-21-1-2-3-2000;S-1-5-21-1-2-3-2001;S-1-5-21-1-2-3-2002; S-1-5-21-1-2-3-1000 ";
+
+}  // namespace
+
+// The first byte of the input chooses what the rest is.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* i_pBytes, size_t i_nBytes) {
     static const Bytes s_valid = (MakeTickets(), Start().m_token);
-    const std::span<const uint8_t> input(i_pBytes, i_nBytes);
-    if (input.size() < 4) {
+    if (i_nBytes < 4) {
         return 0;
     }
-    const bool bFrame = (input[0] & 1) != 0;
-    const Bytes token = bFrame ? MakeGssToken(GssTokenKind::ApRequest, input.subspan(1))
-                               : Changed(s_valid, input.subspan(1));
+    const std::span<const uint8_t> input(i_pBytes + 1, i_nBytes - 1);
+    const auto laidOver = [&](Bytes i_content) { return Changed(std::move(i_content), input); };
+    const auto instead = [&](const Bytes&) { return Bytes(input.begin(), input.end()); };
+    const auto choose = [&] {
+        switch (i_pBytes[0] % 5) {
+            case 0:
+                return laidOver(s_valid);
+            case 1:
+                return MakeGssToken(GssTokenKind::ApRequest, input);
+            case 2:
+                return Reencrypted(s_valid, RequestPart::Authenticator, laidOver);
+            case 3:
+                return Reencrypted(s_valid, RequestPart::Authenticator, instead);
+            default:
+                return Reencrypted(s_valid, RequestPart::Ticket, laidOver);
+        }
+    };
+    const bool bSealed = i_pBytes[0] % 5 < 2;  // changed by one who has no key
+    const bool bTicket = i_pBytes[0] % 5 == 4;
+    const Bytes token = choose();
     const Result result = Accept(token);
-    MORWEN_INVARIANT((result.m_nCode == SSO_CONTINUE) == (token == s_valid));
     MORWEN_INVARIANT(result.m_nCode == SSO_CONTINUE || result.m_nCode == SSO_ERROR || result.m_nCode == SSO_DENIED);
+    MORWEN_INVARIANT(token != s_valid || result.m_nCode == SSO_CONTINUE);
     if (result.m_nCode == SSO_CONTINUE) {
-        const Result closed([&](void** o_ppvToken, SSOLength* o_pnLength, SSOChar** o_ppszKey) {
-            return SSOAcceptLogin(u"SSPI", result.m_key.c_str(), nullptr, 0, o_ppvToken, o_pnLength, nullptr,
-                                  o_ppszKey);
-        });
-        MORWEN_INVARIANT(closed.m_nCode == SSO_ACCEPTED && SSOReleaseSecurityContext(closed.m_key.c_str()) == SSO_OK);
+        MORWEN_INVARIANT(!bSealed || Ciphertexts(token) == Ciphertexts(s_valid));
+        const Result closed = Accept({}, result.m_key);
+        // The directory's word on the user is taken as it was signed, or not at all: then there may be no such account.
+        MORWEN_INVARIANT(closed.m_information == kSigned || bTicket);
+        MORWEN_INVARIANT(closed.m_information == kSigned || closed.m_information.find(kDomain) == std::u16string::npos);
+        MORWEN_INVARIANT(closed.m_nCode == SSO_ACCEPTED ? SSOReleaseSecurityContext(closed.m_key.c_str()) == SSO_OK
+                                                        : closed.m_information.empty());
     }
     return 0;
 }

@@ -23,47 +23,63 @@ struct Result {
     uint32_t m_nCode = 0;
     Bytes m_token;
     std::u16string m_key;
+    std::u16string m_information;  // the chain's values
 
     template <class Call>
     explicit Result(Call i_call) {
         void* pvToken = nullptr;
         SSOLength nLength = 0;
         SSOChar* pszKey = nullptr;
+        ParasSeq* pChain = nullptr;
         const uid_t nUser = geteuid();
-        m_nCode = i_call(&pvToken, &nLength, &pszKey);
+        m_nCode = i_call(&pvToken, &nLength, &pszKey, &pChain);
         MORWEN_INVARIANT(geteuid() == nUser);
         if (m_nCode >= SSO_DENIED) {
             SSOError* pError = nullptr;
-            MORWEN_INVARIANT(pvToken == nullptr && nLength == 0 && pszKey == nullptr);
+            MORWEN_INVARIANT(pvToken == nullptr && nLength == 0 && pszKey == nullptr && pChain == nullptr);
             MORWEN_INVARIANT(SSOGetError(m_nCode, &pError) == SSO_OK && pError->errCode == m_nCode);
             MORWEN_INVARIANT(SSOGetMessageContent(pError->messageId, &pszKey) == SSO_OK);
             SSOFreeError(pError);
         } else {
             m_token.assign(static_cast<uint8_t*>(pvToken), static_cast<uint8_t*>(pvToken) + nLength);
             m_key = pszKey != nullptr ? pszKey : u"";
+            for (const ParasSeq* p = pChain; p != nullptr; p = p->next) {
+                m_information.append(p->value).append(u" ");
+            }
         }
         SSOFreeBuffer(pvToken);
         SSOFreeString(pszKey);
+        SSOFreeParameters(pChain);
     }
 };
 
 inline Result Start() {
-    return Result([](void** o_ppvToken, SSOLength* o_pnLength, SSOChar** o_ppszKey) {
+    return Result([](void** o_ppvToken, SSOLength* o_pnLength, SSOChar** o_ppszKey, ParasSeq**) {
         return SSOStartLogin(nullptr, nullptr, u"SSPI", &kSpn, o_ppszKey, o_ppvToken, o_pnLength);
     });
 }
 
-inline Result Accept(const Bytes& i_token) {
-    return Result([&](void** o_ppvToken, SSOLength* o_pnLength, SSOChar** o_ppszKey) {
-        return SSOAcceptLogin(u"SSPI", nullptr, i_token.data(), static_cast<SSOLength>(i_token.size()), o_ppvToken,
-                              o_pnLength, nullptr, o_ppszKey);
+inline Result Continue(const std::u16string& i_key, const Bytes& i_answer) {
+    return Result([&](void** o_ppvToken, SSOLength* o_pnLength, auto...) {
+        return SSOContinueLogin(i_key.c_str(), i_answer.data(), static_cast<SSOLength>(i_answer.size()), o_ppvToken,
+                                o_pnLength);
+    });
+}
+
+// The first half without a key, the closing one with the first's and without a token.
+inline Result Accept(const Bytes& i_token, const std::u16string& i_key = u"") {
+    return Result([&](void** o_ppvToken, SSOLength* o_pnLength, SSOChar** o_ppszKey, ParasSeq** o_ppChain) {
+        return SSOAcceptLogin(u"SSPI", i_key.empty() ? nullptr : i_key.c_str(), i_token.data(),
+                              static_cast<SSOLength>(i_token.size()), o_ppvToken, o_pnLength,
+                              i_key.empty() ? nullptr : o_ppChain, o_ppszKey);
     });
 }
 
 inline void MakeTickets() {
     char szFolder[] = "/tmp/morwen-fuzz.XXXXXX";
     const std::string folder = mkdtemp(szFolder);
-    std::ofstream(folder + "/krb5.conf") << "[libdefaults]\ndefault_realm = FUZZ.TEST\ndns_lookup_kdc = false\n";
+    std::ofstream(folder + "/krb5.conf") << "[libdefaults]\ndefault_realm = FUZZ.TEST\ndns_lookup_kdc = false\n"
+                                         << "clockskew = 1000000000\n";  // for authenticators of a corpus
     setenv("KRB5_CONFIG", (folder + "/krb5.conf").c_str(), 1);
     setenv("KRB5CCNAME", ("FILE:" + folder + "/tickets").c_str(), 1);
     setenv("KRB5_KTNAME", ("FILE:" + folder + "/keytab").c_str(), 1);

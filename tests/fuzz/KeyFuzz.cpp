@@ -40,7 +40,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* i_pBytes, size_t i_nBytes) 
     MORWEN_INVARIANT(SSOGetError(SSO_ERROR, &pError) == SSO_OK && pError->errCode == SSO_ERROR);
     SSOFreeError(pError);
     SSOChar* pszNewKey = nullptr;
-    MORWEN_INVARIANT(SSOAcceptLogin(u"SSPI", pszKey, "token", 5, &pvToken, &nLength, nullptr, &pszNewKey) >= SSO_DENIED);
+    MORWEN_INVARIANT(SSOAcceptLogin(u"SSPI", pszKey, "token", 5, &pvToken, &nLength, nullptr, &pszNewKey) >=
+                     SSO_DENIED);
     MORWEN_INVARIANT(pvToken == nullptr && nLength == 0 && pszNewKey == nullptr);
     return 0;
 }

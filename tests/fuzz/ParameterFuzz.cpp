@@ -32,7 +32,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* i_pBytes, size_t i_nBytes) 
     }
     std::vector<ParasSeq> chain(tags.size());
     for (size_t i = 0; i < chain.size(); ++i) {
-        chain[i] = {texts[2 * i].c_str(), tags[i], texts[2 * i + 1].c_str(), i + 1 < chain.size() ? &chain[i + 1] : nullptr};
+        chain[i] = {texts[2 * i].c_str(), tags[i], texts[2 * i + 1].c_str(),
+                    i + 1 < chain.size() ? &chain[i + 1] : nullptr};
     }
     const Parameters parameters(chain.empty() ? nullptr : chain.data());
     ParasSeq* pCopy = nullptr;
@@ -62,7 +63,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* i_pBytes, size_t i_nBytes) 
         int64_t nNumber = 0;
         if (SWCharStringConv::FromString(SWCharString(text), nNumber)) {
             int64_t nAgain = 0;
-            MORWEN_INVARIANT(SWCharStringConv::FromString(SWCharStringConv::ToString(nNumber), nAgain) && nAgain == nNumber);
+            MORWEN_INVARIANT(SWCharStringConv::FromString(SWCharStringConv::ToString(nNumber), nAgain) &&
+                             nAgain == nNumber);
         }
     }
     return 0;
