@@ -10,6 +10,7 @@
 #include "harrow/STrace.h"
 #include "harrow/SWCharStringConv.h"
 #include "morwen/morwenplugin.h"
+#include "platform/Platform.h"
 
 namespace morwen {
 
@@ -185,6 +186,7 @@ void SecContextCache::StartUpdateThread() {
         if (m_pUpdateThread && !m_pUpdateThread->isAlive()) {
             S_TRACE("ssoplugin: SecContextCache::StartUpdateThread() -- Starting update thread.");
             m_pUpdateThread->start();
+            m_nProcess = Platform::Kernel().GetCurrentProcessId();
             S_TRACE("ssoplugin: SecContextCache::StartUpdateThread() -- Update thread started.");
         }
     } catch (...) {
@@ -200,7 +202,8 @@ void SecContextCache::StopUpdateThread(long i_nMostMilliseconds) {
     if (m_pUpdateThread) {
         m_pUpdateThread->stop();
     }
-    for (long nLeft = i_nMostMilliseconds; m_pUpdateThread && nLeft > 0 && m_pUpdateThread->isAlive();) {
+    const bool bForked = m_nProcess != Platform::Kernel().GetCurrentProcessId();
+    for (long nLeft = bForked ? 0 : i_nMostMilliseconds; m_pUpdateThread && nLeft > 0 && m_pUpdateThread->isAlive();) {
         try {
             m_pUpdateThread->join(std::min(kJoinMilliseconds, nLeft));
             nLeft -= kJoinMilliseconds;
@@ -212,7 +215,7 @@ void SecContextCache::StopUpdateThread(long i_nMostMilliseconds) {
         }
     }
     if (m_pUpdateThread && m_pUpdateThread->isAlive()) {
-        // In a forked process it does not exist; else it is waiting. It keeps what it works on, for good.
+        // In a forked process it does not exist; at the process's end it may be waiting. It keeps what it works on.
         S_TRACE("ssoplugin: SecContextCache::StopUpdateThread() -- The thread does not end; going on without it.");
         m_pUpdateThread->addRef();
         addRef();

@@ -1,11 +1,13 @@
 // The security contexts of users who are logged on, by key.
 #pragma once
 
+#include <limits>
 #include <map>
 
 #include "cache/StaticToken.h"
 #include "harrow/CS_Wrapper.h"
 #include "harrow/TerminatingThread.h"
+#include "platform/OsTypes.h"
 
 namespace morwen {
 
@@ -18,9 +20,9 @@ public:
     // Starts the update thread unless there is one (or was one that ended by itself: it is not replaced). Throws
     // SSOException when it cannot be started; a thread that could be made but not started is not tried again.
     void StartUpdateThread();
-    // Stops the update thread and waits for its end. Must come before the last reference goes.
-    // Waits for it as long as a renewal may take; given up on, it keeps this cache.
-    void StopUpdateThread(long i_nMostMilliseconds = 30000);
+    // Stops the update thread and waits for its end, which a renewal under way may put off. Must come before the last
+    // reference goes. A thread that is given up on, or was left behind by a fork, keeps this cache.
+    void StopUpdateThread(long i_nMostMilliseconds = std::numeric_limits<long>::max());
 
     // Keeps the token under the decimal form of its address, which is returned and written to o_ssKey. Starts the
     // update thread first.
@@ -64,6 +66,7 @@ private:
     std::map<SWCharString, StaticTokenPtr> m_mapCachedContexts S_GUARDED_BY(m_lock);
     Harrowlib201::CRWLock m_lock;
     Harrowlib201::JTCHandleT<Harrowlib201::TerminatingThread> m_pUpdateThread S_GUARDED_BY(m_threadSection);
+    DWORD m_nProcess S_GUARDED_BY(m_threadSection) = 0;  // where the thread runs
     Harrowlib201::CS_Wrapper m_threadSection;
 };
 

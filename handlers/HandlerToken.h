@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <utility>
 
 #include "handlers/SSOHandler.h"
 
@@ -17,10 +18,13 @@ public:
 
     void Reset() {
         if (m_pvToken != nullptr) {
-            m_handler.FreeBuffer(m_pvToken);
+            GiveBack();
         }
-        m_pvToken = nullptr;
+    }
+    // The handler says so when there was none.
+    void GiveBack() {
         m_nLength = 0;
+        m_handler.FreeBuffer(std::exchange(m_pvToken, nullptr));
     }
     // As input for the other side: an empty token is none.
     const uint8_t* Input() const noexcept { return m_nLength != 0 ? m_pvToken : nullptr; }

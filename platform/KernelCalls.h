@@ -16,6 +16,7 @@ public:
 
     virtual HANDLE GetCurrentThread() noexcept = 0;
     virtual HANDLE GetCurrentProcess() noexcept = 0;
+    virtual DWORD GetCurrentProcessId() noexcept = 0;
     virtual DWORD GetLastError() noexcept = 0;
 
     // Used with the flags allocate-buffer, from-system and ignore-inserts: o_pszBuffer then is a WCHAR** in disguise,

@@ -1,6 +1,8 @@
 #include "plugin/SSOImpl.h"
 
+#include <algorithm>
 #include <new>
+#include <utility>
 
 #include "errors/ErrorRecord.h"
 #include "errors/HostText.h"
@@ -46,6 +48,32 @@ public:
 private:
     void** m_ppvBuffer;
     SSOLength* m_pnBufferLength;
+};
+
+// The host's copy of a key, made before there is one: no memory may be wanted any more when a login or a context exists
+// that only its key can end.
+class KeyForHost {
+public:
+    KeyForHost() : m_pszKey(SSOImpl::AllocateString(SWCharString(kRoom))) {}
+    ~KeyForHost() { FreeHostText(m_pszKey); }
+    KeyForHost(const KeyForHost&) = delete;
+    KeyForHost& operator=(const KeyForHost&) = delete;
+
+    SSOChar* HandOut(const SWCharString& i_ssKey) {
+        const auto key = i_ssKey.view();
+        if (key.empty()) {
+            return nullptr;
+        }
+        if (key.size() > kRoom.size()) {
+            throw SSOException(SSO_ERROR);  // no key is that long
+        }
+        *std::copy(key.begin(), key.end(), m_pszKey) = u'\0';
+        return std::exchange(m_pszKey, nullptr);
+    }
+
+private:
+    static constexpr std::u16string_view kRoom = u"DUMMY_KEY__CACHING_IS_OFF or a number";
+    SSOChar* m_pszKey;
 };
 
 }  // namespace
@@ -284,11 +312,12 @@ uint32_t SSOImpl::SSOStartLogin(const SWCharString& i_ssUser, const SWCharString
         *o_ppSessionKey = nullptr;
         *o_pnBufferLength = 0;
         LoginOutputs outputs(o_ppvBuffer, o_pnBufferLength);
+        KeyForHost key;
         SWCharString ssSessionKey;
         const uint32_t nResult =
             m_pSessionManager->GenerateClientContext(i_ssUser, i_ssPassword, i_ssType, i_pParameters, nullptr, 0, {},
                                                      o_ppvBuffer, o_pnBufferLength, ssSessionKey);
-        *o_ppSessionKey = AllocateString(ssSessionKey);
+        *o_ppSessionKey = key.HandOut(ssSessionKey);
         outputs.HandOut();
         return nResult;
     });
@@ -346,28 +375,25 @@ uint32_t SSOImpl::SSOAcceptLogin(const SWCharString& i_ssType, const SWCharStrin
         *o_ppSessionKey = nullptr;
         *o_pnBufferLength = 0;
         const bool bWantLogonInformation = o_ppLogonInformation != nullptr;
-        ParasSeq* pChain = nullptr;
         if (bWantLogonInformation) {
             // Before the login, which cannot be undone once it has succeeded.
             Parameters().ToParasSeq(o_ppLogonInformation);
         }
         LoginOutputs outputs(o_ppvBuffer, o_pnBufferLength);
+        KeyForHost key;
         SWCharString ssSessionKey;
         const uint32_t nResult = m_pSessionManager->GenerateServerContext(
             i_ssType, i_ssSessionKey, i_pvBuffer, i_nBufferLength, o_ppvBuffer, o_pnBufferLength, bWantLogonInformation,
             logonInformation, ssSessionKey);
         if (bWantLogonInformation) {
-            logonInformation.ToParasSeq(&pChain);
+            try {
+                logonInformation.ToParasSeq(o_ppLogonInformation);
+            } catch (...) {
+                m_pContextManager->Remove(ssSessionKey);  // if it is a context's, nobody would ever name it
+                throw;
+            }
         }
-        try {
-            *o_ppSessionKey = AllocateString(ssSessionKey);
-        } catch (const SSOException&) {
-            Parameters::FreeSequence(pChain);
-            throw;
-        }
-        if (bWantLogonInformation) {
-            *o_ppLogonInformation = pChain;
-        }
+        *o_ppSessionKey = key.HandOut(ssSessionKey);
         outputs.HandOut();
         return nResult;
     });
@@ -429,13 +455,14 @@ uint32_t SSOImpl::AcquireCurrentSecurityContext(const SWCharString& i_ssType, co
                     "ssoplugin: SSOImpl::AcquireCurrentSecurityContext() -- Non-null input string.  Possibly "
                     "overwriting existing data!");
         *o_ppSessionID = nullptr;
+        KeyForHost key;
         SWCharString ssSessionID;
         const uint32_t nResult = m_pSessionManager->AcquireCurrentContext(i_ssType, i_pParameters, ssSessionID);
         S_ASSERT(!ssSessionID.isEmpty());
         if (ssSessionID.isEmpty()) {
             throw SSOException(SSO_ERROR);
         }
-        *o_ppSessionID = AllocateString(ssSessionID);
+        *o_ppSessionID = key.HandOut(ssSessionID);
         return nResult;
     });
 }

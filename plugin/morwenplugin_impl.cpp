@@ -13,10 +13,10 @@ namespace {
 // The fence of every export: the singleton, the call, and the end of every exception. An operation without a result
 // counts as success.
 template <class Operation>
-uint32_t Export(const char* i_pszUnexpected, Operation i_operation) noexcept {
+uint32_t Export(const char* i_pszUnexpected, Operation i_operation, const char* i_pszNoCore = "pImpl") noexcept {
     try {
         const JTCHandleT<SSOImpl> pImpl = SSOImpl::instance();
-        S_ASSERT(pImpl);
+        S_ASSERT_TEXT(pImpl, i_pszNoCore);
         if (!pImpl) {
             return SSO_ERROR;
         }
@@ -47,11 +47,11 @@ void UnInitializePlugin(SSOImpl& i_core) {
 }  // namespace
 
 uint32_t SSOInitPackage(void) {
-    return Export("InitializePlugin() -- Unexpected exception!", InitializePlugin);
+    return Export("InitializePlugin() -- Unexpected exception!", InitializePlugin, "pImplementation != NULL");
 }
 
 uint32_t SSOTermPackage(void) {
-    return Export("UnInitializePlugin() -- Unexpected Exception!", UnInitializePlugin);
+    return Export("UnInitializePlugin() -- Unexpected Exception!", UnInitializePlugin, "pImplementation != NULL");
 }
 
 uint32_t SSOInitProvider(const SSOChar* i_pszType, const ParasSeq* i_pParameters) {

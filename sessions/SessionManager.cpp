@@ -19,10 +19,11 @@ constexpr const char16_t* kClientDone = u"DUMMY_KEY";
 constexpr const char16_t* kCachingOff = u"DUMMY_KEY__CACHING_IS_OFF";
 
 // For the host. The handler's lengths come from 32-bit ones.
-void CopyForHost(const HandlerToken& i_token, void** o_ppvBuffer, SSOLength* o_pnBufferLength) {
-    const auto nLength = static_cast<SSOLength>(i_token.m_nLength);
-    SessionManager::CopyToExternalBuffer(i_token.m_pvToken, o_ppvBuffer, nLength);
+void HandOver(HandlerToken& io_token, void** o_ppvBuffer, SSOLength* o_pnBufferLength) {
+    const auto nLength = static_cast<SSOLength>(io_token.m_nLength);
+    SessionManager::CopyToExternalBuffer(io_token.m_pvToken, o_ppvBuffer, nLength);
     *o_pnBufferLength = nLength;
+    io_token.GiveBack();
 }
 
 // One step's hold on a session: a host that calls twice at once with one key is refused the second time, so that no
@@ -145,7 +146,7 @@ uint32_t SessionManager::GenerateClientContext(const SWCharString& i_ssUser, con
         nStatus = pHandler->InitializeContext(pCredentials, pSession, static_cast<const uint8_t*>(i_pvToken),
                                               i_nTokenLength, &token.m_pvToken, &token.m_nLength);
         RequireStatus(nStatus, "ssoplugin: SessionManager::GenerateClientContext() failed.");
-        CopyForHost(token, o_ppvBuffer, o_pnBufferLength);
+        HandOver(token, o_ppvBuffer, o_pnBufferLength);
         o_ssKey = std::move(nStatus != SSO_OK ? ssGoesOn : ssDone);
     } catch (...) {
         ClearOutputs(o_ppvBuffer, o_pnBufferLength);
@@ -178,7 +179,7 @@ uint32_t SessionManager::GenerateServerContext(const SWCharString& i_ssType, con
             pHandler->AcceptContext(pCredentials, pSession, static_cast<const uint8_t*>(i_pvToken), i_nTokenLength,
                                     &token.m_pvToken, &token.m_nLength, i_bWantLogonInformation, o_logonInformation);
         RequireStatus(nStatus, "ssoplugin: SessionManager::GenerateServerContext() failed.");
-        CopyForHost(token, o_ppvBuffer, o_pnBufferLength);
+        HandOver(token, o_ppvBuffer, o_pnBufferLength);
         if (nStatus == SSO_CONTINUE) {
             o_ssKey = pSession->GetIdentifier().ToString();
         } else if (nStatus == SSO_OK || nStatus == SSO_ACCEPTED) {

@@ -28,6 +28,7 @@ public:
         if (nStatus == SEC_E_UNSUPPORTED_FUNCTION) {
             OpenByImpersonating();
         } else if (nStatus != SEC_E_OK) {
+            static_cast<void>(End());  // the destructor does not run when the constructor throws
             S_TRACE("ssoplugin: KerberosSSPIHandler::GetLogonInformation() -- OpenContextToken() failed: %1",
                     GetErrorText(nStatus));
             throw SSOException(SSO_ERROR);
@@ -63,7 +64,7 @@ private:
         }
         const auto nError = static_cast<SECURITY_STATUS>(Platform::Kernel().GetLastError());
         m_hUser = nullptr;
-        const bool bReverted = Revert();  // the destructor does not run when the constructor throws
+        const bool bReverted = Revert();
         S_TRACE("ssoplugin: KerberosSSPIHandler::GetLogonInformation() -- OpenThreadToken() failed: %1",
                 GetErrorText(nError));
         throw SSOException(SSO_ERROR, bReverted ? kMsgGeneral : kMsgImpersonation);

@@ -1,6 +1,8 @@
 // The kernel calls: pseudo handles, the last error, error texts, dates.
 #include "platform/linux/LinuxKernel.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
@@ -35,6 +37,10 @@ HANDLE LinuxKernel::GetCurrentThread() noexcept {
 
 HANDLE LinuxKernel::GetCurrentProcess() noexcept {
     return CurrentProcessHandle();
+}
+
+DWORD LinuxKernel::GetCurrentProcessId() noexcept {
+    return static_cast<DWORD>(getpid());
 }
 
 DWORD LinuxKernel::GetLastError() noexcept {

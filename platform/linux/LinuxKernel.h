@@ -9,6 +9,7 @@ class LinuxKernel final : public KernelCalls {
 public:
     HANDLE GetCurrentThread() noexcept override;
     HANDLE GetCurrentProcess() noexcept override;
+    DWORD GetCurrentProcessId() noexcept override;
     DWORD GetLastError() noexcept override;
 
     DWORD FormatMessageW(DWORD i_nFlags, const void* i_pvSource, DWORD i_nMessageId, DWORD i_nLanguageId,

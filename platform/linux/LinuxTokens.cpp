@@ -11,6 +11,7 @@
 
 #include "platform/linux/LastError.h"
 #include "platform/linux/PseudoHandles.h"
+#include "platform/linux/ServiceRecord.h"
 #include "platform/linux/ThreadIdentity.h"
 #include "platform/linux/TokenIdentity.h"
 
@@ -101,7 +102,7 @@ BOOL LinuxTokens::OpenProcessToken(HANDLE i_hProcess, DWORD, HANDLE* o_phToken) 
     try {
         auto pIdentity = std::make_shared<TokenIdentity>();
         pIdentity->m_account = ThreadIdentity::ServiceAccount();
-        pIdentity->m_bService = true;
+        pIdentity->m_bService = ServiceRecord::IsService(*pIdentity->m_account);
         *o_phToken = OpenToken(std::move(pIdentity));
         return TRUE;
     } catch (const std::bad_alloc&) {

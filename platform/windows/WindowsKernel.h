@@ -9,6 +9,7 @@ class WindowsKernel final : public KernelCalls {
 public:
     HANDLE GetCurrentThread() noexcept override { return ::GetCurrentThread(); }
     HANDLE GetCurrentProcess() noexcept override { return ::GetCurrentProcess(); }
+    DWORD GetCurrentProcessId() noexcept override { return ::GetCurrentProcessId(); }
     DWORD GetLastError() noexcept override { return ::GetLastError(); }
 
     DWORD FormatMessageW(DWORD i_nFlags, const void* i_pvSource, DWORD i_nMessageId, DWORD i_nLanguageId,

@@ -240,6 +240,7 @@ public:
 
     HANDLE GetCurrentThread() noexcept override { return reinterpret_cast<HANDLE>(intptr_t{-2}); }
     HANDLE GetCurrentProcess() noexcept override { return reinterpret_cast<HANDLE>(intptr_t{-1}); }
+    DWORD GetCurrentProcessId() noexcept override { return 1; }
     DWORD GetLastError() noexcept override {
         const Lock lock(m_mutex);
         return static_cast<DWORD>(Self().m_nLastError);

@@ -56,12 +56,16 @@ TEST_F(Impersonation, DecidesOverFilesOnThisThreadAlone) {
     EXPECT_TRUE(Content(RealmPath("service.keytab")).empty());  // root's own
     EXPECT_EQ(chown(RealmPath("").c_str(), 1, 1), -1);
     other.join();
+    std::string captured;
     std::thread([&] {  // begins as its maker, and has nothing of its own to go back to
+        captured = CaptureThread();
         EXPECT_EQ(SSORevert(Wide(alice).c_str()), SSO_OK);
         untouched.ExpectUnchanged();
     })
         .join();
     EXPECT_EQ(thread.Revert(alice), "0");
+    EXPECT_EQ(thread.Impersonate(captured, 0), "0");  // the service, and nobody with its tickets
+    EXPECT_EQ(thread.Revert(captured), "0");
     EXPECT_EQ(OwnerOfNewFile(), 0U);
     EXPECT_FALSE(Content(RealmPath("service.keytab")).empty());
 }
