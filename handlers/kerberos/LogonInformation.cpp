@@ -19,6 +19,8 @@ using namespace Harrowlib201;
 
 namespace {
 
+constexpr DWORD SSPI_DEFAULT_USER_DATA_BUFFER_SIZE = 4096;
+
 // The token of the user who logged on. Where the context itself can be asked, no identity changes; elsewhere the thread
 // runs as the user until End, or until this object goes.
 class LogonToken {
@@ -133,14 +135,17 @@ void AppendSid(PSID i_pSid, std::u16string& io_text) {
 
 void ReadToken(HANDLE i_hUser, Parameters& o_parameters) {
     SWCharString ssSid;
-    UserData data;
-    GetUserData(i_hUser, TokenUser, data);
-    SIDToSString(static_cast<const TOKEN_USER*>(data.get())->User.Sid, ssSid);
+    std::unique_ptr<BYTE[]> pUserDataBuffer;
+    GetUserData(i_hUser, TokenUser, &pUserDataBuffer);
+    S_ASSERT(pUserDataBuffer);
+    SIDToSString(reinterpret_cast<const TOKEN_USER*>(pUserDataBuffer.get())->User.Sid, ssSid);
     S_TRACE("ssoplugin: KerberosSSPIHandler::GetLogonInformation() -- User's SID is %1", ssSid);
     o_parameters.SetParameter(u"SSPI_USER_SID", ssSid);
 
-    GetUserData(i_hUser, TokenGroups, data);
-    const auto* pGroups = static_cast<const TOKEN_GROUPS*>(data.get());
+    std::unique_ptr<BYTE[]> pGroupDataBuffer;
+    GetUserData(i_hUser, TokenGroups, &pGroupDataBuffer);
+    S_ASSERT(pGroupDataBuffer);
+    const auto* pGroups = reinterpret_cast<const TOKEN_GROUPS*>(pGroupDataBuffer.get());
     const SID_AND_ATTRIBUTES* pGroup = pGroups->Groups;
     constexpr size_t kUsualSidLength = 48;
     std::u16string groups;
@@ -182,32 +187,46 @@ void GetLogonInformation(const SSOSessionPtr& i_pSession, Parameters& o_paramete
     o_parameters = std::move(information);
 }
 
-void GetUserData(HANDLE i_hUserHandle, TOKEN_INFORMATION_CLASS i_eClass, UserData& o_data) {
+void GetUserData(HANDLE i_hUserHandle, TOKEN_INFORMATION_CLASS i_eClass, std::unique_ptr<BYTE[]>* o_TokenInformation) {
     S_ASSERT(i_hUserHandle);
-    if (i_hUserHandle == nullptr) {
+    S_ASSERT(o_TokenInformation);
+    if (i_hUserHandle == nullptr || o_TokenInformation == nullptr) {
         throw SSOException(SSO_ERROR);
     }
-    DWORD nRequired = 0;
-    if (Platform::Tokens().GetTokenInformation(i_hUserHandle, i_eClass, o_data.get(), UserData::kUsualSize,
-                                               &nRequired)) {
-        return;
+    if (*o_TokenInformation != nullptr) {
+        S_TRACE(
+            "ssoplugin: KerberosSSPIHandler::GetUserData() -- Non-NULL out-param.  This will be overwritten and lost!");
+        S_ASSERT(!*o_TokenInformation);
     }
-    if (Platform::Kernel().GetLastError() != ERROR_INSUFFICIENT_BUFFER) {
-        S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- GetTokenInformation failed (first try).");
-        throw SSOException(SSO_ERROR);
+    const auto allocate = [](DWORD i_nSize) {
+        try {
+            return std::make_unique_for_overwrite<BYTE[]>(i_nSize);  // only what the system writes is read
+        } catch (const std::bad_alloc&) {
+            S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- Out of memory!");
+            throw SSOException(SSOException::OutOfMemory());
+        }
+    };
+    auto pBuffer = allocate(SSPI_DEFAULT_USER_DATA_BUFFER_SIZE);
+    DWORD dwRequiredBufferSize = 0;
+    if (!Platform::Tokens().GetTokenInformation(i_hUserHandle, i_eClass, pBuffer.get(),
+                                                SSPI_DEFAULT_USER_DATA_BUFFER_SIZE, &dwRequiredBufferSize)) {
+        if (Platform::Kernel().GetLastError() != ERROR_INSUFFICIENT_BUFFER) {
+            S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- GetTokenInformation failed (first try).");
+            throw SSOException(SSO_ERROR);
+        }
+        S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- Reallocating buffer.  Size is %1.",
+                uint64_t{dwRequiredBufferSize});
+        S_ASSERT(dwRequiredBufferSize > SSPI_DEFAULT_USER_DATA_BUFFER_SIZE);
+        pBuffer.reset();
+        pBuffer = allocate(dwRequiredBufferSize);
+        if (!Platform::Tokens().GetTokenInformation(i_hUserHandle, i_eClass, pBuffer.get(), dwRequiredBufferSize,
+                                                    &dwRequiredBufferSize)) {
+            S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- GetTokenInformation failed (second try).");
+            throw SSOException(SSO_ERROR);
+        }
     }
-    S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- Reallocating buffer.  Size is %1.", uint64_t{nRequired});
-    S_ASSERT_TEXT(nRequired > UserData::kUsualSize, "dwRequiredBufferSize > SSPI_DEFAULT_USER_DATA_BUFFER_SIZE");
-    try {
-        o_data.Grow(nRequired);
-    } catch (const std::bad_alloc&) {
-        S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- Out of memory!");
-        throw SSOException(SSOException::OutOfMemory());
-    }
-    if (!Platform::Tokens().GetTokenInformation(i_hUserHandle, i_eClass, o_data.get(), nRequired, &nRequired)) {
-        S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- GetTokenInformation failed (second try).");
-        throw SSOException(SSO_ERROR);
-    }
+    S_ASSERT(pBuffer);
+    *o_TokenInformation = std::move(pBuffer);
 }
 
 void SIDToSString(PSID i_pSid, SWCharString& o_ssText) {

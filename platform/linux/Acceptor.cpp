@@ -198,7 +198,7 @@ std::shared_ptr<SecurityContext> Acceptor::Accept(krb5_context i_context, const 
     Exchange exchange{i_context, i_keys, token->m_message, Krb5AuthContext(i_context), Krb5Ticket(i_context)};
     ReadRequest(exchange);
     CheckEnd(exchange);
-    auto pacLogonInfo = CheckPac(i_context, i_keys, exchange.m_authContext.get(), *exchange.m_ticket.get());
+    auto pacLogonInfo = CheckPac(i_context, i_keys, *exchange.m_ticket.get());
     Krb5Authenticator authenticator(i_context);
     if (const krb5_error_code nCode =
             krb5_auth_con_getauthenticator(i_context, exchange.m_authContext.get(), authenticator.Receive());

@@ -13,11 +13,9 @@ namespace morwen {
 
 // The logon information of the PAC in a decrypted ticket, as the KDC wrote it; nothing when the ticket has no PAC, or
 // one without it. Throws SspiFailure (SEC_E_LOGON_DENIED) for a PAC that cannot be taken apart, is not signed with the
-// service's key or was made for another user, and for two PACs. Throws std::bad_alloc.
-//
-// What libkrb5 has verified in the exchange that brought the ticket is not verified once more. Without an exchange
-// (null), or a finding in it, everything is.
+// service's key or was made for another user (libkrb5 looks at the signatures too, but keeps the result to itself), and
+// for two PACs. Throws std::bad_alloc.
 std::optional<std::vector<uint8_t>> CheckPac(krb5_context i_context, const AcceptorKeys& i_keys,
-                                             krb5_auth_context i_exchange, const krb5_ticket& i_ticket);
+                                             const krb5_ticket& i_ticket);
 
 }  // namespace morwen

@@ -51,7 +51,7 @@ struct RecordedPac {
         part.authorization_data = list;
         const krb5_ticket ticket{0, nullptr, {0, ENCTYPE_AES256_CTS_HMAC_SHA1_96, 2, {}}, &part};
         try {
-            m_info = CheckPac(m_context, *m_pKeys, nullptr, ticket);
+            m_info = CheckPac(m_context, *m_pKeys, ticket);
             EXPECT_TRUE((m_info ? ReadPacLogonInfo(*m_info) : std::nullopt) == m_sids);
             return false;
         } catch (const SspiFailure& failure) {
