@@ -48,12 +48,6 @@ void ServiceRecord::Keep(const ThreadCredentials& i_service, uid_t i_nUser) {
     record.m_users.insert(i_nUser);
 }
 
-UnixAccount ServiceRecord::Service(const UnixAccount& i_thread) {
-    Record& record = TheRecord();
-    const CS_Locker locker(record.m_section);
-    return record.m_service && record.m_users.contains(i_thread.m_nUser) ? record.m_service->m_account : i_thread;
-}
-
 bool ServiceRecord::IsService(const UnixAccount& i_account) {
     // The saved id stays the process's own when a thread gets another effective one.
     uid_t nReal = 0;

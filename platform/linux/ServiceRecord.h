@@ -15,10 +15,8 @@ public:
     // A thread that is the service, with these credentials, is about to act as the user. Throws std::bad_alloc.
     static void Keep(const ThreadCredentials& i_service, uid_t i_nUser);
 
-    // Who the process is, seen by a thread that impersonates nobody and has this account: the thread's own, unless it
-    // is one of the users that threads have acted as. Throws std::bad_alloc.
-    static UnixAccount Service(const UnixAccount& i_thread);
-    // Whether the account is the service's and not one that the host has given the thread.
+    // Whether the account, which the calling thread has, is the service's: not one that the host has given the thread,
+    // or that it was made with.
     static bool IsService(const UnixAccount& i_account);
 
     // Makes the calling thread, which impersonates nobody, the service, if it is one of the users that threads have

@@ -112,7 +112,7 @@ bool ThreadIdentity::IsStuck() noexcept {
 
 UnixAccount ThreadIdentity::ServiceAccount() {
     return t_state.m_pImpersonation != nullptr ? t_state.m_pImpersonation->m_service.m_account
-                                               : ServiceRecord::Service(ThreadCredentials::AccountOfThisThread());
+                                               : ThreadCredentials::AccountOfThisThread();
 }
 
 ServiceScope::ServiceScope() noexcept : m_bService(!t_state.m_bStuck) {

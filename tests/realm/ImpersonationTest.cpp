@@ -64,7 +64,8 @@ TEST_F(Impersonation, DecidesOverFilesOnThisThreadAlone) {
     })
         .join();
     EXPECT_EQ(thread.Revert(alice), "0");
-    EXPECT_EQ(thread.Impersonate(captured, 0), "0");  // the service, and nobody with its tickets
+    EXPECT_EQ(thread.Impersonate(captured, 65534), "0");
+    EXPECT_NE(LogOn({}).m_verdict, kLoggedOn);  // with the service's tickets
     EXPECT_EQ(thread.Revert(captured), "0");
     EXPECT_EQ(OwnerOfNewFile(), 0U);
     EXPECT_FALSE(Content(RealmPath("service.keytab")).empty());
