@@ -247,8 +247,7 @@ static void Logins(void) {
     FAILS(g_Sso.SSOStartLogin(u"", u"", u"SSPI", &spn, NULL, &buffer, &length), SSO_ERROR, 42254);
     FAILS(g_Sso.SSOStartLogin(u"", u"", u"SSPI", &spn, &key, NULL, &length), SSO_ERROR, 42254);
     FAILS(g_Sso.SSOStartLogin(u"", u"", u"SSPI", &spn, &key, &buffer, NULL), SSO_ERROR, 42254);
-    FAILS(g_Sso.SSOStartLogin(u"", u"", u"", &spn, &key, &buffer, &length), SSO_ERROR,
-          42254); /* nothing to go on with */
+    FAILS(g_Sso.SSOStartLogin(u"", u"", u"", &spn, &key, &buffer, &length), SSO_ERROR, 42254);
     FAILS(g_Sso.SSOStartLogin(u"", u"", u"THREADTOKEN", &spn, &key, &buffer, &length), SSO_NOT_SUPPORTED, 42254);
     FAILS_WITH(g_Sso.SSOStartLogin(u"", u"", u"X", &spn, &key, &buffer, &length), SSO_ERROR, 61216, u"X");
 

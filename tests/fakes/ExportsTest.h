@@ -70,9 +70,9 @@ protected:
         return result + (out.m_pInformation != nullptr ? "|" + Utf8(out.m_pInformation->next->value) : "");
     }
     // The calling thread's record, "none" if there is none.
-    static std::string Record(uint32_t i_nCode = SSO_ERROR) {
+    static std::string Record() {
         SSOError* pError = nullptr;
-        const bool bFound = SSOGetError(i_nCode, &pError) == SSO_OK;
+        const bool bFound = SSOGetError(SSO_ERROR, &pError) == SSO_OK;
         EXPECT_EQ(bFound, pError != nullptr);
         std::string text = bFound ? std::to_string(pError->errCode) + "/" + std::to_string(pError->messageId) : "none";
         SSOFreeError(pError);

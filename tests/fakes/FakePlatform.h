@@ -268,14 +268,10 @@ public:
         const auto day = std::chrono::floor<std::chrono::days>(time);
         const std::chrono::year_month_day date(day);
         const std::chrono::hh_mm_ss clock(time - day);
-        *o_pSystemTime = {};
-        o_pSystemTime->wYear = static_cast<uint16_t>(int{date.year()});
-        o_pSystemTime->wMonth = static_cast<uint16_t>(unsigned{date.month()});
-        o_pSystemTime->wDay = static_cast<uint16_t>(unsigned{date.day()});
-        o_pSystemTime->wHour = static_cast<uint16_t>(clock.hours().count());
-        o_pSystemTime->wMinute = static_cast<uint16_t>(clock.minutes().count());
-        o_pSystemTime->wSecond = static_cast<uint16_t>(clock.seconds().count());
-        o_pSystemTime->wMilliseconds = static_cast<uint16_t>(clock.subseconds().count());
+        const auto n = [](auto i_nField) { return static_cast<uint16_t>(i_nField); };
+        *o_pSystemTime = {n(int{date.year()}),        n(unsigned{date.month()}),    0,
+                          n(unsigned{date.day()}),    n(clock.hours().count()),     n(clock.minutes().count()),
+                          n(clock.seconds().count()), n(clock.subseconds().count())};
         return Finish(nTime > uint64_t{INT64_MAX} ? Error(ERROR_INVALID_PARAMETER) : answer.m_nStatus);
     }
 

@@ -13,7 +13,6 @@
 #include "errors/SSOException.h"
 #include "fakes/FakePlatform.h"
 #include "fakes/TraceCapture.h"
-#include "handlers/HandlerToken.h"
 #include "handlers/SSOHandlerFactory.h"
 #include "harrow/SWCharStringConv.h"
 #include "morwen/morwenplugin.h"
@@ -72,16 +71,6 @@ protected:
     FakePlatform m_fake;
     TraceCapture m_trace;
 };
-
-// A session of the server side after its first step.
-inline SSOSessionPtr AcceptOnce(SSOHandler& i_handler) {
-    HandlerToken token(i_handler);
-    Parameters none;
-    const SSOSessionPtr pSession = i_handler.CreateSession(nullptr);
-    i_handler.AcceptContext(i_handler.CreateCredentials({}, {}, SSOHandler::kInbound), pSession,
-                            reinterpret_cast<const uint8_t*>("x"), 1, &token.m_pvToken, &token.m_nLength, false, none);
-    return pSession;
-}
 
 // The zone of the local time from now on.
 inline void SetZone([[maybe_unused]] const char* i_pszZone) {

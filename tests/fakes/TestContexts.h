@@ -1,4 +1,4 @@
-// Cached contexts and a cache that do what a test tells them, and what tests do with a cache.
+// Cached contexts and a cache that do what a test tells them.
 #pragma once
 
 #include <functional>
@@ -76,18 +76,5 @@ struct Cleaner {
     const Harrowlib201::JTCAdoptCurrentThread m_adopted;
     const Harrowlib201::CSmartRefCountPtr<SecContextUpdateThread> m_pThread;
 };
-
-// Impersonates for each "i" and reverts for each "r": what was thrown.
-inline std::string SwitchUnderKey(const Harrowlib201::CSmartRefCountPtr<SecContextCache>& i_pCache,
-                                  const std::string& i_steps, const SWCharString& i_ssKey) {
-    std::string text;
-    for (const char cStep : i_steps) {
-        text += Thrown([&] {
-            ContextManager manager(i_pCache);
-            return cStep == 'i' ? manager.Impersonate(i_ssKey) : manager.Revert(i_ssKey), 0;
-        });
-    }
-    return text;
-}
 
 }  // namespace morwen

@@ -45,8 +45,7 @@ public:
     }
 
     // What has come of it: "CLIENT to SERVICE", followed by " one way" when the service has not proved itself and by
-    // " delegating CLIENT" when tickets came along; "unfinished"; or "failed" and the
-    // system's words for it.
+    // " delegating CLIENT" when tickets came along; "unfinished"; or "failed" and the system's words for it.
     std::string Outcome() const {
         OM_uint32 nMinor = 0;
         OM_uint32 nFlags = 0;

@@ -71,19 +71,6 @@ TEST_F(Impersonation, DecidesOverFilesOnThisThreadAlone) {
     EXPECT_FALSE(Content(RealmPath("service.keytab")).empty());
 }
 
-TEST_F(Impersonation, IsReplacedByAnotherAndEndedByOneRevert) {
-    const std::string alice = KeptLogin();
-    const std::string bin = KeptLogin(PasswordOf("bin"));
-    ActingThread thread;
-    EXPECT_EQ(thread.Revert(alice), "0");  // of nothing
-    EXPECT_EQ(thread.Impersonate(alice, 65534), "0");
-    EXPECT_EQ(thread.Impersonate(bin, 2), "0");
-    EXPECT_EQ(thread.Revert("no such key"), "100/61211");
-    EXPECT_EQ(thread.Revert(bin), "0");
-    EXPECT_EQ(thread.Revert(bin), "0");
-    EXPECT_TRUE(m_trace.Said({"Revert() called for context that had not been impersonated."}));
-}
-
 TEST_F(Impersonation, RefusedLeavesTheThreadWhoItWas) {
     Kadmin("addprinc -pw root-secret root");
     Kadmin("addprinc -pw nowhere-secret nowhere");

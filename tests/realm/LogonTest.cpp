@@ -13,7 +13,6 @@ namespace morwen {
 namespace {
 
 class Logon : public PluginTest {};
-class Configuration : public PluginTest {};
 
 // The accounts that the realm's configuration gives to its users.
 const passwd& AccountOf(const std::string& i_user) {
@@ -53,23 +52,6 @@ TEST_F(Logon, UsersAreTheirLocalAccounts) {
     EXPECT_FALSE(m_trace.Contains("bob-secret"));
 }
 
-TEST_F(Logon, EachStepGivesWhatTheNextOneNeeds) {
-    const LoginResult started = StartLogin();
-    EXPECT_EQ(started.m_key.find_first_not_of("0123456789"), std::string::npos);
-    const LoginResult accepted = AcceptLogin(started.m_token);
-    EXPECT_EQ(accepted.m_userSid, UserSid("alice"));  // known before the login is closed
-    const LoginResult continued = ContinueLogin(started.m_key, accepted.m_token);
-    EXPECT_EQ(continued.m_verdict, "0");
-    EXPECT_TRUE(continued.m_token.empty());
-    const LoginResult closed = CloseLogin(accepted.m_key, Information::NotWanted);
-    EXPECT_EQ(closed.m_verdict, "2");
-    EXPECT_EQ(closed.m_userSid + closed.m_groupSids, "");
-    // Both keys name nothing any more.
-    EXPECT_EQ(ContinueLogin(started.m_key, accepted.m_token).m_verdict, "100/42254");
-    EXPECT_EQ(CloseLogin(accepted.m_key).m_verdict, "100/42254");
-    EXPECT_TRUE(m_trace.Said({"NULL input buffer", "0-length input buffer"}));
-}
-
 TEST_F(Logon, OnlyLogonInformationNeedsALocalAccount) {
     Kadmin("addprinc -pw stranger-secret stranger");
     const Client stranger{"MORWEN\\stranger", "stranger-secret"};
@@ -100,19 +82,6 @@ TEST_F(Logon, TicketsAreReplacedBeforeTheyEnd) {
         ASSERT_EQ(LogOn({"", "", "brief/localhost"}).m_verdict, kLoggedOn);
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
-}
-
-TEST_F(Configuration, ContextsAreKeptUnlessThatIsTurnedOff) {
-    SetCaching(u"1");
-    const LoginResult login = LogOn();
-    EXPECT_EQ(login.m_verdict, kLoggedOn);
-    EXPECT_EQ(SSOReleaseSecurityContext(Wide(login.m_key).c_str()), SSO_OK);
-    SetCaching(u"0");
-}
-
-TEST_F(Configuration, ALoginNeedsTheNameOfItsService) {
-    EXPECT_EQ(StartLogin({"", "", ""}).m_verdict, "100/61214");
-    EXPECT_TRUE(m_trace.Said({"Missing SPN!"}));
 }
 
 }  // namespace

@@ -25,8 +25,16 @@ protected:
         EXPECT_TRUE(m_pCache->AddAssociation(m_pCache->Insert(ssKey, pToken), i_pszKey));
         return pToken;
     }
+    // Impersonates for each "i" and reverts for each "r": what was thrown.
     std::string Switch(const std::string& i_steps, const SWCharString& i_ssKey) {
-        return SwitchUnderKey(m_pCache, i_steps, i_ssKey);
+        std::string text;
+        for (const char cStep : i_steps) {
+            text += Thrown([&] {
+                ContextManager manager(m_pCache);
+                return cStep == 'i' ? manager.Impersonate(i_ssKey) : manager.Revert(i_ssKey), 0;
+            });
+        }
+        return text;
     }
 
     TestClock m_clock{1000000};
@@ -180,15 +188,10 @@ TEST_F(ContextCacheTest, AThreadThatCannotBeMadeIsTriedAgain) {
         : i_cHow == 'o' ? throw SSOException(SSO_DENIED, kMsgNoPackage)
                         : throw 1;
     };
-    for (const auto& [how, thrown] : std::vector<std::pair<std::string, std::string>>{{"m", "106/42502"},
-                                                                                      {"o", "3/61213"},
-                                                                                      {"1", "100/42254"},
-                                                                                      {"s", ""},
-                                                                                      {"um", "106/42502"},
-                                                                                      {"uo", "100/42254"},
-                                                                                      {"u1", "100/42254"},
-                                                                                      {"us", "100/42254"},
-                                                                                      {"uu", "100/42254"}}) {
+    const std::pair<std::string, std::string> aCases[] = {
+        {"m", "106/42502"},  {"o", "3/61213"},    {"1", "100/42254"},  {"s", ""},          {"um", "106/42502"},
+        {"uo", "100/42254"}, {"u1", "100/42254"}, {"us", "100/42254"}, {"uu", "100/42254"}};
+    for (const auto& [how, thrown] : aCases) {
         SCOPED_TRACE(how);
         const auto pCache = MakeCounted<TestCache>([&, &how = how](TestCache& i_cache) -> ThreadPtr {
             const size_t nCall = static_cast<size_t>(i_cache.m_nMade - 1) % how.size();

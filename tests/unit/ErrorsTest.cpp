@@ -1,9 +1,7 @@
 // Error records: how they are made, kept for their thread, and given back.
-#include <thread>
-
-#include "errors/ErrorManager.h"
 #include "errors/ErrorRecord.h"
 #include "fakes/PlatformTest.h"
+#include "harrow/JTC.h"
 
 namespace morwen {
 namespace {
@@ -13,9 +11,6 @@ using ErrorsTest = PlatformTest;
 
 // The record as text, freed.
 std::string Take(SSOError* i_pError) {
-    if (i_pError == nullptr) {
-        return "none";
-    }
     std::string text = std::to_string(i_pError->errCode) + "/" + std::to_string(i_pError->messageId);
     for (const SSOSubstitution* p = i_pError->substitutions; p != nullptr; p = p->next) {
         text += "/" + Utf8(p->data);
@@ -33,25 +28,6 @@ TEST_F(ErrorsTest, RecordsSayWhatTheExceptionSays) {
         EXPECT_EQ(Take(MakeErrorRecord(SSOException::OutOfMemory())), "106/42256 Morwen failed to allocate memory.\n");
     }
     EXPECT_EQ(SSOException::OutOfMemory().GetMessageId(), 42502U);
-}
-
-TEST_F(ErrorsTest, EachThreadHasItsNewestRecordOnce) {
-    const auto pManager = MakeCounted<ErrorManager>();
-    EXPECT_EQ(Take(pManager->GetThreadError()), "none");
-    pManager->SetThreadError(SSOException(100, 1, {u"replaced, and freed with the manager"}));
-    pManager->SetThreadError(SSOException(100, 2));
-    std::thread([&pManager] {
-        EXPECT_EQ(Take(pManager->GetThreadError()), "none");
-        pManager->SetThreadError(SSOException(100, 3));  // never asked for: freed with the manager
-        pManager->SetThreadError(SSOException::OutOfMemory());
-    }).join();
-    EXPECT_EQ(Take(pManager->GetThreadError()), "100/2");
-    EXPECT_EQ(Take(pManager->GetThreadError()), "none");
-    pManager->SetThreadError(SSOException(100, 4));
-    pManager->DiscardThreadError();
-    EXPECT_EQ(Take(pManager->GetThreadError()), "none");
-    pManager->SetThreadError(SSOException(100, 5));
-    EXPECT_EQ(Take(MakeCounted<ErrorManager>()->GetThreadError()), "none");  // another manager's slot
 }
 
 TEST_F(ErrorsTest, NothingStartsWithoutASlot) {

@@ -44,10 +44,7 @@ TEST_F(HandlerTest, SettingsOneAfterTheOther) {
         std::string m_thrown, m_settings, m_says;  // caching/expiry/renewals afterwards
     } aCases[] = {
         {{}, "", "1/0/1", ""},
-        {{{kExpiry, 2, u"600"}},
-         "",
-         "1/600000/1",
-         "KerberosSSPIHandler::InitHandler() -- Setting cache timeout to 600"},
+        {{{kExpiry, 2, u"600"}}, "", "1/600000/1", "InitHandler() -- Setting cache timeout to 600"},
         {{{kExpiry, 2, u"9223372036854774"}}, "", "1/9223372036854774000/1", ""},
         {{{kExpiry, 2, u"9223372036854775"}}, "", "1/-1000/1", "lExpiryTime < (INT64_MAX / 1000)"},
         {{{kExpiry, 2, u"0"}}, "", "1/0/1", ""},

@@ -61,20 +61,6 @@ TEST_F(ParametersTest, GettersByTagAndText) {
     }
 }
 
-TEST_F(ParametersTest, AbsentAndRepeatedKeys) {
-    Parameters parameters(Chain({{u"KEY", 1, u"other case"}, {nullptr, 1, u"no key"}}));
-    EXPECT_EQ(GetAll(parameters) + GetAll(Parameters(nullptr)), "absent absent absentabsent absent absent");
-    for (const std::string type : {"SString", "long", "bool"}) {
-        EXPECT_TRUE(m_trace.Contains("ssoplugin: Parameters::GetParameter(" + type + ") -- key not found"));
-    }
-    SString ssValue;
-    EXPECT_TRUE(parameters.GetParameter(u"", ssValue) && ssValue == u"no key");
-    parameters = Parameters(Chain({{u"key", 1, u"first"}, {u"x", 1, u""}, {u"key", 2, u"2"}}));
-    EXPECT_EQ(Get(parameters, int64_t{77}), "2");
-    parameters.SetParameter(u"key", std::numeric_limits<int64_t>::min());
-    EXPECT_EQ(Get(parameters, int64_t{77}), "-9223372036854775808");
-}
-
 TEST_F(ParametersTest, WritesOneSortedBlock) {
     Parameters parameters(Chain({{u"b", 2, u"2"}, {u"c", 7, nullptr}, {u"", 1, u"x"}}));
     parameters.SetParameter(u"a", false);
@@ -95,12 +81,6 @@ TEST_F(ParametersTest, WritesOneSortedBlock) {
     EXPECT_TRUE(m_trace.Said({"Parameters::ToParasSeq() -- Overwriting non-NULL data!  Possible leak!"}));
     EXPECT_EQ(Thrown([&] { return parameters.ToParasSeq(nullptr), 0; }), "100/42254");
     EXPECT_TRUE(m_trace.Said({"Parameters::ToParasSeq() -- NULL pointer!"}));
-}
-
-TEST_F(ParametersTest, CheckTestsPresenceOnly) {
-    const Parameters have(Chain({{u"a", 1, u"1"}, {u"b", 2, u"2"}}));
-    EXPECT_TRUE(have.CheckParameters(Parameters(Chain({{u"b", 3, u"text"}}))));
-    EXPECT_FALSE(have.CheckParameters(Parameters(Chain({{u"a", 1, u"1"}, {u"c", 1, u""}}))));
 }
 
 }  // namespace

@@ -111,21 +111,18 @@ TEST(Tokens, HandlesAreChecked) {
 
 TEST(Kernel, DatesAreExactToTheBorders) {
     LinuxKernel kernel;
-    const struct {
-        uint64_t m_nTicks;
-        const char* m_pszDate;  // empty: refused
-    } kCases[] = {
+    const std::pair<uint64_t, const char*> kCases[] = {
         {0, "1601-1-1 (1) 0:0:0.0"},
         {9'999, "1601-1-1 (1) 0:0:0.0"},
         {116'444'736'000'000'000 - 1, "1969-12-31 (3) 23:59:59.999"},
         {125'962'560'000'000'000, "2000-2-29 (2) 0:0:0.0"},
         {133'536'384'000'000'000 - 10'000, "2024-2-28 (3) 23:59:59.999"},
         {0x7FFFFFFFFFFFFFFF, "30828-9-14 (4) 2:48:5.477"},
-        {0x8000000000000000, ""},
+        {0x8000000000000000, ""},  // refused
         {0xFFFFFFFFFFFFFFFF, ""},
     };
-    for (const auto& test : kCases) {
-        const FILETIME time{static_cast<DWORD>(test.m_nTicks), static_cast<DWORD>(test.m_nTicks >> 32U)};
+    for (const auto& [nTicks, pszDate] : kCases) {
+        const FILETIME time{static_cast<DWORD>(nTicks), static_cast<DWORD>(nTicks >> 32U)};
         SYSTEMTIME date{};
         std::string text;
         if (kernel.FileTimeToSystemTime(&time, &date) != FALSE) {
@@ -133,7 +130,7 @@ TEST(Kernel, DatesAreExactToTheBorders) {
             text = n(date.wYear) + "-" + n(date.wMonth) + "-" + n(date.wDay) + " (" + n(date.wDayOfWeek) + ") " +
                    n(date.wHour) + ":" + n(date.wMinute) + ":" + n(date.wSecond) + "." + n(date.wMilliseconds);
         }
-        EXPECT_EQ(text, test.m_pszDate) << test.m_nTicks;
+        EXPECT_EQ(text, pszDate) << nTicks;
     }
 }
 
@@ -168,10 +165,7 @@ TEST(Kernel, MessagesCarryTheThreadsFailure) {
 }
 
 TEST(Status, CodesThatDecideWhatAHostDoes) {
-    const struct {
-        krb5_error_code m_nCode;
-        SECURITY_STATUS m_nStatus;
-    } kCases[] = {
+    const std::pair<krb5_error_code, SECURITY_STATUS> kCases[] = {
         {0, SEC_E_OK},
         {KRB5KDC_ERR_PREAUTH_FAILED, SEC_E_LOGON_DENIED},
         {KRB5KRB_AP_ERR_REPEAT, SEC_E_LOGON_DENIED},
@@ -183,8 +177,8 @@ TEST(Status, CodesThatDecideWhatAHostDoes) {
         {KRB5_CRYPTO_INTERNAL, SEC_E_INTERNAL_ERROR},
         {-1, SEC_E_INTERNAL_ERROR},
     };
-    for (const auto& test : kCases) {
-        EXPECT_EQ(StatusFromKrb5(test.m_nCode), test.m_nStatus) << test.m_nCode;
+    for (const auto& [nCode, nStatus] : kCases) {
+        EXPECT_EQ(StatusFromKrb5(nCode), nStatus) << nCode;
     }
     EXPECT_EQ(FailWithKrb5(nullptr, KRB5_FCC_NOFILE, "reading tickets"), SEC_E_NO_CREDENTIALS);
     EXPECT_EQ(FailureText(SEC_E_NO_CREDENTIALS), "reading tickets: No credentials cache found");
