@@ -4,6 +4,7 @@
 #include <krb5/krb5.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <span>
 #include <string>
@@ -76,8 +77,8 @@ inline Result Accept(const Bytes& i_token, const std::u16string& i_key = u"") {
 }
 
 inline void MakeTickets() {
-    char szFolder[] = "/tmp/morwen-fuzz.XXXXXX";
-    const std::string folder = mkdtemp(szFolder);
+    std::string folder = std::filesystem::temp_directory_path() / "morwen-fuzz.XXXXXX";
+    MORWEN_INVARIANT(mkdtemp(folder.data()) != nullptr);
     std::ofstream(folder + "/krb5.conf") << "[libdefaults]\ndefault_realm = FUZZ.TEST\ndns_lookup_kdc = false\n"
                                          << "clockskew = 1000000000\n";  // for authenticators of a corpus
     setenv("KRB5_CONFIG", (folder + "/krb5.conf").c_str(), 1);
