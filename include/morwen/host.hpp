@@ -301,7 +301,9 @@ public:
         Check("SSOAssociateSecurityContext", SSOAssociateSecurityContext(Wide(m_key).c_str(), Wide(i_key).c_str()));
         m_key = std::move(i_key);
     }
-    [[nodiscard]] Impersonation Impersonate() const { return Impersonation(m_key); }
+    // The context must stay, under this key, until the thread is itself again.
+    [[nodiscard]] Impersonation Impersonate() const& { return Impersonation(m_key); }
+    Impersonation Impersonate() const&& = delete;
     // The key is the caller's from now on, and so is letting the context go.
     std::string Detach() noexcept { return std::exchange(m_key, {}); }
 
@@ -367,7 +369,8 @@ struct LogonInformation {
 // more, Close.
 class ServerLogin {
 public:
-    // What to send to the client; empty when there is nothing. Throws Error for a token that is refused.
+    // What to send to the client; empty when there is nothing. Throws Error for a token that is refused, and
+    // std::logic_error after the end: another login is another object's.
     Token Accept(const Token& i_token) { return Step(i_token); }
     // The user is who the ticket says: Information and TakeContext have something to give. Throws Error when the login
     // is not complete, and std::logic_error when no token has been accepted.
@@ -387,6 +390,9 @@ public:
 
 private:
     Token Step(const Token& i_token) {
+        if (m_bDone) {
+            throw std::logic_error("morwen::host: the login is complete");
+        }
         detail::HandedBuffer reply;
         SSOLength nLength = 0;
         detail::HandedChain information;

@@ -176,7 +176,7 @@ std::shared_ptr<SecurityContext> MakeContext(const Exchange& i_exchange, const G
     if (!i_checksum.m_delegation.empty()) {
         pIdentity->m_pDelegated =
             ReceivedTickets(i_exchange.m_context, i_exchange.m_authContext.get(), i_checksum.m_delegation, client);
-        pLogon->m_nAttributes |= ASC_RET_DELEGATE;
+        pLogon->m_nAttributes |= pIdentity->m_pDelegated != nullptr ? ASC_RET_DELEGATE : 0;
     }
     if ((i_checksum.m_nFlags & kGssMutual) != 0) {
         pLogon->m_nAttributes |= ASC_RET_MUTUAL_AUTH;

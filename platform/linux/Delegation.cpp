@@ -1,5 +1,7 @@
 #include "platform/linux/Delegation.h"
 
+#include <string_view>
+
 #include "harrow/STrace.h"
 #include "platform/linux/GssChecksum.h"
 #include "platform/linux/Krb5Owners.h"
@@ -95,6 +97,16 @@ std::vector<uint8_t> ForwardedTicket(krb5_context i_context, krb5_auth_context i
     return {bytes.begin(), bytes.end()};
 }
 
+namespace {
+
+bool IsTicketGranting(const krb5_principal_data& i_server) {
+    const auto text = [](const krb5_data& i_part) { return std::string_view(i_part.data, i_part.length); };
+    return i_server.length == 2 && text(i_server.data[0]) == KRB5_TGS_NAME &&
+           text(i_server.data[1]) == text(i_server.realm);
+}
+
+}  // namespace
+
 std::shared_ptr<DelegatedTickets> ReceivedTickets(krb5_context i_context, krb5_auth_context io_exchange,
                                                   std::span<const uint8_t> i_message, krb5_const_principal i_client) {
     const auto check = [&](krb5_error_code i_nCode) {
@@ -110,12 +122,21 @@ std::shared_ptr<DelegatedTickets> ReceivedTickets(krb5_context i_context, krb5_a
     KeptMemoryCache owner(cache);
     krb5_principal_data client = *i_client;
     check(krb5_cc_initialize(i_context, cache, &client));
+    bool bKept = false;
     for (krb5_creds** ppTicket = tickets.get(); *ppTicket != nullptr; ++ppTicket) {
         if (krb5_principal_compare(i_context, (*ppTicket)->client, i_client) == 0) {
             Fail(SEC_E_LOGON_DENIED, PrincipalText(i_context, i_client) + " delegates a ticket of " +
                                          PrincipalText(i_context, (*ppTicket)->client));
         }
-        check(krb5_cc_store_cred(i_context, cache, *ppTicket));
+        // One, for the KDC. A ticket for a service could be of the user's own making, and the service's answer too.
+        if (!bKept && IsTicketGranting(*(*ppTicket)->server)) {
+            check(krb5_cc_store_cred(i_context, cache, *ppTicket));
+            bKept = true;
+        }
+    }
+    if (!bKept) {
+        S_TRACE("ssoplugin: Delegation -- %1 delegates no ticket-granting ticket.", PrincipalText(i_context, i_client));
+        return nullptr;
     }
     Krb5String name(i_context);
     check(krb5_cc_get_full_name(i_context, cache, name.Receive()));

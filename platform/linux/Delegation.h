@@ -17,7 +17,8 @@ namespace morwen {
 std::vector<uint8_t> ForwardedTicket(krb5_context i_context, krb5_auth_context io_exchange,
                                      krb5_creds* i_pServiceTicket, krb5_ccache i_cache);
 
-// The tickets of a received KRB-CRED, held in memory. They must be the client's own. Throws SspiFailure.
+// The ticket-granting ticket of a received KRB-CRED, held in memory; null when it brings none. All in it must be the
+// client's own. Throws SspiFailure.
 std::shared_ptr<DelegatedTickets> ReceivedTickets(krb5_context i_context, krb5_auth_context io_exchange,
                                                   std::span<const uint8_t> i_message, krb5_const_principal i_client);
 

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cstdint>
 #include <tuple>
 
@@ -94,9 +95,14 @@ std::vector<std::string> KdcLocator::Read(const std::vector<uint8_t>& i_answer) 
         const auto number = [&record](size_t i_nOffset) {
             return static_cast<uint16_t>(ns_get16(ns_rr_rdata(record) + i_nOffset));
         };
-        // An empty target says that the service is decidedly not there.
-        if (target[0] != '\0' && number(4) != 0) {
-            servers.push_back({number(0), number(2), std::string(target.data()) + ":" + std::to_string(number(4))});
+        // An empty target says that the service is decidedly not there; libkrb5 would take others for paths or
+        // addresses of proxies.
+        const std::string host = target.data();
+        const bool bHost = std::all_of(host.begin(), host.end(), [](unsigned char i_c) {
+            return std::isalnum(i_c) != 0 || i_c == '-' || i_c == '_' || i_c == '.';
+        });
+        if (!host.empty() && bHost && number(4) != 0) {
+            servers.push_back({number(0), number(2), host + ":" + std::to_string(number(4))});
         }
     }
     std::stable_sort(servers.begin(), servers.end(), [](const Server& i_left, const Server& i_right) {

@@ -1,5 +1,6 @@
 #include "platform/linux/Krb5Words.h"
 
+#include <algorithm>
 #include <array>
 #include <ctime>
 
@@ -12,7 +13,11 @@ std::string PrincipalText(krb5_context i_context, krb5_const_principal i_princip
     if (i_principal == nullptr || krb5_unparse_name(i_context, i_principal, text.Receive()) != 0) {
         return "an unreadable name";
     }
-    return text.get();
+    // Whoever reads it on a terminal must see what it says: names can come from strangers.
+    std::string name = text.get();
+    std::replace_if(
+        name.begin(), name.end(), [](unsigned char i_c) { return i_c < 0x20 || i_c == 0x7F; }, '?');
+    return name;
 }
 
 std::string ErrorWords(krb5_context i_context, krb5_error_code i_nCode) {

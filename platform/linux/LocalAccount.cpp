@@ -4,6 +4,7 @@
 #include <grp.h>
 #include <pwd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string>
@@ -12,7 +13,7 @@
 
 #include "platform/linux/FailureText.h"
 #include "platform/linux/HeldAccounts.h"
-#include "platform/linux/Krb5Owners.h"
+#include "platform/linux/Krb5Words.h"
 
 namespace morwen {
 
@@ -26,11 +27,6 @@ constexpr uint32_t kUnixGroups = 2;
 constexpr size_t kMostBytes = size_t{1} << 20;
 // The kernel allows 65,536 groups to a process.
 constexpr size_t kMostGroups = size_t{1} << 17;
-
-std::string NameOf(krb5_context i_context, krb5_const_principal i_principal) {
-    Krb5Text text(i_context);
-    return krb5_unparse_name(i_context, i_principal, text.Receive()) == 0 ? text.get() : "?";
-}
 
 // The principal's bytes, so that no two have one key.
 std::string KeyOf(const krb5_principal_data& i_principal) {
@@ -46,7 +42,18 @@ std::string KeyOf(const krb5_principal_data& i_principal) {
     return key;
 }
 
+// libkrb5's rules see texts that end at a zero: such a name would be taken for another one.
+bool HasZero(const krb5_principal_data& i_principal) noexcept {
+    const auto hasZero = [](const krb5_data& i_part) {
+        return i_part.length != 0 && std::memchr(i_part.data, 0, i_part.length) != nullptr;
+    };
+    return hasZero(i_principal.realm) || std::any_of(i_principal.data, i_principal.data + i_principal.length, hasZero);
+}
+
 krb5_error_code LocalName(krb5_context i_context, krb5_const_principal i_principal, std::string& o_name) {
+    if (HasZero(*i_principal)) {
+        return KRB5_LNAME_NOTRANS;
+    }
     krb5_error_code nCode = KRB5_CONFIG_NOTENUFSPACE;
     for (size_t nSize = 256; nCode == KRB5_CONFIG_NOTENUFSPACE && nSize <= kMostBytes; nSize *= 4) {
         o_name.assign(nSize, '\0');
@@ -110,12 +117,13 @@ std::optional<UnixAccount> LocalAccount(krb5_context i_context, krb5_const_princ
     }
     std::string name;
     if (const krb5_error_code nCode = LocalName(i_context, i_principal, name); nCode != 0) {
-        o_nStatus = FailWithKrb5(i_context, nCode, "mapping " + NameOf(i_context, i_principal) + " to a local account");
+        o_nStatus =
+            FailWithKrb5(i_context, nCode, "mapping " + PrincipalText(i_context, i_principal) + " to a local account");
         return std::nullopt;
     }
     const auto fail = [&](const std::string& i_reason) {
-        o_nStatus = FailWith(SEC_E_NO_IMPERSONATION, NameOf(i_context, i_principal) + " maps to the local account \"" +
-                                                         name + "\", " + i_reason);
+        o_nStatus = FailWith(SEC_E_NO_IMPERSONATION, PrincipalText(i_context, i_principal) +
+                                                         " maps to the local account \"" + name + "\", " + i_reason);
         return std::nullopt;
     };
     UnixAccount account;

@@ -27,6 +27,19 @@ Record& TheRecord() noexcept {
     return *s_record;
 }
 
+// An impersonation changes the effective id alone: the saved one tells it from a thread that is the user for good.
+bool IsInherited(Record& i_record, int& o_nError) S_REQUIRES(i_record.m_section) {
+    uid_t nReal = 0;
+    uid_t nEffective = 0;
+    uid_t nSaved = 0;
+    if (syscall(SYS_getresuid, &nReal, &nEffective, &nSaved) < 0) {
+        o_nError = errno;
+        return false;
+    }
+    return i_record.m_service && nEffective != i_record.m_service->m_account.m_nUser && nEffective != nSaved &&
+           i_record.m_users.contains(nEffective);
+}
+
 // What it holds must not count as lost when the library is unloaded.
 const struct ClearAtUnload {
     ~ClearAtUnload() {
@@ -61,17 +74,24 @@ bool ServiceRecord::IsService(const UnixAccount& i_account) {
     return record.m_service && record.m_service->m_account.m_nUser == i_account.m_nUser;
 }
 
+bool ServiceRecord::IsInherited() noexcept {
+    try {
+        Record& record = TheRecord();
+        const CS_Locker locker(record.m_section);
+        int nError = 0;
+        return morwen::IsInherited(record, nError) || nError != 0;
+    } catch (...) {
+        return true;
+    }
+}
+
 int ServiceRecord::RestoreInherited() noexcept {
     try {
         Record& record = TheRecord();
         const CS_Locker locker(record.m_section);
-        const long nResult = syscall(SYS_geteuid);
-        if (nResult < 0) {
-            return errno;
-        }
-        const auto nUser = static_cast<uid_t>(nResult);
-        if (!record.m_service || nUser == record.m_service->m_account.m_nUser || !record.m_users.contains(nUser)) {
-            return 0;
+        int nError = 0;
+        if (!morwen::IsInherited(record, nError)) {
+            return nError;
         }
         S_TRACE("ssoplugin: ServiceRecord::RestoreInherited() -- The thread began as a user that its maker acted as.");
         return record.m_service->Restore();

@@ -19,8 +19,11 @@ public:
     // or that it was made with.
     static bool IsService(const UnixAccount& i_account);
 
-    // Makes the calling thread, which impersonates nobody, the service, if it is one of the users that threads have
-    // acted as. 0, or an errno. A thread that is anybody else is so by the host's own doing, and left alone.
+    // Whether the calling thread, which impersonates nobody, began as one of the users that threads have acted as, or
+    // nobody can tell. A thread that is anybody else, or for good, is so by the host's own doing.
+    static bool IsInherited() noexcept;
+
+    // Makes such a thread the service, and leaves others alone. 0, or an errno.
     static int RestoreInherited() noexcept;
 };
 

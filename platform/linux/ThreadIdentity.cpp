@@ -24,6 +24,7 @@ struct ThreadState {
     Impersonation* m_pImpersonation;
     uint32_t m_nServiceScopes;
     bool m_bStuck;
+    bool m_bBeganAsService;  // found out at the first Kerberos call
 };
 constinit thread_local ThreadState t_state{};
 
@@ -116,6 +117,14 @@ UnixAccount ThreadIdentity::ServiceAccount() {
 }
 
 ServiceScope::ServiceScope() noexcept : m_bService(!t_state.m_bStuck) {
+    if (m_bService && t_state.m_pImpersonation == nullptr && !t_state.m_bBeganAsService) {
+        t_state.m_bBeganAsService = !ServiceRecord::IsInherited();
+        if (!t_state.m_bBeganAsService) {
+            S_TRACE(
+                "ssoplugin: ServiceScope -- The thread began as a user, and makes no Kerberos call before a revert.");
+            m_bService = false;
+        }
+    }
     if (m_bService && t_state.m_nServiceScopes == 0 && t_state.m_pImpersonation != nullptr) {
         if (const int nError =
                 t_state.m_pImpersonation->m_service.Restore(&*t_state.m_pImpersonation->m_pIdentity->m_account);

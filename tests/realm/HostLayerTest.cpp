@@ -56,6 +56,7 @@ TEST_F(HostLayer, LogsOnKeepsAndReleases) {
         EXPECT_TRUE(host::Context(std::move(context)).IsAlive());
     }
     EXPECT_EQ(Thrown([&] { host::Impersonation thread(key); }), "100/61217");
+    EXPECT_EQ(Thrown([&] { server.Accept({1, 2, 3}); }), "misuse");
     package.Use(SSO_PROVIDER_SSPI, host::Parameters().Set(SSO_KEY_CACHE_CONTEXTS, false));
     EXPECT_FALSE(LoggedOn(host::ClientLogin("morwen/localhost")).TakeContext());
 }

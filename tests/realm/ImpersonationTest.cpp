@@ -59,6 +59,7 @@ TEST_F(Impersonation, DecidesOverFilesOnThisThreadAlone) {
     std::string captured;
     std::thread([&] {  // begins as its maker, and has nothing of its own to go back to
         captured = CaptureThread();
+        EXPECT_EQ(LogOn({}).m_verdict.substr(0, 4), "100/");  // neither with the service's tickets nor its keys
         EXPECT_EQ(SSORevert(Wide(alice).c_str()), SSO_OK);
         untouched.ExpectUnchanged();
     })

@@ -3,6 +3,7 @@
 #include <thread>
 
 #include "cache/StaticToken.h"
+#include "platform/Platform.h"
 #include "realm/KeptContextTest.h"
 
 namespace morwen {
@@ -14,11 +15,13 @@ std::atomic<int64_t> s_nAhead{0};  // seconds
 
 class Renewal : public KeptContextTest {};
 
-// As the update thread does it.
+// As the update thread does it, which becomes the service first.
 bool Renew(const std::string& i_key) {
     bool bRenewed = false;
     const StaticTokenPtr pToken(reinterpret_cast<StaticToken*>(std::stoull(i_key)));  // a key is its token's address
-    std::jthread([&] { bRenewed = pToken->Renegotiate(SDateTime::GetCurrentDateTime()); }).join();
+    std::jthread([&] {
+        bRenewed = Platform::Tokens().RevertToSelf() && pToken->Renegotiate(SDateTime::GetCurrentDateTime());
+    }).join();
     return bRenewed;
 }
 

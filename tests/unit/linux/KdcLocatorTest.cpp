@@ -29,7 +29,7 @@ std::vector<uint8_t> Answer(const std::vector<std::array<int, 4>>& i_records) {
 
 TEST(KdcLocator, OrdersAndFilters) {
     const std::vector<uint8_t> answer =
-        Answer({{20, 0, 88, 'c'}, {10, 1, 88, 'b'}, {10, 9, 89, 'a'}, {0, 0, 88, 0}, {0, 0, 0, 'x'}});
+        Answer({{20, 0, 88, 'c'}, {10, 1, 88, 'b'}, {10, 9, 89, 'a'}, {0, 0, 88, 0}, {0, 0, 0, 'x'}, {0, 0, 88, '/'}});
     EXPECT_EQ(KdcLocator::Read(answer), (std::vector<std::string>{"a:89", "b:88", "c:88"}));
     for (size_t nLength = 0; nLength < answer.size(); ++nLength) {
         const std::vector<uint8_t> cut(answer.begin(), answer.begin() + static_cast<std::ptrdiff_t>(nLength));
