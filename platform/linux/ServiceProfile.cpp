@@ -234,24 +234,27 @@ const ServiceProfile::Answer& ServiceProfile::ReadAnswer(const char* const* i_na
         m_question.append(i_names[nNames]).push_back('\0');
     }
     const bool bKeep = nNames <= kMostKeptNames;
-    if (const auto it = bKeep ? m_answers.find(m_question) : m_answers.end(); it != m_answers.end()) {
-        return it->second;
+    if (bKeep) {
+        const auto found = m_answers.find(m_question);
+        if (found != m_answers.end()) {
+            return found->second;
+        }
     }
-    Answer answer;
-    answer.m_nCode = SystemValues(m_system, i_names, answer.m_values);
-    answer.m_bMissing = answer.m_nCode == PROF_NO_RELATION || answer.m_nCode == PROF_NO_SECTION;
-    if (answer.m_bMissing && !m_replayCache.empty() && IsNamed(i_names, "libdefaults", "default_rcache_name")) {
-        answer = {0, false, {m_replayCache}};
-    } else if (answer.m_bMissing && IsNamed(i_names, "libdefaults", "permitted_enctypes")) {
-        answer = {0, false, {m_permittedCiphers}};
+    m_passing = {};
+    m_passing.m_nCode = SystemValues(m_system, i_names, m_passing.m_values);
+    m_passing.m_bMissing = m_passing.m_nCode == PROF_NO_RELATION || m_passing.m_nCode == PROF_NO_SECTION;
+    if (m_passing.m_bMissing && !m_replayCache.empty() && IsNamed(i_names, "libdefaults", "default_rcache_name")) {
+        m_passing = {0, false, {m_replayCache}};
+    } else if (m_passing.m_bMissing && IsNamed(i_names, "libdefaults", "permitted_enctypes")) {
+        m_passing = {0, false, {m_permittedCiphers}};
     }
-    if (!bKeep || (answer.m_nCode != 0 && !answer.m_bMissing)) {
-        return m_passing = std::move(answer);
+    if (bKeep && (m_passing.m_nCode == 0 || m_passing.m_bMissing)) {
+        if (m_answers.size() >= kMostAnswers) {
+            m_answers.clear();
+        }
+        m_answers.emplace(m_question, m_passing);  // all of it, or nothing
     }
-    if (m_answers.size() >= kMostAnswers) {
-        m_answers.clear();
-    }
-    return m_answers[m_question] = std::move(answer);
+    return m_passing;
 }
 
 long ServiceProfile::GetValues(const char* const* i_names, char*** o_pppValues) {

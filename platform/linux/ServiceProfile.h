@@ -77,7 +77,7 @@ private:
     std::atomic<int> m_nUsers{1};
     profile_t m_system = nullptr;
     std::unordered_map<std::string, Answer> m_answers;
-    Answer m_passing;           // one that is not kept
+    Answer m_passing;           // the newest, which may not be kept
     std::string m_question;     // a member for its memory's sake
     std::string m_replayCache;  // empty: whatever the system says
     std::string m_permittedCiphers;
