@@ -99,10 +99,11 @@ std::vector<uint8_t> ForwardedTicket(krb5_context i_context, krb5_auth_context i
 
 namespace {
 
-bool IsTicketGranting(const krb5_principal_data& i_server) {
+// Of the user's own realm: nobody else says whose KDCs are asked.
+bool IsTicketGranting(const krb5_principal_data& i_server, const krb5_principal_data& i_client) {
     const auto text = [](const krb5_data& i_part) { return std::string_view(i_part.data, i_part.length); };
     return i_server.length == 2 && text(i_server.data[0]) == KRB5_TGS_NAME &&
-           text(i_server.data[1]) == text(i_server.realm);
+           text(i_server.data[1]) == text(i_client.realm) && text(i_server.realm) == text(i_client.realm);
 }
 
 }  // namespace
@@ -129,7 +130,7 @@ std::shared_ptr<DelegatedTickets> ReceivedTickets(krb5_context i_context, krb5_a
                                          PrincipalText(i_context, (*ppTicket)->client));
         }
         // One, for the KDC. A ticket for a service could be of the user's own making, and the service's answer too.
-        if (!bKept && IsTicketGranting(*(*ppTicket)->server)) {
+        if (!bKept && IsTicketGranting(*(*ppTicket)->server, *i_client)) {
             check(krb5_cc_store_cred(i_context, cache, *ppTicket));
             bKept = true;
         }

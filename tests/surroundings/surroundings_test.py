@@ -127,7 +127,7 @@ def fork():
     settings = example.wide("SI_CACHE_SECCONTEXT"), example.wide("1")
     keep = example.Parameter(ctypes.addressof(settings[0]), 3, ctypes.addressof(settings[1]), None)
     example.call("SSOInitProvider", example.wide("SSPI"), ctypes.byref(keep))  # a thread of the library runs from now on
-    for work in (lambda: None, lambda: expect("")):
+    for work in (lambda: None, lambda: expect(""), example.library.SSOTermPackage):
         child = os.fork()
         if child == 0:
             signal.alarm(5)
