@@ -122,21 +122,6 @@ static void NotStarted(void) {
     CHECK(g_Sso.SSOFreeError(NULL) == SSO_OK && g_Sso.SSOFreeBuffer(NULL) == SSO_OK);
 }
 
-/* Starts are counted: the package lives until the last of them is taken back, and can be started again. */
-static void Counted(void) {
-    for (int round = 0; round < 2; ++round) {
-        CHECK(g_Sso.SSOInitPackage() == SSO_OK && g_Sso.SSOInitPackage() == SSO_OK);
-        CHECK(g_Sso.SSOTermPackage() == SSO_OK);
-        CHECK(g_Sso.SSOLookupSecurityContext(u"1") == SSO_NO_CONTEXT);
-        CHECK(g_Sso.SSOTermPackage() == SSO_OK);
-        CHECK(g_Sso.SSOLookupSecurityContext(u"1") == SSO_ERROR);
-    }
-    /* One "end" too many is the host's fault; it must not lend the next user a count that is missing. */
-    CHECK(g_Sso.SSOTermPackage() == SSO_OK);
-    CHECK(g_Sso.SSOInitPackage() == SSO_OK && g_Sso.SSOReleaseAllSecurityContexts() == SSO_OK);
-    CHECK(g_Sso.SSOTermPackage() == SSO_OK);
-}
-
 static void* FindNoRecord(void* i_pvUnused) {
     SSOError* record = NULL;
     CHECK(g_Sso.SSOGetError(SSO_ERROR, &record) == SSO_ERROR && record == NULL);
@@ -371,9 +356,9 @@ int main(int i_nArguments, char** i_ppszArguments) {
         const char* name;
         void (*run)(void);
         int started; /* runs on a started package */
-    } kGroups[] = {{"not-started", NotStarted, 0}, {"counted", Counted, 0}, {"errors", Errors, 1},
-                   {"settings", Settings, 1},      {"logins", Logins, 1},   {"attacks", Attacks, 1},
-                   {"contexts", Contexts, 1},      {"threads", Threads, 0}};
+    } kGroups[] = {{"not-started", NotStarted, 0}, {"errors", Errors, 1},   {"settings", Settings, 1},
+                   {"logins", Logins, 1},          {"attacks", Attacks, 1}, {"contexts", Contexts, 1},
+                   {"threads", Threads, 0}};
     if (i_nArguments != 2) {
         fputs("usage: contract_test LIBRARY\n", stderr);
         return 2;

@@ -28,8 +28,7 @@ struct FakeAnswer {
     SECURITY_STATUS m_nStatus = SEC_E_OK;             // of a call that returns BOOL: its last error, 0 for success
     std::optional<std::string> m_output = "";         // the output token; nothing: buffer and length stay as they were
     Handle m_eHandle = kByStatus;                     // with a success only
-    int64_t m_nStart = 0;                             // times in 100 ns since 1601
-    int64_t m_nExpiry = INT64_C(157469184000000000);  // in the year 2100
+    int64_t m_nExpiry = INT64_C(157469184000000000);  // in 100 ns since 1601: in the year 2100
 };
 
 // Every handle has a new value, so that an old one is never taken for a new one. A call that is given a handle that is
@@ -100,7 +99,6 @@ public:
     }
 
     FakeAnswer m_lifespan;  // of every context
-    uint32_t m_nMaxToken = 64;
     std::string m_userSid = MakeSid({0, 0, 0, 0, 0, 5}, {18});
     std::vector<std::string> m_groupSids;
     std::u16string m_systemText = u"The fake failed. \r\n";  // what every error means; empty: no text
@@ -109,7 +107,7 @@ public:
         const FakeAnswer answer = Begin("QuerySecurityPackageInfoW", Text(i_pszPackage));
         if (answer.m_eHandle == FakeAnswer::kAlways) {
             *o_ppInfo = new (MakeBlock("buffer", sizeof(SecPkgInfoW))) SecPkgInfoW{};
-            (*o_ppInfo)->cbMaxToken = m_nMaxToken;
+            (*o_ppInfo)->cbMaxToken = 64;
         }
         return answer.m_nStatus;
     }
@@ -165,7 +163,6 @@ public:
             return SEC_E_INVALID_HANDLE;
         }
         if (answer.m_nStatus == SEC_E_OK && i_nAttribute == SECPKG_ATTR_LIFESPAN) {
-            SetTime(answer.m_nStart, &static_cast<SecPkgContext_Lifespan*>(o_pvBuffer)->tsStart);
             SetTime(answer.m_nExpiry, &static_cast<SecPkgContext_Lifespan*>(o_pvBuffer)->tsExpiry);
         }
         return answer.m_nStatus;

@@ -1,5 +1,6 @@
 // Who is let in by a client's token that is changed, inside and out?
 #include "fuzz/OpenMessage.h"
+#include "platform/linux/GssChecksum.h"
 
 using namespace morwen;
 
@@ -20,8 +21,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* i_pBytes, size_t i_nBytes) 
     const std::span<const uint8_t> input(i_pBytes + 1, i_nBytes - 1);
     const auto laidOver = [&](Bytes i_content) { return Changed(std::move(i_content), input); };
     const auto instead = [&](const Bytes&) { return Bytes(input.begin(), input.end()); };
+    const auto delegating = [&](Bytes i_content) {
+        return WithChecksum(std::move(i_content), MakeGssChecksum({input[0], input.subspan(1)}));
+    };
     const auto choose = [&] {
-        switch (i_pBytes[0] % 5) {
+        switch (i_pBytes[0] % 6) {
             case 0:
                 return laidOver(s_valid);
             case 1:
@@ -30,12 +34,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* i_pBytes, size_t i_nBytes) 
                 return Reencrypted(s_valid, RequestPart::Authenticator, laidOver);
             case 3:
                 return Reencrypted(s_valid, RequestPart::Authenticator, instead);
-            default:
+            case 4:
                 return Reencrypted(s_valid, RequestPart::Ticket, laidOver);
+            default:
+                return Reencrypted(s_valid, RequestPart::Authenticator, delegating);
         }
     };
-    const bool bSealed = i_pBytes[0] % 5 < 2;  // changed by one who has no key
-    const bool bTicket = i_pBytes[0] % 5 == 4;
+    const bool bSealed = i_pBytes[0] % 6 < 2;  // changed by one who has no key
+    const bool bTicket = i_pBytes[0] % 6 == 4;
     const Bytes token = choose();
     const Result result = Accept(token);
     MORWEN_INVARIANT(result.m_nCode == SSO_CONTINUE || result.m_nCode == SSO_ERROR || result.m_nCode == SSO_DENIED);

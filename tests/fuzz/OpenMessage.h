@@ -12,6 +12,8 @@ extern "C" {
 krb5_error_code decode_krb5_ap_req(const krb5_data* i_pData, krb5_ap_req** o_ppRequest);
 krb5_error_code encode_krb5_ap_req(const krb5_ap_req* i_pRequest, krb5_data** o_ppData);
 krb5_error_code decode_krb5_ap_rep(const krb5_data* i_pData, krb5_ap_rep** o_ppReply);
+krb5_error_code decode_krb5_authenticator(const krb5_data* i_pData, krb5_authenticator** o_ppAuthenticator);
+krb5_error_code encode_krb5_authenticator(const krb5_authenticator* i_pAuthenticator, krb5_data** o_ppData);
 void krb5_free_ap_req(krb5_context i_context, krb5_ap_req* i_pRequest);
 void krb5_free_ap_rep(krb5_context i_context, krb5_ap_rep* i_pReply);
 }
@@ -95,6 +97,23 @@ Bytes Reencrypted(const Bytes& i_token, RequestPart i_ePart, Change i_change) {
     MORWEN_INVARIANT(encode_krb5_ap_req(request.get(), encoded.Receive()) == 0);
     krb5_free_keytab_entry_contents(context, &entry);
     return MakeGssToken(GssTokenKind::ApRequest, BytesIn(*encoded.get()));
+}
+
+// The authenticator with these bytes in place of its checksum.
+inline Bytes WithChecksum(Bytes i_authenticator, Bytes i_checksum) {
+    krb5_data content{};
+    content.data = reinterpret_cast<char*>(i_authenticator.data());
+    content.length = static_cast<unsigned>(i_authenticator.size());
+    Krb5Authenticator authenticator(FuzzContext());
+    Krb5Owner<krb5_data*, krb5_free_data> encoded(FuzzContext());
+    MORWEN_INVARIANT(decode_krb5_authenticator(&content, authenticator.Receive()) == 0);
+    krb5_checksum& checksum = *authenticator->checksum;
+    const krb5_checksum own = checksum;
+    checksum.contents = i_checksum.data();
+    checksum.length = static_cast<unsigned>(i_checksum.size());
+    MORWEN_INVARIANT(encode_krb5_authenticator(authenticator.get(), encoded.Receive()) == 0);
+    checksum = own;
+    return BytesIn(*encoded.get());
 }
 
 }  // namespace morwen

@@ -1,0 +1,105 @@
+// Which of the tickets that a user hands over are kept?
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "platform/linux/Delegation.h"
+#include "platform/linux/Krb5ContextPool.h"
+#include "platform/linux/Krb5Owners.h"
+#include "platform/linux/Krb5Words.h"
+#include "platform/linux/SspiFailure.h"
+
+// libkrb5 exports it, but its header does not declare it.
+extern "C" krb5_error_code encode_krb5_ticket(const krb5_ticket* i_pTicket, krb5_data** o_ppData);
+
+namespace morwen {
+namespace {
+
+struct Handed {
+    const char* m_pszClient;
+    const char* m_pszServer;
+};
+
+class Delegation : public ::testing::Test {
+protected:
+    // The servers of the tickets that are kept of those in an unencrypted KRB-CRED, or how it is refused.
+    std::string KeptOf(const std::vector<Handed>& i_tickets, const char* i_pszUser) {
+        std::vector<Krb5Credentials> owners;
+        std::vector<krb5_creds*> tickets;
+        for (const Handed& handed : i_tickets) {
+            owners.push_back(Ticket(handed));
+            tickets.push_back(owners.back().get());
+        }
+        tickets.push_back(nullptr);
+        Krb5AuthContext exchange(m_context);
+        Krb5Owner<krb5_data*, krb5_free_data> message(m_context);
+        EXPECT_EQ(krb5_auth_con_init(m_context, exchange.Receive()), 0);
+        EXPECT_EQ(krb5_auth_con_setflags(m_context, exchange.get(), 0), 0);
+        EXPECT_EQ(krb5_mk_ncred(m_context, exchange.get(), tickets.data(), message.Receive(), nullptr), 0);
+        try {
+            const auto pKept =
+                ReceivedTickets(m_context, exchange.get(), BytesOf(*message.get()), Principal(i_pszUser).get());
+            return pKept == nullptr ? "none" : ServersIn(pKept->Tickets().OpenCache(m_context).get());
+        } catch (const SspiFailure& failure) {
+            return failure.Status() == SEC_E_LOGON_DENIED ? "denied" : "failed";
+        }
+    }
+
+private:
+    Krb5Principal Principal(const char* i_pszName) {
+        Krb5Principal principal(m_context);
+        EXPECT_EQ(krb5_parse_name(m_context, i_pszName, principal.Receive()), 0);
+        return principal;
+    }
+
+    // Nobody looks into what is encrypted of it.
+    Krb5Credentials Ticket(const Handed& i_handed) {
+        const Krb5Principal client = Principal(i_handed.m_pszClient), server = Principal(i_handed.m_pszServer);
+        krb5_ticket ticket{};
+        ticket.server = server.get();
+        Krb5Owner<krb5_data*, krb5_free_data> encoded(m_context);
+        EXPECT_EQ(encode_krb5_ticket(&ticket, encoded.Receive()), 0);
+        krb5_creds source{};
+        source.client = client.get();
+        source.server = server.get();
+        source.ticket = *encoded.get();
+        krb5_octet aKey[32] = {};
+        source.keyblock = {0, ENCTYPE_AES256_CTS_HMAC_SHA1_96, sizeof aKey, aKey};
+        Krb5Credentials credentials(m_context);
+        EXPECT_EQ(krb5_copy_creds(m_context, &source, credentials.Receive()), 0);
+        return credentials;
+    }
+
+    std::string ServersIn(krb5_ccache i_cache) {
+        std::string servers;
+        krb5_cc_cursor cursor = nullptr;
+        EXPECT_EQ(krb5_cc_start_seq_get(m_context, i_cache, &cursor), 0);
+        for (krb5_creds ticket; krb5_cc_next_cred(m_context, i_cache, &cursor, &ticket) == 0;) {
+            servers += PrincipalText(m_context, ticket.server) + " ";
+            krb5_free_cred_contents(m_context, &ticket);
+        }
+        krb5_cc_end_seq_get(m_context, i_cache, &cursor);
+        return servers;
+    }
+
+    const Krb5ContextLease m_lease = Krb5ContextPool::Take();
+    const krb5_context m_context = m_lease.get();
+};
+
+TEST_F(Delegation, KeepsOneTicketForTheUsersOwnKdc) {
+    const char* const pszUser = "alice@HERE";
+    const Handed own = {pszUser, "krbtgt/HERE@HERE"};
+    EXPECT_EQ(KeptOf({own}, pszUser), "krbtgt/HERE@HERE ");
+    EXPECT_EQ(KeptOf({{pszUser, "host/x@HERE"}, own, own}, pszUser), "krbtgt/HERE@HERE ");
+    // Whoever holds a ticket for these would be asked, or believed, in another's place.
+    for (const char* pszServer : {"host/x@HERE", "krbtgt/THERE@THERE", "krbtgt/THERE@HERE", "krbtgt/HERE@THERE",
+                                  "krbtgt/HERE/x@HERE", "krbtgt@HERE", "krbtgt/HERE\\0@HERE",
+                                  "krb5_ccache_conf_data/start_realm@X-CACHECONF:"}) {
+        EXPECT_EQ(KeptOf({{pszUser, pszServer}}, pszUser), "none") << pszServer;
+    }
+    EXPECT_EQ(KeptOf({own, {"bob@HERE", "krbtgt/HERE@HERE"}}, pszUser), "denied");
+    EXPECT_EQ(KeptOf({{"alice@THERE", "krbtgt/THERE@THERE"}}, pszUser), "denied");
+}
+
+}  // namespace
+}  // namespace morwen

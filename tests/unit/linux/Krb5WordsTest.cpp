@@ -1,0 +1,25 @@
+// Is a name shown so that it can do nothing to who reads it?
+#include "platform/linux/Krb5Words.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/linux/Krb5ContextPool.h"
+#include "platform/linux/Krb5Owners.h"
+
+namespace morwen {
+namespace {
+
+TEST(Krb5Words, NamesWithoutControlCharacters) {
+    const Krb5ContextLease lease = Krb5ContextPool::Take();
+    const auto shown = [&lease](const char* i_pszName) {
+        Krb5Principal principal(lease.get());
+        EXPECT_EQ(krb5_parse_name(lease.get(), i_pszName, principal.Receive()), 0);
+        return PrincipalText(lease.get(), principal.get());
+    };
+    EXPECT_EQ(shown("al\x1B[2Jice\r@HE\x7FRE"), "al?[2Jice?@HE?RE");
+    EXPECT_EQ(shown("j\xC3\xBCrgen\\n\\0@HERE"), "j\xC3\xBCrgen\\n\\0@HERE");
+    EXPECT_EQ(PrincipalText(lease.get(), nullptr), "an unreadable name");
+}
+
+}  // namespace
+}  // namespace morwen
