@@ -3,6 +3,8 @@
 #include <string_view>
 
 #include "harrow/STrace.h"
+#include "harrow/SecureWipe.h"
+#include "platform/linux/CredMessage.h"
 #include "platform/linux/GssChecksum.h"
 #include "platform/linux/Krb5Owners.h"
 #include "platform/linux/Krb5Words.h"
@@ -53,21 +55,48 @@ private:
     krb5_key m_key = nullptr;
 };
 
-// Some peers send the KRB-CRED unencrypted, which an auth context without keys reads.
+// Empty when the part is not encrypted with the key, or there is no key. Who calls clears it.
+std::vector<uint8_t> Decrypted(krb5_context i_context, krb5_key i_key, const CredMessage& i_message) {
+    const auto encrypted = i_message.EncryptedPart();
+    std::vector<uint8_t> part(encrypted.size());
+    const krb5_enc_data input{0, i_message.EncryptionType(), 0, DataOf(encrypted)};
+    krb5_data output = DataOf(part);
+    const bool bRead = i_key != nullptr &&
+                       krb5_k_decrypt(i_context, i_key, KRB5_KEYUSAGE_KRB_CRED_ENCPART, nullptr, &input, &output) == 0;
+    part.resize(bRead ? output.length : 0);
+    return part;
+}
+
 krb5_error_code ReadMessage(krb5_context i_context, krb5_auth_context io_exchange, std::span<const uint8_t> i_message,
                             ForwardedCredentials& o_tickets) {
-    krb5_data message = DataOf(i_message);
-    const WithoutFlags plain(i_context, io_exchange);
-    krb5_error_code nCode = krb5_rd_cred(i_context, io_exchange, &message, o_tickets.Receive(), nullptr);
-    if (nCode == 0) {
-        return 0;
+    const auto message = CredMessage::Read(i_message);
+    if (!message) {
+        return ASN1_BAD_FORMAT;
     }
+    krb5_data bytes = DataOf(i_message);
+    const WithoutFlags plain(i_context, io_exchange);
+    for (const auto getKey : {krb5_auth_con_getrecvsubkey_k, krb5_auth_con_getkey_k}) {
+        Krb5Owner<krb5_key, krb5_k_free_key> key(i_context);
+        getKey(i_context, io_exchange, key.Receive());
+        if (std::vector<uint8_t> part = Decrypted(i_context, key.get(), *message); !part.empty()) {
+            const bool bDescribed = message->IsDescribedBy(part);
+            Harrowlib201::SecureWipe(part.data(), part.size());
+            if (!bDescribed) {
+                return ASN1_MISSING_FIELD;
+            }
+            return krb5_rd_cred(i_context, io_exchange, &bytes, o_tickets.Receive(), nullptr);
+        }
+    }
+    // Some peers send the KRB-CRED unencrypted, which an auth context without keys reads.
     Krb5AuthContext keyless(i_context);
-    if (krb5_auth_con_init(i_context, keyless.Receive()) != 0) {
+    if (!message->IsDescribedBy(message->EncryptedPart())) {
+        return KRB5KRB_AP_ERR_BAD_INTEGRITY;
+    }
+    if (const krb5_error_code nCode = krb5_auth_con_init(i_context, keyless.Receive()); nCode != 0) {
         return nCode;
     }
     krb5_auth_con_setflags(i_context, keyless.get(), 0);
-    return krb5_rd_cred(i_context, keyless.get(), &message, o_tickets.Receive(), nullptr) == 0 ? 0 : nCode;
+    return krb5_rd_cred(i_context, keyless.get(), &bytes, o_tickets.Receive(), nullptr);
 }
 
 }  // namespace

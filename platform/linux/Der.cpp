@@ -41,4 +41,15 @@ std::optional<std::span<const uint8_t>> OnlyDer(std::span<const uint8_t> i_bytes
     return element->m_content;
 }
 
+std::optional<std::span<const uint8_t>> TakeDerField(std::span<const uint8_t>& io_bytes, uint8_t i_nField,
+                                                     uint8_t i_nTag) noexcept {
+    auto rest = io_bytes;
+    const auto field = TakeDer(rest);
+    if (!field || field->m_nTag != kDerField + i_nField) {
+        return std::nullopt;
+    }
+    io_bytes = rest;
+    return OnlyDer(field->m_content, i_nTag);
+}
+
 }  // namespace morwen

@@ -19,4 +19,11 @@ std::optional<DerElement> TakeDer(std::span<const uint8_t>& io_bytes) noexcept;
 // The content when the bytes are exactly one element with this tag.
 std::optional<std::span<const uint8_t>> OnlyDer(std::span<const uint8_t> i_bytes, uint8_t i_nTag) noexcept;
 
+constexpr uint8_t kDerField = 0xA0;  // the tag of a sequence's first field, the next ones follow
+
+// Takes this field off a sequence's front. The content of the one element in it, which must have this tag; nothing, and
+// the bytes untouched unless the field is there, when it is another.
+std::optional<std::span<const uint8_t>> TakeDerField(std::span<const uint8_t>& io_bytes, uint8_t i_nField,
+                                                     uint8_t i_nTag) noexcept;
+
 }  // namespace morwen

@@ -13,15 +13,8 @@ namespace {
 constexpr uint8_t kTicketTag = 0x61;
 constexpr uint8_t kSequenceTag = 0x30;
 constexpr uint8_t kTextTag = 0x1B;
-constexpr uint8_t kFieldTag = 0xA0;  // of the first field, the next ones follow
 
 using Bytes = std::span<const uint8_t>;
-
-// The content of the next field, which must have this number and hold one element with this tag.
-std::optional<Bytes> Field(Bytes& io_bytes, uint8_t i_nField, uint8_t i_nTag) noexcept {
-    const auto field = TakeDer(io_bytes);
-    return field && field->m_nTag == kFieldTag + i_nField ? OnlyDer(field->m_content, i_nTag) : std::nullopt;
-}
 
 bool AreSame(Bytes i_left, const krb5_data& i_right) noexcept {
     const Bytes right = BytesOf(i_right);
@@ -34,12 +27,12 @@ std::optional<TicketService> TicketService::Read(std::span<const uint8_t> i_tick
     constexpr uint8_t kIntegerTag = 0x02;
     const auto content = OnlyDer(i_ticket, kTicketTag);
     auto fields = content ? OnlyDer(*content, kSequenceTag) : std::nullopt;
-    if (!fields || !Field(*fields, 0, kIntegerTag)) {
+    if (!fields || !TakeDerField(*fields, 0, kIntegerTag)) {
         return std::nullopt;
     }
-    const auto realm = Field(*fields, 1, kTextTag);
-    auto name = realm ? Field(*fields, 2, kSequenceTag) : std::nullopt;
-    auto texts = name && Field(*name, 0, kIntegerTag) ? Field(*name, 1, kSequenceTag) : std::nullopt;
+    const auto realm = TakeDerField(*fields, 1, kTextTag);
+    auto name = realm ? TakeDerField(*fields, 2, kSequenceTag) : std::nullopt;
+    auto texts = name && TakeDerField(*name, 0, kIntegerTag) ? TakeDerField(*name, 1, kSequenceTag) : std::nullopt;
     if (!texts) {
         return std::nullopt;
     }

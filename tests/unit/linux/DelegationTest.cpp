@@ -1,8 +1,10 @@
 // Which of the tickets that a user hands over are kept?
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <vector>
 
+#include "platform/linux/CredMessage.h"
 #include "platform/linux/Delegation.h"
 #include "platform/linux/Krb5ContextPool.h"
 #include "platform/linux/Krb5Owners.h"
@@ -22,8 +24,8 @@ struct Handed {
 
 class Delegation : public ::testing::Test {
 protected:
-    // The servers of the tickets that are kept of those in an unencrypted KRB-CRED, or how it is refused.
-    std::string KeptOf(const std::vector<Handed>& i_tickets, const char* i_pszUser) {
+    // An unencrypted KRB-CRED.
+    std::vector<uint8_t> Message(const std::vector<Handed>& i_tickets) {
         std::vector<Krb5Credentials> owners;
         std::vector<krb5_creds*> tickets;
         for (const Handed& handed : i_tickets) {
@@ -31,21 +33,33 @@ protected:
             tickets.push_back(owners.back().get());
         }
         tickets.push_back(nullptr);
-        Krb5AuthContext exchange(m_context);
         Krb5Owner<krb5_data*, krb5_free_data> message(m_context);
-        EXPECT_EQ(krb5_auth_con_init(m_context, exchange.Receive()), 0);
-        EXPECT_EQ(krb5_auth_con_setflags(m_context, exchange.get(), 0), 0);
-        EXPECT_EQ(krb5_mk_ncred(m_context, exchange.get(), tickets.data(), message.Receive(), nullptr), 0);
+        EXPECT_EQ(krb5_mk_ncred(m_context, Exchange().get(), tickets.data(), message.Receive(), nullptr), 0);
+        const auto bytes = BytesOf(*message.get());
+        return {bytes.begin(), bytes.end()};
+    }
+
+    // The servers of the tickets that are kept, or how the message is refused.
+    std::string KeptOf(const std::vector<uint8_t>& i_message, const char* i_pszUser) {
         try {
-            const auto pKept =
-                ReceivedTickets(m_context, exchange.get(), BytesOf(*message.get()), Principal(i_pszUser).get());
+            const auto pKept = ReceivedTickets(m_context, Exchange().get(), i_message, Principal(i_pszUser).get());
             return pKept == nullptr ? "none" : ServersIn(pKept->Tickets().OpenCache(m_context).get());
         } catch (const SspiFailure& failure) {
             return failure.Status() == SEC_E_LOGON_DENIED ? "denied" : "failed";
         }
     }
+    std::string KeptOf(const std::vector<Handed>& i_tickets, const char* i_pszUser) {
+        return KeptOf(Message(i_tickets), i_pszUser);
+    }
 
 private:
+    Krb5AuthContext Exchange() {
+        Krb5AuthContext exchange(m_context);
+        EXPECT_EQ(krb5_auth_con_init(m_context, exchange.Receive()), 0);
+        EXPECT_EQ(krb5_auth_con_setflags(m_context, exchange.get(), 0), 0);
+        return exchange;
+    }
+
     Krb5Principal Principal(const char* i_pszName) {
         Krb5Principal principal(m_context);
         EXPECT_EQ(krb5_parse_name(m_context, i_pszName, principal.Receive()), 0);
@@ -92,13 +106,40 @@ TEST_F(Delegation, KeepsOneTicketForTheUsersOwnKdc) {
     EXPECT_EQ(KeptOf({own}, pszUser), "krbtgt/HERE@HERE ");
     EXPECT_EQ(KeptOf({{pszUser, "host/x@HERE"}, own, own}, pszUser), "krbtgt/HERE@HERE ");
     // Whoever holds a ticket for these would be asked, or believed, in another's place.
-    for (const char* pszServer : {"host/x@HERE", "krbtgt/THERE@THERE", "krbtgt/THERE@HERE", "krbtgt/HERE@THERE",
-                                  "krbtgt/HERE/x@HERE", "krbtgt@HERE", "krbtgt/HERE\\0@HERE",
-                                  "krb5_ccache_conf_data/start_realm@X-CACHECONF:"}) {
+    for (const char* pszServer :
+         {"host/x@HERE", "krbtgt/THERE@THERE", "krbtgt/THERE@HERE", "krbtgt/HERE@THERE", "krbtgt/HERE/x@HERE",
+          "krbtgt@HERE", "krbtgt/HERE\\0@HERE", "krb5_ccache_conf_data/start_realm@X-CACHECONF:"}) {
         EXPECT_EQ(KeptOf({{pszUser, pszServer}}, pszUser), "none") << pszServer;
     }
     EXPECT_EQ(KeptOf({own, {"bob@HERE", "krbtgt/HERE@HERE"}}, pszUser), "denied");
     EXPECT_EQ(KeptOf({{"alice@THERE", "krbtgt/THERE@THERE"}}, pszUser), "denied");
+}
+
+// libkrb5 follows a null pointer where the description of a ticket is missing or names nobody.
+TEST_F(Delegation, DescribesEachTicketOrIsRefused) {
+    const Handed own = {"alice@HERE", "krbtgt/HERE@HERE"};
+    const std::vector<uint8_t> one = Message({own}), two = Message({own, own});
+    const auto ofOne = CredMessage::Read(one), ofTwo = CredMessage::Read(two);
+    ASSERT_TRUE(ofOne && ofTwo);
+    EXPECT_TRUE(ofOne->IsDescribedBy(ofOne->EncryptedPart()) && ofTwo->IsDescribedBy(ofTwo->EncryptedPart()));
+    EXPECT_FALSE(ofOne->IsDescribedBy(ofTwo->EncryptedPart()) || ofTwo->IsDescribedBy(ofOne->EncryptedPart()));
+    for (const int nField : {0xA8, 0xA9}) {
+        for (const int nTag : {0xAA, 0xAB, 0xB4, 0x04}) {
+            std::vector<uint8_t> changed = one;
+            *std::find(changed.rbegin(), changed.rend(), nField) = static_cast<uint8_t>(nTag);
+            EXPECT_EQ(KeptOf(changed, "alice@HERE"), "failed") << nField << " " << nTag;
+        }
+    }
+    for (size_t i = 0; i < one.size(); ++i) {
+        for (const int nChange : {0x01, 0x02, 0x10, 0x80, 0xFF}) {
+            std::vector<uint8_t> changed = one;
+            changed[i] = static_cast<uint8_t>(changed[i] ^ nChange);
+            const std::string kept = KeptOf(changed, "alice@HERE");
+            EXPECT_TRUE(kept == "failed" || kept == "denied" || kept == "none" || kept == "krbtgt/HERE@HERE ") << kept;
+        }
+        EXPECT_EQ(KeptOf(std::vector<uint8_t>(one.begin(), one.begin() + static_cast<ptrdiff_t>(i)), "alice@HERE"),
+                  "failed");
+    }
 }
 
 }  // namespace
