@@ -7,7 +7,7 @@ KDCS = {"mit": "MIT", "heimdal": "Heimdal", "samba": "Samba"}
 PEERS = {"morwen": "morwen", "mit": "MIT", "heimdal": "Heimdal"}
 PAIRS = list(itertools.product(PEERS, PEERS))
 TYPES = {"aes256-sha1": 18, "aes128-sha1": 17, "aes256-sha2": 20, "aes128-sha2": 19, "rc4-hmac": 23}
-DELEGATE, MUTUAL, IF_TRUSTED = 1, 2, 32768
+DELEGATE, MUTUAL, IF_TRUSTED = 1, 2 | 60, 32768  # with all kinds of protection of messages
 ASKED = {0: "not asked", IF_TRUSTED: "if trusted", DELEGATE: "always"}
 # What the side that refuses must say. The page states each reason under the same word.
 REASONS = {"fixed": "^$",  # not tried

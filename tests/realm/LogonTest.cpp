@@ -1,12 +1,11 @@
 // Logons that must work, and who has logged on.
-#include <grp.h>
 #include <pwd.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <thread>
 
+#include "realm/GssPeer.h"
 #include "realm/PluginTest.h"
 
 namespace morwen {
@@ -24,13 +23,11 @@ std::string UserSid(const std::string& i_user) {
 }
 
 std::string GroupSids(const std::string& i_user) {
-    const passwd account = AccountOf(i_user);
-    std::vector<gid_t> groups(1000);
-    int nCount = static_cast<int>(groups.size());
-    EXPECT_GE(getgrouplist(account.pw_name, account.pw_gid, groups.data(), &nCount), 1);
+    RunCommand(std::string("id -G ") + AccountOf(i_user).pw_name);
+    std::ifstream file(RealmPath("output"));
     std::string sids;
-    for (auto it = groups.begin(); it != groups.begin() + nCount; ++it) {
-        sids += std::find(groups.begin(), it, *it) == it ? "S-1-22-2-" + std::to_string(*it) + ";" : "";
+    for (std::string group; file >> group;) {
+        sids += "S-1-22-2-" + group + ";";
     }
     return sids;
 }
@@ -58,6 +55,13 @@ TEST_F(Logon, OnlyLogonInformationNeedsALocalAccount) {
     EXPECT_EQ(LogOn(stranger, Information::NotWanted).m_verdict, kLoggedOn);
     EXPECT_EQ(AcceptLogin(HalfLogin(stranger).m_token).m_verdict, "100/42254");
     EXPECT_TRUE(m_trace.Said({"stranger@MORWEN.TEST maps to the local account \"stranger\", which does not exist"}));
+}
+
+TEST_F(Logon, WithAPasswordDelegatesToTrustedServices) {
+    const LoginResult started = StartLogin({"MORWEN\\bob", "bob-secret", "fwd/localhost"});
+    GssPeer acceptor;
+    EXPECT_EQ(ContinueLogin(started.m_key, acceptor.Accept(started.m_token)).m_verdict, "0");
+    EXPECT_EQ(acceptor.Outcome(), "bob@MORWEN.TEST to fwd/localhost@MORWEN.TEST delegating bob@MORWEN.TEST");
 }
 
 // Tickets and keys are held in memory, and must not be held longer than the files behind them.

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <thread>
 
+#include "realm/GssPeer.h"
 #include "realm/PluginTest.h"
 
 namespace morwen {
@@ -62,6 +63,20 @@ TEST_F(Replay, IsRefusedHereAndInOtherProcesses) {
     const Bytes other = HalfLogin().m_token;
     AcceptElsewhere(other, "1");
     EXPECT_EQ(AcceptLogin(other).m_verdict, "3/61215");
+}
+
+// One service, one memory of what has been taken, whoever accepts. The other acceptor's error explains, but nobody has
+// signed it: the right answer still counts.
+TEST_F(Replay, IsSeenByOtherAcceptors) {
+    const LoginResult started = StartLogin();
+    const LoginResult accepted = AcceptLogin(started.m_token);
+    GssPeer acceptor;
+    const Bytes error = acceptor.Accept(started.m_token);
+    EXPECT_EQ(acceptor.Outcome(), "failed Request is a replay");
+    EXPECT_EQ(ContinueLogin(started.m_key, error).m_verdict, "3/50054");
+    EXPECT_TRUE(m_trace.Said({"the service morwen/localhost@MORWEN.TEST refuses the logon: Request is a replay"}));
+    EXPECT_EQ(ContinueLogin(started.m_key, accepted.m_token).m_verdict, "0");
+    EXPECT_EQ(CloseLogin(accepted.m_key).m_verdict, "2");
 }
 
 TEST_F(ForgedToken, OfNoFormatOrALengthThatLies) {

@@ -65,26 +65,6 @@ TEST_F(Logon, ToServicesTrustedForDelegationAndOthersAndNone) {
     }
 }
 
-TEST_F(Logon, DamagedAndRepeatedTokensAreRefused) {
-    const LoginResult started = StartLogin();
-    const auto refused = [](const LoginResult& i_result) { return std::stoul(i_result.m_verdict) >= SSO_DENIED; };
-    for (size_t nFromEnd : {size_t{1}, size_t{40}, started.m_token.size() / 2}) {
-        Bytes damaged = started.m_token;
-        damaged[damaged.size() - nFromEnd] ^= 1;
-        EXPECT_TRUE(refused(AcceptLogin(damaged, {}, kNot))) << nFromEnd;
-        damaged.resize(nFromEnd);
-        EXPECT_TRUE(refused(AcceptLogin(damaged, {}, kNot))) << nFromEnd;
-    }
-    const LoginResult accepted = AcceptLogin(started.m_token, {}, kNot);
-    EXPECT_EQ(accepted.m_verdict, "1");
-    EXPECT_TRUE(refused(AcceptLogin(started.m_token, {}, kNot)));
-    Bytes answer = accepted.m_token;
-    answer.back() ^= 1;
-    EXPECT_TRUE(refused(ContinueLogin(started.m_key, answer)));
-    EXPECT_EQ(CloseLogin(accepted.m_key, kNot).m_verdict, "2");
-    EXPECT_EQ(LogOn({}, kNot).m_verdict, kLoggedOn);
-}
-
 TEST_F(Logon, TheIdentityOfAThreadIsKept) {
     const auto capture = [] {
         SSOChar* pszKey = nullptr;

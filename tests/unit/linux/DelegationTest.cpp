@@ -130,16 +130,6 @@ TEST_F(Delegation, DescribesEachTicketOrIsRefused) {
             EXPECT_EQ(KeptOf(changed, "alice@HERE"), "failed") << nField << " " << nTag;
         }
     }
-    for (size_t i = 0; i < one.size(); ++i) {
-        for (const int nChange : {0x01, 0x02, 0x10, 0x80, 0xFF}) {
-            std::vector<uint8_t> changed = one;
-            changed[i] = static_cast<uint8_t>(changed[i] ^ nChange);
-            const std::string kept = KeptOf(changed, "alice@HERE");
-            EXPECT_TRUE(kept == "failed" || kept == "denied" || kept == "none" || kept == "krbtgt/HERE@HERE ") << kept;
-        }
-        EXPECT_EQ(KeptOf(std::vector<uint8_t>(one.begin(), one.begin() + static_cast<ptrdiff_t>(i)), "alice@HERE"),
-                  "failed");
-    }
 }
 
 }  // namespace
