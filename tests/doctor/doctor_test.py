@@ -212,6 +212,13 @@ def log_on_by_socket(name, expected, login_env={}, accept_env={}, accept="accept
 
 
 def run_logons():
+    # Threads trace while the address is told, so every line must be one write; such a socket keeps them apart.
+    ours, theirs = socket.socketpair(socket.AF_UNIX, socket.SOCK_SEQPACKET)
+    with ours, theirs:
+        subprocess.run([DOCTOR, *"accept --impersonate --trace --timeout 1".split()], stdout=subprocess.DEVNULL, stderr=theirs, timeout=40)
+        theirs.close()
+        writes = list(iter(lambda: ours.recv(10000), b""))
+    assert len(writes) > 5 and all(text.endswith(b"\n") for text in writes), writes
     user = pwd.getpwnam("nobody").pw_uid if ROOT else os.geteuid()
     report = log_on_by_socket("socket", ({}, {}), accept="accept --impersonate --trace")
     assert report["user"] == [f"S-1-22-1-{user}"] and f"uid {user}" in report["impersonated"][0], report

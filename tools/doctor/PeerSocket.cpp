@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <iostream>
 #include <memory>
+#include <syncstream>
 #include <system_error>
 
 #include "tools/doctor/PeerChannel.h"
@@ -105,8 +106,10 @@ Descriptor AcceptOne(const std::string& i_address, Clock::time_point i_deadline)
     }
     const uint16_t nPort = bound.ss_family == AF_INET6 ? reinterpret_cast<const sockaddr_in6&>(bound).sin6_port
                                                        : reinterpret_cast<const sockaddr_in&>(bound).sin_port;
-    std::cerr << "listening on " << i_address.substr(0, i_address.rfind(':')) << ":" << ntohs(nPort)
-              << "; now run: morwen-doctor login --spn SERVICE/HOST --connect HOST:" << ntohs(nPort) << std::endl;
+    // Whole, since the library's threads may be tracing to the same place.
+    std::osyncstream(std::cerr) << "listening on " << i_address.substr(0, i_address.rfind(':')) << ":" << ntohs(nPort)
+                                << "; now run: morwen-doctor login --spn SERVICE/HOST --connect HOST:" << ntohs(nPort)
+                                << '\n';
     int nError = Await(listener.get(), POLLIN, i_deadline);
     Descriptor connection(nError == 0 ? accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK) : -1);
     if (connection.get() < 0) {

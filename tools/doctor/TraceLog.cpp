@@ -3,6 +3,7 @@
 
 #include <iostream>
 #include <string_view>
+#include <syncstream>
 #include <utility>
 
 #include "morwen/harrow_log.h"
@@ -33,7 +34,7 @@ void TraceLog::Write(uint32_t i_nKind, const char* i_pszFile, int i_nLine, const
                            std::to_string(i_nLine) + ": " + message;
         const std::lock_guard lock(self.m_mutex);
         if (self.m_bShow) {
-            std::cerr << line << '\n';
+            std::osyncstream(std::cerr) << line << '\n';
         }
         if (self.m_lines.size() >= kMostLines) {
             self.m_lines.erase(self.m_lines.begin(), self.m_lines.begin() + kMostLines / 2);
