@@ -127,6 +127,7 @@ TEST(Harrow, SlotsBelongToThreadsAndKeys) {
 
 TEST(Harrow, LogKindsSubstitutionsAndReentrance) {
     static std::string s_seen;
+    s_seen.clear();
     const auto sink = [](uint32_t i_nKind, const char*, int, const char* i_pszMessage, void*) {
         s_seen += std::to_string(i_nKind) + i_pszMessage + "\n";
         S_TRACE("from inside");

@@ -123,11 +123,14 @@ TEST_F(Delegation, DescribesEachTicketOrIsRefused) {
     ASSERT_TRUE(ofOne && ofTwo);
     EXPECT_TRUE(ofOne->IsDescribedBy(ofOne->EncryptedPart()) && ofTwo->IsDescribedBy(ofTwo->EncryptedPart()));
     EXPECT_FALSE(ofOne->IsDescribedBy(ofTwo->EncryptedPart()) || ofTwo->IsDescribedBy(ofOne->EncryptedPart()));
-    for (const int nField : {0xA8, 0xA9}) {
+    // Where the service's realm and name begin.
+    for (const std::vector<uint8_t>& field : {std::vector<uint8_t>{0xA8, 6, 0x1B, 4}, {0xA9, 25, 0x30, 23}}) {
         for (const int nTag : {0xAA, 0xAB, 0xB4, 0x04}) {
             std::vector<uint8_t> changed = one;
-            *std::find(changed.rbegin(), changed.rend(), nField) = static_cast<uint8_t>(nTag);
-            EXPECT_EQ(KeptOf(changed, "alice@HERE"), "failed") << nField << " " << nTag;
+            const auto found = std::find_end(changed.begin(), changed.end(), field.begin(), field.end());
+            ASSERT_NE(found, changed.end());
+            *found = static_cast<uint8_t>(nTag);
+            EXPECT_EQ(KeptOf(changed, "alice@HERE"), "failed") << int{field[0]} << " " << nTag;
         }
     }
 }
