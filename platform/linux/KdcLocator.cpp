@@ -25,7 +25,11 @@ public:
         // A cut answer is used as it is: the repetition over TCP would have no deadline.
         m_state.options |= RES_IGNTC | RES_USE_EDNS0;
     }
-    ~Resolver() { res_nclose(&m_state); }
+    ~Resolver() {
+        if (m_bReady) {
+            res_nclose(&m_state);  // of one that never began it would close descriptor 0
+        }
+    }
     Resolver(const Resolver&) = delete;
     Resolver& operator=(const Resolver&) = delete;
 

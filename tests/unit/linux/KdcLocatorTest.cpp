@@ -1,5 +1,8 @@
 // Are the name service's answers read as they are meant, and odd ones without harm?
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include "platform/linux/KdcLocator.h"
 
@@ -35,6 +38,18 @@ TEST(KdcLocator, OrdersAndFilters) {
         const std::vector<uint8_t> cut(answer.begin(), answer.begin() + static_cast<std::ptrdiff_t>(nLength));
         EXPECT_LT(KdcLocator::Read(cut).size(), 3U + (nLength > 12 + 3 * 20)) << nLength;
     }
+}
+
+// In a process that has not asked before: the resolver opens its configuration.
+TEST(KdcLocator, LeavesTheHostsDescriptorsAlone) {
+    const auto findWithout = [] {
+        const rlimit none = {3, 3};
+        std::vector<std::string> kdcs;
+        const bool bTold = setrlimit(RLIMIT_NOFILE, &none) == 0 &&
+                           KdcLocator::Find("kerberos", "HERE.TEST", kdcs) == KdcLocator::Result::Silent;
+        _exit(bTold && fcntl(STDIN_FILENO, F_GETFD) >= 0 ? 0 : 1);
+    };
+    EXPECT_EXIT(findWithout(), testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
