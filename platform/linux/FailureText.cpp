@@ -6,6 +6,9 @@
 #include <cerrno>
 #include <cstring>
 #include <new>
+#include <span>
+
+#include "platform/linux/Krb5Words.h"
 
 namespace morwen {
 
@@ -168,6 +171,7 @@ SECURITY_STATUS FailWith(SECURITY_STATUS i_nStatus, std::string_view i_text) noe
     if (nLength > 0) {
         // The text may be a part of the one before.
         std::memmove(last.m_aText.data(), i_text.data(), nLength);
+        HideControls(std::span(last.m_aText).first(nLength));
     }
     return i_nStatus;
 }
@@ -193,16 +197,13 @@ SECURITY_STATUS StatusFromKrb5(krb5_error_code i_nCode) noexcept {
 SECURITY_STATUS FailWithKrb5(krb5_context i_context, krb5_error_code i_nCode,
                              std::string_view i_whatWasTried) noexcept {
     const SECURITY_STATUS nStatus = StatusFromKrb5(i_nCode);
-    const char* const pszWords = krb5_get_error_message(i_context, i_nCode);
     try {
         std::string text(i_whatWasTried);
-        text.append(": ").append(pszWords);
-        FailWith(nStatus, text);
+        text.append(": ").append(ErrorWords(i_context, i_nCode));
+        return FailWith(nStatus, text);
     } catch (const std::bad_alloc&) {
-        FailWith(nStatus, i_whatWasTried);
+        return FailWith(nStatus, i_whatWasTried);
     }
-    krb5_free_error_message(i_context, pszWords);
-    return nStatus;
 }
 
 }  // namespace morwen

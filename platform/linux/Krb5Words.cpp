@@ -13,10 +13,8 @@ std::string PrincipalText(krb5_context i_context, krb5_const_principal i_princip
     if (i_principal == nullptr || krb5_unparse_name(i_context, i_principal, text.Receive()) != 0) {
         return "an unreadable name";
     }
-    // Whoever reads it on a terminal must see what it says: names can come from strangers.
     std::string name = text.get();
-    std::replace_if(
-        name.begin(), name.end(), [](unsigned char i_c) { return i_c < 0x20 || i_c == 0x7F; }, '?');
+    HideControls(name);
     return name;
 }
 
@@ -27,7 +25,24 @@ std::string ErrorWords(krb5_context i_context, krb5_error_code i_nCode) {
         ~Words() { krb5_free_error_message(m_context, m_pszText); }
     };
     const Words words{i_context, krb5_get_error_message(i_context, i_nCode)};
-    return words.m_pszText;
+    std::string text = words.m_pszText;
+    HideControls(text);
+    return text;
+}
+
+void HideControls(std::span<char> io_text) noexcept {
+    const auto isBelowSpace = [](unsigned char i_c) { return i_c < 0x20 || i_c == 0x7F; };
+    const auto isUpperHalf = [](char i_c, char i_next) {
+        return i_c == '\xC2' && static_cast<unsigned char>(i_next) >= 0x80 && static_cast<unsigned char>(i_next) < 0xA0;
+    };
+    for (auto it = io_text.begin(); it != io_text.end(); ++it) {
+        if (isBelowSpace(static_cast<unsigned char>(*it))) {
+            *it = '?';
+        } else if (it + 1 != io_text.end() && isUpperHalf(*it, *(it + 1))) {
+            *it++ = '?';
+            *it = '?';
+        }
+    }
 }
 
 std::string TimeText(int64_t i_nUtcSeconds) {

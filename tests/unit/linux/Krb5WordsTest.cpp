@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/linux/FailureText.h"
 #include "platform/linux/Krb5ContextPool.h"
 #include "platform/linux/Krb5Owners.h"
 
@@ -19,6 +20,11 @@ TEST(Krb5Words, NamesWithoutControlCharacters) {
     EXPECT_EQ(shown("al\x1B[2Jice\r@HE\x7FRE"), "al?[2Jice?@HE?RE");
     EXPECT_EQ(shown("j\xC3\xBCrgen\\n\\0@HERE"), "j\xC3\xBCrgen\\n\\0@HERE");
     EXPECT_EQ(PrincipalText(lease.get(), nullptr), "an unreadable name");
+    // The library's own words name strangers too.
+    krb5_set_error_message(lease.get(), KRB5_KT_NOTFOUND, "no key for \x1B]0;\xC2\x9B\x07\xC3\x9B\xC2");
+    EXPECT_EQ(ErrorWords(lease.get(), KRB5_KT_NOTFOUND), "no key for ?]0;???\xC3\x9B\xC2");
+    FailWith(SEC_E_WRONG_PRINCIPAL, "\x1B[2J");
+    EXPECT_EQ(FailureText(SEC_E_WRONG_PRINCIPAL), "?[2J");
 }
 
 }  // namespace
