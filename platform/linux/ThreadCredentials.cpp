@@ -175,6 +175,8 @@ int ThreadCredentials::Restore(const UnixAccount* i_pNow) noexcept {
     keepFirst(SetEffectiveCapabilities(m_aEffectiveCapabilities));
     keepFirst(SetGroup(m_account.m_nGroup));
     keepFirst(SetGroups(m_account.m_groups));
+    keepFirst(SetUser(m_account.m_nUser));
+    keepFirst(SetEffectiveCapabilities(m_aEffectiveCapabilities));
     return IsThisThread(m_account, m_aEffectiveCapabilities) ? 0 : nError != 0 ? nError : EPERM;
 }
 

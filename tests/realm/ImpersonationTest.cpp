@@ -1,4 +1,5 @@
 // Threads that act as the users who have logged on.
+#include <linux/capability.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -145,6 +146,26 @@ TEST_F(Impersonation, LogsOnElsewhereAsTheUserOrNotAtAll) {
 }
 
 // No account that every machine has is in groups, so this process sees a table of groups of its own.
+// A host that has lowered its thread, and keeps the right to change who it is: neither its real nor its saved id is the
+// one to go back to.
+TEST_F(Impersonation, GoesBackToAnEffectiveIdOfItsOwn) {
+    const std::string alice = KeptLogin();
+    const Bytes token = HalfLogin().m_token;
+    std::thread([&] {
+        __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+        __user_cap_data_struct aData[2] = {};
+        ASSERT_EQ(syscall(SYS_capget, &header, aData), 0);
+        ASSERT_EQ(syscall(SYS_setresuid, -1, 4711, -1), 0);
+        ASSERT_EQ(syscall(SYS_capset, &header, aData), 0);
+        ActingThread thread;
+        EXPECT_EQ(thread.Impersonate(alice, 65534), "0");
+        EXPECT_EQ(AcceptLogin(token).m_verdict, "1");
+        ++m_nHalfDone;
+        thread.ExpectUnchanged();
+        EXPECT_EQ(thread.Revert(alice), "0");
+    }).join();
+}
+
 TEST_F(ImpersonatedGroups, AreThoseOfTheAccount) {
     const std::string table = RealmPath("group");
     std::string groups = Content("/etc/group") + "morwen-one:x:64101:news\nmorwen-two:x:64102:bin,news\n";
