@@ -5,9 +5,9 @@
 #include "harrow/STrace.h"
 #include "harrow/SecureWipe.h"
 #include "platform/linux/CredMessage.h"
-#include "platform/linux/GssChecksum.h"
 #include "platform/linux/Krb5Owners.h"
 #include "platform/linux/Krb5Words.h"
+#include "platform/linux/SecBuffers.h"
 #include "platform/linux/SspiFailure.h"
 
 namespace morwen {
@@ -116,7 +116,10 @@ std::vector<uint8_t> ForwardedTicket(krb5_context i_context, krb5_auth_context i
     if (nCode == ENOMEM) {
         throw std::bad_alloc();
     }
-    if (nCode != 0 || message->length > GssChecksum::kMostDelegation) {
+    // The two tickets share one token with their wrapping and the authenticator's own fields.
+    constexpr size_t kRoomForTheRest = 2048;
+    constexpr size_t kMostOfBoth = kMostTokenBytes - kRoomForTheRest;
+    if (nCode != 0 || message->length + size_t{i_pServiceTicket->ticket.length} > kMostOfBoth) {
         S_TRACE("ssoplugin: ForwardedTicket() -- Going on without delegation to %1: %2",
                 PrincipalText(i_context, i_pServiceTicket->server),
                 nCode != 0 ? ErrorWords(i_context, nCode) : std::string("the message is too long"));

@@ -15,10 +15,8 @@ inline constexpr uint32_t kGssMutual = 2;
 
 struct GssChecksum {
     uint32_t m_nFlags = 0;
-    std::span<const uint8_t> m_delegation;  // a KRB-CRED message when kGssDelegate is set, else empty
-
-    // A longer KRB-CRED does not fit into the two bytes of its length.
-    static constexpr size_t kMostDelegation = 65535;
+    // A KRB-CRED message when kGssDelegate is set, else empty; no longer than the two bytes of its length can say.
+    std::span<const uint8_t> m_delegation;
 };
 
 // Nothing when the bytes are cut short or inconsistent. Channel bindings, which the exchange above has no use for, are

@@ -13,9 +13,6 @@ namespace morwen {
 // alone, but for the length of an output token, which then is 0; FailureText has the words.
 class LinuxSspi final : public SspiCalls {
 public:
-    // As much as a token of the system with the same package may take.
-    static constexpr uint32_t kMostTokenBytes = 48000;
-
     SECURITY_STATUS QuerySecurityPackageInfoW(SEC_WCHAR* i_pszPackage, PSecPkgInfoW* o_ppInfo) noexcept override;
     SECURITY_STATUS FreeContextBuffer(void* i_pvBuffer) noexcept override;
 

@@ -8,6 +8,9 @@
 
 namespace morwen {
 
+// As much as a token of the system with the same package may take.
+inline constexpr uint32_t kMostTokenBytes = 48000;
+
 // The bytes of the first token buffer. Throws SspiFailure (SEC_E_INVALID_TOKEN) when there is none, it is empty, or
 // longer than any token.
 std::span<const uint8_t> InputToken(const SecBufferDesc* i_pInput);
