@@ -179,9 +179,9 @@ void AcceptorKeys::Publish(krb5_context i_context) {
 }
 
 void AcceptorKeys::FreeEntries() noexcept {
-    if (const Krb5ContextLease lease = Krb5ContextPool::Take()) {
+    if (const auto lent = Krb5LentContext::ForReleasing(); lent.get() != nullptr) {
         for (krb5_keytab_entry& entry : m_entries) {
-            krb5_free_keytab_entry_contents(lease.get(), &entry);
+            krb5_free_keytab_entry_contents(lent.get(), &entry);
         }
     }
 }

@@ -24,6 +24,7 @@ namespace {
 constexpr int64_t kLongestLife = 60;  // seconds
 constexpr int64_t kLookInterval = 1;  // seconds between two looks at the configuration files
 constexpr size_t kMostIdle = 64;      // as many threads may shake hands at once without making a context
+constexpr uint64_t kOfNoGeneration = ~uint64_t{0};
 
 int64_t SecondsNow() noexcept {
     timespec now{};
@@ -102,24 +103,14 @@ public:
             }
             DiscardOld(i_nNow, discarded);
         }
-        o_nGeneration = m_nGeneration;
-        if (m_nIdle == 0) {
-            return nullptr;
-        }
-        // The one that this thread has used last, if it is there, or the one that was given back last: what a context
-        // holds is in the cache of its processor, and in the C library's heap of its thread.
-        size_t nTaken = m_nIdle - 1;
-        for (size_t i = m_nIdle; i-- > 0;) {
-            if (m_aIdle[i].m_pvThread == pvThread) {
-                nTaken = i;
-                break;
-            }
-        }
-        const Idle taken = m_aIdle[nTaken];
-        std::copy(m_aIdle.begin() + nTaken + 1, m_aIdle.begin() + m_nIdle, m_aIdle.begin() + nTaken);
-        --m_nIdle;
-        o_nBornAt = taken.m_nBornAt;
-        return taken.m_context;
+        return TakeLocked(pvThread, o_nBornAt, o_nGeneration);
+    }
+
+    // An idle context, whatever has changed since it was made, or none.
+    krb5_context TakeIdle(int64_t& o_nBornAt, uint64_t& o_nGeneration) noexcept {
+        const void* const pvThread = ThisThread();
+        const CS_Locker locker(m_section);
+        return TakeLocked(pvThread, o_nBornAt, o_nGeneration);
     }
 
     // False when the context is not wanted any more; it stays the caller's then.
@@ -141,6 +132,28 @@ public:
     }
 
 private:
+    krb5_context TakeLocked(const void* i_pvThread, int64_t& o_nBornAt, uint64_t& o_nGeneration) noexcept
+        S_REQUIRES(m_section) {
+        o_nGeneration = m_nGeneration;
+        if (m_nIdle == 0) {
+            return nullptr;
+        }
+        // The one that this thread has used last, if it is there, or the one that was given back last: what a context
+        // holds is in the cache of its processor, and in the C library's heap of its thread.
+        size_t nTaken = m_nIdle - 1;
+        for (size_t i = m_nIdle; i-- > 0;) {
+            if (m_aIdle[i].m_pvThread == i_pvThread) {
+                nTaken = i;
+                break;
+            }
+        }
+        const Idle taken = m_aIdle[nTaken];
+        std::copy(m_aIdle.begin() + nTaken + 1, m_aIdle.begin() + m_nIdle, m_aIdle.begin() + nTaken);
+        --m_nIdle;
+        o_nBornAt = taken.m_nBornAt;
+        return taken.m_context;
+    }
+
     void DiscardAll(Discarded& io_discarded) noexcept S_REQUIRES(m_section) {
         ++m_nGeneration;
         while (m_nIdle > 0) {
@@ -179,16 +192,29 @@ const struct Closer {
 
 }  // namespace
 
-Krb5ContextLease::Krb5ContextLease(Krb5ContextLease&& io_other) noexcept
+Krb5LentContext::Krb5LentContext(Krb5LentContext&& io_other) noexcept
     : m_context(std::exchange(io_other.m_context, nullptr)),
-      m_nCode(io_other.m_nCode),
       m_nBornAt(io_other.m_nBornAt),
       m_nGeneration(io_other.m_nGeneration) {}
 
-Krb5ContextLease::~Krb5ContextLease() {
+Krb5LentContext::~Krb5LentContext() {
     if (m_context != nullptr && !g_pool.GiveBack(m_context, m_nBornAt, m_nGeneration)) {
         krb5_free_context(m_context);
     }
+}
+
+Krb5LentContext Krb5LentContext::ForReleasing() noexcept {
+    Krb5LentContext lent;
+    lent.m_context = g_pool.TakeIdle(lent.m_nBornAt, lent.m_nGeneration);
+    profile_t profile = nullptr;
+    if (lent.m_context == nullptr && profile_init(nullptr, &profile) == 0) {
+        lent.m_nGeneration = kOfNoGeneration;
+        if (krb5_init_context_profile(profile, 0, &lent.m_context) != 0) {
+            lent.m_context = nullptr;
+        }
+        profile_release(profile);
+    }
+    return lent;
 }
 
 Krb5ContextLease Krb5ContextPool::Take() noexcept {
@@ -198,12 +224,13 @@ Krb5ContextLease Krb5ContextPool::Take() noexcept {
         lease.m_nCode = EPERM;
         return lease;
     }
-    lease.m_context = g_pool.Take(nNow, lease.m_nBornAt, lease.m_nGeneration);
-    if (lease.m_context != nullptr) {
-        krb5_clear_error_message(lease.m_context);
+    Krb5LentContext& lent = lease.m_lent;
+    lent.m_context = g_pool.Take(nNow, lent.m_nBornAt, lent.m_nGeneration);
+    if (lent.m_context != nullptr) {
+        krb5_clear_error_message(lent.m_context);
     } else {
-        lease.m_nBornAt = nNow;
-        lease.m_nCode = MakeContext(lease.m_context);
+        lent.m_nBornAt = nNow;
+        lease.m_nCode = MakeContext(lent.m_context);
     }
     return lease;
 }

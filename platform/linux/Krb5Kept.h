@@ -11,8 +11,8 @@
 namespace morwen {
 
 // Releases the object with whatever context the pool lends then: these objects are plain data or counted entries of
-// tables of the process, and belong to no context (checked with the address sanitizer). Where the pool lends none, to a
-// stuck thread or without memory, they stay. Names and tickets are released without one, because libkrb5 needs none for
+// tables of the process, and belong to no context (checked with the address sanitizer). Without memory for one
+// they stay. Names and tickets are released without one, because libkrb5 needs none for
 // them.
 template <class T, auto Release>
 class Krb5Kept {
@@ -32,8 +32,8 @@ public:
         }
         if constexpr (std::is_same_v<T, krb5_principal> || std::is_same_v<T, krb5_creds*>) {
             Release(nullptr, m_object);
-        } else if (const Krb5ContextLease lease = Krb5ContextPool::Take()) {
-            static_cast<void>(Release(lease.get(), m_object));
+        } else if (const auto lent = Krb5LentContext::ForReleasing(); lent.get() != nullptr) {
+            static_cast<void>(Release(lent.get(), m_object));
         }
     }
 

@@ -110,6 +110,7 @@ TEST_F(RefusedCalls, LeaveNoThreadWhoItIsNotSaidToBe) {
             for (size_t nCall = 1; bCame; ++nCall) {
                 SCOPED_TRACE(std::to_string(nCall) + " error " + std::to_string(nError) + (bAll ? " and all" : ""));
                 const Bytes token = HalfLogin().m_token;
+                const std::string spare = KeptLogin({"", "", "fwd/localhost"});
                 ThreadState state = service;
                 // What has succeeded is so; what has not has changed nothing, unless the thread is then refused
                 // everything but a revert.
@@ -131,6 +132,11 @@ TEST_F(RefusedCalls, LeaveNoThreadWhoItIsNotSaidToBe) {
                 const bool bAccepted = AcceptLogin(token).m_verdict == "1";
                 m_nHalfDone += bAccepted ? 1 : 0;
                 step(bAccepted, state);
+                // Both let tickets go in the end, when the call has its result already.
+                const bool bStarted = StartLogin(PasswordOf("bin")).m_verdict == "1";
+                m_nHalfDone += bStarted ? 1 : 0;
+                step(bStarted, state);
+                step(SSOReleaseSecurityContext(Wide(spare).c_str()) == SSO_OK, state);
                 step(SSOImpersonate(Wide(bin).c_str()) == SSO_OK, StateOf(service, 2));
                 step(SSORevert(Wide(bin).c_str()) == SSO_OK, service);
                 bCame = kernel.Refuse(0);
