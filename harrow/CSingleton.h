@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <new>
 
+#include "harrow/AtUnload.h"
 #include "harrow/CRefCount.h"
 #include "harrow/CS_Wrapper.h"
 
@@ -17,7 +18,12 @@ class CSingleton {
 public:
     // Throws what the object's constructor throws, and std::bad_alloc; nothing is kept then.
     static const CSmartRefCountPtr<T>& Get() {
-        static const AtEnd s_atEnd;
+        static const AtUnload s_letGo([] {
+            State& kept = Kept();
+            const CS_Locker locker(kept.m_section);
+            kept.m_bMade.store(false, std::memory_order_release);
+            kept.m_pObject = nullptr;
+        });
         State& state = Kept();
         if (!state.m_bMade.load(std::memory_order_acquire)) {
             const CS_Locker locker(state.m_section);
@@ -34,14 +40,6 @@ private:
         CS_Wrapper m_section;
         CSmartRefCountPtr<T> m_pObject;
         std::atomic<bool> m_bMade{false};
-    };
-    struct AtEnd {
-        ~AtEnd() {
-            State& state = Kept();
-            const CS_Locker locker(state.m_section);
-            state.m_bMade.store(false, std::memory_order_release);
-            state.m_pObject = nullptr;
-        }
     };
 
     // No destructor of it runs.

@@ -10,6 +10,7 @@
 #include "errors/SSOException.h"
 #include "handlers/SSOHandlerFactory.h"
 #include "harrow/CSingleton.h"
+#include "harrow/OwnProcess.h"
 #include "harrow/SLogger.h"
 #include "harrow/SResManager.h"
 #include "harrow/STrace.h"
@@ -116,7 +117,7 @@ JTCHandleT<SSOImpl> SSOImpl::instance() {
 
 SSOImpl::~SSOImpl() {
     if (m_pContextManager) {
-        // A host that ends without ending the package, or a forked child of it, where the thread does not exist.
+        // A host that ends without ending the package.
         constexpr long kAtExitMilliseconds = 200;
         m_pContextManager->StopUpdateThread(kAtExitMilliseconds);
     }
@@ -140,6 +141,7 @@ bool SSOImpl::Initialize() {
         return true;
     }
     S_ASSERT(m_nInitRefcount == 0);
+    OwnProcess::Note();
     SLogger::Initialize("morwen " MORWEN_VERSION);
     SResManager::Initialize(MessageTable());
     try {

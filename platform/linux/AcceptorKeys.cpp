@@ -6,6 +6,7 @@
 #include <map>
 #include <optional>
 
+#include "harrow/AtUnload.h"
 #include "harrow/CS_Wrapper.h"
 #include "harrow/STrace.h"
 #include "platform/NeverDestroyed.h"
@@ -98,9 +99,7 @@ struct Cursor {
 };
 
 // Keys do not stay in the process when the library leaves it.
-const struct ClearAtUnload {
-    ~ClearAtUnload() { Held().Clear(); }
-} s_clearAtUnload;
+const Harrowlib201::AtUnload s_clear([] { Held().Clear(); });
 
 // No two keytabs of the process get one name, not even from two copies of this library.
 std::string NewMemoryName() {

@@ -3,6 +3,7 @@
 #include <ctime>
 #include <map>
 
+#include "harrow/AtUnload.h"
 #include "harrow/CRWLock.h"
 #include "platform/NeverDestroyed.h"
 
@@ -39,12 +40,11 @@ Accounts& TheAccounts() noexcept {
 }
 
 // What it holds must not count as lost when the library is unloaded.
-const struct ClearAtUnload {
-    ~ClearAtUnload() {
-        const CSmartWriteLocker locker(TheAccounts().m_lock);
-        TheAccounts().m_byPrincipal.clear();
-    }
-} s_clearAtUnload;
+const AtUnload s_clear([] {
+    Accounts& accounts = TheAccounts();
+    const CSmartWriteLocker locker(accounts.m_lock);
+    accounts.m_byPrincipal.clear();
+});
 
 }  // namespace
 

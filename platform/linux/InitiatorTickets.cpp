@@ -5,6 +5,7 @@
 #include <chrono>
 #include <utility>
 
+#include "harrow/AtUnload.h"
 #include "harrow/STrace.h"
 #include "platform/NeverDestroyed.h"
 #include "platform/linux/Krb5Words.h"
@@ -64,9 +65,7 @@ Identities& DefaultIdentities() {
 }
 
 // Tickets do not stay in the process when the library leaves it.
-const struct ClearAtUnload {
-    ~ClearAtUnload() { DefaultIdentities().Clear(); }
-} s_clearAtUnload;
+const Harrowlib201::AtUnload s_clear([] { DefaultIdentities().Clear(); });
 
 std::string CacheText(krb5_context i_context, krb5_ccache i_cache) {
     Krb5String name(i_context);

@@ -10,6 +10,7 @@
 #include <new>
 #include <utility>
 
+#include "harrow/AtUnload.h"
 #include "harrow/CS_Wrapper.h"
 #include "platform/linux/KdcTransport.h"
 #include "platform/linux/ServiceProfile.h"
@@ -186,9 +187,7 @@ private:
 constinit Pool g_pool;
 
 // Gives the idle contexts back to the library when this one is unloaded; a lease that returns later is freed at once.
-const struct Closer {
-    ~Closer() { g_pool.Close(); }
-} g_closer;
+const Harrowlib201::AtUnload g_close([] { g_pool.Close(); });
 
 }  // namespace
 

@@ -7,6 +7,7 @@
 #include <set>
 #include <utility>
 
+#include "harrow/AtUnload.h"
 #include "harrow/STrace.h"
 #include "platform/NeverDestroyed.h"
 
@@ -41,13 +42,12 @@ bool IsInherited(Record& i_record, int& o_nError) S_REQUIRES(i_record.m_section)
 }
 
 // What it holds must not count as lost when the library is unloaded.
-const struct ClearAtUnload {
-    ~ClearAtUnload() {
-        const CS_Locker locker(TheRecord().m_section);
-        TheRecord().m_service.reset();
-        TheRecord().m_users.clear();
-    }
-} s_clearAtUnload;
+const Harrowlib201::AtUnload s_clear([] {
+    Record& record = TheRecord();
+    const CS_Locker locker(record.m_section);
+    record.m_service.reset();
+    record.m_users.clear();
+});
 
 }  // namespace
 

@@ -2,7 +2,7 @@
 
 Usage: scripts/realm surroundings_test.py EXAMPLE [CASE]. Each case runs in a process of its own, through the Python example.
 """
-import concurrent.futures, ctypes, importlib.util, os, pathlib, re, resource, select, shutil, signal, socket, subprocess, sys, threading, time  # noqa: E401
+import concurrent.futures, contextlib, ctypes, importlib.util, os, pathlib, re, resource, select, shutil, signal, socket, subprocess, sys, threading, time  # noqa: E401
 
 REALM = os.environ["MORWEN_REALM_DIR"]
 USED, UNTAKEN, BOB = "SSOAcceptLogin: code 100", "SSOStartLogin: code 100", ("MORWEN\\bob", "bob-secret")
@@ -123,21 +123,29 @@ def descriptors():
     assert refused and os.listdir("/proc/self/fd") == before, refused
 
 
+def forked(work):
+    child = os.fork()
+    if child == 0:
+        signal.alarm(5)
+        work()
+        ctypes.CDLL(None).exit(0)  # with all that runs at a program's end; the package has not been ended
+    assert os.waitpid(child, 0)[1] == 0, "the child did not end cleanly"
+
+
 def fork():
     settings = example.wide("SI_CACHE_SECCONTEXT"), example.wide("1")
     keep = example.Parameter(ctypes.addressof(settings[0]), 3, ctypes.addressof(settings[1]), None)
     example.call("SSOInitProvider", example.wide("SSPI"), ctypes.byref(keep))  # a thread of the library runs from now on
     for work in (lambda: None, lambda: expect(""), example.library.SSOTermPackage):
-        child = os.fork()
-        if child == 0:
-            signal.alarm(5)
-            work()
-            ctypes.CDLL(None).exit(0)  # with all that runs at a program's end; the package has not been ended
-        assert os.waitpid(child, 0)[1] == 0, "the child did not end cleanly"
+        forked(work)
         expect("")
+    with logging_on():  # whatever their locks protect just then
+        for _ in range(200):
+            forked(lambda: None)
 
 
-def end():
+@contextlib.contextmanager
+def logging_on():
     def log_on():
         while running:
             seen.add(outcome())
@@ -145,15 +153,22 @@ def end():
     threads = [threading.Thread(target=log_on) for _ in range(4)]
     for thread in threads:
         thread.start()
-    for _ in range(20):
-        time.sleep(0.05)
-        assert example.library.SSOTermPackage() == 0
-        assert outcome().endswith("code 100")
-        assert example.library.SSOInitPackage() == 0
-    running = False
-    for thread in threads:
-        thread.join()
+    try:
+        yield seen
+    finally:
+        running = False
+        for thread in threads:
+            thread.join()
     expect("")
+
+
+def end():
+    with logging_on() as seen:
+        for _ in range(20):
+            time.sleep(0.05)
+            assert example.library.SSOTermPackage() == 0
+            assert outcome().endswith("code 100")
+            assert example.library.SSOInitPackage() == 0
     assert "" in seen and all("code 100" in words for words in seen if words), seen
 
 

@@ -1,0 +1,12 @@
+// Processes do not fork here.
+#include "harrow/OwnProcess.h"
+
+namespace Harrowlib201 {
+
+void OwnProcess::Note() noexcept {}
+
+bool OwnProcess::IsForkedChild() noexcept {
+    return false;
+}
+
+}  // namespace Harrowlib201
