@@ -37,6 +37,9 @@ void ErrorManager::SetThreadError(const SSOException& i_exception) noexcept {
     try {
         void* pvEarlier = JTCTSS::get(m_slot);
         JTCTSS::set(m_slot, pError);
+        if (i_exception.GetCode() == SSO_OUT_OF_MEMORY) {
+            return;  // the one static record: nobody frees it, and there may be no memory to note it down
+        }
         try {
             const CSmartWriteLocker locker(m_lock);
             m_setErrors.insert(pError);
