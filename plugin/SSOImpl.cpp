@@ -391,7 +391,12 @@ uint32_t SSOImpl::SSOAcceptLogin(const SWCharString& i_ssType, const SWCharStrin
             try {
                 logonInformation.ToParasSeq(o_ppLogonInformation);
             } catch (...) {
-                m_pContextManager->Remove(ssSessionKey);  // if it is a context's, nobody would ever name it
+                // Nobody would ever name what is new.
+                if (nResult == SSO_ACCEPTED) {
+                    m_pContextManager->Remove(ssSessionKey);
+                } else if (!(ssSessionKey == i_ssSessionKey)) {
+                    m_pSessionManager->ReleaseSession(ssSessionKey);
+                }
                 throw;
             }
         }

@@ -36,7 +36,7 @@ public:
     SessionStep(SessionCache& i_cache, const SSOSessionPtr& i_pSession, bool i_bNew)
         : m_cache(i_cache), m_pSession(i_pSession), m_bRelease(i_bNew) {
         if (!i_bNew && !m_pSession->TryBegin()) {
-            S_TRACE("ssoplugin: SessionManager -- Another call is at work on the session.");
+            S_TRACE("ssoplugin: SessionStep::SessionStep() -- Another call is at work on the session.");
             throw SSOException(SSO_ERROR);
         }
     }
@@ -199,6 +199,10 @@ uint32_t SessionManager::GenerateServerContext(const SWCharString& i_ssType, con
     step.Keep();
     S_TRACE("ssoplugin: SessionManager::GenerateServerContext() -- returning %1", nStatus);
     return nStatus;
+}
+
+void SessionManager::ReleaseSession(const SWCharString& i_ssSessionKey) {
+    m_sessionCache.ReleaseSession(SSOSession::SessionIdentifier(i_ssSessionKey));
 }
 
 uint32_t SessionManager::AcquireCurrentContext(const SWCharString& i_ssType, const ParasSeq* i_pParameters,

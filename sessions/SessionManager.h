@@ -29,6 +29,9 @@ public:
                                    SSOLength* o_pnBufferLength, bool i_bWantLogonInformation,
                                    Parameters& o_logonInformation, SWCharString& o_ssKey);
 
+    // Lets a login go that has not ended; does nothing when there is none under the key.
+    void ReleaseSession(const SWCharString& i_ssSessionKey);
+
     // Keeps the calling thread's identity as a context. Returns 0 and the context's key.
     uint32_t AcquireCurrentContext(const SWCharString& i_ssType, const ParasSeq* i_pParameters, SWCharString& o_ssKey);
 
