@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <iterator>
 #include <limits>
+#include <new>
 #include <string>
 
 #include "errors/SSOException.h"
@@ -168,22 +169,24 @@ void GetLogonInformation(const SSOSessionPtr& i_pSession, Parameters& o_paramete
         S_TRACE("ssoplugin: KerberosSSPIHandler::GetLogonInformation() -- Wrong type of SSOSessionPtr passed in.");
         throw SSOException(SSO_ERROR);
     }
-    LogonToken token(pSession->GetContext());
     Parameters information = o_parameters;
-    bool bReverted = false;
-    try {
-        ReadToken(token.get(), information);
-        bReverted = token.End();
-    } catch (...) {
+    LogonToken token(pSession->GetContext());
+    // Whatever has failed before, the host must learn that this thread is not itself.
+    const auto requireEnd = [&token] {
         if (!token.End()) {
-            // Whatever failed before, the host must learn that this thread is not itself.
             throw SSOException(SSO_ERROR, kMsgImpersonation);
         }
+    };
+    try {
+        ReadToken(token.get(), information);
+    } catch (const std::bad_alloc&) {
+        requireEnd();
+        throw SSOException(SSOException::OutOfMemory());
+    } catch (...) {
+        requireEnd();
         throw;
     }
-    if (!bReverted) {
-        throw SSOException(SSO_ERROR, kMsgImpersonation);
-    }
+    requireEnd();
     o_parameters = std::move(information);
 }
 
