@@ -168,7 +168,8 @@ std::shared_ptr<DelegatedTickets> ReceivedTickets(krb5_context i_context, krb5_a
         }
     }
     if (!bKept) {
-        S_TRACE("ssoplugin: Delegation -- %1 delegates no ticket-granting ticket.", PrincipalText(i_context, i_client));
+        S_TRACE("ssoplugin: ReceivedTickets() -- %1 delegates no ticket-granting ticket.",
+                PrincipalText(i_context, i_client));
         return nullptr;
     }
     Krb5String name(i_context);

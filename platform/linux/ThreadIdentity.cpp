@@ -30,7 +30,8 @@ constinit thread_local ThreadState t_state{};
 
 int GetStuck(int i_nError) noexcept {
     t_state.m_bStuck = true;
-    S_TRACE("ssoplugin: ThreadIdentity -- The thread could not be made the service again: error %1.", i_nError);
+    S_TRACE("ssoplugin: ThreadIdentity::GetStuck() -- The thread could not be made the service again: error %1.",
+            i_nError);
     return i_nError;
 }
 
@@ -121,7 +122,8 @@ ServiceScope::ServiceScope() noexcept : m_bService(!t_state.m_bStuck) {
         t_state.m_bBeganAsService = !ServiceRecord::IsInherited();
         if (!t_state.m_bBeganAsService) {
             S_TRACE(
-                "ssoplugin: ServiceScope -- The thread began as a user, and makes no Kerberos call before a revert.");
+                "ssoplugin: ServiceScope::ServiceScope() -- The thread began as a user, and makes no Kerberos call "
+                "before a revert.");
             m_bService = false;
         }
     }
