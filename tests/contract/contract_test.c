@@ -97,7 +97,7 @@ static void NotStarted(void) {
     ParasSeq* chain = NULL;
     void* buffer = NULL;
     SSOChar* text = NULL;
-    SSOLength length = 0;
+    SSOLength length = 77; /* nothing is touched */
     const uint32_t codes[] = {
         g_Sso.SSOInitProvider(u"SSPI", NULL),
         g_Sso.SSOGetRequiredParameters(u"SSPI", &chain),
@@ -117,7 +117,7 @@ static void NotStarted(void) {
     for (size_t i = 0; i < sizeof(codes) / sizeof(codes[0]); ++i) {
         FAILS(codes[i], SSO_ERROR, 0);
     }
-    CHECK(chain == NULL && buffer == NULL && text == NULL && length == 0);
+    CHECK(chain == NULL && buffer == NULL && text == NULL && length == 77);
     CHECK(g_Sso.SSOFreeString(NULL) == SSO_OK && g_Sso.SSOFreeParameters(NULL) == SSO_OK);
     CHECK(g_Sso.SSOFreeError(NULL) == SSO_OK && g_Sso.SSOFreeBuffer(NULL) == SSO_OK);
 }
@@ -153,8 +153,8 @@ static void Errors(void) {
     static const struct {
         uint32_t id;
         int places;
-    } kMessages[] = {{42038, 1}, {42254, 0}, {42502, 0}, {47300, 0}, {47702, 0}, {50054, 0}, {61211, 0},
-                     {61212, 0}, {61213, 1}, {61214, 0}, {61215, 0}, {61216, 1}, {61217, 0}};
+    } kMessages[] = {{42038, 1}, {42254, 0}, {42256, 0}, {42502, 0}, {47300, 0}, {47702, 0}, {50054, 0},
+                     {61211, 0}, {61212, 0}, {61213, 1}, {61214, 0}, {61215, 0}, {61216, 1}, {61217, 0}};
     for (size_t i = 0; i < sizeof(kMessages) / sizeof(kMessages[0]); ++i) {
         SSOChar* text = NULL;
         int places = 0;

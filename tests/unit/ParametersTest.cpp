@@ -61,6 +61,15 @@ TEST_F(ParametersTest, GettersByTagAndText) {
     }
 }
 
+TEST_F(ParametersTest, ChecksKeysAlone) {
+    const Parameters two(Chain({{u"a", 1, u"x"}, {u"b", 2, u"2"}}));
+    EXPECT_TRUE(two.CheckParameters(Parameters(Chain({{u"b", 1, nullptr}}))));
+    EXPECT_FALSE(two.CheckParameters(Parameters(Chain({{u"a", 1, u"x"}, {u"c", 1, u"x"}}))));
+    EXPECT_FALSE(m_trace.Contains("Nothing to check!"));
+    EXPECT_TRUE(Parameters().CheckParameters(Parameters()));
+    EXPECT_TRUE(m_trace.Contains("Parameters::CheckParameters() -- Nothing to check!"));
+}
+
 TEST_F(ParametersTest, WritesOneSortedBlock) {
     Parameters parameters(Chain({{u"b", 2, u"2"}, {u"c", 7, nullptr}, {u"", 1, u"x"}}));
     parameters.SetParameter(u"a", false);
