@@ -297,6 +297,7 @@ public:
     const std::string& Key() const noexcept { return m_key; }
     // There is a context and it has not expired.
     bool IsAlive() const { return SSOLookupSecurityContext(Wide(m_key).c_str()) == SSO_OK; }
+    // Another context that has this key is let go; decimal digits may be another one's, now or later.
     void Rename(std::string i_key) {
         Check("SSOAssociateSecurityContext", SSOAssociateSecurityContext(Wide(m_key).c_str(), Wide(i_key).c_str()));
         m_key = std::move(i_key);
@@ -312,6 +313,7 @@ private:
 };
 
 // The client's half. Send Token(), pass each answer to Continue, until IsDone(): then the server is authenticated.
+// One that is given up before stays in memory until the package ends.
 class ClientLogin {
 public:
     // i_login holds SSO_KEY_SPN. An empty user name means the logged-on user's own tickets, else it is DOMAIN\user. The
@@ -366,7 +368,7 @@ struct LogonInformation {
 };
 
 // The server's half. Pass each token of the client to Accept and send what it returns; when the client sends nothing
-// more, Close.
+// more, Close. One that is given up in between stays in memory until the package ends.
 class ServerLogin {
 public:
     // What to send to the client; empty when there is nothing. Throws Error for a token that is refused, and

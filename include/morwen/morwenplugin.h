@@ -12,13 +12,16 @@
  * 4. Out pointers must point to a null pointer on entry: the plug-in overwrites what stands there, and an allocation
  *    that stood there is lost (which an assertion reports). An out pointer may be null only where the text says so.
  * 5. Outputs on failure. When a function fails, every text, chain and buffer that it would have handed out is null and
- *    every length 0; there is nothing to free.
+ *    every length 0; there is nothing to free. A call that is refused before it begins (the package is not started, a
+ *    null argument, SSOContinueLogin with an empty answer) leaves the outputs as they were.
  * 6. Threads. Every function may be called on any thread, and by many at once. Of two calls with the same session key
  * at the same time one fails with SSO_ERROR and changes nothing. SSOTermPackage waits for calls under way on other
  * threads, and no call may be started after the last SSOTermPackage until SSOInitPackage is called again (it would
  * return SSO_ERROR).
  * 7. Errors. After a code of SSO_DENIED or above, SSOGetError on the same thread gives a record of what happened, once,
- *    for most failures; where the text says "no record", there is none.
+ *    for most failures; where the text says "no record", there is none. A record that another failure of the thread has
+ *    overtaken, or whose thread has ended, stays in memory until the package ends: a server calls SSOGetError after
+ *    every failure, or strangers' bad tokens pile them up.
  */
 #ifndef MORWEN_MORWENPLUGIN_H
 #define MORWEN_MORWENPLUGIN_H
@@ -99,9 +102,13 @@ typedef struct SSOError {
 #define SSO_KEY_SPN "SI_SERVER_SSPI_SPN"
 /* Bool: keep the contexts of accepted logins; true unless set. */
 #define SSO_KEY_CACHE_CONTEXTS "SI_CACHE_SECCONTEXT"
-/* Long: seconds that a context is kept, counted from the login; 0, or never set: as long as its ticket. */
+/* Long: seconds that a context serves, counted from the login. SSPI: 0 unless set, which means as long as its ticket;
+ * SSOImpersonate and renewal look at it, lookup and clean-up go by the ticket. THREADTOKEN: one day unless set, 0 for
+ * ever; lookup and clean-up go by it too. */
 #define SSO_KEY_CACHE_EXPIRY "SSPI_CTXT_CACHE_EXPIRY"
-/* Bool: renew kept contexts before they run out; true unless set. */
+/* Bool: renew kept contexts of SSPI before their tickets run out; true unless set. Nothing is renewed without tickets
+ * that the user has delegated, SSO_KEY_SPN among the provider's settings, and a SSO_KEY_CACHE_EXPIRY that is longer
+ * than the ticket's life and not over. */
 #define SSO_KEY_RENEWALS "CONTEXT_RENEWALS_ALLOWED"
 /* String, from SSOAcceptLogin: the user's security identifier. */
 #define SSO_KEY_USER_SID "SSPI_USER_SID"
@@ -119,8 +126,8 @@ SSO_API uint32_t SSOInitPackage(void);
 SSO_API uint32_t SSOTermPackage(void);
 
 /* Makes the handler of a provider type and gives it its settings. A setting that is absent keeps its value; a setting
- * of the wrong type fails the call and changes nothing. SSO_KEY_SPN among them is the name under which the server
- * renews kept contexts. May be called again. */
+ * of the wrong type fails the call and changes nothing. SSO_KEY_SPN is the name under which the server renews kept
+ * contexts; it is not checked here, and a call without it takes it away. May be called again. */
 SSO_API uint32_t SSOInitProvider(const SSOChar* i_pszType, const ParasSeq* i_pParameters);
 
 /* The parameters that a login of this type needs, with empty values. Out: goes back through SSOFreeParameters. */
@@ -128,22 +135,26 @@ SSO_API uint32_t SSOGetRequiredParameters(const SSOChar* i_pszType, ParasSeq** o
 
 /* Client: begins a login. With an empty user name the logged-on user's own tickets are used; otherwise the name has the
  * form DOMAIN\user and the password goes with it. The parameters must hold SSO_KEY_SPN. Returns SSO_CONTINUE (send the
- * token, then SSOContinueLogin with the answer), or SSO_OK when no answer is awaited. Out: session key
- * (SSOFreeString), token (SSOFreeBuffer) and its length in bytes. */
+ * token, then SSOContinueLogin with the answer), or SSO_OK when no answer is awaited. A failure leaves no session.
+ * Nothing but SSOTermPackage ends a session whose login is not completed. Out: session key (SSOFreeString), token
+ * (SSOFreeBuffer) and its length in bytes. */
 SSO_API uint32_t SSOStartLogin(const SSOChar* i_pszUser, const SSOChar* i_pszPassword, const SSOChar* i_pszType,
                                const ParasSeq* i_pParameters, SSOChar** o_ppszSessionKey, void** o_ppvBuffer,
                                SSOLength* o_pnBufferLength);
 
 /* Client: goes on with the server's answer. SSO_OK: the server is authenticated and the session is gone. SSO_CONTINUE:
- * another round. A token that is refused leaves the session as it was. Out: next token (may be null) and its length. */
+ * another round. A token that is refused leaves the session as it was. Out: next token (SSOFreeBuffer; may be null) and
+ * its length. */
 SSO_API uint32_t SSOContinueLogin(const SSOChar* i_pszSessionKey, const void* i_pvBuffer, SSOLength i_nBufferLength,
                                   void** o_ppvBuffer, SSOLength* o_pnBufferLength);
 
 /* Server: takes a client's token. First with an empty session key; SSO_CONTINUE gives the key for the next call of this
  * login. When there is an answer, send it. A server whose client sends nothing more calls again with the key, a null
- * buffer and length 0 to close the login. SSO_ACCEPTED: the user is who the ticket says, and o_ppszSessionKey holds the
- * key of the kept context (or SSO_KEY_TEXT_CACHING_OFF). Out: answer (SSOFreeBuffer; may be null), its length, logon
- * information (SSOFreeParameters; the pointer may be null when it is not wanted), key (SSOFreeString). */
+ * buffer and length 0 to close the login. A first call that fails leaves no session; after a token that is refused
+ * later the key still names the login, which only SSOTermPackage ends when it is not completed. SSO_ACCEPTED: the user
+ * is who the ticket says, and o_ppszSessionKey holds the key of the kept context (or SSO_KEY_TEXT_CACHING_OFF). Out:
+ * answer (SSOFreeBuffer; may be null), its length, logon information (SSOFreeParameters; the pointer may be null when
+ * it is not wanted), key (SSOFreeString). */
 SSO_API uint32_t SSOAcceptLogin(const SSOChar* i_pszType, const SSOChar* i_pszSessionKey, const void* i_pvBuffer,
                                 SSOLength i_nBufferLength, void** o_ppvBuffer, SSOLength* o_pnBufferLength,
                                 ParasSeq** o_ppLogonInformation, SSOChar** o_ppszSessionKey);
@@ -154,7 +165,9 @@ SSO_API uint32_t SSOImpersonate(const SSOChar* i_pszContextKey);
 /* The calling thread is itself again. Also for a context that has expired meanwhile. */
 SSO_API uint32_t SSORevert(const SSOChar* i_pszContextKey);
 
-/* Gives a context a key of the host's choice; the old key names nothing afterwards. SSO_NO_CONTEXT if there is none. */
+/* Gives a context a key of the host's choice; the old key names nothing afterwards. A context that has the new key
+ * already is let go. Decimal digits may be another context's key, now or later: do not choose such a key.
+ * SSO_NO_CONTEXT if there is no context under the old key. */
 SSO_API uint32_t SSOAssociateSecurityContext(const SSOChar* i_pszContextKey, const SSOChar* i_pszNewKey);
 
 /* Keeps the identity that the calling thread has (type "THREADTOKEN"). Out: the context's key (SSOFreeString). */
