@@ -4,8 +4,7 @@
  *
  * 1. Results. Every function returns a 32-bit code (enum SSOCode). SSO_OK, SSO_CONTINUE and SSO_ACCEPTED are successes,
  *    everything else is an error. No C++ exception ever leaves a function.
- * 2. Text is UTF-16, ended by a zero unit (SSOChar: char16_t, on Windows wchar_t). A null input text means the empty
- * text.
+ * 2. Text is UTF-16, ended by a zero unit (SSOChar: char16_t, on Windows wchar_t). A null input is the empty text.
  * 3. Ownership. Whatever a function writes through an "out" pointer was allocated by the plug-in and goes back through
  *    the function that the text names (SSOFreeBuffer, SSOFreeString, SSOFreeParameters, SSOFreeError), never through
  *    free or delete. What the host passes in stays the host's; the plug-in keeps no pointer to it.
@@ -15,9 +14,8 @@
  *    every length 0; there is nothing to free. A call that is refused before it begins (the package is not started, a
  *    null argument, SSOContinueLogin with an empty answer) leaves the outputs as they were.
  * 6. Threads. Every function may be called on any thread, and by many at once. Of two calls with the same session key
- * at the same time one fails with SSO_ERROR and changes nothing. SSOTermPackage waits for calls under way on other
- * threads, and no call may be started after the last SSOTermPackage until SSOInitPackage is called again (it would
- * return SSO_ERROR).
+ *    at the same time one fails with SSO_ERROR and changes nothing. SSOTermPackage waits for calls under way on other
+ *    threads; a call between the last SSOTermPackage and the next SSOInitPackage returns SSO_ERROR.
  * 7. Errors. After a code of SSO_DENIED or above, SSOGetError on the same thread gives a record of what happened, once,
  *    for most failures; where the text says "no record", there is none. A record that another failure of the thread has
  *    overtaken, or whose thread has ended, stays in memory until the package ends: a server calls SSOGetError after
