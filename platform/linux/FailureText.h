@@ -10,8 +10,8 @@
 
 namespace morwen {
 
-// Remembers the text (UTF-8, cut at 511 bytes on a character border) for the status on the calling thread, in place of
-// the one before, and returns the status. Never throws.
+// Remembers the text (UTF-8, cut at 511 bytes on a character border, control characters hidden) for the status on the
+// calling thread, in place of the one before, and returns the status. Never throws.
 SECURITY_STATUS FailWith(SECURITY_STATUS i_nStatus, std::string_view i_text) noexcept;
 
 // The text that belongs to the status on the calling thread; empty if the thread's last failure was another.

@@ -11,9 +11,8 @@
 namespace morwen {
 
 // Releases the object with whatever context the pool lends then: these objects are plain data or counted entries of
-// tables of the process, and belong to no context (checked with the address sanitizer). Without memory for one
-// they stay. Names and tickets are released without one, because libkrb5 needs none for
-// them.
+// tables of the process, and belong to no context (checked with the address sanitizer). Without memory for one they
+// stay. Names and tickets are released without one, because libkrb5 needs none for them.
 template <class T, auto Release>
 class Krb5Kept {
 public:

@@ -1,6 +1,5 @@
 #include "platform/linux/Krb5Words.h"
 
-#include <algorithm>
 #include <array>
 #include <ctime>
 

@@ -145,7 +145,6 @@ TEST_F(Impersonation, LogsOnElsewhereAsTheUserOrNotAtAll) {
     }).join();
 }
 
-// No account that every machine has is in groups, so this process sees a table of groups of its own.
 // A host that has lowered its thread, and keeps the right to change who it is: neither its real nor its saved id is the
 // one to go back to.
 TEST_F(Impersonation, GoesBackToAnEffectiveIdOfItsOwn) {
@@ -166,6 +165,7 @@ TEST_F(Impersonation, GoesBackToAnEffectiveIdOfItsOwn) {
     }).join();
 }
 
+// No account that every machine has is in groups, so this process sees a table of groups of its own.
 TEST_F(ImpersonatedGroups, AreThoseOfTheAccount) {
     const std::string table = RealmPath("group");
     std::string groups = Content("/etc/group") + "morwen-one:x:64101:news\nmorwen-two:x:64102:bin,news\n";
