@@ -12,7 +12,7 @@
 #include "cache/SecContextCache.h"
 #include "cache/SecContextUpdateThread.h"
 #include "handlers/HandlerToken.h"
-#include "handlers/SSOHandlerFactory.h"
+#include "handlers/factory/SSOHandlerFactory.h"
 #include "handlers/kerberos/SSPISession.h"
 #include "handlers/kerberos/SSPIStaticToken.h"
 #include "params/SequenceOwner.h"

@@ -6,7 +6,7 @@
 
 #include "bench/Bench.h"
 #include "bench/ExportLogon.h"
-#include "harrow/STrace.h"
+#include "harrow/log/STrace.h"
 #include "params/Parameters.h"
 #include "params/SequenceOwner.h"
 #include "plugin/SSOImpl.h"

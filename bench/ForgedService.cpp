@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "platform/linux/Krb5Owners.h"
+#include "platform/linux/krb5/Krb5Owners.h"
 
 // libkrb5 exports both for its KDC, but its header does not declare them.
 extern "C" {

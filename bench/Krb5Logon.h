@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "bench/ExportLogon.h"
-#include "platform/linux/Krb5Owners.h"
+#include "platform/linux/krb5/Krb5Owners.h"
 
 namespace morwen::bench {
 

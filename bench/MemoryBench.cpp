@@ -8,7 +8,7 @@
 
 #include "bench/Bench.h"
 #include "bench/ExportLogon.h"
-#include "platform/linux/Krb5Owners.h"
+#include "platform/linux/krb5/Krb5Owners.h"
 
 namespace morwen::bench {
 

@@ -1,7 +1,7 @@
 #include "cache/ContextManager.h"
 
 #include "errors/SSOException.h"
-#include "harrow/STrace.h"
+#include "harrow/log/STrace.h"
 #include "morwen/morwenplugin.h"
 
 namespace morwen {

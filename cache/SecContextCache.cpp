@@ -7,8 +7,8 @@
 
 #include "cache/SecContextUpdateThread.h"
 #include "errors/SSOException.h"
-#include "harrow/STrace.h"
-#include "harrow/SWCharStringConv.h"
+#include "harrow/log/STrace.h"
+#include "harrow/text/SWCharStringConv.h"
 #include "morwen/morwenplugin.h"
 #include "platform/Platform.h"
 

@@ -4,9 +4,9 @@
 #include <limits>
 #include <map>
 
-#include "cache/StaticToken.h"
-#include "harrow/CS_Wrapper.h"
-#include "harrow/TerminatingThread.h"
+#include "handlers/StaticToken.h"
+#include "harrow/locks/CS_Wrapper.h"
+#include "harrow/threads/TerminatingThread.h"
 #include "platform/OsTypes.h"
 
 namespace morwen {

@@ -2,7 +2,7 @@
 
 #include "cache/SecContextCache.h"
 #include "errors/SSOException.h"
-#include "harrow/STrace.h"
+#include "harrow/log/STrace.h"
 #include "platform/Platform.h"
 
 namespace morwen {

@@ -1,7 +1,7 @@
 // The thread that removes expired contexts and renews those that near their end.
 #pragma once
 
-#include "harrow/TerminatingThread.h"
+#include "harrow/threads/TerminatingThread.h"
 
 namespace morwen {
 

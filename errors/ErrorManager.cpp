@@ -2,8 +2,8 @@
 
 #include "errors/ErrorRecord.h"
 #include "errors/HostText.h"
-#include "harrow/SResManager.h"
-#include "harrow/STrace.h"
+#include "harrow/log/SResManager.h"
+#include "harrow/log/STrace.h"
 
 namespace morwen {
 

@@ -4,9 +4,9 @@
 #include <set>
 
 #include "errors/SSOException.h"
-#include "harrow/CRWLock.h"
-#include "harrow/CRefCount.h"
-#include "harrow/JTC.h"
+#include "harrow/lifetime/CRefCount.h"
+#include "harrow/locks/CRWLock.h"
+#include "harrow/threads/JTC.h"
 #include "morwen/morwenplugin.h"
 
 namespace morwen {

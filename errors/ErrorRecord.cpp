@@ -5,7 +5,7 @@
 #include <cstdlib>
 
 #include "errors/HostText.h"
-#include "harrow/STrace.h"
+#include "harrow/log/STrace.h"
 
 namespace morwen {
 

@@ -1,7 +1,7 @@
 // Texts as the host sees them, and the memory that they lie in.
 #pragma once
 
-#include "harrow/SWCharString.h"
+#include "harrow/text/SWCharString.h"
 #include "morwen/morwenplugin.h"
 
 namespace morwen {

@@ -3,7 +3,7 @@
 
 #include <span>
 
-#include "harrow/SResManager.h"
+#include "harrow/log/SResManager.h"
 
 namespace morwen {
 

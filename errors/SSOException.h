@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "harrow/SWCharString.h"
+#include "harrow/text/SWCharString.h"
 
 namespace morwen {
 

@@ -1,7 +1,7 @@
 // What a handler needs of the user or the service to take part in a handshake.
 #pragma once
 
-#include "harrow/CRefCount.h"
+#include "harrow/lifetime/CRefCount.h"
 
 namespace morwen {
 

@@ -4,11 +4,11 @@
 #include <cstdint>
 
 #include "handlers/SSOCredentials.h"
-#include "harrow/CRWLock.h"
-#include "harrow/CRefCount.h"
-#include "harrow/STimeSpan.h"
+#include "handlers/SSOSession.h"
+#include "harrow/lifetime/CRefCount.h"
+#include "harrow/locks/CRWLock.h"
+#include "harrow/time/STimeSpan.h"
 #include "params/Parameters.h"
-#include "sessions/SSOSession.h"
 
 namespace morwen {
 

@@ -1,7 +1,7 @@
 // The operating system's words for an error.
 #pragma once
 
-#include "harrow/SWCharString.h"
+#include "harrow/text/SWCharString.h"
 #include "platform/OsTypes.h"
 
 namespace morwen {

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "harrow/SWCharString.h"
+#include "harrow/text/SWCharString.h"
 #include "morwen/morwenplugin.h"
 
 namespace morwen {

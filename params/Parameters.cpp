@@ -7,8 +7,8 @@
 
 #include "errors/HostText.h"
 #include "errors/SSOException.h"
-#include "harrow/STrace.h"
-#include "harrow/SWCharStringConv.h"
+#include "harrow/log/STrace.h"
+#include "harrow/text/SWCharStringConv.h"
 #include "params/SequenceOwner.h"
 #include "params/SequenceParser.h"
 

@@ -1,7 +1,7 @@
 #include "params/SequenceParser.h"
 
 #include "errors/HostText.h"
-#include "harrow/STrace.h"
+#include "harrow/log/STrace.h"
 
 namespace morwen {
 

@@ -3,8 +3,8 @@
 
 #include <memory>
 
-#include "harrow/SWCharString.h"
-#include "harrow/SecureWipe.h"
+#include "harrow/lifetime/SecureWipe.h"
+#include "harrow/text/SWCharString.h"
 #include "platform/OsTypes.h"
 
 namespace morwen {

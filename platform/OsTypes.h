@@ -2,7 +2,7 @@
 #pragma once
 
 #ifdef _WIN32
-#include "platform/windows/WindowsTypes.h"
+#include "platform/windows/types/WindowsTypes.h"
 #else
-#include "platform/linux/LinuxTypes.h"
+#include "platform/linux/types/LinuxTypes.h"
 #endif

@@ -8,12 +8,12 @@
 #include "errors/HostText.h"
 #include "errors/MessageTable.h"
 #include "errors/SSOException.h"
-#include "handlers/SSOHandlerFactory.h"
-#include "harrow/CSingleton.h"
-#include "harrow/OwnProcess.h"
-#include "harrow/SLogger.h"
-#include "harrow/SResManager.h"
-#include "harrow/STrace.h"
+#include "handlers/factory/SSOHandlerFactory.h"
+#include "harrow/lifetime/CSingleton.h"
+#include "harrow/lifetime/OwnProcess.h"
+#include "harrow/log/SLogger.h"
+#include "harrow/log/SResManager.h"
+#include "harrow/log/STrace.h"
 #include "plugin/Version.h"
 
 namespace morwen {

@@ -5,8 +5,8 @@
 
 #include "cache/ContextManager.h"
 #include "errors/ErrorManager.h"
-#include "harrow/CRWLock.h"
-#include "harrow/JTC.h"
+#include "harrow/locks/CRWLock.h"
+#include "harrow/threads/JTC.h"
 #include "morwen/morwenplugin.h"
 #include "sessions/SessionManager.h"
 

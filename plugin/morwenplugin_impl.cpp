@@ -1,7 +1,7 @@
 // The 21 exports: each brings the host's arguments into the library's own types and calls the core. Nothing thrown
 // passes.
 #include "errors/HostText.h"
-#include "harrow/STrace.h"
+#include "harrow/log/STrace.h"
 #include "morwen/morwenplugin.h"
 #include "plugin/SSOImpl.h"
 

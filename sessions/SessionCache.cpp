@@ -1,7 +1,7 @@
 #include "sessions/SessionCache.h"
 
 #include "errors/SSOException.h"
-#include "harrow/STrace.h"
+#include "harrow/log/STrace.h"
 
 namespace morwen {
 

@@ -4,8 +4,8 @@
 #include <map>
 
 #include "handlers/SSOHandler.h"
-#include "harrow/CRWLock.h"
-#include "sessions/SSOSession.h"
+#include "handlers/SSOSession.h"
+#include "harrow/locks/CRWLock.h"
 
 namespace morwen {
 

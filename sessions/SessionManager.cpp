@@ -6,8 +6,8 @@
 
 #include "errors/SSOException.h"
 #include "handlers/HandlerToken.h"
-#include "handlers/SSOHandlerFactory.h"
-#include "harrow/STrace.h"
+#include "handlers/factory/SSOHandlerFactory.h"
+#include "harrow/log/STrace.h"
 
 namespace morwen {
 

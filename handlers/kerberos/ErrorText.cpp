@@ -3,7 +3,7 @@
 #include <string>
 
 #include "handlers/SystemErrorText.h"
-#include "harrow/SWCharStringConv.h"
+#include "harrow/text/SWCharStringConv.h"
 
 namespace morwen {
 

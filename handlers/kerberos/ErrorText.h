@@ -1,7 +1,7 @@
 // What a status or a system error means, for traces.
 #pragma once
 
-#include "harrow/SWCharString.h"
+#include "harrow/text/SWCharString.h"
 #include "platform/OsTypes.h"
 
 namespace morwen {

@@ -5,7 +5,7 @@
 #include "errors/SSOException.h"
 #include "handlers/SSOHandler.h"
 #include "handlers/kerberos/ErrorText.h"
-#include "harrow/STrace.h"
+#include "harrow/log/STrace.h"
 #include "platform/OsText.h"
 #include "platform/Platform.h"
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "handlers/SSOCredentials.h"
-#include "harrow/SWCharString.h"
+#include "harrow/text/SWCharString.h"
 #include "platform/OsTypes.h"
 
 namespace morwen {

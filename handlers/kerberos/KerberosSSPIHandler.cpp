@@ -8,7 +8,7 @@
 #include "handlers/kerberos/KerberosSSPICredentials.h"
 #include "handlers/kerberos/LogonInformation.h"
 #include "handlers/kerberos/SSPISession.h"
-#include "harrow/STrace.h"
+#include "harrow/log/STrace.h"
 #include "platform/OsText.h"
 #include "platform/Platform.h"
 

@@ -11,7 +11,7 @@
 #include "errors/SSOException.h"
 #include "handlers/kerberos/ErrorText.h"
 #include "handlers/kerberos/SSPISession.h"
-#include "harrow/STrace.h"
+#include "harrow/log/STrace.h"
 #include "platform/Platform.h"
 
 namespace morwen {

@@ -3,9 +3,9 @@
 
 #include <memory>
 
+#include "handlers/SSOSession.h"
 #include "params/Parameters.h"
 #include "platform/OsTypes.h"
-#include "sessions/SSOSession.h"
 
 namespace morwen {
 

@@ -4,11 +4,11 @@
 
 #include "errors/SSOException.h"
 #include "handlers/HandlerToken.h"
-#include "handlers/SSOHandlerFactory.h"
+#include "handlers/factory/SSOHandlerFactory.h"
 #include "handlers/kerberos/KerberosSSPICredentials.h"
 #include "handlers/kerberos/RevertTrace.h"
 #include "handlers/kerberos/SSPISession.h"
-#include "harrow/STrace.h"
+#include "harrow/log/STrace.h"
 #include "morwen/morwenplugin.h"
 #include "params/SequenceOwner.h"
 #include "platform/Platform.h"

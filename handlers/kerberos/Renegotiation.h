@@ -1,8 +1,8 @@
 // A fresh security context for a user who is logged on already.
 #pragma once
 
-#include "cache/StaticToken.h"
 #include "handlers/SSOCredentials.h"
+#include "handlers/StaticToken.h"
 #include "handlers/kerberos/KerberosSSPIHandler.h"
 #include "platform/OsTypes.h"
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "harrow/STrace.h"
+#include "harrow/log/STrace.h"
 #include "platform/OsTypes.h"
 
 namespace morwen {

@@ -5,7 +5,7 @@
 
 #include "errors/SSOException.h"
 #include "handlers/kerberos/SSPIStaticToken.h"
-#include "harrow/STrace.h"
+#include "harrow/log/STrace.h"
 #include "platform/Platform.h"
 
 namespace morwen {

@@ -1,8 +1,8 @@
 // A Kerberos login in progress.
 #pragma once
 
+#include "handlers/SSOSession.h"
 #include "platform/OsTypes.h"
-#include "sessions/SSOSession.h"
 
 namespace morwen {
 

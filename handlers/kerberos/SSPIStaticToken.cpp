@@ -5,7 +5,7 @@
 #include "errors/SSOException.h"
 #include "handlers/kerberos/Renegotiation.h"
 #include "handlers/kerberos/RevertTrace.h"
-#include "harrow/STrace.h"
+#include "harrow/log/STrace.h"
 #include "morwen/morwenplugin.h"
 #include "platform/Platform.h"
 

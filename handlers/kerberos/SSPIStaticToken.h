@@ -3,7 +3,7 @@
 
 #include <optional>
 
-#include "cache/StaticToken.h"
+#include "handlers/StaticToken.h"
 #include "platform/OsTypes.h"
 
 namespace morwen {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "harrow/SecureWipe.h"
+#include "harrow/lifetime/SecureWipe.h"
 
 namespace morwen {
 

@@ -4,7 +4,7 @@
 #include <array>
 #include <cstdint>
 
-#include "harrow/CS_Wrapper.h"
+#include "harrow/locks/CS_Wrapper.h"
 
 namespace morwen {
 

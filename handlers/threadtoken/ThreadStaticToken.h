@@ -1,7 +1,7 @@
 // The identity of a thread, kept.
 #pragma once
 
-#include "cache/StaticToken.h"
+#include "handlers/StaticToken.h"
 #include "handlers/threadtoken/TokenHandle.h"
 
 namespace morwen {

@@ -5,7 +5,7 @@
 #include "errors/SSOException.h"
 #include "handlers/SystemErrorText.h"
 #include "handlers/threadtoken/ThreadTokenSession.h"
-#include "harrow/STrace.h"
+#include "harrow/log/STrace.h"
 #include "platform/Platform.h"
 
 namespace morwen {

@@ -1,8 +1,8 @@
 // The capture of a thread's identity.
 #pragma once
 
+#include "handlers/SSOSession.h"
 #include "handlers/threadtoken/TokenHandle.h"
-#include "sessions/SSOSession.h"
 
 namespace morwen {
 

@@ -3,7 +3,7 @@
 
 #include <utility>
 
-#include "harrow/STrace.h"
+#include "harrow/log/STrace.h"
 #include "platform/Platform.h"
 
 namespace morwen {

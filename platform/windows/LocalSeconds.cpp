@@ -1,7 +1,7 @@
 // Local time as the system's packages report it: with the difference to UTC that holds now, whatever the date. mktime
 // would not do: it takes that of the date, and listens to the environment's TZ, which the system does not.
-#include "harrow/CalendarSeconds.h"
-#include "platform/windows/WindowsTypes.h"
+#include "harrow/time/CalendarSeconds.h"
+#include "platform/windows/types/WindowsTypes.h"
 
 namespace Harrowlib201 {
 

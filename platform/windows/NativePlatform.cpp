@@ -1,5 +1,5 @@
 // The calls on this system, for everything above.
-#include "platform/NeverDestroyed.h"
+#include "harrow/lifetime/NeverDestroyed.h"
 #include "platform/Platform.h"
 #include "platform/windows/WindowsKernel.h"
 #include "platform/windows/WindowsSspi.h"
@@ -8,9 +8,9 @@
 namespace morwen {
 
 PlatformCalls NativePlatformCalls() {
-    static NeverDestroyed<WindowsSspi> s_sspi;
-    static NeverDestroyed<WindowsTokens> s_tokens;
-    static NeverDestroyed<WindowsKernel> s_kernel;
+    static Harrowlib201::NeverDestroyed<WindowsSspi> s_sspi;
+    static Harrowlib201::NeverDestroyed<WindowsTokens> s_tokens;
+    static Harrowlib201::NeverDestroyed<WindowsKernel> s_kernel;
     return {&*s_sspi, &*s_tokens, &*s_kernel};
 }
 

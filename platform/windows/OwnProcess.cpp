@@ -1,5 +1,5 @@
 // Processes do not fork here.
-#include "harrow/OwnProcess.h"
+#include "harrow/lifetime/OwnProcess.h"
 
 namespace Harrowlib201 {
 

@@ -16,7 +16,7 @@
 #include <utility>
 #include <vector>
 
-#include "harrow/SWCharStringConv.h"
+#include "harrow/text/SWCharStringConv.h"
 #include "platform/Platform.h"
 
 namespace morwen {

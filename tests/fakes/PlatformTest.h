@@ -9,12 +9,12 @@
 #include <utility>
 #include <vector>
 
-#include "cache/StaticToken.h"
 #include "errors/SSOException.h"
 #include "fakes/FakePlatform.h"
 #include "fakes/TraceCapture.h"
-#include "handlers/SSOHandlerFactory.h"
-#include "harrow/SWCharStringConv.h"
+#include "handlers/StaticToken.h"
+#include "handlers/factory/SSOHandlerFactory.h"
+#include "harrow/text/SWCharStringConv.h"
 #include "morwen/morwenplugin.h"
 
 namespace morwen {

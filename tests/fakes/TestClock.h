@@ -3,7 +3,7 @@
 
 #include <atomic>
 
-#include "harrow/SDateTime.h"
+#include "harrow/time/SDateTime.h"
 
 namespace morwen {
 

@@ -5,8 +5,8 @@
 #include <filesystem>
 #include <thread>
 
-#include "cache/StaticToken.h"
 #include "faults/AllocationFaults.h"
+#include "handlers/StaticToken.h"
 #include "realm/KeptContextTest.h"
 
 namespace morwen {

@@ -1,6 +1,6 @@
 // Who is let in by a client's token that is changed, inside and out?
 #include "fuzz/OpenMessage.h"
-#include "platform/linux/GssChecksum.h"
+#include "platform/linux/wire/GssChecksum.h"
 
 using namespace morwen;
 

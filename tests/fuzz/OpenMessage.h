@@ -4,8 +4,8 @@
 #include <cstring>
 
 #include "fuzz/ForgedLogin.h"
-#include "platform/linux/GssToken.h"
-#include "platform/linux/Krb5Owners.h"
+#include "platform/linux/krb5/Krb5Owners.h"
+#include "platform/linux/wire/GssToken.h"
 
 // libkrb5 exports them, but its header does not declare them.
 extern "C" {

@@ -2,7 +2,7 @@
 #include <algorithm>
 
 #include "fuzz/Invariant.h"
-#include "platform/linux/PacLogonInfo.h"
+#include "platform/linux/wire/PacLogonInfo.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* i_pBytes, size_t i_nBytes) {
     const std::span<const uint8_t> bytes(i_pBytes, i_nBytes);

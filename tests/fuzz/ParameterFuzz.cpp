@@ -5,7 +5,7 @@
 
 #include "errors/SSOException.h"
 #include "fuzz/Invariant.h"
-#include "harrow/SWCharStringConv.h"
+#include "harrow/text/SWCharStringConv.h"
 #include "params/Parameters.h"
 
 using namespace morwen;

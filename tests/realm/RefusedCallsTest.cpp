@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <thread>
 
-#include "cache/StaticToken.h"
 #include "errors/SSOException.h"
+#include "handlers/StaticToken.h"
 #include "realm/KeptContextTest.h"
 
 namespace morwen {

@@ -2,7 +2,7 @@
 #include <ctime>
 #include <thread>
 
-#include "cache/StaticToken.h"
+#include "handlers/StaticToken.h"
 #include "platform/Platform.h"
 #include "realm/KeptContextTest.h"
 

@@ -1,7 +1,7 @@
 // Error records: how they are made, kept for their thread, and given back.
 #include "errors/ErrorRecord.h"
 #include "fakes/PlatformTest.h"
-#include "harrow/JTC.h"
+#include "harrow/threads/JTC.h"
 
 namespace morwen {
 namespace {

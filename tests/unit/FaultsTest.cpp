@@ -1,9 +1,9 @@
 // Each call of the system that a whole life of the package makes fails in its turn.
 #include <thread>
 
-#include "cache/StaticToken.h"
 #include "fakes/ExportsTest.h"
 #include "fakes/TestClock.h"
+#include "handlers/StaticToken.h"
 
 namespace morwen {
 namespace {

@@ -3,9 +3,9 @@
 #include <thread>
 
 #include "fakes/PlatformTest.h"
-#include "harrow/JTC.h"
-#include "harrow/SDateTime.h"
-#include "harrow/STrace.h"
+#include "harrow/log/STrace.h"
+#include "harrow/threads/JTC.h"
+#include "harrow/time/SDateTime.h"
 
 namespace morwen {
 namespace {

@@ -1,10 +1,10 @@
 // The contexts of finished Kerberos logins: their end, impersonation and renewal.
 #include <limits>
 
-#include "cache/RenewalRule.h"
 #include "fakes/PlatformTest.h"
 #include "fakes/TestClock.h"
 #include "handlers/HandlerToken.h"
+#include "handlers/RenewalRule.h"
 #include "handlers/kerberos/SSPIStaticToken.h"
 
 namespace morwen {

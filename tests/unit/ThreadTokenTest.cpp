@@ -1,7 +1,7 @@
 // The captured identities of threads.
 #include "fakes/PlatformTest.h"
 #include "fakes/TestClock.h"
-#include "handlers/SSOHandlerFactory.h"
+#include "handlers/factory/SSOHandlerFactory.h"
 
 namespace morwen {
 namespace {

@@ -2,8 +2,8 @@
 // it; and, on the test package, the whole life of a context. Runs inside a realm.
 #include <thread>
 
-#include "cache/StaticToken.h"
 #include "fakes/TraceCapture.h"
+#include "handlers/StaticToken.h"
 #include "platform/OsTypes.h"
 #include "realm/Login.h"
 

@@ -12,9 +12,9 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/linux/KdcAddress.h"
-#include "platform/linux/Krb5Owners.h"
-#include "platform/linux/Krb5Words.h"
+#include "platform/linux/kdc/KdcAddress.h"
+#include "platform/linux/krb5/Krb5Owners.h"
+#include "platform/linux/krb5/Krb5Words.h"
 #include "tools/doctor/Report.h"
 #include "tools/doctor/TraceLog.h"
 

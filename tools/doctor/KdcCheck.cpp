@@ -6,7 +6,7 @@
 #include <optional>
 #include <set>
 
-#include "platform/linux/KdcLocator.h"
+#include "platform/linux/kdc/KdcLocator.h"
 #include "tools/doctor/Checks.h"
 #include "tools/doctor/KdcQuestion.h"
 

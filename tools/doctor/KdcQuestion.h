@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/KdcAttempt.h"
+#include "platform/linux/kdc/KdcAttempt.h"
 
 namespace morwen::doctor {
 

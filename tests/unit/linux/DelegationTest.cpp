@@ -4,12 +4,12 @@
 #include <algorithm>
 #include <vector>
 
-#include "platform/linux/CredMessage.h"
-#include "platform/linux/Delegation.h"
-#include "platform/linux/Krb5ContextPool.h"
-#include "platform/linux/Krb5Owners.h"
-#include "platform/linux/Krb5Words.h"
-#include "platform/linux/SspiFailure.h"
+#include "platform/linux/contexts/Krb5ContextPool.h"
+#include "platform/linux/krb5/Krb5Owners.h"
+#include "platform/linux/krb5/Krb5Words.h"
+#include "platform/linux/krb5/SspiFailure.h"
+#include "platform/linux/logon/Delegation.h"
+#include "platform/linux/wire/CredMessage.h"
 
 // libkrb5 exports it, but its header does not declare it.
 extern "C" krb5_error_code encode_krb5_ticket(const krb5_ticket* i_pTicket, krb5_data** o_ppData);

@@ -4,7 +4,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include "platform/linux/KdcLocator.h"
+#include "platform/linux/kdc/KdcLocator.h"
 
 namespace morwen {
 namespace {

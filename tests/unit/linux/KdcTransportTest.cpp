@@ -9,8 +9,8 @@
 #include <atomic>
 #include <thread>
 
-#include "platform/linux/KdcTransport.h"
-#include "platform/linux/Krb5ContextPool.h"
+#include "platform/linux/contexts/Krb5ContextPool.h"
+#include "platform/linux/kdc/KdcTransport.h"
 
 namespace morwen {
 namespace {

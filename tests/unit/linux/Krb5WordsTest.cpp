@@ -1,11 +1,11 @@
 // Is a name shown so that it can do nothing to who reads it?
-#include "platform/linux/Krb5Words.h"
+#include "platform/linux/krb5/Krb5Words.h"
 
 #include <gtest/gtest.h>
 
-#include "platform/linux/FailureText.h"
-#include "platform/linux/Krb5ContextPool.h"
-#include "platform/linux/Krb5Owners.h"
+#include "platform/linux/contexts/Krb5ContextPool.h"
+#include "platform/linux/krb5/FailureText.h"
+#include "platform/linux/krb5/Krb5Owners.h"
 
 namespace morwen {
 namespace {

@@ -1,9 +1,9 @@
 // Which principals are accounts of this machine?
 #include <gtest/gtest.h>
 
-#include "platform/linux/Krb5ContextPool.h"
-#include "platform/linux/Krb5Owners.h"
-#include "platform/linux/LocalAccount.h"
+#include "platform/linux/contexts/Krb5ContextPool.h"
+#include "platform/linux/krb5/Krb5Owners.h"
+#include "platform/linux/logon/LocalAccount.h"
 
 namespace morwen {
 namespace {

@@ -4,11 +4,11 @@
 #include <cstring>
 #include <fstream>
 
-#include "platform/linux/Krb5Owners.h"
-#include "platform/linux/PacCheck.h"
-#include "platform/linux/PacLogonInfo.h"
-#include "platform/linux/SspiFailure.h"
-#include "platform/linux/TokenIdentity.h"
+#include "platform/linux/identity/TokenIdentity.h"
+#include "platform/linux/krb5/Krb5Owners.h"
+#include "platform/linux/krb5/SspiFailure.h"
+#include "platform/linux/logon/PacCheck.h"
+#include "platform/linux/wire/PacLogonInfo.h"
 
 namespace morwen {
 namespace {

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "platform/linux/ServiceProfile.h"
+#include "platform/linux/contexts/ServiceProfile.h"
 
 namespace morwen {
 namespace {

@@ -3,11 +3,11 @@
 
 #include <span>
 
-#include "harrow/SWCharStringConv.h"
-#include "platform/linux/FailureText.h"
-#include "platform/linux/LinuxKernel.h"
-#include "platform/linux/LinuxTokens.h"
-#include "platform/linux/TokenIdentity.h"
+#include "harrow/text/SWCharStringConv.h"
+#include "platform/linux/identity/TokenIdentity.h"
+#include "platform/linux/krb5/FailureText.h"
+#include "platform/linux/seam/LinuxKernel.h"
+#include "platform/linux/seam/LinuxTokens.h"
 
 namespace morwen {
 namespace {

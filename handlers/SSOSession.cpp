@@ -1,0 +1,26 @@
+#include "handlers/SSOSession.h"
+
+#include "errors/SSOException.h"
+#include "harrow/log/STrace.h"
+#include "harrow/text/SWCharStringConv.h"
+
+namespace morwen {
+
+using Harrowlib201::SWCharStringConv;
+
+SSOSession::SessionIdentifier::SessionIdentifier(const SSOSession& i_session) noexcept
+    : m_nValue(reinterpret_cast<uintptr_t>(&i_session)) {}
+
+SSOSession::SessionIdentifier::SessionIdentifier(const SWCharString& i_ssKey) {
+    if (!SWCharStringConv::FromString(i_ssKey, m_nValue)) {
+        S_TRACE("ssoplugin: SSOSession::SessionIdentifier::SessionIdentifier() -- Could not convert %1 to a number.",
+                i_ssKey);
+        throw SSOException(SSO_ERROR);
+    }
+}
+
+SWCharString SSOSession::SessionIdentifier::ToString() const {
+    return SWCharStringConv::ToString(m_nValue);
+}
+
+}  // namespace morwen

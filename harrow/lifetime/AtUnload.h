@@ -1,0 +1,26 @@
+// What is done when the library is unloaded or the process ends.
+#pragma once
+
+#include "harrow/lifetime/OwnProcess.h"
+
+namespace Harrowlib201 {
+
+// To be made as a static object. A forked child leaves everything as it is, or a program that only ends could wait in
+// it for a lock that nobody holds any more.
+template <class Work>
+class AtUnload {
+public:
+    explicit AtUnload(Work i_work) noexcept : m_work(i_work) {}
+    ~AtUnload() {
+        if (!OwnProcess::IsForkedChild()) {
+            m_work();
+        }
+    }
+    AtUnload(const AtUnload&) = delete;
+    AtUnload& operator=(const AtUnload&) = delete;
+
+private:
+    Work m_work;
+};
+
+}  // namespace Harrowlib201

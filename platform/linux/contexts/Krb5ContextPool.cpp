@@ -1,0 +1,237 @@
+// libkrb5 contexts, kept and lent.
+#include "platform/linux/contexts/Krb5ContextPool.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <ctime>
+#include <new>
+#include <utility>
+
+#include "harrow/lifetime/AtUnload.h"
+#include "harrow/locks/CS_Wrapper.h"
+#include "platform/linux/contexts/ServiceProfile.h"
+#include "platform/linux/kdc/KdcTransport.h"
+
+namespace morwen {
+
+using Harrowlib201::CS_Locker;
+using Harrowlib201::CS_Wrapper;
+
+namespace {
+
+constexpr int64_t kLongestLife = 60;  // seconds
+constexpr int64_t kLookInterval = 1;  // seconds between two looks at the configuration files
+constexpr size_t kMostIdle = 64;      // as many threads may shake hands at once without making a context
+constexpr uint64_t kOfNoGeneration = ~uint64_t{0};
+
+int64_t SecondsNow() noexcept {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return now.tv_sec;
+}
+
+krb5_error_code MakeContext(krb5_context& o_context) noexcept {
+    try {
+        profile_t profile = nullptr;
+        ServiceProfile* pProfile = nullptr;
+        krb5_error_code nCode = ServiceProfile::Open(profile, pProfile);
+        if (nCode != 0) {
+            return nCode;
+        }
+        nCode = krb5_init_context_profile(profile, 0, &o_context);
+        if (nCode == 0) {
+            // The context's own copy of the profile keeps the object alive.
+            KdcTransport::Install(o_context, pProfile);
+        }
+        profile_release(profile);
+        return nCode;
+    } catch (const std::bad_alloc&) {
+        return ENOMEM;
+    }
+}
+
+struct Idle {
+    krb5_context m_context;
+    int64_t m_nBornAt;
+    const void* m_pvThread;  // who used it last
+};
+
+// An address that no other live thread has.
+const void* ThisThread() noexcept {
+    constinit static thread_local char t_cMark = 0;
+    return &t_cMark;
+}
+
+// Contexts on their way out: freed when the pool's lock is no longer held, because that takes a lock of the library.
+class Discarded {
+public:
+    Discarded() = default;
+    Discarded(const Discarded&) = delete;
+    Discarded& operator=(const Discarded&) = delete;
+    ~Discarded() {
+        for (size_t i = 0; i < m_nCount; ++i) {
+            krb5_free_context(m_aContexts[i]);
+        }
+    }
+    void Add(krb5_context i_context) noexcept { m_aContexts[m_nCount++] = i_context; }
+
+private:
+    std::array<krb5_context, kMostIdle> m_aContexts{};
+    size_t m_nCount = 0;
+};
+
+// Nothing in it needs a destructor, so it serves threads that still run while the process ends.
+class Pool {
+public:
+    // An idle context, or none; the generation is that of the contexts to be made now.
+    krb5_context Take(int64_t i_nNow, int64_t& o_nBornAt, uint64_t& o_nGeneration) noexcept {
+        const uid_t nUser = geteuid();
+        const void* const pvThread = ThisThread();
+        Discarded discarded;
+        const CS_Locker locker(m_section);
+        if (nUser != m_nUser) {
+            m_nUser = nUser;
+            DiscardAll(discarded);
+        }
+        if (i_nNow >= m_nNextLook) {
+            m_nNextLook = i_nNow + kLookInterval;
+            if (const uint64_t nMark = ServiceProfile::ConfigurationMark(); nMark != m_nMark) {
+                m_nMark = nMark;
+                DiscardAll(discarded);
+            }
+            DiscardOld(i_nNow, discarded);
+        }
+        return TakeLocked(pvThread, o_nBornAt, o_nGeneration);
+    }
+
+    // An idle context, whatever has changed since it was made, or none.
+    krb5_context TakeIdle(int64_t& o_nBornAt, uint64_t& o_nGeneration) noexcept {
+        const void* const pvThread = ThisThread();
+        const CS_Locker locker(m_section);
+        return TakeLocked(pvThread, o_nBornAt, o_nGeneration);
+    }
+
+    // False when the context is not wanted any more; it stays the caller's then.
+    bool GiveBack(krb5_context i_context, int64_t i_nBornAt, uint64_t i_nGeneration) noexcept {
+        const void* const pvThread = ThisThread();
+        const CS_Locker locker(m_section);
+        if (m_bClosed || i_nGeneration != m_nGeneration || m_nIdle == kMostIdle) {
+            return false;
+        }
+        m_aIdle[m_nIdle++] = {i_context, i_nBornAt, pvThread};
+        return true;
+    }
+
+    void Close() noexcept {
+        Discarded discarded;
+        const CS_Locker locker(m_section);
+        m_bClosed = true;
+        DiscardAll(discarded);
+    }
+
+private:
+    krb5_context TakeLocked(const void* i_pvThread, int64_t& o_nBornAt, uint64_t& o_nGeneration) noexcept
+        S_REQUIRES(m_section) {
+        o_nGeneration = m_nGeneration;
+        if (m_nIdle == 0) {
+            return nullptr;
+        }
+        // The one that this thread has used last, if it is there, or the one that was given back last: what a context
+        // holds is in the cache of its processor, and in the C library's heap of its thread.
+        size_t nTaken = m_nIdle - 1;
+        for (size_t i = m_nIdle; i-- > 0;) {
+            if (m_aIdle[i].m_pvThread == i_pvThread) {
+                nTaken = i;
+                break;
+            }
+        }
+        const Idle taken = m_aIdle[nTaken];
+        std::copy(m_aIdle.begin() + nTaken + 1, m_aIdle.begin() + m_nIdle, m_aIdle.begin() + nTaken);
+        --m_nIdle;
+        o_nBornAt = taken.m_nBornAt;
+        return taken.m_context;
+    }
+
+    void DiscardAll(Discarded& io_discarded) noexcept S_REQUIRES(m_section) {
+        ++m_nGeneration;
+        while (m_nIdle > 0) {
+            io_discarded.Add(m_aIdle[--m_nIdle].m_context);
+        }
+    }
+
+    void DiscardOld(int64_t i_nNow, Discarded& io_discarded) noexcept S_REQUIRES(m_section) {
+        size_t nKept = 0;
+        for (size_t i = 0; i < m_nIdle; ++i) {
+            if (i_nNow - m_aIdle[i].m_nBornAt >= kLongestLife) {
+                io_discarded.Add(m_aIdle[i].m_context);
+            } else {
+                m_aIdle[nKept++] = m_aIdle[i];
+            }
+        }
+        m_nIdle = nKept;
+    }
+
+    CS_Wrapper m_section;
+    std::array<Idle, kMostIdle> m_aIdle S_GUARDED_BY(m_section){};
+    size_t m_nIdle S_GUARDED_BY(m_section) = 0;
+    uint64_t m_nGeneration S_GUARDED_BY(m_section) = 0;
+    uint64_t m_nMark S_GUARDED_BY(m_section) = 0;
+    int64_t m_nNextLook S_GUARDED_BY(m_section) = 0;
+    uid_t m_nUser S_GUARDED_BY(m_section) = 0;
+    bool m_bClosed S_GUARDED_BY(m_section) = false;
+};
+
+constinit Pool g_pool;
+
+// Gives the idle contexts back to the library when this one is unloaded; a lease that returns later is freed at once.
+const Harrowlib201::AtUnload g_close([] { g_pool.Close(); });
+
+}  // namespace
+
+Krb5LentContext::Krb5LentContext(Krb5LentContext&& io_other) noexcept
+    : m_context(std::exchange(io_other.m_context, nullptr)),
+      m_nBornAt(io_other.m_nBornAt),
+      m_nGeneration(io_other.m_nGeneration) {}
+
+Krb5LentContext::~Krb5LentContext() {
+    if (m_context != nullptr && !g_pool.GiveBack(m_context, m_nBornAt, m_nGeneration)) {
+        krb5_free_context(m_context);
+    }
+}
+
+Krb5LentContext Krb5LentContext::ForReleasing() noexcept {
+    Krb5LentContext lent;
+    lent.m_context = g_pool.TakeIdle(lent.m_nBornAt, lent.m_nGeneration);
+    profile_t profile = nullptr;
+    if (lent.m_context == nullptr && profile_init(nullptr, &profile) == 0) {
+        lent.m_nGeneration = kOfNoGeneration;
+        if (krb5_init_context_profile(profile, 0, &lent.m_context) != 0) {
+            lent.m_context = nullptr;
+        }
+        profile_release(profile);
+    }
+    return lent;
+}
+
+Krb5ContextLease Krb5ContextPool::Take() noexcept {
+    const int64_t nNow = SecondsNow();
+    Krb5ContextLease lease;
+    if (!lease.m_service.IsService()) {
+        lease.m_nCode = EPERM;
+        return lease;
+    }
+    Krb5LentContext& lent = lease.m_lent;
+    lent.m_context = g_pool.Take(nNow, lent.m_nBornAt, lent.m_nGeneration);
+    if (lent.m_context != nullptr) {
+        krb5_clear_error_message(lent.m_context);
+    } else {
+        lent.m_nBornAt = nNow;
+        lease.m_nCode = MakeContext(lent.m_context);
+    }
+    return lease;
+}
+
+}  // namespace morwen

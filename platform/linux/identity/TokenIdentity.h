@@ -1,0 +1,47 @@
+// Who a token stands for, and the handles under which tokens are known.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "platform/OsTypes.h"
+#include "platform/linux/identity/UnixAccount.h"
+#include "platform/linux/wire/TokenSids.h"
+
+namespace morwen {
+
+class DelegatedTickets;
+
+// Never changed once a token exists.
+struct TokenIdentity {
+    // What the user's directory says, from a PAC that was verified: made into SIDs when somebody asks, because those
+    // take several times the memory and a context lives for hours. Without it the account says who it is.
+    std::optional<std::vector<uint8_t>> m_pacLogonInfo;
+    // Whom a thread becomes that acts as this identity; nothing when there is no such account, or when nobody has asked
+    // for it yet.
+    std::optional<UnixAccount> m_account;
+    // The service itself, which logs on elsewhere with its own tickets.
+    bool m_bService = false;
+    // With what anybody else logs on elsewhere; null without delegation.
+    std::shared_ptr<DelegatedTickets> m_pDelegated;
+};
+
+// The SIDs of an identity: the PAC's, else the account's. Nothing when the PAC's cannot be read, or there is neither:
+// never the account's in place of what a directory has said. Throws std::bad_alloc.
+std::optional<TokenSids> SidsOf(const TokenIdentity& i_identity);
+
+// Makes a handle for an identity; it goes back through TokenCalls' CloseHandle. Throws std::bad_alloc.
+HANDLE OpenToken(std::shared_ptr<const TokenIdentity> i_pIdentity);
+
+// The identity of an open token; null for a handle that is closed or never was one.
+std::shared_ptr<const TokenIdentity> FindToken(HANDLE i_hToken) noexcept;
+
+// The SIDs of an open token's identity; null where SidsOf gives nothing, or for no open token. Throws std::bad_alloc.
+std::shared_ptr<const TokenSids> SidsOfToken(HANDLE i_hToken);
+
+// False, and nothing done, for a handle that is closed or never was one.
+bool CloseToken(HANDLE i_hToken) noexcept;
+
+}  // namespace morwen

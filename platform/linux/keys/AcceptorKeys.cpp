@@ -1,0 +1,197 @@
+#include "platform/linux/keys/AcceptorKeys.h"
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <map>
+#include <optional>
+
+#include "harrow/lifetime/AtUnload.h"
+#include "harrow/lifetime/NeverDestroyed.h"
+#include "harrow/locks/CS_Wrapper.h"
+#include "harrow/log/STrace.h"
+#include "platform/linux/keys/FileStamp.h"
+#include "platform/linux/krb5/Krb5Owners.h"
+#include "platform/linux/krb5/Krb5Words.h"
+#include "platform/linux/krb5/SspiFailure.h"
+
+namespace morwen {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// How long the content of a keytab that is no file is taken for unchanged.
+constexpr std::chrono::seconds kTrustedFor{5};
+
+// More keytabs than a process uses; the bound only keeps a host that changes the name again and again from growing.
+constexpr size_t kMostKeytabs = 16;
+
+struct HeldKeys {
+    std::optional<FileStamp> m_stamp;
+    int64_t m_nLookedAt = 0;  // the tick in which the stamp was right
+    Clock::time_point m_readAt;
+    std::shared_ptr<const AcceptorKeys> m_pKeys;
+};
+
+class HeldKeytabs {
+public:
+    std::shared_ptr<const AcceptorKeys> Get(krb5_context i_context, const std::string& i_name) {
+        const int64_t nTick = ClockTick();
+        if (auto pKeys = LookedAtIn(nTick, i_name)) {
+            return pKeys;
+        }
+        const std::string path = PathOfKrb5Name(i_name);
+        // Before the content: a change between the two is seen at the next look.
+        const auto stamp = path.empty() ? std::nullopt : FileStamp::Of(path);
+        const Harrowlib201::CS_Locker locker(m_section);
+        const auto it = m_keytabs.find(i_name);
+        if (it != m_keytabs.end()) {
+            HeldKeys& held = it->second;
+            const bool bUnchanged =
+                path.empty() ? Clock::now() - held.m_readAt < kTrustedFor : stamp && stamp == held.m_stamp;
+            if (bUnchanged) {
+                held.m_nLookedAt = nTick;
+                return held.m_pKeys;
+            }
+            m_keytabs.erase(it);
+        }
+        if (m_keytabs.size() >= kMostKeytabs) {
+            m_keytabs.clear();
+        }
+        auto pKeys = std::make_shared<const AcceptorKeys>(i_context, i_name);
+        m_keytabs[i_name] = {stamp, nTick, Clock::now(), pKeys};
+        return pKeys;
+    }
+
+    void Clear() {
+        const Harrowlib201::CS_Locker locker(m_section);
+        m_keytabs.clear();
+    }
+
+private:
+    std::shared_ptr<const AcceptorKeys> LookedAtIn(int64_t i_nTick, const std::string& i_name) {
+        const Harrowlib201::CS_Locker locker(m_section);
+        const auto it = m_keytabs.find(i_name);
+        return it != m_keytabs.end() && it->second.m_nLookedAt == i_nTick ? it->second.m_pKeys : nullptr;
+    }
+
+    Harrowlib201::CS_Wrapper m_section;
+    std::map<std::string, HeldKeys> m_keytabs S_GUARDED_BY(m_section);
+};
+
+HeldKeytabs& Held() {
+    static Harrowlib201::NeverDestroyed<HeldKeytabs> s_held;
+    return *s_held;
+}
+
+// A walk over a keytab, which must end before the keytab is closed.
+struct Cursor {
+    krb5_context m_context;
+    krb5_keytab m_keytab;
+    krb5_kt_cursor m_cursor{};
+
+    ~Cursor() {
+        if (m_cursor != nullptr) {
+            static_cast<void>(krb5_kt_end_seq_get(m_context, m_keytab, &m_cursor));
+        }
+    }
+};
+
+// Keys do not stay in the process when the library leaves it.
+const Harrowlib201::AtUnload s_clear([] { Held().Clear(); });
+
+// No two keytabs of the process get one name, not even from two copies of this library.
+std::string NewMemoryName() {
+    static std::atomic<uint64_t> s_nLast{0};
+    return "MEMORY:morwen-" + std::to_string(reinterpret_cast<uintptr_t>(&s_nLast)) + "-" + std::to_string(++s_nLast);
+}
+
+std::string WithKind(const std::string& i_name) {
+    return i_name.starts_with('/') ? "FILE:" + i_name : i_name;
+}
+
+[[noreturn]] void FailUnreadable(krb5_context i_context, krb5_error_code i_nCode, const std::string& i_name) {
+    Fail(i_nCode == ENOMEM ? SEC_E_INSUFFICIENT_MEMORY : SEC_E_NO_CREDENTIALS,
+         "the service's keytab " + i_name + " cannot be read: " + ErrorWords(i_context, i_nCode));
+}
+
+}  // namespace
+
+std::shared_ptr<const AcceptorKeys> AcceptorKeys::Default(krb5_context i_context) {
+    std::array<char, 4096>
+        aName;  // NOLINT(cppcoreguidelines-pro-type-member-init): clearing it would cost more than the call
+    if (const krb5_error_code nCode = krb5_kt_default_name(i_context, aName.data(), int{aName.size()}); nCode != 0) {
+        FailUnreadable(i_context, nCode, "(the default keytab)");
+    }
+    return Held().Get(i_context, WithKind(aName.data()));
+}
+
+AcceptorKeys::AcceptorKeys(krb5_context i_context, std::string i_name) : m_name(std::move(i_name)) {
+    try {
+        ReadEntries(i_context);
+        Publish(i_context);
+    } catch (...) {
+        FreeEntries();
+        throw;
+    }
+    S_TRACE("ssoplugin: AcceptorKeys::AcceptorKeys() -- Read %1 keys from %2.", uint64_t{m_entries.size()}, m_name);
+}
+
+AcceptorKeys::~AcceptorKeys() {
+    FreeEntries();
+}
+
+void AcceptorKeys::ReadEntries(krb5_context i_context) {
+    Krb5Keytab source(i_context);
+    krb5_error_code nCode = krb5_kt_resolve(i_context, m_name.c_str(), source.Receive());
+    Cursor cursor{i_context, source.get()};
+    if (nCode == 0) {
+        nCode = krb5_kt_start_seq_get(i_context, source.get(), &cursor.m_cursor);
+    }
+    if (nCode != 0) {
+        FailUnreadable(i_context, nCode, m_name);
+    }
+    do {
+        m_entries.emplace_back();
+        nCode = krb5_kt_next_entry(i_context, source.get(), &m_entries.back(), &cursor.m_cursor);
+    } while (nCode == 0);
+    m_entries.pop_back();  // the one that was not filled
+    if (nCode != KRB5_KT_END) {
+        FailUnreadable(i_context, nCode, m_name);
+    }
+    if (m_entries.empty()) {
+        Fail(SEC_E_NO_CREDENTIALS, "the service's keytab " + m_name + " holds no key");
+    }
+}
+
+void AcceptorKeys::Publish(krb5_context i_context) {
+    krb5_keytab keytab = nullptr;
+    krb5_error_code nCode = krb5_kt_resolve(i_context, NewMemoryName().c_str(), &keytab);
+    m_keytab = KeptKeytab(keytab);
+    for (size_t i = 0; nCode == 0 && i < m_entries.size(); ++i) {
+        nCode = krb5_kt_add_entry(i_context, keytab, &m_entries[i]);
+    }
+    if (nCode != 0) {
+        FailKrb5(i_context, nCode, "holding the keys of " + m_name + " in memory");
+    }
+}
+
+void AcceptorKeys::FreeEntries() noexcept {
+    if (const auto lent = Krb5LentContext::ForReleasing(); lent.get() != nullptr) {
+        for (krb5_keytab_entry& entry : m_entries) {
+            krb5_free_keytab_entry_contents(lent.get(), &entry);
+        }
+    }
+}
+
+krb5_const_principal AcceptorKeys::Find(const TicketService& i_service) const noexcept {
+    for (const krb5_keytab_entry& entry : m_entries) {
+        if (i_service.Is(*entry.principal)) {
+            return entry.principal;
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace morwen

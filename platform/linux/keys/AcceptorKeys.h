@@ -1,0 +1,47 @@
+// The service's keys, held in memory.
+#pragma once
+
+#include <krb5/krb5.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/linux/contexts/Krb5Kept.h"
+#include "platform/linux/keys/TicketService.h"
+
+namespace morwen {
+
+// The content of one keytab as it was when it was read, never changed after: libkrb5 may walk a MEMORY keytab only
+// while nobody changes it. A changed file becomes a new object. Any method on any thread.
+class AcceptorKeys {
+public:
+    // The keys behind the default keytab, shared by all who ask until the file changes. Throws SspiFailure
+    // (SEC_E_NO_CREDENTIALS, the text naming the keytab) when there is none, or none that can be read, or no key in it.
+    static std::shared_ptr<const AcceptorKeys> Default(krb5_context i_context);
+
+    // Reads the keytab; throws as Default does.
+    AcceptorKeys(krb5_context i_context, std::string i_name);
+    ~AcceptorKeys();
+    AcceptorKeys(const AcceptorKeys&) = delete;
+    AcceptorKeys& operator=(const AcceptorKeys&) = delete;
+
+    // The keytab as the administrator knows it, such as FILE:/etc/krb5.keytab.
+    const std::string& Name() const noexcept { return m_name; }
+    // Holds Entries and nothing else.
+    krb5_keytab Keytab() const noexcept { return m_keytab.get(); }
+    const std::vector<krb5_keytab_entry>& Entries() const noexcept { return m_entries; }
+    // The name as it is in the keytab; null when that has no key for the service.
+    krb5_const_principal Find(const TicketService& i_service) const noexcept;
+
+private:
+    void ReadEntries(krb5_context i_context);
+    void Publish(krb5_context i_context);
+    void FreeEntries() noexcept;
+
+    const std::string m_name;
+    std::vector<krb5_keytab_entry> m_entries;
+    KeptKeytab m_keytab;
+};
+
+}  // namespace morwen

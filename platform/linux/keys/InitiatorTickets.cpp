@@ -1,0 +1,256 @@
+#include "platform/linux/keys/InitiatorTickets.h"
+
+#include <unistd.h>
+
+#include <chrono>
+#include <utility>
+
+#include "harrow/lifetime/AtUnload.h"
+#include "harrow/lifetime/NeverDestroyed.h"
+#include "harrow/log/STrace.h"
+#include "platform/linux/keys/ServiceName.h"
+#include "platform/linux/krb5/Krb5Words.h"
+#include "platform/linux/krb5/SspiFailure.h"
+
+namespace morwen {
+
+using Harrowlib201::CS_Locker;
+
+namespace {
+
+// How long the tickets of a cache that is no file are taken for unchanged.
+constexpr int64_t kTrustedSeconds = 5;
+// A ticket that ends sooner is replaced: it must still be good when the server looks at it.
+constexpr int64_t kSpareSeconds = 2;
+
+// Services that one identity uses, and identities of one process; beyond, everything is fetched anew.
+constexpr size_t kMostTickets = 256;
+constexpr size_t kMostIdentities = 64;
+
+int64_t MonotonicSeconds() {
+    return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+// The default identities by cache and user: the same cache name may mean another cache for another user.
+class Identities {
+public:
+    std::shared_ptr<InitiatorTickets> Get(const std::string& i_cacheName) {
+        const CS_Locker locker(m_section);
+        const auto key = std::pair(i_cacheName, geteuid());
+        if (const auto it = m_identities.find(key); it != m_identities.end()) {
+            return it->second;
+        }
+        if (m_identities.size() >= kMostIdentities) {
+            m_identities.clear();
+        }
+        auto pTickets = std::make_shared<InitiatorTickets>(i_cacheName);
+        m_identities[key] = pTickets;
+        return pTickets;
+    }
+
+    void Clear() {
+        const CS_Locker locker(m_section);
+        m_identities.clear();
+    }
+
+private:
+    Harrowlib201::CS_Wrapper m_section;
+    std::map<std::pair<std::string, uid_t>, std::shared_ptr<InitiatorTickets>> m_identities S_GUARDED_BY(m_section);
+};
+
+Identities& DefaultIdentities() {
+    static Harrowlib201::NeverDestroyed<Identities> s_identities;
+    return *s_identities;
+}
+
+// Tickets do not stay in the process when the library leaves it.
+const Harrowlib201::AtUnload s_clear([] { DefaultIdentities().Clear(); });
+
+std::string CacheText(krb5_context i_context, krb5_ccache i_cache) {
+    Krb5String name(i_context);
+    return krb5_cc_get_full_name(i_context, i_cache, name.Receive()) == 0 ? name.get() : "a cache without a name";
+}
+
+bool EndsSoon(krb5_context i_context, int64_t i_nEnd) {
+    return i_nEnd <= Now(i_context) + kSpareSeconds;
+}
+
+// When the user's own ticket-granting ticket ends; 0 when there is none.
+int64_t EndOfOwnTicket(krb5_context i_context, krb5_ccache i_cache, krb5_principal i_client) {
+    Krb5Principal service(i_context);
+    const krb5_data& realm = i_client->realm;
+    if (krb5_build_principal(i_context, service.Receive(), realm.length, realm.data, KRB5_TGS_NAME,
+                             std::string(realm.data, realm.length).c_str(), nullptr) != 0) {
+        return 0;
+    }
+    krb5_creds wanted{};
+    krb5_creds found{};
+    wanted.client = i_client;
+    wanted.server = service.get();
+    if (krb5_cc_retrieve_cred(i_context, i_cache, 0, &wanted, &found) != 0) {
+        return 0;
+    }
+    const int64_t nEnd = SecondsOf(found.times.endtime);
+    krb5_free_cred_contents(i_context, &found);
+    return nEnd;
+}
+
+[[noreturn]] void FailExpired(const std::string& i_client, const std::string& i_cache, int64_t i_nEnd) {
+    Fail(SEC_E_NO_CREDENTIALS,
+         "the ticket of " + i_client + " in " + i_cache + " expired at " + TimeText(i_nEnd) + "; log on again (kinit)");
+}
+
+[[noreturn]] void FailNoServiceTicket(krb5_context i_context, krb5_error_code i_nCode, const Krb5CacheOwner& i_cache,
+                                      krb5_principal i_client, const std::string& i_targetName) {
+    const SECURITY_STATUS nStatus = StatusFromKrb5(i_nCode);
+    const std::string words = ErrorWords(i_context, i_nCode);
+    const std::string client = PrincipalText(i_context, i_client);
+    const std::string cache = CacheText(i_context, i_cache.get());
+    const int64_t nEnd = EndOfOwnTicket(i_context, i_cache.get(), i_client);
+    const bool bNothingUsable = nStatus == SEC_E_NO_CREDENTIALS || nStatus == SEC_E_CONTEXT_EXPIRED;
+    if (bNothingUsable && nEnd != 0 && nEnd <= Now(i_context)) {
+        FailExpired(client, cache, nEnd);
+    }
+    Fail(nStatus == SEC_E_CONTEXT_EXPIRED ? SEC_E_NO_CREDENTIALS : nStatus,
+         "getting a ticket for " + i_targetName + " for " + client + " with " + cache + ": " + words);
+}
+
+}  // namespace
+
+bool InitiatorTickets::ServiceTicket::MayDelegate() const noexcept {
+    return (m_credentials.get()->ticket_flags & TKT_FLG_OK_AS_DELEGATE) != 0;
+}
+
+std::shared_ptr<InitiatorTickets> InitiatorTickets::Default(krb5_context i_context) {
+    // A context remembers the name that it has seen first; the environment may have changed since.
+    krb5_error_code nCode = krb5_cc_set_default_name(i_context, nullptr);
+    const char* const pszName = nCode == 0 ? krb5_cc_default_name(i_context) : nullptr;
+    if (pszName == nullptr) {
+        FailKrb5(i_context, nCode != 0 ? nCode : ENOMEM, "looking for the default credential cache");
+    }
+    return DefaultIdentities().Get(pszName);
+}
+
+InitiatorTickets::InitiatorTickets(std::string i_cacheName)
+    : m_cacheName(std::move(i_cacheName)), m_cachePath(PathOfKrb5Name(m_cacheName)) {}
+
+InitiatorTickets::InitiatorTickets(std::unique_ptr<PasswordLogon> i_pLogon) : m_pLogon(std::move(i_pLogon)) {}
+
+std::shared_ptr<const InitiatorTickets::ServiceTicket> InitiatorTickets::Get(krb5_context i_context,
+                                                                             const std::string& i_targetName) {
+    uint64_t nGeneration = 0;
+    if (auto pTicket = Held(i_context, i_targetName, nGeneration)) {
+        return pTicket;
+    }
+    auto pTicket = Fetch(i_context, i_targetName);
+    Hold(i_targetName, pTicket, nGeneration);
+    return pTicket;
+}
+
+Krb5CacheOwner InitiatorTickets::OpenCache(krb5_context i_context) {
+    const std::string name = m_pLogon ? m_pLogon->Cache(i_context) : m_cacheName;
+    Krb5CacheOwner cache(i_context);
+    if (const krb5_error_code nCode = krb5_cc_resolve(i_context, name.c_str(), cache.Receive()); nCode != 0) {
+        Fail(nCode == ENOMEM ? SEC_E_INSUFFICIENT_MEMORY : SEC_E_NO_CREDENTIALS,
+             "the credential cache " + name + " cannot be used: " + ErrorWords(i_context, nCode));
+    }
+    return cache;
+}
+
+std::shared_ptr<const InitiatorTickets::ServiceTicket> InitiatorTickets::Held(krb5_context i_context,
+                                                                              const std::string& i_targetName,
+                                                                              uint64_t& o_nGeneration) {
+    const CS_Locker locker(m_section);
+    ForgetWhenChanged();
+    o_nGeneration = m_nGeneration;
+    const auto it = m_tickets.find(i_targetName);
+    if (it == m_tickets.end()) {
+        return nullptr;
+    }
+    if (EndsSoon(i_context, it->second->m_nEnd)) {
+        m_tickets.erase(it);
+        return nullptr;
+    }
+    return it->second;
+}
+
+void InitiatorTickets::Hold(const std::string& i_targetName, std::shared_ptr<const ServiceTicket> i_pTicket,
+                            uint64_t i_nGeneration) {
+    const CS_Locker locker(m_section);
+    if (i_nGeneration != m_nGeneration) {
+        return;  // perhaps the ticket of somebody whose tickets have been replaced meanwhile
+    }
+    if (m_tickets.size() >= kMostTickets) {
+        m_tickets.clear();
+    }
+    m_tickets[i_targetName] = std::move(i_pTicket);
+}
+
+void InitiatorTickets::ForgetWhenChanged() {
+    if (m_pLogon) {
+        return;
+    }
+    if (m_cachePath.empty()) {
+        const int64_t nNow = MonotonicSeconds();
+        if (nNow - m_nLookedAt < kTrustedSeconds) {
+            return;
+        }
+        m_nLookedAt = nNow;
+    } else {
+        const int64_t nTick = ClockTick();
+        if (nTick == m_nLookedAt) {
+            return;
+        }
+        m_nLookedAt = nTick;
+        auto stamp = FileStamp::Of(m_cachePath);
+        if (stamp == m_stamp) {
+            return;
+        }
+        m_stamp = stamp;
+    }
+    m_tickets.clear();
+    ++m_nGeneration;
+}
+
+std::shared_ptr<const InitiatorTickets::ServiceTicket> InitiatorTickets::Fetch(krb5_context i_context,
+                                                                               const std::string& i_targetName) {
+    const Krb5CacheOwner cache = OpenCache(i_context);
+    Krb5Principal client(i_context);
+    krb5_error_code nCode = krb5_cc_get_principal(i_context, cache.get(), client.Receive());
+    if (nCode != 0) {
+        Fail(nCode == ENOMEM ? SEC_E_INSUFFICIENT_MEMORY : SEC_E_NO_CREDENTIALS,
+             "there are no tickets to log on with in " + CacheText(i_context, cache.get()) + ": " +
+                 ErrorWords(i_context, nCode));
+    }
+    const Krb5Principal server = ServicePrincipal(i_context, i_targetName);
+    krb5_creds wanted{};
+    wanted.client = client.get();
+    wanted.server = server.get();
+    krb5_creds* pFound = nullptr;
+    nCode = krb5_get_credentials(i_context, 0, cache.get(), &wanted, &pFound);
+    KeptCredentials found(pFound);
+    if (nCode == 0 && EndsSoon(i_context, SecondsOf(pFound->times.endtime))) {
+        // libkrb5 gives a ticket of the cache up to its last second; the user's own may be good for a longer one.
+        const int64_t nOwnEnd = EndOfOwnTicket(i_context, cache.get(), client.get());
+        if (nOwnEnd > SecondsOf(pFound->times.endtime)) {
+            wanted.times.endtime = static_cast<krb5_timestamp>(nOwnEnd);
+            nCode = krb5_get_credentials(i_context, 0, cache.get(), &wanted, &pFound);
+            found = KeptCredentials(pFound);
+        }
+    }
+    if (nCode != 0) {
+        FailNoServiceTicket(i_context, nCode, cache, client.get(), i_targetName);
+    }
+    const krb5_ticket_times& times = pFound->times;
+    const int64_t nStart = SecondsOf(times.starttime != 0 ? times.starttime : times.authtime);
+    auto pTicket = std::make_shared<ServiceTicket>(ServiceTicket{std::move(found), nStart, SecondsOf(times.endtime)});
+    if (pTicket->m_nEnd <= Now(i_context)) {
+        FailExpired(PrincipalText(i_context, client.get()), CacheText(i_context, cache.get()), pTicket->m_nEnd);
+    }
+    S_TRACE("ssoplugin: InitiatorTickets::Fetch() -- Got a ticket for %1 that ends at %2.", i_targetName,
+            TimeText(pTicket->m_nEnd));
+    return pTicket;
+}
+
+}  // namespace morwen

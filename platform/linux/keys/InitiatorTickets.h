@@ -1,0 +1,67 @@
+// The service tickets of one identity, held in memory.
+#pragma once
+
+#include <krb5/krb5.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "harrow/locks/CS_Wrapper.h"
+#include "platform/linux/contexts/Krb5Kept.h"
+#include "platform/linux/keys/FileStamp.h"
+#include "platform/linux/keys/PasswordLogon.h"
+#include "platform/linux/krb5/Krb5Owners.h"
+
+namespace morwen {
+
+// Shared by all credential handles of the identity. Any method on any thread. No lock is held while a KDC is asked for
+// a service ticket; a password is checked once, and who needs its tickets meanwhile waits.
+class InitiatorTickets {
+public:
+    // Never changed, and read by many threads at once.
+    struct ServiceTicket {
+        KeptCredentials m_credentials;
+        int64_t m_nStart = 0;
+        int64_t m_nEnd = 0;
+
+        bool MayDelegate() const noexcept;
+    };
+
+    // The tickets in the default cache of the user that the process runs as. Nothing is looked at yet: that there is no
+    // ticket shows when one is needed. Throws SspiFailure, std::bad_alloc.
+    static std::shared_ptr<InitiatorTickets> Default(krb5_context i_context);
+
+    explicit InitiatorTickets(std::string i_cacheName);
+    explicit InitiatorTickets(std::unique_ptr<PasswordLogon> i_pLogon);
+
+    // A ticket for the service that is good now, from memory, from the cache or from the KDC; what the KDC gives goes
+    // into the cache too. Throws SspiFailure: SEC_E_NO_CREDENTIALS when the user has no ticket or an expired one (the
+    // text names user, cache and time), SEC_E_TARGET_UNKNOWN for an unknown service, SEC_E_LOGON_DENIED for a refused
+    // password.
+    std::shared_ptr<const ServiceTicket> Get(krb5_context i_context, const std::string& i_targetName);
+
+    // The cache with the identity's ticket-granting ticket, good for libkrb5's own functions. Throws SspiFailure.
+    Krb5CacheOwner OpenCache(krb5_context i_context);
+
+private:
+    std::shared_ptr<const ServiceTicket> Held(krb5_context i_context, const std::string& i_targetName,
+                                              uint64_t& o_nGeneration);
+    void Hold(const std::string& i_targetName, std::shared_ptr<const ServiceTicket> i_pTicket, uint64_t i_nGeneration);
+    void ForgetWhenChanged() S_REQUIRES(m_section);
+    std::shared_ptr<const ServiceTicket> Fetch(krb5_context i_context, const std::string& i_targetName);
+
+    const std::string m_cacheName;  // empty with a password
+    const std::string m_cachePath;  // empty unless the cache is a file
+    const std::unique_ptr<PasswordLogon> m_pLogon;
+
+    Harrowlib201::CS_Wrapper m_section;
+    std::map<std::string, std::shared_ptr<const ServiceTicket>> m_tickets S_GUARDED_BY(m_section);
+    std::optional<FileStamp> m_stamp S_GUARDED_BY(m_section);
+    int64_t m_nLookedAt S_GUARDED_BY(m_section) = 0;     // the clock's tick; seconds for what is no file
+    uint64_t m_nGeneration S_GUARDED_BY(m_section) = 0;  // goes up whenever the tickets are forgotten
+};
+
+}  // namespace morwen

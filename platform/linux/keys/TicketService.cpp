@@ -1,0 +1,57 @@
+// The name of the service that a ticket is for, read where it stands.
+#include "platform/linux/keys/TicketService.h"
+
+#include <algorithm>
+
+#include "platform/linux/krb5/Krb5Words.h"
+#include "platform/linux/wire/Der.h"
+
+namespace morwen {
+
+namespace {
+
+constexpr uint8_t kTicketTag = 0x61;
+constexpr uint8_t kSequenceTag = 0x30;
+constexpr uint8_t kTextTag = 0x1B;
+
+using Bytes = std::span<const uint8_t>;
+
+bool AreSame(Bytes i_left, const krb5_data& i_right) noexcept {
+    const Bytes right = BytesOf(i_right);
+    return std::equal(i_left.begin(), i_left.end(), right.begin(), right.end());
+}
+
+}  // namespace
+
+std::optional<TicketService> TicketService::Read(std::span<const uint8_t> i_ticket) noexcept {
+    constexpr uint8_t kIntegerTag = 0x02;
+    const auto content = OnlyDer(i_ticket, kTicketTag);
+    auto fields = content ? OnlyDer(*content, kSequenceTag) : std::nullopt;
+    if (!fields || !TakeDerField(*fields, 0, kIntegerTag)) {
+        return std::nullopt;
+    }
+    const auto realm = TakeDerField(*fields, 1, kTextTag);
+    auto name = realm ? TakeDerField(*fields, 2, kSequenceTag) : std::nullopt;
+    auto texts = name && TakeDerField(*name, 0, kIntegerTag) ? TakeDerField(*name, 1, kSequenceTag) : std::nullopt;
+    if (!texts) {
+        return std::nullopt;
+    }
+    TicketService service;
+    service.m_realm = *realm;
+    while (!texts->empty()) {
+        const auto text = TakeDer(*texts);
+        if (!text || text->m_nTag != kTextTag || service.m_nNames == service.m_names.size()) {
+            return std::nullopt;
+        }
+        service.m_names[service.m_nNames++] = text->m_content;
+    }
+    return service;
+}
+
+bool TicketService::Is(const krb5_principal_data& i_principal) const noexcept {
+    const std::span<const krb5_data> names(i_principal.data, static_cast<size_t>(i_principal.length));
+    return AreSame(m_realm, i_principal.realm) &&
+           std::equal(m_names.begin(), m_names.begin() + m_nNames, names.begin(), names.end(), AreSame);
+}
+
+}  // namespace morwen

@@ -1,0 +1,74 @@
+#include "platform/linux/krb5/Krb5Words.h"
+
+#include <array>
+#include <ctime>
+
+#include "platform/linux/krb5/Krb5Owners.h"
+
+namespace morwen {
+
+std::string PrincipalText(krb5_context i_context, krb5_const_principal i_principal) {
+    Krb5Text text(i_context);
+    if (i_principal == nullptr || krb5_unparse_name(i_context, i_principal, text.Receive()) != 0) {
+        return "an unreadable name";
+    }
+    std::string name = text.get();
+    HideControls(name);
+    return name;
+}
+
+std::string ErrorWords(krb5_context i_context, krb5_error_code i_nCode) {
+    struct Words {
+        krb5_context m_context;
+        const char* m_pszText;
+        ~Words() { krb5_free_error_message(m_context, m_pszText); }
+    };
+    const Words words{i_context, krb5_get_error_message(i_context, i_nCode)};
+    std::string text = words.m_pszText;
+    HideControls(text);
+    return text;
+}
+
+void HideControls(std::span<char> io_text) noexcept {
+    const auto isBelowSpace = [](unsigned char i_c) { return i_c < 0x20 || i_c == 0x7F; };
+    const auto isUpperHalf = [](char i_c, char i_next) {
+        return i_c == '\xC2' && static_cast<unsigned char>(i_next) >= 0x80 && static_cast<unsigned char>(i_next) < 0xA0;
+    };
+    for (auto it = io_text.begin(); it != io_text.end(); ++it) {
+        if (isBelowSpace(static_cast<unsigned char>(*it))) {
+            *it = '?';
+        } else if (it + 1 != io_text.end() && isUpperHalf(*it, *(it + 1))) {
+            *it++ = '?';
+            *it = '?';
+        }
+    }
+}
+
+std::string TimeText(int64_t i_nUtcSeconds) {
+    const std::time_t nTime = i_nUtcSeconds;
+    std::tm date = {};
+    std::array<char, 64> aText{};
+    if (gmtime_r(&nTime, &date) == nullptr ||
+        std::strftime(aText.data(), aText.size(), "%Y-%m-%d %H:%M:%S UTC", &date) == 0) {
+        return "an unknown time";
+    }
+    return aText.data();
+}
+
+int64_t Now(krb5_context i_context) noexcept {
+    krb5_timestamp nNow = 0;
+    return krb5_timeofday(i_context, &nNow) == 0 ? SecondsOf(nNow) : std::time(nullptr);
+}
+
+krb5_data DataOf(std::span<const uint8_t> i_bytes) noexcept {
+    krb5_data data{};
+    data.length = static_cast<unsigned int>(i_bytes.size());
+    data.data = reinterpret_cast<char*>(const_cast<uint8_t*>(i_bytes.data()));
+    return data;
+}
+
+std::span<const uint8_t> BytesOf(const krb5_data& i_data) noexcept {
+    return {reinterpret_cast<const uint8_t*>(i_data.data), i_data.length};
+}
+
+}  // namespace morwen

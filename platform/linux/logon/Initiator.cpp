@@ -1,0 +1,138 @@
+#include "platform/linux/logon/Initiator.h"
+
+#include "platform/linux/krb5/Krb5Owners.h"
+#include "platform/linux/krb5/Krb5Words.h"
+#include "platform/linux/krb5/SspiFailure.h"
+#include "platform/linux/logon/Delegation.h"
+#include "platform/linux/wire/GssChecksum.h"
+#include "platform/linux/wire/GssToken.h"
+
+namespace morwen {
+
+namespace {
+
+// What the checksum is made from, and the checksum itself, which libkrb5 reads until the request is built.
+struct ChecksumRequest {
+    InitiatorTickets& m_tickets;
+    krb5_creds* m_pServiceTicket;
+    bool m_bMutual;
+    bool m_bDelegate;
+
+    std::vector<uint8_t> m_bytes;
+    krb5_data m_data{};
+};
+
+// Empty when nothing is to be delegated, or nothing can be: the logon itself goes on.
+std::vector<uint8_t> DelegationFor(krb5_context i_context, krb5_auth_context io_exchange, ChecksumRequest& i_request) {
+    if (!i_request.m_bDelegate) {
+        return {};
+    }
+    try {
+        const Krb5CacheOwner cache = i_request.m_tickets.OpenCache(i_context);
+        return ForwardedTicket(i_context, io_exchange, i_request.m_pServiceTicket, cache.get());
+    } catch (const SspiFailure&) {
+        return {};
+    }
+}
+
+// Called by libkrb5 while it builds the request, once the keys of the exchange are known.
+krb5_error_code MakeChecksum(krb5_context i_context, krb5_auth_context io_exchange, void* io_pvRequest,
+                             krb5_data** o_ppChecksum) noexcept {
+    auto& request = *static_cast<ChecksumRequest*>(io_pvRequest);
+    try {
+        const std::vector<uint8_t> delegation = DelegationFor(i_context, io_exchange, request);
+        request.m_bDelegate = !delegation.empty();
+        const uint32_t nFlags = (request.m_bMutual ? kGssMutual : 0U) | (request.m_bDelegate ? kGssDelegate : 0U);
+        request.m_bytes = MakeGssChecksum({nFlags, delegation});
+        request.m_data = DataOf(request.m_bytes);
+        *o_ppChecksum = &request.m_data;
+        return 0;
+    } catch (...) {
+        return ENOMEM;
+    }
+}
+
+krb5_error_code MakeRequest(krb5_context i_context, ChecksumRequest& io_request, Krb5AuthContext& o_exchange,
+                            krb5_data* o_pMessage) {
+    if (const krb5_error_code nCode = krb5_auth_con_init(i_context, o_exchange.Receive()); nCode != 0) {
+        return nCode;
+    }
+    krb5_auth_con_setflags(i_context, o_exchange.get(), KRB5_AUTH_CONTEXT_DO_TIME | KRB5_AUTH_CONTEXT_DO_SEQUENCE);
+    krb5_auth_con_set_req_cksumtype(i_context, o_exchange.get(), kGssChecksumType);
+    krb5_auth_con_set_checksum_func(i_context, o_exchange.get(), MakeChecksum, &io_request);
+    const krb5_flags nOptions = AP_OPTS_USE_SUBKEY | (io_request.m_bMutual ? AP_OPTS_MUTUAL_REQUIRED : 0);
+    krb5_auth_context exchange = o_exchange.get();
+    const krb5_error_code nCode =
+        krb5_mk_req_extended(i_context, &exchange, nOptions, nullptr, io_request.m_pServiceTicket, o_pMessage);
+    krb5_auth_con_set_checksum_func(i_context, o_exchange.get(), nullptr, nullptr);
+    return nCode;
+}
+
+// The service says why it refuses. Nobody has signed that, so it explains and changes nothing.
+[[noreturn]] void FailAsServiceSays(krb5_context i_context, const krb5_data& i_message) {
+    Krb5ErrorRecord error(i_context);
+    if (krb5_rd_error(i_context, &i_message, error.Receive()) != 0) {
+        Fail(SEC_E_INVALID_TOKEN, "the service answered with an error that cannot be read");
+    }
+    constexpr krb5_ui_4 kMostKrbErrors = 127;  // the library's codes begin with those of the protocol
+    const bool bKnown = error->error > 0 && error->error <= kMostKrbErrors;
+    const auto nCode =
+        static_cast<krb5_error_code>(bKnown ? ERROR_TABLE_BASE_krb5 + int64_t{error->error} : KRB5KRB_ERR_GENERIC);
+    Fail(StatusFromKrb5(nCode), "the service " + PrincipalText(i_context, error->server) +
+                                    " refuses the logon: " + ErrorWords(i_context, nCode));
+}
+
+}  // namespace
+
+std::shared_ptr<SecurityContext> Initiator::Start(krb5_context i_context, InitiatorTickets& i_tickets,
+                                                  const std::string& i_targetName, uint32_t i_nRequirements,
+                                                  std::vector<uint8_t>& o_token) {
+    const auto pTicket = i_tickets.Get(i_context, i_targetName);
+    ChecksumRequest request{.m_tickets = i_tickets,
+                            .m_pServiceTicket = pTicket->m_credentials.get(),
+                            .m_bMutual = (i_nRequirements & ISC_REQ_MUTUAL_AUTH) != 0,
+                            .m_bDelegate = (i_nRequirements & ISC_REQ_DELEGATE) != 0 && pTicket->MayDelegate(),
+                            .m_bytes = {}};
+    Krb5AuthContext exchange(i_context);
+    Krb5Data message(i_context);
+    if (const krb5_error_code nCode = MakeRequest(i_context, request, exchange, message.Receive()); nCode != 0) {
+        FailKrb5(i_context, nCode, "starting a logon to " + i_targetName);
+    }
+    o_token = MakeGssToken(GssTokenKind::ApRequest, BytesOf(*message));
+
+    auto pLogon = std::make_shared<SecurityContext>();
+    pLogon->m_nStart = pTicket->m_nStart;
+    pLogon->m_nEnd = pTicket->m_nEnd;
+    const Harrowlib201::CS_Locker locker(pLogon->m_section);
+    pLogon->m_bEstablished = !request.m_bMutual;
+    pLogon->m_nAttributes =
+        (request.m_bMutual ? ISC_RET_MUTUAL_AUTH : 0U) | (request.m_bDelegate ? ISC_RET_DELEGATE : 0U);
+    if (request.m_bMutual) {
+        pLogon->m_exchange = KeptAuthContext(exchange.Detach());
+    }
+    return pLogon;
+}
+
+void Initiator::Finish(krb5_context i_context, SecurityContext& io_logon, std::span<const uint8_t> i_token) {
+    const Harrowlib201::CS_Locker locker(io_logon.m_section);
+    if (io_logon.m_bAccepted || io_logon.m_bEstablished) {
+        Fail(SEC_E_INVALID_TOKEN, "the logon is complete and expects no further token");
+    }
+    const auto token = ReadGssToken(i_token);
+    if (!token || token->m_eKind == GssTokenKind::ApRequest) {
+        Fail(SEC_E_INVALID_TOKEN, "the service's answer is not a Kerberos token");
+    }
+    const krb5_data message = DataOf(token->m_message);
+    if (token->m_eKind == GssTokenKind::KrbError) {
+        FailAsServiceSays(i_context, message);
+    }
+    Krb5ReplyPart reply(i_context);
+    if (const krb5_error_code nCode = krb5_rd_rep(i_context, io_logon.m_exchange.get(), &message, reply.Receive());
+        nCode != 0) {
+        FailKrb5(i_context, nCode, "checking that the answer comes from the service");
+    }
+    const Krb5AuthContext finished(i_context, io_logon.m_exchange.Detach());
+    io_logon.m_bEstablished = true;
+}
+
+}  // namespace morwen

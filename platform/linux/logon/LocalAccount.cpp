@@ -1,0 +1,129 @@
+// The account of this machine that a Kerberos principal stands for.
+#include "platform/linux/logon/LocalAccount.h"
+
+#include <grp.h>
+#include <pwd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "platform/linux/krb5/FailureText.h"
+#include "platform/linux/krb5/Krb5Words.h"
+#include "platform/linux/logon/HeldAccounts.h"
+
+namespace morwen {
+
+namespace {
+
+// Far beyond any real record; a directory service that answers "too small" for ever must not eat the memory.
+constexpr size_t kMostBytes = size_t{1} << 20;
+// The kernel allows 65,536 groups to a process.
+constexpr size_t kMostGroups = size_t{1} << 17;
+
+// The principal's bytes, so that no two have one key.
+std::string KeyOf(const krb5_principal_data& i_principal) {
+    std::string key;
+    const auto append = [&key](const krb5_data& i_part) {
+        key.append(std::to_string(i_part.length)).push_back(':');
+        key.append(i_part.data, i_part.length);
+    };
+    append(i_principal.realm);
+    for (krb5_int32 i = 0; i < i_principal.length; ++i) {
+        append(i_principal.data[i]);
+    }
+    return key;
+}
+
+// libkrb5's rules see texts that end at a zero: such a name would be taken for another one.
+bool HasZero(const krb5_principal_data& i_principal) noexcept {
+    const auto hasZero = [](const krb5_data& i_part) {
+        return i_part.length != 0 && std::memchr(i_part.data, 0, i_part.length) != nullptr;
+    };
+    return hasZero(i_principal.realm) || std::any_of(i_principal.data, i_principal.data + i_principal.length, hasZero);
+}
+
+krb5_error_code LocalName(krb5_context i_context, krb5_const_principal i_principal, std::string& o_name) {
+    if (HasZero(*i_principal)) {
+        return KRB5_LNAME_NOTRANS;
+    }
+    krb5_error_code nCode = KRB5_CONFIG_NOTENUFSPACE;
+    for (size_t nSize = 256; nCode == KRB5_CONFIG_NOTENUFSPACE && nSize <= kMostBytes; nSize *= 4) {
+        o_name.assign(nSize, '\0');
+        nCode = krb5_aname_to_localname(i_context, i_principal, static_cast<int>(nSize), o_name.data());
+    }
+    o_name.resize(std::strlen(o_name.c_str()));
+    return nCode;
+}
+
+// 0, or an errno; ENOENT when there is no such account.
+int FindAccount(const std::string& i_name, UnixAccount& o_account) {
+    int nError = ERANGE;
+    for (size_t nSize = 1024; nError == ERANGE && nSize <= kMostBytes; nSize *= 4) {
+        std::vector<char> buffer(nSize);
+        passwd record{};
+        passwd* pFound = nullptr;
+        do {
+            nError = getpwnam_r(i_name.c_str(), &record, buffer.data(), buffer.size(), &pFound);
+        } while (nError == EINTR);
+        if (pFound != nullptr) {
+            o_account = {record.pw_uid, record.pw_gid, {}};
+            return 0;
+        }
+    }
+    return nError != 0 ? nError : ENOENT;
+}
+
+// Empty when the groups could not be read. The account's own group comes first.
+std::vector<gid_t> GroupsOf(const std::string& i_name, gid_t i_nGroup) {
+    for (size_t nRoom = 64; nRoom <= kMostGroups; nRoom *= 4) {
+        std::vector<gid_t> groups(nRoom);
+        int nCount = static_cast<int>(nRoom);
+        if (getgrouplist(i_name.c_str(), i_nGroup, groups.data(), &nCount) >= 0) {
+            groups.resize(static_cast<size_t>(nCount));
+            return groups;
+        }
+    }
+    return {};
+}
+
+}  // namespace
+
+std::optional<UnixAccount> LocalAccount(krb5_context i_context, krb5_const_principal i_principal,
+                                        SECURITY_STATUS& o_nStatus) {
+    const std::string key = KeyOf(*i_principal);
+    if (auto held = HeldAccounts::Get(key)) {
+        o_nStatus = SEC_E_OK;
+        return held;
+    }
+    std::string name;
+    if (const krb5_error_code nCode = LocalName(i_context, i_principal, name); nCode != 0) {
+        o_nStatus =
+            FailWithKrb5(i_context, nCode, "mapping " + PrincipalText(i_context, i_principal) + " to a local account");
+        return std::nullopt;
+    }
+    const auto fail = [&](const std::string& i_reason) {
+        o_nStatus = FailWith(SEC_E_NO_IMPERSONATION, PrincipalText(i_context, i_principal) +
+                                                         " maps to the local account \"" + name + "\", " + i_reason);
+        return std::nullopt;
+    };
+    UnixAccount account;
+    if (const int nError = FindAccount(name, account); nError == ENOENT) {
+        return fail("which does not exist on this machine");
+    } else if (nError != 0) {
+        return fail("which could not be looked up: " + std::generic_category().message(nError));
+    }
+    account.m_groups = GroupsOf(name, account.m_nGroup);
+    if (account.m_groups.empty()) {
+        return fail("whose groups could not be looked up");
+    }
+    account.SortGroups();
+    HeldAccounts::Hold(key, account);
+    o_nStatus = SEC_E_OK;
+    return account;
+}
+
+}  // namespace morwen

@@ -1,0 +1,365 @@
+#include "platform/linux/seam/LinuxSspi.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <new>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include "harrow/lifetime/NeverDestroyed.h"
+#include "harrow/log/STrace.h"
+#include "harrow/text/SWCharStringConv.h"
+#include "platform/linux/contexts/Krb5ContextPool.h"
+#include "platform/linux/identity/ThreadIdentity.h"
+#include "platform/linux/krb5/Krb5Words.h"
+#include "platform/linux/krb5/SspiFailure.h"
+#include "platform/linux/logon/Acceptor.h"
+#include "platform/linux/logon/Initiator.h"
+#include "platform/linux/logon/LocalAccount.h"
+#include "platform/linux/seam/SecBuffers.h"
+#include "platform/linux/seam/TimeStamps.h"
+#include "platform/linux/wire/GssToken.h"
+
+namespace morwen {
+
+namespace {
+
+constexpr std::u16string_view kPackage = u"Kerberos";
+constexpr std::u16string_view kComment = u"Kerberos V5 through libkrb5";
+
+// What the package information says that the package can: connections, mutual authentication, delegation, tokens that
+// GSS-API understands, no protection of messages.
+constexpr uint32_t kTokenOnly = 0x4;
+constexpr uint32_t kConnection = 0x10;
+constexpr uint32_t kGssCompatible = 0x1000;
+constexpr uint32_t kMutualAuth = 0x10000;
+constexpr uint32_t kDelegation = 0x20000;
+constexpr uint16_t kPackageVersion = 1;
+constexpr uint16_t kRpcIdentifier = 16;
+
+// One block with its texts, allocated by malloc.
+struct PackageInfo {
+    SecPkgInfoW m_info{};
+    char16_t m_szName[kPackage.size() + 1]{};
+    char16_t m_szComment[kComment.size() + 1]{};
+};
+
+// Nothing is thrown across the seam.
+template <class Work>
+SECURITY_STATUS Guarded(const char* i_pszCall, Work i_work) noexcept {
+    SECURITY_STATUS nStatus = SEC_E_INTERNAL_ERROR;
+    try {
+        nStatus = i_work();
+        if (nStatus < 0 || !ThreadIdentity::IsStuck()) {
+            return nStatus;
+        }
+        nStatus = FailWith(SEC_E_NO_IMPERSONATION, "the thread could not be made the user again that it acts as");
+    } catch (const SspiFailure& failure) {
+        nStatus = failure.Status();
+    } catch (const std::bad_alloc&) {
+        nStatus = FailWith(SEC_E_INSUFFICIENT_MEMORY, {});
+    } catch (...) {
+        FailWith(nStatus, "an unexpected exception");
+    }
+    S_TRACE("ssoplugin: LinuxSspi::%1() -- Failed with %2: %3", i_pszCall, nStatus, std::string(FailureText(nStatus)));
+    return nStatus;
+}
+
+Krb5ContextLease TakeContext() {
+    Krb5ContextLease lease = Krb5ContextPool::Take();
+    if (!lease) {
+        FailKrb5(nullptr, lease.Code(), "starting the Kerberos library");
+    }
+    return lease;
+}
+
+char16_t LowerCase(char16_t i_c) {
+    return i_c >= u'A' && i_c <= u'Z' ? static_cast<char16_t>(i_c + 32) : i_c;
+}
+
+void CheckPackage(const SEC_WCHAR* i_pszPackage) {
+    const std::u16string_view name = i_pszPackage != nullptr ? std::u16string_view(i_pszPackage) : u"";
+    if (!std::equal(name.begin(), name.end(), kPackage.begin(), kPackage.end(),
+                    [](char16_t i_left, char16_t i_right) { return LowerCase(i_left) == LowerCase(i_right); })) {
+        Fail(SEC_E_SECPKG_NOT_FOUND, "Kerberos is the only security package here");
+    }
+}
+
+void RequireOutput(const void* i_pvOutput) {
+    if (i_pvOutput == nullptr) {
+        Fail(SEC_E_INVALID_HANDLE, "the call brings no place for its result");
+    }
+}
+
+template <class T>
+void Give(T* o_pResult, const T& i_result) {
+    if (o_pResult != nullptr) {
+        *o_pResult = i_result;
+    }
+}
+
+SECURITY_STATUS Unsupported(const char* i_pszWhat) {
+    Fail(SEC_E_UNSUPPORTED_FUNCTION, std::string(i_pszWhat) + " is not supported yet");
+}
+
+}  // namespace
+
+SECURITY_STATUS LinuxSspi::QuerySecurityPackageInfoW(SEC_WCHAR* i_pszPackage, PSecPkgInfoW* o_ppInfo) noexcept {
+    return Guarded("QuerySecurityPackageInfoW", [&] {
+        RequireOutput(o_ppInfo);
+        CheckPackage(i_pszPackage);
+        void* const pvBlock = std::malloc(sizeof(PackageInfo));
+        if (pvBlock == nullptr) {
+            throw std::bad_alloc();
+        }
+        auto* const pPackage = new (pvBlock) PackageInfo;
+        std::copy(kPackage.begin(), kPackage.end(), pPackage->m_szName);
+        std::copy(kComment.begin(), kComment.end(), pPackage->m_szComment);
+        pPackage->m_info = {kTokenOnly | kConnection | kGssCompatible | kMutualAuth | kDelegation,
+                            kPackageVersion,
+                            kRpcIdentifier,
+                            kMostTokenBytes,
+                            pPackage->m_szName,
+                            pPackage->m_szComment};
+        *o_ppInfo = &pPackage->m_info;
+        return SEC_E_OK;
+    });
+}
+
+SECURITY_STATUS LinuxSspi::FreeContextBuffer(void* i_pvBuffer) noexcept {
+    std::free(i_pvBuffer);
+    return SEC_E_OK;
+}
+
+SECURITY_STATUS LinuxSspi::AcquireCredentialsHandleW(SEC_WCHAR* i_pszPrincipal, SEC_WCHAR* i_pszPackage, ULONG i_nUse,
+                                                     void* i_pvLogonId, void* i_pvAuthData, SEC_GET_KEY_FN i_pfnGetKey,
+                                                     void* i_pvGetKeyArgument, PCredHandle o_pCredential,
+                                                     PTimeStamp o_ptsExpiry) noexcept {
+    return Guarded("AcquireCredentialsHandleW", [&] {
+        RequireOutput(o_pCredential);
+        CheckPackage(i_pszPackage);
+        if (i_pszPrincipal != nullptr || i_pvLogonId != nullptr || i_pfnGetKey != nullptr ||
+            i_pvGetKeyArgument != nullptr) {
+            Unsupported("choosing credentials by principal, logon identifier or key function");
+        }
+        const Krb5ContextLease lease = TakeContext();
+        const auto* const pIdentity = static_cast<const SEC_WINNT_AUTH_IDENTITY_W*>(i_pvAuthData);
+        *o_pCredential = m_credentials.Add(LinuxCredential::Acquire(lease.get(), i_nUse, pIdentity));
+        Give(o_ptsExpiry, LocalTimeStamp(kNever));
+        return SEC_E_OK;
+    });
+}
+
+SECURITY_STATUS LinuxSspi::FreeCredentialsHandle(PCredHandle i_pCredential) noexcept {
+    return m_credentials.Remove(i_pCredential) != nullptr
+               ? SEC_E_OK
+               : FailWith(SEC_E_INVALID_HANDLE, "there are no credentials with this handle");
+}
+
+SECURITY_STATUS LinuxSspi::InitializeSecurityContextW(PCredHandle i_pCredential, PCtxtHandle i_pContext,
+                                                      SEC_WCHAR* i_pszTargetName, ULONG i_nRequirements, ULONG, ULONG,
+                                                      PSecBufferDesc i_pInput, ULONG, PCtxtHandle o_pNewContext,
+                                                      PSecBufferDesc io_pOutput, ULONG* o_pnAttributes,
+                                                      PTimeStamp o_ptsExpiry) noexcept {
+    return Guarded("InitializeSecurityContextW", [&] {
+        const auto pCredential = Credential(i_pCredential);
+        if (!pCredential->m_bInitiates) {
+            Fail(SEC_E_NO_CREDENTIALS, "the credentials are for accepting logons only");
+        }
+        if (i_pContext != nullptr) {
+            return FinishLogon(i_pContext, i_pInput, o_pNewContext, io_pOutput, o_pnAttributes, o_ptsExpiry);
+        }
+        return StartLogon(*pCredential, i_pszTargetName, i_nRequirements, o_pNewContext, io_pOutput, o_pnAttributes,
+                          o_ptsExpiry);
+    });
+}
+
+SECURITY_STATUS LinuxSspi::AcceptSecurityContext(PCredHandle i_pCredential, PCtxtHandle i_pContext,
+                                                 PSecBufferDesc i_pInput, ULONG, ULONG, PCtxtHandle o_pNewContext,
+                                                 PSecBufferDesc io_pOutput, ULONG* o_pnAttributes,
+                                                 PTimeStamp o_ptsExpiry) noexcept {
+    return Guarded("AcceptSecurityContext", [&] {
+        const auto pCredential = Credential(i_pCredential);
+        if (pCredential->m_pKeys == nullptr) {
+            Fail(SEC_E_NO_CREDENTIALS, "the credentials are for initiating logons only");
+        }
+        if (i_pContext != nullptr) {
+            static_cast<void>(Context(i_pContext));
+            Fail(SEC_E_INVALID_TOKEN, "the logon is complete and expects no further token");
+        }
+        return AcceptLogon(*pCredential, i_pInput, o_pNewContext, io_pOutput, o_pnAttributes, o_ptsExpiry);
+    });
+}
+
+SECURITY_STATUS LinuxSspi::QueryContextAttributesW(PCtxtHandle i_pContext, ULONG i_nAttribute,
+                                                   void* o_pvBuffer) noexcept {
+    return Guarded("QueryContextAttributesW", [&] {
+        const auto pLogon = Context(i_pContext);
+        RequireOutput(o_pvBuffer);
+        if (i_nAttribute != SECPKG_ATTR_LIFESPAN) {
+            Unsupported("any attribute but the lifespan");
+        }
+        const Harrowlib201::CS_Locker locker(pLogon->m_section);
+        if (!pLogon->m_bEstablished) {
+            Fail(SEC_E_INVALID_HANDLE, "the logon is not complete");
+        }
+        *static_cast<SecPkgContext_Lifespan*>(o_pvBuffer) = {LocalTimeStamp(pLogon->m_nStart),
+                                                             LocalTimeStamp(pLogon->m_nEnd)};
+        return SEC_E_OK;
+    });
+}
+
+SECURITY_STATUS LinuxSspi::ImpersonateSecurityContext(PCtxtHandle i_pContext) noexcept {
+    return Guarded("ImpersonateSecurityContext", [&] {
+        const auto pIdentity = IdentityOf(*Context(i_pContext), Need::Account);
+        const uid_t nUser = pIdentity->m_account->m_nUser;
+        if (nUser == 0) {
+            Fail(SEC_E_NO_IMPERSONATION, "the user maps to root, whom no logon may act as; see auth_to_local");
+        }
+        if (const int nError = ThreadIdentity::Impersonate(pIdentity); nError != 0) {
+            Fail(SEC_E_NO_IMPERSONATION, "acting as the user with the number " + std::to_string(nUser) + ": " +
+                                             std::generic_category().message(nError) +
+                                             "; the service needs CAP_SETUID and CAP_SETGID");
+        }
+        return SEC_E_OK;
+    });
+}
+
+SECURITY_STATUS LinuxSspi::RevertSecurityContext(PCtxtHandle i_pContext) noexcept {
+    return Guarded("RevertSecurityContext", [&] {
+        static_cast<void>(Context(i_pContext));
+        if (const int nError = ThreadIdentity::Revert(); nError != 0) {
+            Fail(SEC_E_NO_IMPERSONATION, "becoming the service again: " + std::generic_category().message(nError));
+        }
+        return SEC_E_OK;
+    });
+}
+
+SECURITY_STATUS LinuxSspi::DeleteSecurityContext(PCtxtHandle i_pContext) noexcept {
+    return m_contexts.Remove(i_pContext) != nullptr
+               ? SEC_E_OK
+               : FailWith(SEC_E_INVALID_HANDLE, "there is no context with this handle");
+}
+
+SECURITY_STATUS LinuxSspi::OpenContextToken(PCtxtHandle i_pContext, HANDLE* o_phToken) noexcept {
+    return Guarded("OpenContextToken", [&] {
+        RequireOutput(o_phToken);
+        const HANDLE hToken = OpenToken(IdentityOf(*Context(i_pContext), Need::Sids));
+        try {
+            if (SidsOfToken(hToken) == nullptr) {
+                Fail(SEC_E_INVALID_TOKEN,
+                     "the logon information in the user's ticket, signed by the KDC, cannot be read");
+            }
+        } catch (...) {
+            CloseToken(hToken);
+            throw;
+        }
+        *o_phToken = hToken;
+        return SEC_E_OK;
+    });
+}
+
+std::shared_ptr<const TokenIdentity> LinuxSspi::IdentityOf(SecurityContext& io_logon, Need i_eNeed) {
+    const Harrowlib201::CS_Locker locker(io_logon.m_section);
+    if (!io_logon.m_bAccepted || !io_logon.m_bEstablished) {
+        Fail(SEC_E_INVALID_HANDLE, "the context is not that of a user who has logged on here");
+    }
+    auto& pIdentity = io_logon.m_pIdentity;
+    const bool bInTicket = i_eNeed == Need::Sids && pIdentity->m_pacLogonInfo;
+    if (!bInTicket && !pIdentity->m_account) {
+        SECURITY_STATUS nStatus = SEC_E_INTERNAL_ERROR;
+        auto account = LocalAccount(TakeContext().get(), io_logon.m_client.get(), nStatus);
+        if (!account && i_eNeed == Need::Sids) {
+            Fail(nStatus, "the ticket brings no logon information, and " + std::string(FailureText(nStatus)));
+        } else if (!account) {
+            throw SspiFailure(nStatus);
+        }
+        auto pWithAccount = std::make_shared<TokenIdentity>(*pIdentity);
+        pWithAccount->m_account = std::move(account);
+        pIdentity = std::move(pWithAccount);
+    }
+    return pIdentity;
+}
+
+std::shared_ptr<LinuxCredential> LinuxSspi::Credential(PCredHandle i_pCredential) const {
+    auto pCredential = m_credentials.Find(i_pCredential);
+    if (pCredential == nullptr) {
+        Fail(SEC_E_INVALID_HANDLE, "there are no credentials with this handle");
+    }
+    return pCredential;
+}
+
+std::shared_ptr<SecurityContext> LinuxSspi::Context(PCtxtHandle i_pContext) const {
+    auto pLogon = m_contexts.Find(i_pContext);
+    if (pLogon == nullptr) {
+        Fail(SEC_E_INVALID_HANDLE, "there is no context with this handle");
+    }
+    return pLogon;
+}
+
+SECURITY_STATUS LinuxSspi::StartLogon(const LinuxCredential& i_credential, const SEC_WCHAR* i_pszTargetName,
+                                      ULONG i_nRequirements, PCtxtHandle o_pNewContext, PSecBufferDesc io_pOutput,
+                                      ULONG* o_pnAttributes, PTimeStamp o_ptsExpiry) {
+    OutputToken output(io_pOutput);
+    RequireOutput(o_pNewContext);
+    if (i_credential.m_pTickets == nullptr) {
+        Fail(SEC_E_NO_CREDENTIALS,
+             "the thread acts as a user who has delegated no tickets to this service; is the service trusted for "
+             "delegation, and is the user's ticket forwardable?");
+    }
+    if (i_pszTargetName == nullptr || *i_pszTargetName == u'\0') {
+        Fail(SEC_E_TARGET_UNKNOWN, "the call names no service to log on to");
+    }
+    const Krb5ContextLease lease = TakeContext();
+    std::vector<uint8_t> token;
+    const auto pLogon =
+        Initiator::Start(lease.get(), *i_credential.m_pTickets, Harrowlib201::SWCharStringConv::ToUtf8(i_pszTargetName),
+                         i_nRequirements, token);
+    const Harrowlib201::CS_Locker locker(pLogon->m_section);
+    output.Write(token);
+    *o_pNewContext = m_contexts.Add(pLogon);
+    Give(o_pnAttributes, pLogon->m_nAttributes);
+    Give(o_ptsExpiry, LocalTimeStamp(pLogon->m_nEnd));
+    return pLogon->m_bEstablished ? SEC_E_OK : SEC_I_CONTINUE_NEEDED;
+}
+
+SECURITY_STATUS LinuxSspi::FinishLogon(PCtxtHandle i_pContext, PSecBufferDesc i_pInput, PCtxtHandle o_pNewContext,
+                                       PSecBufferDesc io_pOutput, ULONG* o_pnAttributes, PTimeStamp o_ptsExpiry) {
+    const auto pLogon = Context(i_pContext);
+    if (io_pOutput != nullptr) {
+        OutputToken(io_pOutput).Write({});  // nothing more to send
+    }
+    const Krb5ContextLease lease = TakeContext();
+    Initiator::Finish(lease.get(), *pLogon, InputToken(i_pInput));
+    const Harrowlib201::CS_Locker locker(pLogon->m_section);
+    Give(o_pNewContext, *i_pContext);
+    Give(o_pnAttributes, pLogon->m_nAttributes);
+    Give(o_ptsExpiry, LocalTimeStamp(pLogon->m_nEnd));
+    return SEC_E_OK;
+}
+
+SECURITY_STATUS LinuxSspi::AcceptLogon(const LinuxCredential& i_credential, PSecBufferDesc i_pInput,
+                                       PCtxtHandle o_pNewContext, PSecBufferDesc io_pOutput, ULONG* o_pnAttributes,
+                                       PTimeStamp o_ptsExpiry) {
+    OutputToken output(io_pOutput);
+    RequireOutput(o_pNewContext);
+    const auto input = InputToken(i_pInput);
+    const Krb5ContextLease lease = TakeContext();
+    std::vector<uint8_t> reply;
+    const auto pLogon = Acceptor::Accept(lease.get(), *i_credential.m_pKeys, input, reply);
+    const Harrowlib201::CS_Locker locker(pLogon->m_section);
+    output.Write(reply);
+    *o_pNewContext = m_contexts.Add(pLogon);
+    Give(o_pnAttributes, pLogon->m_nAttributes);
+    Give(o_ptsExpiry, LocalTimeStamp(pLogon->m_nEnd));
+    return SEC_E_OK;
+}
+
+SspiCalls& TheLinuxSspi() {
+    static Harrowlib201::NeverDestroyed<LinuxSspi> s_sspi;
+    return *s_sspi;
+}
+
+}  // namespace morwen

@@ -1,0 +1,57 @@
+#include "platform/linux/seam/SecBuffers.h"
+
+#include <algorithm>
+#include <string>
+
+#include "platform/linux/krb5/SspiFailure.h"
+
+namespace morwen {
+
+namespace {
+
+// More than a ticket and delegated tickets can take together. What claims to be longer is not looked at: a host may
+// have passed on a length that its peer has made up.
+constexpr uint32_t kMostInputBytes = 1U << 20;
+
+SecBuffer* TokenBuffer(const SecBufferDesc* i_pBuffers) {
+    if (i_pBuffers == nullptr || i_pBuffers->ulVersion != SECBUFFER_VERSION || i_pBuffers->pBuffers == nullptr) {
+        return nullptr;
+    }
+    const std::span<SecBuffer> buffers(i_pBuffers->pBuffers, i_pBuffers->cBuffers);
+    const auto it = std::find_if(buffers.begin(), buffers.end(), [](const SecBuffer& i_buffer) {
+        return i_buffer.BufferType == SECBUFFER_TOKEN && i_buffer.pvBuffer != nullptr;
+    });
+    return it != buffers.end() ? &*it : nullptr;
+}
+
+}  // namespace
+
+std::span<const uint8_t> InputToken(const SecBufferDesc* i_pInput) {
+    const SecBuffer* const pBuffer = TokenBuffer(i_pInput);
+    if (pBuffer == nullptr || pBuffer->cbBuffer == 0) {
+        Fail(SEC_E_INVALID_TOKEN, "the call brings no token");
+    }
+    if (pBuffer->cbBuffer > kMostInputBytes) {
+        Fail(SEC_E_INVALID_TOKEN, "a length of " + std::to_string(pBuffer->cbBuffer) + " bytes is no token's");
+    }
+    return {static_cast<const uint8_t*>(pBuffer->pvBuffer), pBuffer->cbBuffer};
+}
+
+OutputToken::OutputToken(const SecBufferDesc* i_pOutput) : m_pBuffer(TokenBuffer(i_pOutput)) {
+    if (m_pBuffer == nullptr) {
+        Fail(SEC_E_INVALID_TOKEN, "the call brings no buffer for a token");
+    }
+    m_nRoom = m_pBuffer->cbBuffer;
+    m_pBuffer->cbBuffer = 0;
+}
+
+void OutputToken::Write(std::span<const uint8_t> i_token) {
+    if (i_token.size() > m_nRoom) {
+        Fail(SEC_E_BUFFER_TOO_SMALL, "the token has " + std::to_string(i_token.size()) + " bytes, the buffer for it " +
+                                         std::to_string(m_nRoom));
+    }
+    std::copy(i_token.begin(), i_token.end(), static_cast<uint8_t*>(m_pBuffer->pvBuffer));
+    m_pBuffer->cbBuffer = static_cast<uint32_t>(i_token.size());
+}
+
+}  // namespace morwen

@@ -1,0 +1,65 @@
+#include "platform/linux/wire/GssChecksum.h"
+
+namespace morwen {
+
+namespace {
+
+// Offsets in the checksum; numbers have their lowest byte first.
+constexpr size_t kBindingsLengthAt = 0;
+constexpr size_t kBindingsLength = 16;
+constexpr size_t kFlagsAt = 4 + kBindingsLength;
+constexpr size_t kOptionAt = kFlagsAt + 4;
+constexpr size_t kDelegationLengthAt = kOptionAt + 2;
+constexpr size_t kDelegationAt = kDelegationLengthAt + 2;
+constexpr uint32_t kDelegationOption = 1;
+
+uint32_t ReadNumber(std::span<const uint8_t> i_bytes, size_t i_nAt, size_t i_nLength) noexcept {
+    uint32_t nValue = 0;
+    for (size_t i = i_nLength; i-- > 0;) {
+        nValue = (nValue << 8) | i_bytes[i_nAt + i];
+    }
+    return nValue;
+}
+
+void AppendNumber(uint32_t i_nValue, size_t i_nLength, std::vector<uint8_t>& io_bytes) {
+    for (size_t i = 0; i < i_nLength; ++i) {
+        io_bytes.push_back(static_cast<uint8_t>(i_nValue >> (8 * i)));
+    }
+}
+
+}  // namespace
+
+std::optional<GssChecksum> ReadGssChecksum(std::span<const uint8_t> i_bytes) noexcept {
+    if (i_bytes.size() < kOptionAt || ReadNumber(i_bytes, kBindingsLengthAt, 4) != kBindingsLength) {
+        return std::nullopt;
+    }
+    GssChecksum checksum{ReadNumber(i_bytes, kFlagsAt, 4), {}};
+    if ((checksum.m_nFlags & kGssDelegate) == 0) {
+        return checksum;
+    }
+    if (i_bytes.size() < kDelegationAt || ReadNumber(i_bytes, kOptionAt, 2) != kDelegationOption) {
+        return std::nullopt;
+    }
+    const size_t nLength = ReadNumber(i_bytes, kDelegationLengthAt, 2);
+    if (nLength > i_bytes.size() - kDelegationAt) {
+        return std::nullopt;
+    }
+    checksum.m_delegation = i_bytes.subspan(kDelegationAt, nLength);
+    return checksum;
+}
+
+std::vector<uint8_t> MakeGssChecksum(const GssChecksum& i_checksum) {
+    std::vector<uint8_t> bytes;
+    bytes.reserve(kDelegationAt + i_checksum.m_delegation.size());
+    AppendNumber(kBindingsLength, 4, bytes);
+    bytes.resize(kFlagsAt);
+    AppendNumber(i_checksum.m_nFlags, 4, bytes);
+    if ((i_checksum.m_nFlags & kGssDelegate) != 0) {
+        AppendNumber(kDelegationOption, 2, bytes);
+        AppendNumber(static_cast<uint32_t>(i_checksum.m_delegation.size()), 2, bytes);
+        bytes.insert(bytes.end(), i_checksum.m_delegation.begin(), i_checksum.m_delegation.end());
+    }
+    return bytes;
+}
+
+}  // namespace morwen

@@ -1,0 +1,92 @@
+#include "platform/linux/wire/GssToken.h"
+
+#include <algorithm>
+#include <array>
+
+#include "platform/linux/wire/Der.h"
+
+namespace morwen {
+
+namespace {
+
+constexpr uint8_t kFrameTag = 0x60;
+constexpr uint8_t kSequenceTag = 0x30;
+constexpr uint8_t kTicketFieldTag = 0xA3;
+constexpr std::array<uint8_t, 11> kMechanism = {0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x12, 0x01, 0x02, 0x02};
+
+// The tag of the Kerberos message that belongs to each kind; 0 for what is no kind.
+uint8_t MessageTag(GssTokenKind i_eKind) noexcept {
+    switch (i_eKind) {
+        case GssTokenKind::ApRequest:
+            return 0x6E;
+        case GssTokenKind::ApReply:
+            return 0x6F;
+        case GssTokenKind::KrbError:
+            return 0x7E;
+    }
+    return 0;
+}
+
+void AppendDerLength(size_t i_nLength, std::vector<uint8_t>& io_bytes) {
+    if (i_nLength < 0x80) {
+        io_bytes.push_back(static_cast<uint8_t>(i_nLength));
+        return;
+    }
+    uint8_t nBytes = 1;
+    while (nBytes < sizeof(size_t) && (i_nLength >> (8 * nBytes)) != 0) {
+        ++nBytes;
+    }
+    io_bytes.push_back(static_cast<uint8_t>(0x80 | nBytes));
+    for (uint8_t i = nBytes; i-- > 0;) {
+        io_bytes.push_back(static_cast<uint8_t>(i_nLength >> (8 * i)));
+    }
+}
+
+}  // namespace
+
+std::optional<GssToken> ReadGssToken(std::span<const uint8_t> i_token) noexcept {
+    constexpr size_t kBeforeMessage = kMechanism.size() + 2;
+    const auto content = OnlyDer(i_token, kFrameTag);
+    if (!content || content->size() < kBeforeMessage ||
+        !std::equal(kMechanism.begin(), kMechanism.end(), content->begin())) {
+        return std::nullopt;
+    }
+    const auto eKind =
+        static_cast<GssTokenKind>((*content)[kMechanism.size()] << 8 | (*content)[kMechanism.size() + 1]);
+    const GssToken token{eKind, content->subspan(kBeforeMessage)};
+    const uint8_t nTag = MessageTag(eKind);
+    if (nTag == 0 || !OnlyDer(token.m_message, nTag)) {
+        return std::nullopt;
+    }
+    return token;
+}
+
+std::vector<uint8_t> MakeGssToken(GssTokenKind i_eKind, std::span<const uint8_t> i_message) {
+    constexpr size_t kMostHeader = 2 + sizeof(size_t);
+    const size_t nContent = kMechanism.size() + 2 + i_message.size();
+    std::vector<uint8_t> token;
+    token.reserve(kMostHeader + nContent);
+    token.push_back(kFrameTag);
+    AppendDerLength(nContent, token);
+    token.insert(token.end(), kMechanism.begin(), kMechanism.end());
+    token.push_back(static_cast<uint8_t>(static_cast<uint16_t>(i_eKind) >> 8));
+    token.push_back(static_cast<uint8_t>(static_cast<uint16_t>(i_eKind) & 0xFF));
+    token.insert(token.end(), i_message.begin(), i_message.end());
+    return token;
+}
+
+std::optional<std::span<const uint8_t>> TicketInApRequest(std::span<const uint8_t> i_message) noexcept {
+    const auto content = OnlyDer(i_message, MessageTag(GssTokenKind::ApRequest));
+    auto fields = content ? OnlyDer(*content, kSequenceTag) : std::nullopt;
+    if (!fields) {
+        return std::nullopt;
+    }
+    while (const auto field = TakeDer(*fields)) {
+        if (field->m_nTag == kTicketFieldTag) {
+            return field->m_content;
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace morwen
