@@ -19,7 +19,8 @@ public:
 
     constexpr SDateTime() noexcept = default;
     constexpr explicit SDateTime(int64_t i_nUtcMilliseconds) noexcept : m_nMilliseconds(i_nUtcMilliseconds) {}
-    // From a date as a calendar and a clock on the wall show it. Fields out of their range carry over.
+    // From a date as the system reports it, in UTC or by its local clock (LocalSeconds in CalendarSeconds.h). Fields
+    // out of their range carry over.
     SDateTime(int i_nYear, int i_nMonth, int i_nDay, int i_nHour, int i_nMinute, int i_nSecond, int i_nMillisecond,
               STimeZone i_eZone);
 

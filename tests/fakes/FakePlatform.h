@@ -5,7 +5,6 @@
 #include <chrono>
 #include <cstddef>
 #include <cstring>
-#include <ctime>
 #include <deque>
 #include <map>
 #include <memory>
@@ -17,6 +16,7 @@
 #include <vector>
 
 #include "harrow/text/SWCharStringConv.h"
+#include "harrow/time/SDateTime.h"
 #include "platform/Platform.h"
 
 namespace morwen {
@@ -87,15 +87,10 @@ public:
                std::string(pBytes, i_subAuthorities.size() * sizeof(DWORD));
     }
 
-    // An instant (milliseconds since 1970, UTC) as the package reports it: the local clock then, in 100 ns since 1601.
+    // An instant (milliseconds since 1970, UTC) as the package reports it: by its local clock, in 100 ns since 1601.
     static int64_t LocalTime(int64_t i_nUtcMilliseconds) {
-        using namespace std::chrono;
-        const std::time_t nSeconds = i_nUtcMilliseconds / 1000;
-        const std::tm* pLocal = std::localtime(&nSeconds);
-        const sys_days day = year(pLocal->tm_year + 1900) / (pLocal->tm_mon + 1) / pLocal->tm_mday;
-        const milliseconds time = (day - sys_days(year(1601) / January / 1)) + hours(pLocal->tm_hour) +
-                                  minutes(pLocal->tm_min) + seconds(pLocal->tm_sec);
-        return (time.count() + i_nUtcMilliseconds % 1000) * 10000;
+        const Harrowlib201::SDateTime epoch(1601, 1, 1, 0, 0, 0, 0, Harrowlib201::STimeZone::TZ_Local);
+        return (Harrowlib201::SDateTime(i_nUtcMilliseconds) - epoch).GetTotalMilliseconds() * 10000;
     }
 
     FakeAnswer m_lifespan;  // of every context

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <ctime>
 #include <string>
 #include <utility>
 #include <vector>
@@ -71,14 +70,6 @@ protected:
     FakePlatform m_fake;
     TraceCapture m_trace;
 };
-
-// The zone of the local time from now on.
-inline void SetZone([[maybe_unused]] const char* i_pszZone) {
-#ifndef _WIN32  // there the machine's own zone must do
-    setenv("TZ", i_pszZone, 1);
-    tzset();
-#endif
-}
 
 // A literal in the host's units.
 inline const SSOChar* Host(const char16_t* i_pszText) {

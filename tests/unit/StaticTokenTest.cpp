@@ -71,19 +71,14 @@ TEST_F(StaticTokenTest, RenewalIsDueOnlyBetweenItsBorders) {
 
 TEST_F(StaticTokenTest, TheTicketsEndIsAnInstant) {
     const int64_t nSummer = kLogin + kHour * 24 * 90;
-    for (const char* pszZone : {"UTC0", "CET-1CEST,M3.5.0,M10.5.0/3", "EST5EDT,M3.2.0,M11.1.0"}) {
-        for (const auto& [nLogin, nExpiry] : {std::pair{kLogin, kLogin + 10 * kHour}, {nSummer, nSummer + kHour + 1}}) {
-            SCOPED_TRACE(pszZone);
-            SetZone(pszZone);
-            const StaticTokenPtr pToken = MakeToken(nLogin, nExpiry);
-            EXPECT_FALSE(m_trace.Contains("expired"));
-            SetZone("UTC0");  // must not matter any more
-            EXPECT_FALSE(pToken->Expired(SDateTime(nExpiry)));
-            EXPECT_TRUE(pToken->Expired(SDateTime(nExpiry + 1)));
-            EXPECT_TRUE(m_trace.Said({"SSPIStaticToken::Expired() -- expired!"}));
-            EXPECT_EQ(pToken->GetTimeToExpiry(SDateTime(nExpiry - 5)), STimeSpan(5));
-            EXPECT_EQ(pToken->GetLifetime(), STimeSpan(nExpiry - nLogin));
-        }
+    for (const auto& [nLogin, nExpiry] : {std::pair{kLogin, kLogin + 10 * kHour}, {nSummer, nSummer + kHour + 1}}) {
+        const StaticTokenPtr pToken = MakeToken(nLogin, nExpiry);
+        EXPECT_FALSE(m_trace.Contains("expired"));
+        EXPECT_FALSE(pToken->Expired(SDateTime(nExpiry)));
+        EXPECT_TRUE(pToken->Expired(SDateTime(nExpiry + 1)));
+        EXPECT_TRUE(m_trace.Said({"SSPIStaticToken::Expired() -- expired!"}));
+        EXPECT_EQ(pToken->GetTimeToExpiry(SDateTime(nExpiry - 5)), STimeSpan(5));
+        EXPECT_EQ(pToken->GetLifetime(), STimeSpan(nExpiry - nLogin));
     }
     EXPECT_EQ(m_fake.Log("QueryContextAttributesW").back(), "2");
     m_fake.Script("FileTimeToSystemTime", {87});

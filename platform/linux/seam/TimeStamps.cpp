@@ -21,8 +21,7 @@ TimeStamp LocalTimeStamp(int64_t i_nUtcSeconds) noexcept {
     if (i_nUtcSeconds >= kMostSeconds - kSecondsFrom1601To1970 - kMostOffset) {
         return FromTicks(std::numeric_limits<int64_t>::max());
     }
-    const int64_t nOffset = Harrowlib201::LocalOffset(i_nUtcSeconds);
-    return FromTicks((i_nUtcSeconds + nOffset + kSecondsFrom1601To1970) * kTicksPerSecond);
+    return FromTicks((i_nUtcSeconds + Harrowlib201::LocalOffset() + kSecondsFrom1601To1970) * kTicksPerSecond);
 }
 
 }  // namespace morwen
