@@ -1,26 +1,53 @@
 // The reader/writer lock, and the guards that hold it for a scope.
 #pragma once
 
+#include <atomic>
+#include <mutex>
 #include <shared_mutex>
 
+#include "harrow/locks/LocksHeld.h"
 #include "harrow/locks/ThreadAnnotations.h"
 
 namespace Harrowlib201 {
 
-// Many readers or one writer. Not recursive: a thread that holds it must not take it again.
+// Many readers or one writer. A writer waits for those who hold it and for nobody who comes later: readers without a
+// pause between them would else keep it waiting for ever. Not recursive, not even for reading: a thread that holds it
+// must not take it again.
 class S_CAPABILITY("CRWLock") CRWLock {
 public:
     CRWLock() = default;
     CRWLock(const CRWLock&) = delete;
     CRWLock& operator=(const CRWLock&) = delete;
 
-    void LockRead() S_ACQUIRE_SHARED() { m_mutex.lock_shared(); }
-    void UnlockRead() S_RELEASE_SHARED() { m_mutex.unlock_shared(); }
-    void LockWrite() S_ACQUIRE() { m_mutex.lock(); }
-    void UnlockWrite() S_RELEASE() { m_mutex.unlock(); }
+    void LockRead() S_ACQUIRE_SHARED() {
+        if (m_nWaitingWriters.load(std::memory_order_relaxed) != 0) {
+            const std::lock_guard turn(m_turn);  // behind the writer that has it
+        }
+        m_mutex.lock_shared();
+        NoteLocked();
+    }
+    void UnlockRead() S_RELEASE_SHARED() {
+        m_mutex.unlock_shared();
+        NoteUnlocked();
+    }
+    void LockWrite() S_ACQUIRE() {
+        m_nWaitingWriters.fetch_add(1, std::memory_order_relaxed);
+        {
+            const std::lock_guard turn(m_turn);
+            m_mutex.lock();
+        }
+        m_nWaitingWriters.fetch_sub(1, std::memory_order_relaxed);
+        NoteLocked();
+    }
+    void UnlockWrite() S_RELEASE() {
+        m_mutex.unlock();
+        NoteUnlocked();
+    }
 
 private:
     std::shared_mutex m_mutex;
+    std::mutex m_turn;
+    std::atomic<unsigned> m_nWaitingWriters{0};
 };
 
 class S_SCOPED_CAPABILITY CSmartReadLocker {

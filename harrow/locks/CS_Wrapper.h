@@ -3,6 +3,7 @@
 
 #include <mutex>
 
+#include "harrow/locks/LocksHeld.h"
 #include "harrow/locks/ThreadAnnotations.h"
 
 namespace Harrowlib201 {
@@ -14,8 +15,14 @@ public:
     CS_Wrapper(const CS_Wrapper&) = delete;
     CS_Wrapper& operator=(const CS_Wrapper&) = delete;
 
-    void Lock() S_ACQUIRE() { m_mutex.lock(); }
-    void Unlock() S_RELEASE() { m_mutex.unlock(); }
+    void Lock() S_ACQUIRE() {
+        m_mutex.lock();
+        NoteLocked();
+    }
+    void Unlock() S_RELEASE() {
+        m_mutex.unlock();
+        NoteUnlocked();
+    }
 
 private:
     std::mutex m_mutex;

@@ -1,8 +1,66 @@
 #include "harrow/log/STrace.h"
 
+#include <memory>
+#include <utility>
+
+#include "harrow/locks/LocksHeld.h"
 #include "harrow/text/SWCharStringConv.h"
 
 namespace Harrowlib201 {
+
+namespace {
+
+struct PutOff {
+    uint32_t m_nKind;
+    const char* m_pszFile;
+    int m_nLine;
+    std::string m_message;
+    std::unique_ptr<PutOff> m_pNext;
+};
+
+// Plain pointers: a thread_local with a destructor would keep the library loaded. Empty whenever the thread holds no
+// lock.
+struct PutOffMessages {
+    PutOff* m_pFirst;
+    PutOff* m_pLast;
+};
+constinit thread_local PutOffMessages t_putOff{};
+
+void WritePutOff() noexcept {
+    // Taken first: what is said meanwhile is a list of its own.
+    std::unique_ptr<PutOff> pMessage(std::exchange(t_putOff, {}).m_pFirst);
+    while (pMessage) {
+        HarrowLogWrite(pMessage->m_nKind, pMessage->m_pszFile, pMessage->m_nLine, pMessage->m_message.c_str());
+        pMessage = std::move(pMessage->m_pNext);
+    }
+}
+
+// To the host's sink, which runs under no lock of ours: while the thread holds one, the message waits. Throws
+// std::bad_alloc.
+void Write(uint32_t i_nKind, const char* i_pszFile, int i_nLine, std::string i_message) {
+    if (t_locksHeld.m_nLocks == 0) {
+        HarrowLogWrite(i_nKind, i_pszFile, i_nLine, i_message.c_str());
+        return;
+    }
+    auto pMessage = std::make_unique<PutOff>(PutOff{i_nKind, i_pszFile, i_nLine, std::move(i_message), nullptr});
+    PutOff* const pLast = pMessage.get();
+    if (t_putOff.m_pLast != nullptr) {
+        t_putOff.m_pLast->m_pNext = std::move(pMessage);
+    } else {
+        t_putOff.m_pFirst = pMessage.release();
+    }
+    t_putOff.m_pLast = pLast;
+    t_locksHeld.m_pfnPutOff = WritePutOff;
+}
+
+// A message that there is no memory for, in short if that can be done at once.
+void WriteShort(uint32_t i_nKind, const char* i_pszFile, int i_nLine, const char* i_pszText) noexcept {
+    if (t_locksHeld.m_nLocks == 0) {
+        HarrowLogWrite(i_nKind, i_pszFile, i_nLine, i_pszText);
+    }
+}
+
+}  // namespace
 
 STraceParameter::STraceParameter(const SWCharString& i_ssText) : m_text(SWCharStringConv::ToUtf8(i_ssText.view())) {}
 
@@ -19,23 +77,22 @@ void STrace(const char* i_pszFile, int i_nLine, const char* i_pszText,
                 message += *p;
             }
         }
-        HarrowLogWrite(HARROW_LOG_TRACE, i_pszFile, i_nLine, message.c_str());
+        Write(HARROW_LOG_TRACE, i_pszFile, i_nLine, std::move(message));
     } catch (const std::bad_alloc&) {
-        HarrowLogWrite(HARROW_LOG_TRACE, i_pszFile, i_nLine, i_pszText);
+        WriteShort(HARROW_LOG_TRACE, i_pszFile, i_nLine, i_pszText);
     }
 }
 
 void SAssert(const char* i_pszFile, int i_nLine, const char* i_pszExpression, const char* i_pszMessage) noexcept {
-    if (i_pszExpression == nullptr || i_pszMessage == nullptr) {
-        HarrowLogWrite(HARROW_LOG_ASSERTION, i_pszFile, i_nLine,
-                       i_pszMessage != nullptr ? i_pszMessage : i_pszExpression);
-        return;
-    }
+    const char* const pszFirst = i_pszMessage != nullptr ? i_pszMessage : i_pszExpression;
     try {
-        const std::string message = std::string(i_pszMessage) + " (" + i_pszExpression + ")";
-        HarrowLogWrite(HARROW_LOG_ASSERTION, i_pszFile, i_nLine, message.c_str());
+        std::string message = pszFirst;
+        if (i_pszExpression != nullptr && i_pszMessage != nullptr) {
+            message.append(" (").append(i_pszExpression).append(")");
+        }
+        Write(HARROW_LOG_ASSERTION, i_pszFile, i_nLine, std::move(message));
     } catch (const std::bad_alloc&) {
-        HarrowLogWrite(HARROW_LOG_ASSERTION, i_pszFile, i_nLine, i_pszMessage);
+        WriteShort(HARROW_LOG_ASSERTION, i_pszFile, i_nLine, pszFirst);
     }
 }
 

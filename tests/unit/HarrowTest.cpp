@@ -1,8 +1,12 @@
 // The support library: texts, numbers, counts, times, thread slots and the log hub.
+#include <atomic>
+#include <future>
 #include <limits>
 #include <thread>
 
 #include "fakes/PlatformTest.h"
+#include "harrow/locks/CRWLock.h"
+#include "harrow/locks/CS_Wrapper.h"
 #include "harrow/log/STrace.h"
 #include "harrow/threads/JTC.h"
 #include "harrow/time/SDateTime.h"
@@ -117,6 +121,56 @@ TEST(Harrow, SlotsBelongToThreadsAndKeys) {
     EXPECT_THROW(JTCTSS::set(old, &nFirst), JTCSystemCallException);
     EXPECT_EQ(JTCTSS::get(fresh), &nSecond);
     JTCTSS::release(fresh);
+}
+
+TEST(Harrow, AWriterWaitsForNoReaderThatComesLater) {
+    CRWLock lock;
+    std::atomic<bool> bStop = false;
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 8; ++i) {
+        readers.emplace_back([&] {
+            while (!bStop) {
+                const CSmartReadLocker locker(lock);
+                std::this_thread::yield();  // so that another one is always inside
+            }
+        });
+    }
+    auto written = std::async(std::launch::async, [&lock] {
+        for (int i = 0; i < 100; ++i) {
+            const CSmartWriteLocker locker(lock);
+        }
+    });
+    EXPECT_EQ(written.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    bStop = true;
+    for (std::thread& reader : readers) {
+        reader.join();
+    }
+}
+
+TEST(Harrow, NoSinkRunsUnderALock) {
+    static CRWLock s_lock;
+    static CS_Wrapper s_section;
+    static std::string s_seen;
+    const auto sink = [](uint32_t, const char*, int, const char* i_pszMessage, void*) {
+        const CS_Locker section(s_section);  // would wait for ever
+        const CSmartWriteLocker locker(s_lock);
+        S_TRACE("from inside");
+        s_seen += i_pszMessage;
+    };
+    HarrowLogSetSink(sink, nullptr, HARROW_LOG_TRACE | HARROW_LOG_ASSERTION);
+    {
+        const CS_Locker section(s_section);
+        {
+            const CSmartReadLocker locker(s_lock);
+            S_TRACE("%1, ", 1);
+            S_FAIL("2, ");
+        }
+        S_TRACE("3, ");
+        EXPECT_EQ(s_seen, "");
+    }
+    S_TRACE("4");
+    HarrowLogSetSink(nullptr, nullptr, 0);
+    EXPECT_EQ(s_seen, "1, 2, 3, 4");
 }
 
 TEST(Harrow, LogKindsSubstitutionsAndReentrance) {
