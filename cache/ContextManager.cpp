@@ -17,28 +17,25 @@ ContextManager::ContextManager(const CSmartRefCountPtr<SecContextCache>& i_pCont
 }
 
 void ContextManager::Impersonate(const SWCharString& i_ssKey) {
-    m_pContextCache->WithToken(i_ssKey, [&i_ssKey](const StaticTokenPtr* i_pFound) {
-        if (i_pFound == nullptr || !*i_pFound || (*i_pFound)->IsExpired(SDateTime::GetCurrentDateTime())) {
-            S_TRACE("ssoplugin: ContextManager::Impersonate() -- token for %1 not found or expired.", i_ssKey);
-            throw SSOException(SSO_ERROR, kMsgContextUnusable);
-        }
-        (*i_pFound)->Impersonate();
-    });
+    const TokenAtWork token = m_pContextCache->Find(i_ssKey);
+    if (!token || token->IsExpired(SDateTime::GetCurrentDateTime())) {
+        S_TRACE("ssoplugin: ContextManager::Impersonate() -- token for %1 not found or expired.", i_ssKey);
+        throw SSOException(SSO_ERROR, kMsgContextUnusable);
+    }
+    token->Impersonate();
 }
 
 void ContextManager::Revert(const SWCharString& i_ssKey) {
-    m_pContextCache->WithToken(i_ssKey, [&i_ssKey](const StaticTokenPtr* i_pFound) {
-        if (i_pFound == nullptr) {
-            S_TRACE("ssoplugin: ContextManager::Revert() -- token for %1 not found.", i_ssKey);
-            throw SSOException(SSO_ERROR, kMsgNoContext);
-        }
-        const StaticTokenPtr& pToken = *i_pFound;
-        S_ASSERT(pToken);
-        if (!pToken) {
-            throw SSOException(SSO_ERROR);
-        }
-        pToken->Revert();
-    });
+    const TokenAtWork pToken = m_pContextCache->Find(i_ssKey);
+    if (!pToken.IsFound()) {
+        S_TRACE("ssoplugin: ContextManager::Revert() -- token for %1 not found.", i_ssKey);
+        throw SSOException(SSO_ERROR, kMsgNoContext);
+    }
+    S_ASSERT(pToken);
+    if (!pToken) {
+        throw SSOException(SSO_ERROR);
+    }
+    pToken->Revert();
 }
 
 bool ContextManager::AddAssociation(const SWCharString& i_ssKey, const SWCharString& i_ssNewKey) {

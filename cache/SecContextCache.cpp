@@ -27,8 +27,11 @@ SecContextCache::~SecContextCache() {
 SWCharString SecContextCache::Insert(SWCharString& o_ssKey, const StaticTokenPtr& i_pToken) {
     StartUpdateThread();
     o_ssKey = SWCharStringConv::ToString(uint64_t{reinterpret_cast<uintptr_t>(i_pToken.get())});
+    StaticTokenPtr pReplaced;  // the last reference goes after the lock
     const CSmartWriteLocker locker(m_lock);
-    m_mapCachedContexts.insert_or_assign(o_ssKey, i_pToken);
+    StaticTokenPtr& pEntry = m_mapCachedContexts[o_ssKey];
+    pReplaced = pEntry;
+    pEntry = i_pToken;
     S_TRACE("ssoplugin: SecContextCache::Insert() -- %1 contexts now in cache.",
             static_cast<uint32_t>(m_mapCachedContexts.size()));
     return o_ssKey;
@@ -66,27 +69,44 @@ bool SecContextCache::Extract(const SWCharString& i_ssKey, StaticTokenPtr& o_pTo
 }
 
 bool SecContextCache::IsValid(const SWCharString& i_ssKey) {
-    return WithToken(i_ssKey, [](const StaticTokenPtr* i_pFound) {
-        return i_pFound != nullptr && *i_pFound && !(*i_pFound)->Expired(SDateTime::GetCurrentDateTime());
-    });
+    const CSmartReadLocker locker(m_lock);
+    const StaticTokenPtr* const pFound = Lookup(i_ssKey);
+    return pFound != nullptr && *pFound && !(*pFound)->Expired(SDateTime::GetCurrentDateTime());
 }
 
 bool SecContextCache::Remove(const SWCharString& i_ssKey) {
     StaticTokenPtr pToken;  // the last reference goes after the lock, because ending a context calls the package
-    const CSmartWriteLocker locker(m_lock);
-    const auto found = m_mapCachedContexts.find(i_ssKey);
-    if (found == m_mapCachedContexts.end()) {
-        return false;
+    {
+        const CSmartWriteLocker locker(m_lock);
+        const auto found = m_mapCachedContexts.find(i_ssKey);
+        if (found == m_mapCachedContexts.end()) {
+            return false;
+        }
+        pToken = std::move(found->second);
+        m_mapCachedContexts.erase(found);
     }
-    pToken = std::move(found->second);
-    m_mapCachedContexts.erase(found);
+    if (pToken) {
+        pToken->AwaitIdle();
+    }
     return true;
 }
 
 void SecContextCache::Clear() {
     decltype(m_mapCachedContexts) mapReleased;  // ended after the lock
-    const CSmartWriteLocker locker(m_lock);
-    mapReleased.swap(m_mapCachedContexts);
+    {
+        const CSmartWriteLocker locker(m_lock);
+        mapReleased.swap(m_mapCachedContexts);
+    }
+    for (const auto& [ssKey, pToken] : mapReleased) {
+        if (pToken) {
+            pToken->AwaitIdle();
+        }
+    }
+}
+
+TokenAtWork SecContextCache::Find(const SWCharString& i_ssKey) {
+    const CSmartReadLocker locker(m_lock);
+    return TokenAtWork(Lookup(i_ssKey));
 }
 
 const StaticTokenPtr* SecContextCache::Lookup(const SWCharString& i_ssKey) {
@@ -119,7 +139,8 @@ bool SecContextCache::RemoveExpired(const SWCharString& i_ssKey, const StaticTok
     if (!i_pToken->Expired(i_now)) {
         return false;
     }
-    if (i_pToken->GetImpersonationCount() != 0) {
+    // Work begins under this lock alone, so nobody can begin to act as a user whose context is being removed.
+    if (i_pToken->IsInUse()) {
         S_TRACE("ssoplugin: SecContextUpdateThread::CleanUp() -- %1 is expired but impersonated -- remove later.",
                 i_ssKey);
         return true;

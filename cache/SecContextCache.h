@@ -4,6 +4,7 @@
 #include <limits>
 #include <map>
 
+#include "cache/TokenAtWork.h"
 #include "handlers/StaticToken.h"
 #include "harrow/locks/CS_Wrapper.h"
 #include "harrow/threads/TerminatingThread.h"
@@ -35,22 +36,18 @@ public:
     bool Extract(const SWCharString& i_ssKey, StaticTokenPtr& o_pToken);
 
     bool IsValid(const SWCharString& i_ssKey);  // is there one, and has it not expired?
-    bool Remove(const SWCharString& i_ssKey);   // false when there is none
+    // Both wait for whoever is at work with what they release, and for nobody else.
+    bool Remove(const SWCharString& i_ssKey);  // false when there is none
     void Clear();
 
-    // The token under the key, with the map locked for reading while the operation runs, so that a removal waits for
-    // it. The operation receives a null pointer when there is no such key; what it points to may be null too.
-    template <class Operation>
-    auto WithToken(const SWCharString& i_ssKey, Operation i_operation) {
-        const Harrowlib201::CSmartReadLocker locker(m_lock);
-        return i_operation(Lookup(i_ssKey));
-    }
+    // The token under the key, for work with it: no lock of the cache is held, only this token is kept from its end.
+    TokenAtWork Find(const SWCharString& i_ssKey);
 
     // For the update thread: what is cached now. Taken in parts, so that nobody waits long for the lock: a context that
     // comes or is renamed meanwhile may be missing.
     std::map<SWCharString, StaticTokenPtr> Snapshot();
-    // For the update thread: removes the token if it is still under the key, still expired and impersonated by nobody.
-    // False when it has been renewed meanwhile.
+    // For the update thread: removes the token if it is still under the key, still expired and used by nobody. False
+    // when it has been renewed meanwhile.
     bool RemoveExpired(const SWCharString& i_ssKey, const StaticTokenPtr& i_pToken, SDateTime i_now);
 
 protected:

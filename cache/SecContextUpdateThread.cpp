@@ -10,8 +10,53 @@ namespace morwen {
 using namespace Harrowlib201;
 
 namespace {
+
 constexpr long kPauseMilliseconds = 60000;
-}
+
+// One token's turn to be renewed, which those have in vain whose authority is silent.
+class RenewalTurn final : public RenewalGate {
+public:
+    RenewalTurn(SilentAuthorities& i_silent, const SWCharString& i_ssKey) : m_silent(i_silent), m_ssKey(i_ssKey) {}
+
+    bool MayRenew(StaticToken& i_token) override {
+        m_ssAuthority = i_token.GetAuthority();
+        if (m_ssAuthority.isEmpty()) {
+            m_ssAuthority = m_ssKey;  // one of its own
+        }
+        m_begin = SDateTime::GetCurrentDateTime();
+        m_eAnswer = m_silent.MayAsk(m_ssAuthority, m_begin);
+        if (m_eAnswer != Answer::Ask) {
+            S_TRACE(
+                "ssoplugin: SecContextUpdateThread::CleanUp() -- The renewal of %1 is put off: %2 let one wait in "
+                "vain.",
+                m_ssKey, m_eAnswer == Answer::Silent ? m_ssAuthority : SWCharString(u"other realms"));
+        }
+        m_bAsked = m_eAnswer == Answer::Ask;
+        return m_bAsked;
+    }
+
+    void Note(bool i_bRenewed) {
+        if (m_bAsked) {
+            const SDateTime end = SDateTime::GetCurrentDateTime();
+            m_silent.Note(m_ssAuthority, i_bRenewed, end - m_begin, end);
+        }
+    }
+
+    // To the next pass, which is to begin with it.
+    bool IsPutOff() const noexcept { return m_eAnswer == Answer::Later; }
+
+private:
+    using Answer = SilentAuthorities::Answer;
+
+    SilentAuthorities& m_silent;
+    const SWCharString& m_ssKey;
+    SWCharString m_ssAuthority;
+    SDateTime m_begin;
+    Answer m_eAnswer = Answer::Ask;
+    bool m_bAsked = false;
+};
+
+}  // namespace
 
 SecContextUpdateThread::~SecContextUpdateThread() {
     S_ASSERT(isStopped());
@@ -51,23 +96,46 @@ void SecContextUpdateThread::CleanUp() {
         return;
     }
     try {
-        const auto mapSnapshot = m_pCache->Snapshot();
-        const SDateTime now = SDateTime::GetCurrentDateTime();
-        for (const auto& [ssKey, pToken] : mapSnapshot) {
-            if (isStopped()) {
-                S_TRACE(
-                    "ssoplugin: SecContextUpdateThread::CleanUp() -- Thread has been stopped; aborting cleanup scan");
-                return;
-            }
-            if (pToken && !(pToken->Expired(now) && m_pCache->RemoveExpired(ssKey, pToken, now))) {
-                pToken->Renegotiate(now);
-            }
-        }
+        CleanUpAll();
     } catch (const SSOException&) {
         S_FAIL("ssoplugin: SecContextUpdateThread::CleanUp() -- Caught an internal exception!");
     } catch (...) {
         S_FAIL("ssoplugin: SecContextUpdateThread::CleanUp() -- Caught an unknown exception!");
     }
+}
+
+void SecContextUpdateThread::CleanUpAll() {
+    const auto mapSnapshot = m_pCache->Snapshot();
+    const SDateTime now = SDateTime::GetCurrentDateTime();
+    m_silent.BeginPass();
+    SWCharString ssPutOff;
+    auto itToken = mapSnapshot.lower_bound(m_ssNext);
+    for (size_t nLeft = mapSnapshot.size(); nLeft > 0; --nLeft) {
+        if (itToken == mapSnapshot.end()) {
+            itToken = mapSnapshot.begin();
+        }
+        if (isStopped()) {
+            S_TRACE("ssoplugin: SecContextUpdateThread::CleanUp() -- Thread has been stopped; aborting cleanup scan");
+            return;
+        }
+        const auto& [ssKey, pToken] = *itToken;
+        ++itToken;
+        // Should this one end the pass by throwing, those behind it still get their turn.
+        m_ssNext = itToken != mapSnapshot.end() ? itToken->first : SWCharString();
+        if (pToken && !CleanUpOne(ssKey, pToken, now) && ssPutOff.isEmpty()) {
+            ssPutOff = ssKey;
+        }
+    }
+    m_ssNext = ssPutOff;
+}
+
+bool SecContextUpdateThread::CleanUpOne(const SWCharString& i_ssKey, const StaticTokenPtr& i_pToken, SDateTime i_now) {
+    if (i_pToken->Expired(i_now) && m_pCache->RemoveExpired(i_ssKey, i_pToken, i_now)) {
+        return true;
+    }
+    RenewalTurn turn(m_silent, i_ssKey);
+    turn.Note(i_pToken->Renegotiate(i_now, &turn));
+    return !turn.IsPutOff();
 }
 
 }  // namespace morwen

@@ -17,9 +17,14 @@ SSOHandlerPtr HandlerOf(const SWCharString& i_ssType) {
 
 }  // namespace
 
-uint16_t StaticToken::GetImpersonationCount() const {
-    const CSmartReadLocker locker(m_lock);
-    return m_nImpersonationCount;
+SWCharString StaticToken::GetAuthority() {
+    return {};
+}
+
+void StaticToken::AwaitIdle() const noexcept {
+    for (uint32_t nAtWork = m_nAtWork.load(); nAtWork != 0; nAtWork = m_nAtWork.load()) {
+        m_nAtWork.wait(nAtWork);
+    }
 }
 
 SDateTime StaticToken::GetLastNegotiated() const {
@@ -59,9 +64,9 @@ bool StaticToken::NeedsRenewal(SDateTime i_now) {
         .IsDue();
 }
 
-bool StaticToken::Renegotiate(SDateTime i_now) {
+bool StaticToken::Renegotiate(SDateTime i_now, RenewalGate* i_pGate) {
     try {
-        if (!NeedsRenewal(i_now)) {
+        if (!NeedsRenewal(i_now) || (i_pGate != nullptr && !i_pGate->MayRenew(*this))) {
             return false;
         }
         S_TRACE("ssoplugin: SSPIStaticToken::Renegotiate() -- Renegotiating token.");

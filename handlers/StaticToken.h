@@ -1,6 +1,7 @@
 // An established security context that has outlived its login.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "harrow/lifetime/CRefCount.h"
@@ -14,6 +15,20 @@ using Harrowlib201::SDateTime;
 using Harrowlib201::STimeSpan;
 using Harrowlib201::SWCharString;
 
+class StaticToken;
+
+// Decides whether a renewal that is due may be tried now.
+class RenewalGate {
+public:
+    virtual bool MayRenew(StaticToken& i_token) = 0;
+
+protected:
+    RenewalGate() = default;
+    RenewalGate(const RenewalGate&) = default;
+    RenewalGate& operator=(const RenewalGate&) = default;
+    ~RenewalGate() = default;
+};
+
 // Shared by the context cache and whoever works with it at the moment. Failures are SSOExceptions; the questions about
 // time, and the renewal, never throw.
 class StaticToken : public Harrowlib201::CRefCount {
@@ -25,17 +40,30 @@ public:
     virtual bool RenegotiateImpl() = 0;  // takes a fresh context for the same user over; false, or throws, if it cannot
     virtual STimeSpan GetTimeToExpiry(SDateTime i_now) = 0;
     virtual STimeSpan GetLifetime() = 0;  // from the last negotiation to the expiry
+    virtual SWCharString GetAuthority();  // who is asked for a renewal: the user's realm; empty when nobody can tell
 
     // By its context or by the settings of its handler.
     bool IsExpired(SDateTime i_now);
     // Counted from the login; a renewal does not prolong it.
     bool ExpiredByConfiguration(SDateTime i_now);
-    // Renews the context when it nears its end and the settings allow it. False when it was not renewed; the token is
-    // then as it was.
-    bool Renegotiate(SDateTime i_now);
+    // Renews the context when it nears its end, the settings allow it and so does the gate. False when it was not
+    // renewed; the token is then as it was.
+    bool Renegotiate(SDateTime i_now, RenewalGate* i_pGate = nullptr);
 
     const SWCharString& GetType() const noexcept { return m_ssType; }
-    uint16_t GetImpersonationCount() const;
+    uint16_t GetImpersonationCount() const noexcept { return m_nImpersonationCount.load(); }
+
+    // Around each use of the token by way of the cache (TokenAtWork).
+    void BeginWork() noexcept { m_nAtWork.fetch_add(1); }
+    void EndWork() noexcept {
+        if (m_nAtWork.fetch_sub(1) == 1) {
+            m_nAtWork.notify_all();
+        }
+    }
+    // Whether somebody works with it or acts as its user. No lock is waited for.
+    bool IsInUse() const noexcept { return m_nAtWork.load() != 0 || GetImpersonationCount() != 0; }
+    // Until nobody works with it any more.
+    void AwaitIdle() const noexcept;
 
 protected:
     explicit StaticToken(const SWCharString& i_ssType)
@@ -47,9 +75,11 @@ protected:
     const SDateTime m_created;
     mutable Harrowlib201::CRWLock m_lock;  // guards the context of the derived class too
     SDateTime m_lastNegotiated S_GUARDED_BY(m_lock);
-    uint16_t m_nImpersonationCount S_GUARDED_BY(m_lock) = 0;  // successful ones not yet reverted
+    std::atomic<uint16_t> m_nImpersonationCount{0};  // successful ones not yet reverted; changes under the lock
 
 private:
+    std::atomic<uint32_t> m_nAtWork{0};
+
     bool NeedsRenewal(SDateTime i_now);
 };
 

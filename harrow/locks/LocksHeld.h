@@ -5,8 +5,8 @@
 
 namespace Harrowlib201 {
 
-// Code that is not ours to bound, a host's log sink above all, must not run while others wait for a lock, nor be able to
-// wait for it itself. Plain data, because a thread_local with a destructor would keep the library loaded.
+// Code that is not ours to bound, a host's log sink above all, must not run while others wait for a lock, nor be able
+// to wait for it itself. Plain data, because a thread_local with a destructor would keep the library loaded.
 struct LocksHeld {
     unsigned m_nLocks;
     void (*m_pfnPutOff)() noexcept;  // what is to be done then; null: nothing

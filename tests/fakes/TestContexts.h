@@ -32,14 +32,17 @@ public:
     bool RenegotiateImpl() override {
         ++m_nRenewals;
         m_onRenew();
-        return true;
+        return m_bAnswers;
     }
     STimeSpan GetTimeToExpiry(SDateTime) override { return STimeSpan(m_bDue ? 0 : 1000); }
     STimeSpan GetLifetime() override { return STimeSpan(1000); }
+    SWCharString GetAuthority() override { return m_ssAuthority; }
 
     static inline int s_nAlive = 0;
     bool m_bExpired = false;
     bool m_bDue = false;
+    bool m_bAnswers = true;
+    SWCharString m_ssAuthority;
     int m_nRenewals = 0;
     std::function<void()> m_onImpersonate = [] {};
     std::function<void()> m_onExpired = [] {};  // once, after the answer is fixed

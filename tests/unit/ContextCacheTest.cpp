@@ -1,5 +1,6 @@
 // The cached contexts, and the thread that cleans up behind them.
 #include <future>
+#include <memory>
 
 #include "fakes/PlatformTest.h"
 #include "fakes/TestClock.h"
@@ -90,19 +91,63 @@ TEST_F(ContextCacheTest, WhatHasExpiredCanOnlyBeReverted) {
     EXPECT_EQ(pToken->GetImpersonationCount(), 0U);
 }
 
-TEST_F(ContextCacheTest, ARemovalWaitsForTheImpersonation) {
-    std::promise<void> inside;
+TEST_F(ContextCacheTest, OnlyItsOwnRemovalWaitsForAContextAtWork) {
+    std::promise<void> inside, goOn;
     std::atomic<bool> bRemoved = false;
-    Add(u"a")->m_onImpersonate = [&] {
+    const auto pSlow = Add(u"a");
+    pSlow->m_onImpersonate = [&] {
         inside.set_value();
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));  // time enough for one that does not wait
+        goOn.get_future().wait();  // a name service that is slow to say who the user is
         EXPECT_FALSE(bRemoved);
     };
+    Add(u"gone")->m_bExpired = true;
     std::thread user([this] { EXPECT_EQ(Switch("i", u"a"), ""); });
     inside.get_future().wait();
-    EXPECT_TRUE(m_pCache->Remove(u"a"));
-    bRemoved = true;
+    auto others = std::async(std::launch::async, [&, this] {
+        const Cleaner cleaner(m_pCache.get());
+        cleaner.m_pThread->CleanUp();
+        pSlow->m_bExpired = true;
+        cleaner.m_pThread->CleanUp();  // acts as the user soon, and only this key can end it
+        Add(u"b");
+        EXPECT_TRUE(m_pCache->AddAssociation(u"b", u"c") && m_pCache->IsValid(u"c") && !m_pCache->IsValid(u"a"));
+        EXPECT_EQ(Switch("ir", u"c"), "");
+        EXPECT_TRUE(m_pCache->Remove(u"c"));
+    });
+    EXPECT_EQ(others.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    EXPECT_TRUE(m_trace.Said({"gone has been removed.", "a is expired but impersonated -- remove later."}));
+    std::thread remover([&, this] {
+        EXPECT_TRUE(m_pCache->Remove(u"a"));
+        bRemoved = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));  // time enough for one that does not wait
+    goOn.set_value();
     user.join();
+    remover.join();
+}
+
+TEST_F(ContextCacheTest, AContextIsInsertedWhileOthersAreUsedWithoutAPause) {
+    Add(u"a");
+    std::atomic<bool> bStop = false;
+    std::vector<std::thread> users;
+    for (int i = 0; i < 8; ++i) {
+        users.emplace_back([&, this] {
+            while (!bStop) {
+                m_pCache->IsValid(u"a");
+                Switch("ir", u"a");
+            }
+        });
+    }
+    auto inserted = std::async(std::launch::async, [this] {
+        for (int i = 0; i < 20; ++i) {
+            Add(u"b");
+            m_pCache->Remove(u"b");
+        }
+    });
+    EXPECT_EQ(inserted.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    bStop = true;
+    for (std::thread& user : users) {
+        user.join();
+    }
 }
 
 TEST_F(ContextCacheTest, ALostContextTakesItsSessionAlong) {
@@ -125,7 +170,7 @@ TEST_F(ContextCacheTest, ALostContextTakesItsSessionAlong) {
 }
 
 TEST_F(ContextCacheTest, APassRemovesAndRenews) {
-    const Cleaner cleaner(m_pCache.get());
+    auto cleaner = std::make_unique<Cleaner>(m_pCache.get());
     const auto pExpired = Add(u"a"), pUsed = Add(u"b"), pDue = Add(u"c"), pFresh = Add(u"d"), pLate = Add(u"e"),
                pReplaced = Add(u"f"), pBroken = Add(u"g");
     pExpired->m_bExpired = pUsed->m_bExpired = pLate->m_bExpired = pReplaced->m_bExpired = true;
@@ -135,7 +180,7 @@ TEST_F(ContextCacheTest, APassRemovesAndRenews) {
     pReplaced->m_onExpired = [&] { EXPECT_TRUE(m_pCache->AddAssociation(u"d", u"f")); };
     pBroken->m_onRenew = [] { throw 1; };
     for (int i = 1; i <= 2; ++i) {
-        cleaner.m_pThread->CleanUp();
+        cleaner->m_pThread->CleanUp();
         EXPECT_TRUE(m_trace.Said({i == 1 ? "CleanUp() -- a has been removed." : "", "Renegotiate() -- Caught an exc",
                                   "CleanUp() -- b is expired but impersonated -- remove later."}));
         EXPECT_EQ(m_pCache->Snapshot().size(), 5U);
@@ -143,20 +188,78 @@ TEST_F(ContextCacheTest, APassRemovesAndRenews) {
         EXPECT_EQ(pDue->m_nRenewals * 100 + pLate->m_nRenewals * 10 + pFresh->m_nRenewals, i * 110);
     }
     pUsed->Revert();
-    cleaner.m_pThread->CleanUp();
+    cleaner->m_pThread->CleanUp();
     EXPECT_TRUE(m_trace.Said({"CleanUp() -- b has been removed."}));
     const std::pair<std::function<void()>, std::string> aEnds[] = {
         {[] { throw SSOException(SSO_ERROR); }, "CleanUp() -- Caught an internal exception!"},
         {[] { throw 1; }, "CleanUp() -- Caught an unknown exception!"},
-        {[&] { cleaner.m_pThread->stop(); }, "CleanUp() -- Thread has been stopped; aborting cleanup scan"},
+        {[&] { cleaner->m_pThread->stop(); }, "CleanUp() -- Thread has been stopped; aborting cleanup scan"},
     };
     pLate->m_bExpired = true;
     for (const auto& [event, says] : aEnds) {
+        cleaner.reset();
+        cleaner = std::make_unique<Cleaner>(m_pCache.get());
         pDue->m_onExpired = event;
-        cleaner.m_pThread->CleanUp();
+        cleaner->m_pThread->CleanUp();
         EXPECT_TRUE(m_trace.Said({says}));
         EXPECT_EQ(m_pCache->Snapshot().count(u"e"), 1U);
     }
+}
+
+TEST_F(ContextCacheTest, SilentRealmsCostTheirOwnUsersOnly) {
+    const Cleaner cleaner(m_pCache.get());
+    int64_t nNow = 1000000;
+    const auto add = [&](const char16_t* i_pszKey, const char16_t* i_pszRealm, bool i_bAnswers) {
+        const auto pToken = Add(i_pszKey);
+        pToken->m_bDue = true;
+        pToken->m_ssAuthority = i_pszRealm;
+        pToken->m_bAnswers = i_bAnswers;
+        pToken->m_onRenew = [&, i_bAnswers] { m_clock.Set(nNow += i_bAnswers ? 5 : 10000); };
+        return pToken;
+    };
+    const auto pGood = add(u"a1", u"GOOD", true);
+    std::vector<CSmartRefCountPtr<TestToken>> silent;
+    for (const auto& [pszKey, pszRealm] : std::initializer_list<std::pair<const char16_t*, const char16_t*>>{
+             {u"b1", u"B"}, {u"b2", u"B"}, {u"c1", u"C"}, {u"d1", u"D"}, {u"d2", u""}}) {
+        silent.push_back(add(pszKey, pszRealm, false));
+    }
+    const auto pLast = add(u"z1", u"GOOD", true), pStranger = add(u"z2", u"NEW", true);
+    // After each pass how often each silent one, the good ones behind them, and a realm of whom nothing is known has
+    // been asked.
+    const char* const aAfter[] = {
+        "1 0 1 0 0, 1 1, 0",  // two in vain, and then only who has answered before
+        "1 0 1 1 1, 2 2, 0",  // goes on at the first that was put off for others' sake
+        "2 0 2 1 1, 3 3, 1",  // and asks those again whose pause is over
+        "2 0 2 2 2, 4 4, 2",
+        "3 0 3 2 2, 5 5, 3",  // the pauses grow
+        "3 0 3 3 3, 6 6, 4", "3 0 3 3 3, 7 7, 5",
+    };
+    for (const char* pszAfter : aAfter) {
+        const int64_t nBegin = nNow;
+        cleaner.m_pThread->CleanUp();
+        EXPECT_LE(nNow - nBegin, 30000);
+        std::string text;
+        for (const auto& pToken : silent) {
+            text += std::to_string(pToken->m_nRenewals) + (pToken == silent.back() ? ", " : " ");
+        }
+        text += std::to_string(pGood->m_nRenewals) + " " + std::to_string(pLast->m_nRenewals) + ", ";
+        EXPECT_EQ(text + std::to_string(pStranger->m_nRenewals), pszAfter);
+        m_clock.Set(nNow += 60000);
+    }
+    EXPECT_TRUE(m_trace.Said({"The renewal of b2 is put off: B let one wait in vain.",
+                              "The renewal of z2 is put off: other realms let one wait in vain."}));
+}
+
+TEST_F(ContextCacheTest, OneThatThrowsTakesNobodysTurn) {
+    const Cleaner cleaner(m_pCache.get());
+    const auto pFirst = Add(u"a"), pBroken = Add(u"b"), pLast = Add(u"c");
+    pFirst->m_bDue = pLast->m_bDue = true;
+    for (int i = 1; i <= 3; ++i) {
+        pBroken->m_onExpired = [] { throw 1; };
+        cleaner.m_pThread->CleanUp();
+        EXPECT_EQ(pFirst->m_nRenewals * 10 + pLast->m_nRenewals, i * 11 - 1);
+    }
+    EXPECT_TRUE(m_trace.Said({"CleanUp() -- Caught an unknown exception!"}));
 }
 
 TEST_F(ContextCacheTest, AHostsThreadIsAdoptedForTheStart) {
