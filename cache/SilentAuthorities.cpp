@@ -6,13 +6,13 @@ namespace morwen {
 
 namespace {
 
-constexpr STimeSpan kInVain(2000);           // a failure that took as long is one of waiting
-constexpr STimeSpan kMostInVain(20000);      // in a pass, for authorities of whom nothing good is known
-constexpr STimeSpan kMostInAll(30000);       // in a pass, so that its time of day stays true
-constexpr STimeSpan kLately(3600000);        // an answer counts as long
-constexpr STimeSpan kFirstPause(55000);      // over by the next pass
-constexpr int kMostDoublings = 4;            // of the pause: a quarter of an hour
-constexpr size_t kMostAuthorities = 1024;    // more than have contexts here; beyond, all begin anew
+constexpr STimeSpan kInVain(2000);         // a failure that took as long is one of waiting
+constexpr STimeSpan kMostInVain(20000);    // in a pass, for authorities of whom nothing good is known
+constexpr STimeSpan kMostInAll(30000);     // in a pass, so that its time of day stays true
+constexpr STimeSpan kLately(3600000);      // an answer counts as long
+constexpr STimeSpan kFirstPause(55000);    // over by the next pass
+constexpr int kMostDoublings = 4;          // of the pause: a quarter of an hour
+constexpr size_t kMostAuthorities = 1024;  // more than have contexts here; beyond, all begin anew
 
 }  // namespace
 

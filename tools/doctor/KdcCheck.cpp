@@ -55,13 +55,13 @@ std::vector<std::string> KdcsOf(Case& io_case, const std::string& i_realm) {
     }
     std::string found = "none in the configuration, and asking DNS is switched off (dns_lookup_kdc)";
     if (nMayAsk != 0) {
-        switch (KdcLocator::Find("kerberos", i_realm, kdcs)) {
-            case KdcLocator::Result::Found:
+        switch (FindKdcs("kerberos", i_realm, kdcs)) {
+            case KdcSearch::Found:
                 return kdcs;
-            case KdcLocator::Result::None:
+            case KdcSearch::None:
                 found = "none in the configuration, and no record _kerberos._tcp." + i_realm + " in DNS";
                 break;
-            case KdcLocator::Result::Silent:
+            case KdcSearch::Silent:
                 found = "none in the configuration, and no name server answers";
                 break;
         }

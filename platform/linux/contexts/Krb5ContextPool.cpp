@@ -12,8 +12,8 @@
 
 #include "harrow/lifetime/AtUnload.h"
 #include "harrow/locks/CS_Wrapper.h"
+#include "platform/linux/contexts/ReplayCache.h"
 #include "platform/linux/contexts/ServiceProfile.h"
-#include "platform/linux/kdc/KdcTransport.h"
 
 namespace morwen {
 
@@ -36,15 +36,15 @@ int64_t SecondsNow() noexcept {
 krb5_error_code MakeContext(krb5_context& o_context) noexcept {
     try {
         profile_t profile = nullptr;
-        ServiceProfile* pProfile = nullptr;
-        krb5_error_code nCode = ServiceProfile::Open(profile, pProfile);
+        KdcHook* pHook = nullptr;
+        krb5_error_code nCode = ServiceProfile::Open(OwnReplayCache(), profile, pHook);
         if (nCode != 0) {
             return nCode;
         }
         nCode = krb5_init_context_profile(profile, 0, &o_context);
         if (nCode == 0) {
             // The context's own copy of the profile keeps the object alive.
-            KdcTransport::Install(o_context, pProfile);
+            pHook->Install(o_context);
         }
         profile_release(profile);
         return nCode;
@@ -98,7 +98,7 @@ public:
         }
         if (i_nNow >= m_nNextLook) {
             m_nNextLook = i_nNow + kLookInterval;
-            if (const uint64_t nMark = ServiceProfile::ConfigurationMark(); nMark != m_nMark) {
+            if (const uint64_t nMark = ConfigurationMark(); nMark != m_nMark) {
                 m_nMark = nMark;
                 DiscardAll(discarded);
             }

@@ -35,7 +35,6 @@ public:
     // Sends a datagram once more, because the one before may be lost; nothing over TCP.
     void Repeat() noexcept;
 
-    Protocol GetProtocol() const noexcept { return m_eProtocol; }
     const std::vector<uint8_t>& Answer() const noexcept { return m_answer; }
     // What happened, in words: "connection refused", "no answer".
     std::string Describe() const;

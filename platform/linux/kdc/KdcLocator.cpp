@@ -1,4 +1,3 @@
-// The KDCs that the name service knows for a realm.
 #include "platform/linux/kdc/KdcLocator.h"
 
 #include <arpa/nameser.h>
@@ -33,16 +32,16 @@ public:
     Resolver(const Resolver&) = delete;
     Resolver& operator=(const Resolver&) = delete;
 
-    KdcLocator::Result Query(const std::string& i_name, std::vector<uint8_t>& o_answer) {
+    KdcSearch Query(const std::string& i_name, std::vector<uint8_t>& o_answer) {
         o_answer.resize(NS_MAXMSG);
         const int nLength = m_bReady ? res_nquery(&m_state, i_name.c_str(), ns_c_in, ns_t_srv, o_answer.data(),
                                                   static_cast<int>(o_answer.size()))
                                      : -1;
         if (nLength < 0) {
-            return m_bReady && m_state.res_h_errno != TRY_AGAIN ? KdcLocator::Result::None : KdcLocator::Result::Silent;
+            return m_bReady && m_state.res_h_errno != TRY_AGAIN ? KdcSearch::None : KdcSearch::Silent;
         }
         o_answer.resize(std::min(static_cast<size_t>(nLength), o_answer.size()));
-        return KdcLocator::Result::Found;
+        return KdcSearch::Found;
     }
 
 private:
@@ -58,29 +57,28 @@ struct Server {
 
 }  // namespace
 
-KdcLocator::Result KdcLocator::Find(const std::string& i_service, const std::string& i_realm,
-                                    std::vector<std::string>& o_kdcs) {
+KdcSearch FindKdcs(const std::string& i_service, const std::string& i_realm, std::vector<std::string>& o_kdcs) {
     Resolver resolver;
     std::vector<uint8_t> answer;
     for (const char* const pszProtocol : {"._tcp.", "._udp."}) {
         // The final dot keeps the search domains out.
         std::string name = "_";
         name.append(i_service).append(pszProtocol).append(i_realm).append(".");
-        const Result eResult = resolver.Query(name, answer);
-        if (eResult == Result::Silent) {
+        const KdcSearch eResult = resolver.Query(name, answer);
+        if (eResult == KdcSearch::Silent) {
             return eResult;
         }
-        if (eResult == Result::Found) {
-            o_kdcs = Read(answer);
+        if (eResult == KdcSearch::Found) {
+            o_kdcs = ReadKdcs(answer);
         }
         if (!o_kdcs.empty()) {
-            return Result::Found;
+            return KdcSearch::Found;
         }
     }
-    return Result::None;
+    return KdcSearch::None;
 }
 
-std::vector<std::string> KdcLocator::Read(const std::vector<uint8_t>& i_answer) {
+std::vector<std::string> ReadKdcs(const std::vector<uint8_t>& i_answer) {
     constexpr size_t kFixedBytes = 6;  // priority, weight, port
     std::vector<Server> servers;
     ns_msg message{};

@@ -7,18 +7,15 @@
 
 namespace morwen {
 
-class KdcLocator {
-public:
-    enum class Result { Found, None, Silent };
+enum class KdcSearch { Found, None, Silent };
 
-    // Looks up the SRV records _SERVICE._tcp.REALM, and _SERVICE._udp.REALM when there are none. Each name server is
-    // asked once and waited for a second, so this takes at most three seconds (the resolver has three servers at most):
-    // Silent then, and not worth another search right away. The KDCs come as "host:port", the preferred first. Throws
-    // std::bad_alloc.
-    static Result Find(const std::string& i_service, const std::string& i_realm, std::vector<std::string>& o_kdcs);
+// Looks up the SRV records _SERVICE._tcp.REALM, and _SERVICE._udp.REALM when there are none. Each name server is asked
+// once and waited for a second, so this takes at most three seconds (the resolver has three servers at most): Silent
+// then, and not worth another search right away. The KDCs come as "host:port", the preferred first. Throws
+// std::bad_alloc.
+KdcSearch FindKdcs(const std::string& i_service, const std::string& i_realm, std::vector<std::string>& o_kdcs);
 
-    // The KDCs in a name server's answer, the preferred first. What is malformed is left out. Throws std::bad_alloc.
-    static std::vector<std::string> Read(const std::vector<uint8_t>& i_answer);
-};
+// The KDCs in a name server's answer, the preferred first. What is malformed is left out. Throws std::bad_alloc.
+std::vector<std::string> ReadKdcs(const std::vector<uint8_t>& i_answer);
 
 }  // namespace morwen

@@ -1,33 +1,24 @@
-// Requests to a realm's KDCs, with one deadline for all of them together.
 #include "platform/linux/kdc/KdcTransport.h"
 
 #include <poll.h>
 
 #include <algorithm>
-#include <atomic>
-#include <cerrno>
 #include <deque>
 #include <memory>
-#include <new>
-#include <optional>
 #include <utility>
 
-#include "harrow/log/STrace.h"
-#include "platform/linux/contexts/ServiceProfile.h"
 #include "platform/linux/kdc/KdcAttempt.h"
 #include "platform/linux/krb5/Krb5Owners.h"
+#include "platform/linux/krb5/Krb5Words.h"
 
 namespace morwen {
 
 namespace {
 
-using Clock = KdcTransport::Clock;
+using Clock = std::chrono::steady_clock;
 using Protocol = KdcAttempt::Protocol;
 using Progress = KdcAttempt::Progress;
 using std::chrono::milliseconds;
-
-// All the KDCs of a realm together, the search for them included.
-std::atomic<milliseconds> s_deadline{milliseconds(10'000)};
 
 // How long a KDC may be silent before the next one is asked too.
 constexpr milliseconds kPatience(1'000);
@@ -38,9 +29,7 @@ constexpr krb5_ui_4 kResponseTooBig = 52;
 
 // The error number of a KRB-ERROR, 0 for any other answer.
 krb5_ui_4 ErrorNumber(krb5_context i_context, const std::vector<uint8_t>& i_answer) {
-    krb5_data data{};
-    data.length = static_cast<unsigned>(i_answer.size());
-    data.data = const_cast<char*>(reinterpret_cast<const char*>(i_answer.data()));
+    const krb5_data data = DataOf(i_answer);
     Krb5ErrorRecord record(i_context);
     return krb5_rd_error(i_context, &data, record.Receive()) == 0 ? record->error : 0;
 }
@@ -53,7 +42,7 @@ bool LooksLikeAnswer(const std::vector<uint8_t>& i_answer) {
 // One exchange: the attempts under way, and those still to be made.
 class Exchanger {
 public:
-    Exchanger(krb5_context i_context, std::span<const uint8_t> i_request, KdcTransport::Outcome& o_outcome)
+    Exchanger(krb5_context i_context, std::span<const uint8_t> i_request, KdcOutcome& o_outcome)
         : m_context(i_context), m_request(i_request), m_outcome(o_outcome) {}
 
     // False when no KDC has answered by the deadline, or every one has failed before.
@@ -84,7 +73,7 @@ private:
 
     krb5_context m_context;
     std::span<const uint8_t> m_request;
-    KdcTransport::Outcome& m_outcome;
+    KdcOutcome& m_outcome;
     std::deque<Plan> m_plans;
     std::vector<Running> m_running;
 };
@@ -244,70 +233,11 @@ void Exchanger::NoteFailure(const Plan& i_plan, const std::string& i_reason) {
     failures.append(" ").append(i_reason);
 }
 
-std::span<const uint8_t> BytesOf(const krb5_data& i_data) {
-    return {reinterpret_cast<const uint8_t*>(i_data.data), i_data.length};
-}
-
-// The KDCs to be asked; empty when one of them can be reached by libkrb5 only, or none is known here.
-std::vector<KdcName> KdcsOf(const std::vector<std::string>& i_texts) {
-    std::vector<KdcName> kdcs;
-    for (const std::string& text : i_texts) {
-        std::optional<KdcName> name = KdcName::Parse(text);
-        if (!name) {
-            return {};
-        }
-        kdcs.push_back(std::move(*name));
-    }
-    return kdcs;
-}
-
-// libkrb5 calls this for each request, after it has located the KDCs and before it would ask them. No reply and no
-// error tell it to go on by itself.
-krb5_error_code OnSend(krb5_context i_context, void* i_pvProfile, const krb5_data* i_realm, const krb5_data* i_request,
-                       krb5_data** o_ppNewRequest, krb5_data** o_ppReply) {
-    *o_ppNewRequest = nullptr;
-    *o_ppReply = nullptr;
-    try {
-        const std::string realm(i_realm->data, i_realm->length);
-        ServiceProfile& profile = *static_cast<ServiceProfile*>(i_pvProfile);
-        const ServiceProfile::ToldKdcs told = profile.TakeToldKdcs(realm);
-        const std::vector<KdcName> kdcs = KdcsOf(told.m_kdcs);
-        if (kdcs.empty()) {
-            S_TRACE("platform: the KDCs of %1 are for libkrb5 to ask, with no deadline", realm);
-            return 0;
-        }
-        const milliseconds deadline = s_deadline.load();
-        KdcTransport::Outcome outcome;
-        const krb5_error_code nCode =
-            KdcTransport::Exchange(i_context, kdcs, BytesOf(*i_request), told.m_askedAt + deadline, outcome);
-        if (nCode != 0) {
-            krb5_set_error_message(i_context, nCode, "No KDC of the realm %s has answered (deadline %lld ms): %s",
-                                   realm.c_str(), static_cast<long long>(deadline.count()), outcome.m_failures.c_str());
-            return nCode;
-        }
-        profile.NoteAnswer(std::move(outcome.m_answeredBy));
-        krb5_data reply{};
-        reply.length = static_cast<unsigned>(outcome.m_answer.size());
-        reply.data = reinterpret_cast<char*>(outcome.m_answer.data());
-        return krb5_copy_data(i_context, &reply, o_ppReply);
-    } catch (const std::bad_alloc&) {
-        return ENOMEM;
-    }
-}
-
 }  // namespace
 
-void KdcTransport::Install(krb5_context i_context, ServiceProfile* i_pProfile) noexcept {
-    krb5_set_kdc_send_hook(i_context, OnSend, i_pProfile);
-}
-
-void KdcTransport::SetDeadline(milliseconds i_deadline) noexcept {
-    s_deadline = i_deadline;
-}
-
-krb5_error_code KdcTransport::Exchange(krb5_context i_context, const std::vector<KdcName>& i_kdcs,
-                                       std::span<const uint8_t> i_request, Clock::time_point i_deadline,
-                                       Outcome& o_outcome) {
+krb5_error_code ExchangeWithKdcs(krb5_context i_context, const std::vector<KdcName>& i_kdcs,
+                                 std::span<const uint8_t> i_request, Clock::time_point i_deadline,
+                                 KdcOutcome& o_outcome) {
     o_outcome = {};
     return Exchanger(i_context, i_request, o_outcome).Run(i_kdcs, i_deadline) ? 0 : KRB5_KDC_UNREACH;
 }

@@ -52,7 +52,6 @@ using Krb5Text = Krb5Owner<char*, krb5_free_unparsed_name>;
 using Krb5String = Krb5Owner<char*, krb5_free_string>;
 using Krb5ErrorRecord = Krb5Owner<krb5_error*, krb5_free_error>;
 using Krb5ReplyPart = Krb5Owner<krb5_ap_rep_enc_part*, krb5_free_ap_rep_enc_part>;
-using Krb5Key = Krb5Owner<krb5_keyblock*, krb5_free_keyblock>;
 using Krb5InitOptions = Krb5Owner<krb5_get_init_creds_opt*, krb5_get_init_creds_opt_free>;
 
 // Owns the bytes behind a krb5_data that a call has filled.

@@ -33,10 +33,10 @@ std::vector<uint8_t> Answer(const std::vector<std::array<int, 4>>& i_records) {
 TEST(KdcLocator, OrdersAndFilters) {
     const std::vector<uint8_t> answer =
         Answer({{20, 0, 88, 'c'}, {10, 1, 88, 'b'}, {10, 9, 89, 'a'}, {0, 0, 88, 0}, {0, 0, 0, 'x'}, {0, 0, 88, '/'}});
-    EXPECT_EQ(KdcLocator::Read(answer), (std::vector<std::string>{"a:89", "b:88", "c:88"}));
+    EXPECT_EQ(ReadKdcs(answer), (std::vector<std::string>{"a:89", "b:88", "c:88"}));
     for (size_t nLength = 0; nLength < answer.size(); ++nLength) {
         const std::vector<uint8_t> cut(answer.begin(), answer.begin() + static_cast<std::ptrdiff_t>(nLength));
-        EXPECT_LT(KdcLocator::Read(cut).size(), 3U + (nLength > 12 + 3 * 20)) << nLength;
+        EXPECT_LT(ReadKdcs(cut).size(), 3U + (nLength > 12 + 3 * 20)) << nLength;
     }
 }
 
@@ -45,8 +45,8 @@ TEST(KdcLocator, LeavesTheHostsDescriptorsAlone) {
     const auto findWithout = [] {
         const rlimit none = {3, 3};
         std::vector<std::string> kdcs;
-        const bool bTold = setrlimit(RLIMIT_NOFILE, &none) == 0 &&
-                           KdcLocator::Find("kerberos", "HERE.TEST", kdcs) == KdcLocator::Result::Silent;
+        const bool bTold =
+            setrlimit(RLIMIT_NOFILE, &none) == 0 && FindKdcs("kerberos", "HERE.TEST", kdcs) == KdcSearch::Silent;
         _exit(bTold && fcntl(STDIN_FILENO, F_GETFD) >= 0 ? 0 : 1);
     };
     EXPECT_EXIT(findWithout(), testing::ExitedWithCode(0), "");

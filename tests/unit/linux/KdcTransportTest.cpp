@@ -161,10 +161,9 @@ TEST_P(KdcTransportTest, EndsInTime) {
     }
     const std::vector<uint8_t> request(300, 0x6A);
     const Krb5ContextLease lease = Krb5ContextPool::Take();
-    KdcTransport::Outcome outcome;
+    KdcOutcome outcome;
     const auto start = steady_clock::now();
-    const krb5_error_code nCode =
-        KdcTransport::Exchange(lease.get(), names, request, start + milliseconds(1'400), outcome);
+    const krb5_error_code nCode = ExchangeWithKdcs(lease.get(), names, request, start + milliseconds(1'400), outcome);
     const auto took = std::chrono::duration_cast<milliseconds>(steady_clock::now() - start).count();
 
     EXPECT_EQ(nCode, test.m_answer.empty() ? KRB5_KDC_UNREACH : 0) << outcome.m_failures;

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "platform/linux/contexts/ReplayCache.h"
 #include "platform/linux/contexts/ServiceProfile.h"
 
 namespace morwen {
@@ -28,7 +29,7 @@ protected:
     void Open(const std::string& i_configuration) {
         Close();
         std::ofstream(m_folder / "krb5.conf") << i_configuration;
-        ASSERT_EQ(ServiceProfile::Open(m_profile, m_pSelf), 0);
+        ASSERT_EQ(ServiceProfile::Open(OwnReplayCache(), m_profile, m_pHook), 0);
     }
     void Close() {
         if (m_profile != nullptr) {
@@ -52,7 +53,7 @@ protected:
 
     std::filesystem::path m_folder;
     profile_t m_profile = nullptr;
-    ServiceProfile* m_pSelf = nullptr;
+    KdcHook* m_pHook = nullptr;
 };
 
 TEST_F(ServiceProfileTest, ReplayCacheBelongsToTheService) {
@@ -82,15 +83,15 @@ TEST_F(ServiceProfileTest, KdcsAreToldOnceAndTheOneThatAnsweredIsNotAskedAgain) 
     Open(
         "[libdefaults]\n dns_lookup_kdc = false\n[realms]\n R = {\n  kdc = a\n  kdc = b:89\n  master_kdc = b:89\n }\n");
     EXPECT_EQ(Get({"realms", "R", "kdc"}), "a b:89");
-    EXPECT_TRUE(m_pSelf->TakeToldKdcs("OTHER").m_kdcs.empty());
+    EXPECT_TRUE(m_pHook->TakeToldKdcs("OTHER").m_kdcs.empty());
     EXPECT_EQ(Get({"realms", "R", "kdc"}), "a b:89");
-    EXPECT_EQ(m_pSelf->TakeToldKdcs("R").m_kdcs.size(), 2U);
-    EXPECT_TRUE(m_pSelf->TakeToldKdcs("R").m_kdcs.empty()) << "told by somebody else since";
+    EXPECT_EQ(m_pHook->TakeToldKdcs("R").m_kdcs.size(), 2U);
+    EXPECT_TRUE(m_pHook->TakeToldKdcs("R").m_kdcs.empty()) << "told by somebody else since";
     EXPECT_EQ(Get({"realms", "OTHER", "kdc"}), "(none)");
 
     for (const auto& [pszAnsweredBy, pszPrimary] : {std::pair("a:88", "b:89"), std::pair("b:89", "(none)")}) {
         Get({"realms", "R", "kdc"});
-        m_pSelf->NoteAnswer(pszAnsweredBy);
+        m_pHook->NoteAnswer(pszAnsweredBy);
         EXPECT_EQ(Get({"realms", "R", "primary_kdc"}), "(none)");
         EXPECT_EQ(Get({"realms", "R", "master_kdc"}), pszPrimary) << pszAnsweredBy;
     }
