@@ -9,8 +9,8 @@
 
 namespace morwen {
 
-// Values come from the derived object; what libkrb5 walks through comes from the system's profile. Profile and object live
-// as long as the last copy of the profile; all copies belong to one context, and so to one thread at a time.
+// Values come from the derived object; what libkrb5 walks through comes from the system's profile. Profile and object
+// live as long as the last copy of the profile; all copies belong to one context, and so to one thread at a time.
 class AnsweringProfile {
 public:
     AnsweringProfile(const AnsweringProfile&) = delete;

@@ -10,13 +10,13 @@
 
 namespace morwen {
 
-// libkrb5 looks a realm's KDCs up in its configuration, then sends each request through a hook; this stands at both ends.
-// Left to itself the library searches DNS and waits for KDCs without a bound.
+// libkrb5 looks a realm's KDCs up in its configuration, then sends each request through a hook; this stands at both
+// ends. Left to itself the library searches DNS and waits for KDCs without a bound.
 //
 // When the configuration names no KDCs and DNS may be asked, those of the realm's SRV records are told. Where the name
-// service was silent, the library's own search in DNS is switched off until the next question, so that it does not wait once
-// more; where there are no SRV records, it may still find URI records. A realm's primary KDC that has answered already is
-// not told again.
+// service was silent, the library's own search in DNS is switched off until the next question, so that it does not wait
+// once more; where there are no SRV records, it may still find URI records. A realm's primary KDC that has answered
+// already is not told again.
 //
 // Belongs to one context, and so to one thread at a time.
 class KdcHook {

@@ -41,9 +41,9 @@ ReplayCacheFile::ReplayCacheFile(uid_t i_nUser) {
     m_path = m_folder + "/krb5_" + std::to_string(i_nUser) + ".rcache2";
 }
 
-// Through a name libkrb5 opens any file, so what it checks for its own choice is checked here: a regular file, not behind
-// a link, owned by this user. Once it is there and ours, nobody else can replace it in a sticky folder. When the check
-// fails, the library's own choice is left in force, which makes the same check at every use and refuses logons.
+// Through a name libkrb5 opens any file, so what it checks for its own choice is checked here: a regular file, not
+// behind a link, owned by this user. Once it is there and ours, nobody else can replace it in a sticky folder. When the
+// check fails, the library's own choice is left in force, which makes the same check at every use and refuses logons.
 std::string OwnReplayCache() {
     TraceEnvironmentOnce();
     const uid_t nUser = geteuid();

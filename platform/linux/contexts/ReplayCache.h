@@ -7,8 +7,8 @@
 
 namespace morwen {
 
-// What the environment says, which libkrb5 asks before anything else: KRB5RCACHENAME, or else KRB5RCACHETYPE; empty when it
-// says nothing. Throws std::bad_alloc.
+// What the environment says, which libkrb5 asks before anything else: KRB5RCACHENAME, or else KRB5RCACHETYPE; empty
+// when it says nothing. Throws std::bad_alloc.
 std::string ReplayCacheOfEnvironment();
 
 // The file that libkrb5 would use for the user, if nobody has chosen another. Throws std::bad_alloc.
@@ -19,8 +19,8 @@ struct ReplayCacheFile {
     std::string m_path;
 };
 
-// That file as a value of default_rcache_name, made if it was not there; empty when it is not safely this user's. Throws
-// std::bad_alloc.
+// That file as a value of default_rcache_name, made if it was not there; empty when it is not safely this user's.
+// Throws std::bad_alloc.
 std::string OwnReplayCache();
 
 }  // namespace morwen

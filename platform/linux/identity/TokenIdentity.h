@@ -1,4 +1,4 @@
-// Who a token stands for, and the handles under which tokens are known.
+// Who a token stands for.
 #pragma once
 
 #include <cstdint>
@@ -6,7 +6,6 @@
 #include <optional>
 #include <vector>
 
-#include "platform/OsTypes.h"
 #include "platform/linux/identity/UnixAccount.h"
 #include "platform/linux/wire/TokenSids.h"
 
@@ -31,17 +30,5 @@ struct TokenIdentity {
 // The SIDs of an identity: the PAC's, else the account's. Nothing when the PAC's cannot be read, or there is neither:
 // never the account's in place of what a directory has said. Throws std::bad_alloc.
 std::optional<TokenSids> SidsOf(const TokenIdentity& i_identity);
-
-// Makes a handle for an identity; it goes back through TokenCalls' CloseHandle. Throws std::bad_alloc.
-HANDLE OpenToken(std::shared_ptr<const TokenIdentity> i_pIdentity);
-
-// The identity of an open token; null for a handle that is closed or never was one.
-std::shared_ptr<const TokenIdentity> FindToken(HANDLE i_hToken) noexcept;
-
-// The SIDs of an open token's identity; null where SidsOf gives nothing, or for no open token. Throws std::bad_alloc.
-std::shared_ptr<const TokenSids> SidsOfToken(HANDLE i_hToken);
-
-// False, and nothing done, for a handle that is closed or never was one.
-bool CloseToken(HANDLE i_hToken) noexcept;
 
 }  // namespace morwen

@@ -2,15 +2,14 @@
 
 #include <array>
 #include <atomic>
-#include <chrono>
-#include <map>
-#include <optional>
+#include <utility>
 
 #include "harrow/lifetime/AtUnload.h"
+#include "harrow/lifetime/HeldMap.h"
 #include "harrow/lifetime/NeverDestroyed.h"
 #include "harrow/locks/CS_Wrapper.h"
 #include "harrow/log/STrace.h"
-#include "platform/linux/keys/FileStamp.h"
+#include "platform/linux/keys/SourceLook.h"
 #include "platform/linux/krb5/Krb5Owners.h"
 #include "platform/linux/krb5/Krb5Words.h"
 #include "platform/linux/krb5/SspiFailure.h"
@@ -19,65 +18,61 @@ namespace morwen {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-// How long the content of a keytab that is no file is taken for unchanged.
-constexpr std::chrono::seconds kTrustedFor{5};
-
-// More keytabs than a process uses; the bound only keeps a host that changes the name again and again from growing.
+// More keytabs than a process uses.
 constexpr size_t kMostKeytabs = 16;
 
 struct HeldKeys {
-    std::optional<FileStamp> m_stamp;
-    int64_t m_nLookedAt = 0;  // the tick in which the stamp was right
-    Clock::time_point m_readAt;
+    SourceLook m_look;
     std::shared_ptr<const AcceptorKeys> m_pKeys;
 };
 
+// Nothing is looked at or read under the lock: whoever accepts a logon needs it.
 class HeldKeytabs {
 public:
     std::shared_ptr<const AcceptorKeys> Get(krb5_context i_context, const std::string& i_name) {
-        const int64_t nTick = ClockTick();
-        if (auto pKeys = LookedAtIn(nTick, i_name)) {
+        if (auto pKeys = LookedAtNow(i_name)) {
             return pKeys;
         }
-        const std::string path = PathOfKrb5Name(i_name);
         // Before the content: a change between the two is seen at the next look.
-        const auto stamp = path.empty() ? std::nullopt : FileStamp::Of(path);
-        const Harrowlib201::CS_Locker locker(m_section);
-        const auto it = m_keytabs.find(i_name);
-        if (it != m_keytabs.end()) {
-            HeldKeys& held = it->second;
-            const bool bUnchanged =
-                path.empty() ? Clock::now() - held.m_readAt < kTrustedFor : stamp && stamp == held.m_stamp;
-            if (bUnchanged) {
-                held.m_nLookedAt = nTick;
-                return held.m_pKeys;
-            }
-            m_keytabs.erase(it);
-        }
-        if (m_keytabs.size() >= kMostKeytabs) {
-            m_keytabs.clear();
+        const SourceLook look(PathOfKrb5Name(i_name));
+        if (auto pKeys = Unchanged(i_name, look)) {
+            return pKeys;
         }
         auto pKeys = std::make_shared<const AcceptorKeys>(i_context, i_name);
-        m_keytabs[i_name] = {stamp, nTick, Clock::now(), pKeys};
-        return pKeys;
+        const Harrowlib201::CS_Locker locker(m_section);
+        return m_keytabs.Hold(i_name, {look, std::move(pKeys)}).m_pKeys;
     }
 
     void Clear() {
         const Harrowlib201::CS_Locker locker(m_section);
-        m_keytabs.clear();
+        m_keytabs.Clear();
     }
 
 private:
-    std::shared_ptr<const AcceptorKeys> LookedAtIn(int64_t i_nTick, const std::string& i_name) {
+    std::shared_ptr<const AcceptorKeys> LookedAtNow(const std::string& i_name) {
         const Harrowlib201::CS_Locker locker(m_section);
-        const auto it = m_keytabs.find(i_name);
-        return it != m_keytabs.end() && it->second.m_nLookedAt == i_nTick ? it->second.m_pKeys : nullptr;
+        const HeldKeys* const pHeld = m_keytabs.Find(i_name);
+        return pHeld != nullptr && pHeld->m_look.IsOfThisTick() ? pHeld->m_pKeys : nullptr;
+    }
+
+    // What has changed is forgotten at once: should it be unreadable now, nobody gets the old keys.
+    std::shared_ptr<const AcceptorKeys> Unchanged(const std::string& i_name, const SourceLook& i_look) {
+        std::shared_ptr<const AcceptorKeys> pChanged;  // goes after the lock
+        const Harrowlib201::CS_Locker locker(m_section);
+        HeldKeys* const pHeld = m_keytabs.Find(i_name);
+        if (pHeld == nullptr) {
+            return nullptr;
+        }
+        if (pHeld->m_look.GoOnWith(i_look)) {
+            return pHeld->m_pKeys;
+        }
+        pChanged = std::move(pHeld->m_pKeys);
+        m_keytabs.Forget(i_name);
+        return nullptr;
     }
 
     Harrowlib201::CS_Wrapper m_section;
-    std::map<std::string, HeldKeys> m_keytabs S_GUARDED_BY(m_section);
+    Harrowlib201::HeldMap<std::string, HeldKeys, kMostKeytabs> m_keytabs S_GUARDED_BY(m_section);
 };
 
 HeldKeytabs& Held() {

@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <chrono>
 #include <utility>
 
 #include "harrow/lifetime/AtUnload.h"
@@ -18,45 +17,34 @@ using Harrowlib201::CS_Locker;
 
 namespace {
 
-// How long the tickets of a cache that is no file are taken for unchanged.
-constexpr int64_t kTrustedSeconds = 5;
 // A ticket that ends sooner is replaced: it must still be good when the server looks at it.
 constexpr int64_t kSpareSeconds = 2;
 
-// Services that one identity uses, and identities of one process; beyond, everything is fetched anew.
-constexpr size_t kMostTickets = 256;
+// More than one process uses.
 constexpr size_t kMostIdentities = 64;
-
-int64_t MonotonicSeconds() {
-    return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now().time_since_epoch())
-        .count();
-}
 
 // The default identities by cache and user: the same cache name may mean another cache for another user.
 class Identities {
 public:
     std::shared_ptr<InitiatorTickets> Get(const std::string& i_cacheName) {
         const CS_Locker locker(m_section);
-        const auto key = std::pair(i_cacheName, geteuid());
-        if (const auto it = m_identities.find(key); it != m_identities.end()) {
-            return it->second;
+        const Key key(i_cacheName, geteuid());
+        if (const auto* const pHeld = m_identities.Find(key)) {
+            return *pHeld;
         }
-        if (m_identities.size() >= kMostIdentities) {
-            m_identities.clear();
-        }
-        auto pTickets = std::make_shared<InitiatorTickets>(i_cacheName);
-        m_identities[key] = pTickets;
-        return pTickets;
+        return m_identities.Hold(key, std::make_shared<InitiatorTickets>(i_cacheName));
     }
 
     void Clear() {
         const CS_Locker locker(m_section);
-        m_identities.clear();
+        m_identities.Clear();
     }
 
 private:
+    using Key = std::pair<std::string, uid_t>;
+
     Harrowlib201::CS_Wrapper m_section;
-    std::map<std::pair<std::string, uid_t>, std::shared_ptr<InitiatorTickets>> m_identities S_GUARDED_BY(m_section);
+    Harrowlib201::HeldMap<Key, std::shared_ptr<InitiatorTickets>, kMostIdentities> m_identities S_GUARDED_BY(m_section);
 };
 
 Identities& DefaultIdentities() {
@@ -158,59 +146,46 @@ Krb5CacheOwner InitiatorTickets::OpenCache(krb5_context i_context) {
     return cache;
 }
 
+bool InitiatorTickets::NeedsLook() {
+    const CS_Locker locker(m_section);
+    return !m_pLogon && !m_look.IsOfThisTick();
+}
+
+void InitiatorTickets::ForgetWhenChanged() {
+    if (!NeedsLook()) {
+        return;
+    }
+    const SourceLook look(m_cachePath);
+    const CS_Locker locker(m_section);
+    if (!m_look.GoOnWith(look)) {
+        m_tickets.Clear();
+        ++m_nGeneration;
+    }
+}
+
 std::shared_ptr<const InitiatorTickets::ServiceTicket> InitiatorTickets::Held(krb5_context i_context,
                                                                               const std::string& i_targetName,
                                                                               uint64_t& o_nGeneration) {
-    const CS_Locker locker(m_section);
     ForgetWhenChanged();
+    const CS_Locker locker(m_section);
     o_nGeneration = m_nGeneration;
-    const auto it = m_tickets.find(i_targetName);
-    if (it == m_tickets.end()) {
+    const auto* const pHeld = m_tickets.Find(i_targetName);
+    if (pHeld == nullptr) {
         return nullptr;
     }
-    if (EndsSoon(i_context, it->second->m_nEnd)) {
-        m_tickets.erase(it);
+    if (EndsSoon(i_context, (*pHeld)->m_nEnd)) {
+        m_tickets.Forget(i_targetName);
         return nullptr;
     }
-    return it->second;
+    return *pHeld;
 }
 
 void InitiatorTickets::Hold(const std::string& i_targetName, std::shared_ptr<const ServiceTicket> i_pTicket,
                             uint64_t i_nGeneration) {
     const CS_Locker locker(m_section);
-    if (i_nGeneration != m_nGeneration) {
-        return;  // perhaps the ticket of somebody whose tickets have been replaced meanwhile
+    if (i_nGeneration == m_nGeneration) {  // else perhaps of somebody whose tickets have been replaced meanwhile
+        m_tickets.Hold(i_targetName, std::move(i_pTicket));
     }
-    if (m_tickets.size() >= kMostTickets) {
-        m_tickets.clear();
-    }
-    m_tickets[i_targetName] = std::move(i_pTicket);
-}
-
-void InitiatorTickets::ForgetWhenChanged() {
-    if (m_pLogon) {
-        return;
-    }
-    if (m_cachePath.empty()) {
-        const int64_t nNow = MonotonicSeconds();
-        if (nNow - m_nLookedAt < kTrustedSeconds) {
-            return;
-        }
-        m_nLookedAt = nNow;
-    } else {
-        const int64_t nTick = ClockTick();
-        if (nTick == m_nLookedAt) {
-            return;
-        }
-        m_nLookedAt = nTick;
-        auto stamp = FileStamp::Of(m_cachePath);
-        if (stamp == m_stamp) {
-            return;
-        }
-        m_stamp = stamp;
-    }
-    m_tickets.clear();
-    ++m_nGeneration;
 }
 
 std::shared_ptr<const InitiatorTickets::ServiceTicket> InitiatorTickets::Fetch(krb5_context i_context,

@@ -4,21 +4,20 @@
 #include <krb5/krb5.h>
 
 #include <cstdint>
-#include <map>
 #include <memory>
-#include <optional>
 #include <string>
 
+#include "harrow/lifetime/HeldMap.h"
 #include "harrow/locks/CS_Wrapper.h"
 #include "platform/linux/contexts/Krb5Kept.h"
-#include "platform/linux/keys/FileStamp.h"
 #include "platform/linux/keys/PasswordLogon.h"
+#include "platform/linux/keys/SourceLook.h"
 #include "platform/linux/krb5/Krb5Owners.h"
 
 namespace morwen {
 
-// Shared by all credential handles of the identity. Any method on any thread. No lock is held while a KDC is asked for
-// a service ticket; a password is checked once, and who needs its tickets meanwhile waits.
+// Shared by all credential handles of the identity. Any method on any thread. No lock is held while a file is looked at
+// or a KDC asked for a service ticket; a password is checked once, and who needs its tickets meanwhile waits.
 class InitiatorTickets {
 public:
     // Never changed, and read by many threads at once.
@@ -50,7 +49,8 @@ private:
     std::shared_ptr<const ServiceTicket> Held(krb5_context i_context, const std::string& i_targetName,
                                               uint64_t& o_nGeneration);
     void Hold(const std::string& i_targetName, std::shared_ptr<const ServiceTicket> i_pTicket, uint64_t i_nGeneration);
-    void ForgetWhenChanged() S_REQUIRES(m_section);
+    bool NeedsLook();
+    void ForgetWhenChanged();
     std::shared_ptr<const ServiceTicket> Fetch(krb5_context i_context, const std::string& i_targetName);
 
     const std::string m_cacheName;  // empty with a password
@@ -58,9 +58,10 @@ private:
     const std::unique_ptr<PasswordLogon> m_pLogon;
 
     Harrowlib201::CS_Wrapper m_section;
-    std::map<std::string, std::shared_ptr<const ServiceTicket>> m_tickets S_GUARDED_BY(m_section);
-    std::optional<FileStamp> m_stamp S_GUARDED_BY(m_section);
-    int64_t m_nLookedAt S_GUARDED_BY(m_section) = 0;     // the clock's tick; seconds for what is no file
+    static constexpr size_t kMostTickets = 256;  // more services than one identity uses
+    Harrowlib201::HeldMap<std::string, std::shared_ptr<const ServiceTicket>, kMostTickets> m_tickets
+        S_GUARDED_BY(m_section);
+    SourceLook m_look S_GUARDED_BY(m_section);
     uint64_t m_nGeneration S_GUARDED_BY(m_section) = 0;  // goes up whenever the tickets are forgotten
 };
 

@@ -1,11 +1,12 @@
-// How a step of the layer reports that the call has failed.
+// How a step of the layer reports that the call has failed: a status, and words that the thread remembers for it.
 #pragma once
 
 #include <krb5/krb5.h>
 
 #include <string_view>
 
-#include "platform/linux/krb5/FailureText.h"
+#include "platform/OsTypes.h"
+#include "platform/linux/krb5/Krb5Status.h"
 
 namespace morwen {
 
@@ -18,6 +19,18 @@ public:
 private:
     SECURITY_STATUS m_nStatus;
 };
+
+// Remembers the text (UTF-8, cut at 511 bytes on a character border, control characters hidden) for the status on the
+// calling thread, in place of the one before, and returns the status. Never throws.
+SECURITY_STATUS FailWith(SECURITY_STATUS i_nStatus, std::string_view i_text) noexcept;
+
+// The same with the status of the code and a text made of what was tried and the library's own words ("accepting a
+// logon for morwen/host@REALM with keytab FILE:/etc/krb5.keytab: Wrong principal in request").
+SECURITY_STATUS FailWithKrb5(krb5_context i_context, krb5_error_code i_nCode, std::string_view i_whatWasTried) noexcept;
+
+// The text that belongs to the status on the calling thread, kept until FormatMessageW asks for it; empty if the
+// thread's last failure was another.
+std::string_view FailureText(SECURITY_STATUS i_nStatus) noexcept;
 
 [[noreturn]] inline void Fail(SECURITY_STATUS i_nStatus, std::string_view i_text) {
     throw SspiFailure(FailWith(i_nStatus, i_text));

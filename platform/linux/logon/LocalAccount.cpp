@@ -7,17 +7,72 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <string>
 #include <system_error>
 #include <vector>
 
-#include "platform/linux/krb5/FailureText.h"
+#include "harrow/lifetime/AtUnload.h"
+#include "harrow/lifetime/HeldMap.h"
+#include "harrow/lifetime/NeverDestroyed.h"
+#include "harrow/locks/CS_Wrapper.h"
 #include "platform/linux/krb5/Krb5Words.h"
-#include "platform/linux/logon/HeldAccounts.h"
+#include "platform/linux/krb5/SspiFailure.h"
 
 namespace morwen {
 
+using Harrowlib201::CS_Locker;
+
 namespace {
+
+constexpr int64_t kHeldNanoseconds = 1'000'000'000;
+// More users than log on within a second.
+constexpr size_t kMostAccounts = 1024;
+
+int64_t Now() noexcept {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return now.tv_sec * kHeldNanoseconds + now.tv_nsec;
+}
+
+// A lookup reads the machine's account files or asks a directory, and a user's programs log on several times in a row.
+// What is held is forgotten after a second, so that a change of the account, or of the rules that map names to
+// accounts, is no later than that in a new logon; the identity of a logon that is done does not change anyway. That
+// there is no account is not held.
+class HeldAccounts {
+public:
+    std::optional<UnixAccount> Get(const std::string& i_principal) {
+        const CS_Locker locker(m_section);
+        const Account* const pHeld = m_accounts.Find(i_principal);
+        return pHeld != nullptr && Now() - pHeld->m_nLookedUpAt < kHeldNanoseconds ? std::optional(pHeld->m_account)
+                                                                                   : std::nullopt;
+    }
+    void Hold(const std::string& i_principal, const UnixAccount& i_account) {
+        const CS_Locker locker(m_section);
+        m_accounts.Hold(i_principal, {i_account, Now()});
+    }
+    void Clear() noexcept {
+        const CS_Locker locker(m_section);
+        m_accounts.Clear();
+    }
+
+private:
+    struct Account {
+        UnixAccount m_account;
+        int64_t m_nLookedUpAt = 0;
+    };
+
+    Harrowlib201::CS_Wrapper m_section;
+    Harrowlib201::HeldMap<std::string, Account, kMostAccounts> m_accounts S_GUARDED_BY(m_section);
+};
+
+HeldAccounts& Held() noexcept {
+    static Harrowlib201::NeverDestroyed<HeldAccounts> s_accounts;
+    return *s_accounts;
+}
+
+// What it holds must not count as lost when the library is unloaded.
+const Harrowlib201::AtUnload s_clear([] { Held().Clear(); });
 
 // Far beyond any real record; a directory service that answers "too small" for ever must not eat the memory.
 constexpr size_t kMostBytes = size_t{1} << 20;
@@ -95,7 +150,7 @@ std::vector<gid_t> GroupsOf(const std::string& i_name, gid_t i_nGroup) {
 std::optional<UnixAccount> LocalAccount(krb5_context i_context, krb5_const_principal i_principal,
                                         SECURITY_STATUS& o_nStatus) {
     const std::string key = KeyOf(*i_principal);
-    if (auto held = HeldAccounts::Get(key)) {
+    if (auto held = Held().Get(key)) {
         o_nStatus = SEC_E_OK;
         return held;
     }
@@ -121,7 +176,7 @@ std::optional<UnixAccount> LocalAccount(krb5_context i_context, krb5_const_princ
         return fail("whose groups could not be looked up");
     }
     account.SortGroups();
-    HeldAccounts::Hold(key, account);
+    Held().Hold(key, account);
     o_nStatus = SEC_E_OK;
     return account;
 }

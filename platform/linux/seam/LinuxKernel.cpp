@@ -10,9 +10,7 @@
 #include <string>
 
 #include "harrow/text/SWCharStringConv.h"
-#include "platform/linux/krb5/FailureText.h"
-#include "platform/linux/seam/LastError.h"
-#include "platform/linux/seam/PseudoHandles.h"
+#include "platform/linux/krb5/SspiFailure.h"
 #include "platform/linux/seam/StatusTexts.h"
 
 namespace morwen {

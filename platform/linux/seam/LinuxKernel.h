@@ -5,6 +5,24 @@
 
 namespace morwen {
 
+// The handles that stand for the calling thread and the process: they need no closing, and no token or object has their
+// values.
+inline HANDLE CurrentProcessHandle() noexcept {
+    return reinterpret_cast<HANDLE>(~uintptr_t{0});
+}
+inline HANDLE CurrentThreadHandle() noexcept {
+    return reinterpret_cast<HANDLE>(~uintptr_t{1});
+}
+
+// The calling thread's last error. A plain number: a thread_local with a destructor would keep the library loaded.
+inline constinit thread_local DWORD t_nLastError = ERROR_SUCCESS;
+
+// Sets it and returns what a failed call returns.
+inline BOOL FailWithLastError(DWORD i_nError) noexcept {
+    t_nLastError = i_nError;
+    return FALSE;
+}
+
 class LinuxKernel final : public KernelCalls {
 public:
     HANDLE GetCurrentThread() noexcept override;

@@ -20,6 +20,7 @@
 #include "platform/linux/logon/LocalAccount.h"
 #include "platform/linux/seam/SecBuffers.h"
 #include "platform/linux/seam/TimeStamps.h"
+#include "platform/linux/seam/TokenTable.h"
 #include "platform/linux/wire/GssToken.h"
 
 namespace morwen {

@@ -12,8 +12,8 @@
 #include "platform/linux/identity/ServiceRecord.h"
 #include "platform/linux/identity/ThreadIdentity.h"
 #include "platform/linux/identity/TokenIdentity.h"
-#include "platform/linux/seam/LastError.h"
-#include "platform/linux/seam/PseudoHandles.h"
+#include "platform/linux/seam/LinuxKernel.h"
+#include "platform/linux/seam/TokenTable.h"
 
 namespace morwen {
 

@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "platform/linux/contexts/Krb5ContextPool.h"
-#include "platform/linux/krb5/FailureText.h"
 #include "platform/linux/krb5/Krb5Owners.h"
+#include "platform/linux/krb5/SspiFailure.h"
 
 namespace morwen {
 namespace {

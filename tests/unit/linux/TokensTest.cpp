@@ -5,9 +5,10 @@
 
 #include "harrow/text/SWCharStringConv.h"
 #include "platform/linux/identity/TokenIdentity.h"
-#include "platform/linux/krb5/FailureText.h"
+#include "platform/linux/krb5/SspiFailure.h"
 #include "platform/linux/seam/LinuxKernel.h"
 #include "platform/linux/seam/LinuxTokens.h"
+#include "platform/linux/seam/TokenTable.h"
 
 namespace morwen {
 namespace {
