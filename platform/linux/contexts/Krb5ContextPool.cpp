@@ -216,7 +216,7 @@ Krb5LentContext Krb5LentContext::ForReleasing() noexcept {
     return lent;
 }
 
-Krb5ContextLease Krb5ContextPool::Take() noexcept {
+Krb5ContextLease LendKrb5Context() noexcept {
     const int64_t nNow = SecondsNow();
     Krb5ContextLease lease;
     if (!lease.m_service.IsService()) {

@@ -10,7 +10,7 @@
 
 namespace morwen {
 
-class Krb5ContextPool;
+class Krb5ContextLease;
 
 // A context of the pool that only the holder uses, for giving something back that needs no files and no identity. The
 // thread stays who it is: no call that releases something can leave it somebody else.
@@ -30,7 +30,7 @@ public:
     krb5_context get() const noexcept { return m_context; }
 
 private:
-    friend class Krb5ContextPool;
+    friend Krb5ContextLease LendKrb5Context() noexcept;
 
     krb5_context m_context = nullptr;
     int64_t m_nBornAt = 0;       // seconds of the monotonic clock
@@ -55,7 +55,7 @@ public:
     krb5_context get() const noexcept { return m_lent.get(); }
 
 private:
-    friend class Krb5ContextPool;
+    friend Krb5ContextLease LendKrb5Context() noexcept;
     Krb5ContextLease() = default;
 
     // The first to begin and the last to end: whatever is done with a context is done as the service.
@@ -65,12 +65,9 @@ private:
     krb5_error_code m_nCode = 0;
 };
 
-class Krb5ContextPool {
-public:
-    // Lends a context, made anew when none is idle, when the idle ones are older than a minute, when the configuration
-    // files have changed (looked at once a second at most) or when the process runs as another user than they were made
-    // for. Never throws; look at the lease.
-    static Krb5ContextLease Take() noexcept;
-};
+// Lends a context, made anew when none is idle, when the idle ones are older than a minute, when the configuration
+// files have changed (looked at once a second at most) or when the process runs as another user than they were made
+// for. Never throws; look at the lease.
+Krb5ContextLease LendKrb5Context() noexcept;
 
 }  // namespace morwen

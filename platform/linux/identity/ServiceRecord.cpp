@@ -4,11 +4,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <optional>
 #include <set>
 #include <utility>
 
 #include "harrow/lifetime/AtUnload.h"
 #include "harrow/lifetime/NeverDestroyed.h"
+#include "harrow/locks/CS_Wrapper.h"
 #include "harrow/log/STrace.h"
 
 namespace morwen {
@@ -51,7 +53,7 @@ const Harrowlib201::AtUnload s_clear([] {
 
 }  // namespace
 
-void ServiceRecord::Keep(const ThreadCredentials& i_service, uid_t i_nUser) {
+void KeepServiceRecord(const ThreadCredentials& i_service, uid_t i_nUser) {
     Record& record = TheRecord();
     const CS_Locker locker(record.m_section);
     if (record.m_service != i_service) {
@@ -61,7 +63,7 @@ void ServiceRecord::Keep(const ThreadCredentials& i_service, uid_t i_nUser) {
     record.m_users.insert(i_nUser);
 }
 
-bool ServiceRecord::IsService(const UnixAccount& i_account) {
+bool IsServiceAccount(const UnixAccount& i_account) {
     // The saved id stays the process's own when a thread gets another effective one.
     uid_t nReal = 0;
     uid_t nEffective = 0;
@@ -74,30 +76,22 @@ bool ServiceRecord::IsService(const UnixAccount& i_account) {
     return record.m_service && record.m_service->m_account.m_nUser == i_account.m_nUser;
 }
 
-bool ServiceRecord::IsInherited() noexcept {
-    try {
-        Record& record = TheRecord();
-        const CS_Locker locker(record.m_section);
-        int nError = 0;
-        return morwen::IsInherited(record, nError) || nError != 0;
-    } catch (...) {
-        return true;
-    }
+bool IsThreadInherited() noexcept {
+    Record& record = TheRecord();
+    const CS_Locker locker(record.m_section);
+    int nError = 0;
+    return IsInherited(record, nError) || nError != 0;
 }
 
-int ServiceRecord::RestoreInherited() noexcept {
-    try {
-        Record& record = TheRecord();
-        const CS_Locker locker(record.m_section);
-        int nError = 0;
-        if (!morwen::IsInherited(record, nError)) {
-            return nError;
-        }
-        S_TRACE("ssoplugin: ServiceRecord::RestoreInherited() -- The thread began as a user that its maker acted as.");
-        return record.m_service->Restore();
-    } catch (...) {
-        return ENOMEM;
+int RestoreInheritedThread() noexcept {
+    Record& record = TheRecord();
+    const CS_Locker locker(record.m_section);
+    int nError = 0;
+    if (!IsInherited(record, nError)) {
+        return nError;
     }
+    S_TRACE("ssoplugin: RestoreInheritedThread() -- The thread began as a user that its maker acted as.");
+    return record.m_service->Restore();
 }
 
 }  // namespace morwen

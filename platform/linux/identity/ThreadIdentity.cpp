@@ -30,8 +30,7 @@ constinit thread_local ThreadState t_state{};
 
 int GetStuck(int i_nError) noexcept {
     t_state.m_bStuck = true;
-    S_TRACE("ssoplugin: ThreadIdentity::GetStuck() -- The thread could not be made the service again: error %1.",
-            i_nError);
+    S_TRACE("ssoplugin: GetStuck() -- The thread could not be made the service again: error %1.", i_nError);
     return i_nError;
 }
 
@@ -58,13 +57,12 @@ int Begin(std::unique_ptr<Impersonation> i_pImpersonation) noexcept {
 
 }  // namespace
 
-int ThreadIdentity::Impersonate(std::shared_ptr<const TokenIdentity> i_pIdentity) noexcept {
+int ImpersonateIdentity(std::shared_ptr<const TokenIdentity> i_pIdentity) noexcept {
     if (t_state.m_bStuck || t_state.m_nServiceScopes != 0 || !i_pIdentity->m_account) {
         return EPERM;
     }
     try {
-        if (const int nError = t_state.m_pImpersonation == nullptr ? ServiceRecord::RestoreInherited() : 0;
-            nError != 0) {
+        if (const int nError = t_state.m_pImpersonation == nullptr ? RestoreInheritedThread() : 0; nError != 0) {
             return GetStuck(nError);
         }
         auto pNext = std::make_unique<Impersonation>();
@@ -72,7 +70,7 @@ int ThreadIdentity::Impersonate(std::shared_ptr<const TokenIdentity> i_pIdentity
         std::unique_ptr<Impersonation> pEarlier;
         Impersonation* const pNow = t_state.m_pImpersonation;
         pNext->m_service = pNow != nullptr ? pNow->m_service : ThreadCredentials::OfThisThread();
-        ServiceRecord::Keep(pNext->m_service, pNext->m_pIdentity->m_account->m_nUser);
+        KeepServiceRecord(pNext->m_service, pNext->m_pIdentity->m_account->m_nUser);
         // Nothing may throw once the earlier impersonation has ended.
         if (pNow != nullptr) {
             pEarlier = std::make_unique<Impersonation>(*pNow);  // to go back to, should the next one fail
@@ -93,33 +91,33 @@ int ThreadIdentity::Impersonate(std::shared_ptr<const TokenIdentity> i_pIdentity
     }
 }
 
-int ThreadIdentity::Revert() noexcept {
+int RevertThread() noexcept {
     if (t_state.m_pImpersonation != nullptr) {
         return End(t_state.m_pImpersonation);
     }
-    if (const int nError = ServiceRecord::RestoreInherited(); nError != 0) {
+    if (const int nError = RestoreInheritedThread(); nError != 0) {
         return GetStuck(nError);
     }
     t_state.m_bStuck = false;
     return 0;
 }
 
-std::shared_ptr<const TokenIdentity> ThreadIdentity::Impersonated() noexcept {
+std::shared_ptr<const TokenIdentity> ImpersonatedIdentity() noexcept {
     return t_state.m_pImpersonation != nullptr ? t_state.m_pImpersonation->m_pIdentity : nullptr;
 }
 
-bool ThreadIdentity::IsStuck() noexcept {
+bool IsThreadStuck() noexcept {
     return t_state.m_bStuck;
 }
 
-UnixAccount ThreadIdentity::ServiceAccount() {
+UnixAccount ServiceAccount() {
     return t_state.m_pImpersonation != nullptr ? t_state.m_pImpersonation->m_service.m_account
                                                : ThreadCredentials::AccountOfThisThread();
 }
 
 ServiceScope::ServiceScope() noexcept : m_bService(!t_state.m_bStuck) {
     if (m_bService && t_state.m_pImpersonation == nullptr && !t_state.m_bBeganAsService) {
-        t_state.m_bBeganAsService = !ServiceRecord::IsInherited();
+        t_state.m_bBeganAsService = !IsThreadInherited();
         if (!t_state.m_bBeganAsService) {
             S_TRACE(
                 "ssoplugin: ServiceScope::ServiceScope() -- The thread began as a user, and makes no Kerberos call "

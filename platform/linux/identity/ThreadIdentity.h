@@ -7,25 +7,23 @@
 
 namespace morwen {
 
-// All methods are about the calling thread. A thread that could not be made the service again is stuck: until a revert
-// succeeds it impersonates nobody and makes no Kerberos call. Nothing throws.
-class ThreadIdentity {
-public:
-    // The thread goes on as the identity's account. While it impersonates somebody already, that one is replaced. 0, or
-    // an errno and the thread as it was (or stuck).
-    static int Impersonate(std::shared_ptr<const TokenIdentity> i_pIdentity) noexcept;
+// All of it is about the calling thread. One that could not be made the service again is stuck: until a revert succeeds
+// it impersonates nobody and makes no Kerberos call.
 
-    // The thread is the service again; so it is when it impersonates nobody. 0, or an errno.
-    static int Revert() noexcept;
+// The thread goes on as the identity's account. While it impersonates somebody already, that one is replaced. 0, or an
+// errno and the thread as it was (or stuck).
+int ImpersonateIdentity(std::shared_ptr<const TokenIdentity> i_pIdentity) noexcept;
 
-    // Whom it impersonates; null when it is itself.
-    static std::shared_ptr<const TokenIdentity> Impersonated() noexcept;
+// The thread is the service again; so it is when it impersonates nobody. 0, or an errno.
+int RevertThread() noexcept;
 
-    static bool IsStuck() noexcept;
+// Whom it impersonates; null when it is itself.
+std::shared_ptr<const TokenIdentity> ImpersonatedIdentity() noexcept;
 
-    // The account of the service, also while the thread is somebody else. Throws std::bad_alloc, std::system_error.
-    static UnixAccount ServiceAccount();
-};
+bool IsThreadStuck() noexcept;
+
+// The account of the service, also while the thread is somebody else. Throws std::bad_alloc, std::system_error.
+UnixAccount ServiceAccount();
 
 // The thread is the service as long as it lives, and whom it impersonated after: the service's keys, caches and replay
 // file are the service's to read. May be nested.

@@ -9,8 +9,8 @@
 
 namespace morwen {
 
-// One look, to be taken under no lock: a file may be on a server that is slow. A file has changed when its stamp has; what
-// is no file counts as unchanged for some seconds, because nobody can tell.
+// One look, to be taken under no lock: a file may be on a server that is slow. A file has changed when its stamp has;
+// what is no file counts as unchanged for some seconds, because nobody can tell.
 class SourceLook {
 public:
     // Never looked: everything has changed since.

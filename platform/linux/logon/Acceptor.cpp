@@ -188,8 +188,8 @@ std::shared_ptr<SecurityContext> MakeContext(const Exchange& i_exchange, const G
 
 }  // namespace
 
-std::shared_ptr<SecurityContext> Acceptor::Accept(krb5_context i_context, const AcceptorKeys& i_keys,
-                                                  std::span<const uint8_t> i_token, std::vector<uint8_t>& o_reply) {
+std::shared_ptr<SecurityContext> AcceptToken(krb5_context i_context, const AcceptorKeys& i_keys,
+                                             std::span<const uint8_t> i_token, std::vector<uint8_t>& o_reply) {
     const auto token = ReadGssToken(i_token);
     if (!token || token->m_eKind != GssTokenKind::ApRequest) {
         Fail(SEC_E_INVALID_TOKEN, "the initiator's token is not the first token of a Kerberos logon");

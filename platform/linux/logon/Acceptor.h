@@ -13,13 +13,10 @@
 
 namespace morwen {
 
-class Acceptor {
-public:
-    // The one pass that there is: checks the initiator's token and establishes a context; the reply is empty when the
-    // initiator asks for none. Throws SspiFailure (the text names client, service and keytab as far as they are known),
-    // std::bad_alloc.
-    static std::shared_ptr<SecurityContext> Accept(krb5_context i_context, const AcceptorKeys& i_keys,
-                                                   std::span<const uint8_t> i_token, std::vector<uint8_t>& o_reply);
-};
+// The one pass that there is: checks the initiator's token and establishes a context; the reply is empty when the
+// initiator asks for none. Throws SspiFailure (the text names client, service and keytab as far as they are known),
+// std::bad_alloc.
+std::shared_ptr<SecurityContext> AcceptToken(krb5_context i_context, const AcceptorKeys& i_keys,
+                                             std::span<const uint8_t> i_token, std::vector<uint8_t>& o_reply);
 
 }  // namespace morwen

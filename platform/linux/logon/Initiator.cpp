@@ -84,9 +84,9 @@ krb5_error_code MakeRequest(krb5_context i_context, ChecksumRequest& io_request,
 
 }  // namespace
 
-std::shared_ptr<SecurityContext> Initiator::Start(krb5_context i_context, InitiatorTickets& i_tickets,
-                                                  const std::string& i_targetName, uint32_t i_nRequirements,
-                                                  std::vector<uint8_t>& o_token) {
+std::shared_ptr<SecurityContext> InitiateLogon(krb5_context i_context, InitiatorTickets& i_tickets,
+                                               const std::string& i_targetName, uint32_t i_nRequirements,
+                                               std::vector<uint8_t>& o_token) {
     const auto pTicket = i_tickets.Get(i_context, i_targetName);
     ChecksumRequest request{.m_tickets = i_tickets,
                             .m_pServiceTicket = pTicket->m_credentials.get(),
@@ -113,7 +113,7 @@ std::shared_ptr<SecurityContext> Initiator::Start(krb5_context i_context, Initia
     return pLogon;
 }
 
-void Initiator::Finish(krb5_context i_context, SecurityContext& io_logon, std::span<const uint8_t> i_token) {
+void CheckAnswer(krb5_context i_context, SecurityContext& io_logon, std::span<const uint8_t> i_token) {
     const Harrowlib201::CS_Locker locker(io_logon.m_section);
     if (io_logon.m_bAccepted || io_logon.m_bEstablished) {
         Fail(SEC_E_INVALID_TOKEN, "the logon is complete and expects no further token");

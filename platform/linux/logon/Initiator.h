@@ -14,17 +14,14 @@
 
 namespace morwen {
 
-class Initiator {
-public:
-    // The first pass: a context and the token for the service. The requirements are ISC_REQ_DELEGATE and
-    // ISC_REQ_MUTUAL_AUTH; without the latter the context is established at once. Throws SspiFailure, std::bad_alloc.
-    static std::shared_ptr<SecurityContext> Start(krb5_context i_context, InitiatorTickets& i_tickets,
-                                                  const std::string& i_targetName, uint32_t i_nRequirements,
-                                                  std::vector<uint8_t>& o_token);
+// The first pass: a context and the token for the service. The requirements are ISC_REQ_DELEGATE and
+// ISC_REQ_MUTUAL_AUTH; without the latter the context is established at once. Throws SspiFailure, std::bad_alloc.
+std::shared_ptr<SecurityContext> InitiateLogon(krb5_context i_context, InitiatorTickets& i_tickets,
+                                               const std::string& i_targetName, uint32_t i_nRequirements,
+                                               std::vector<uint8_t>& o_token);
 
-    // The second pass: checks the service's answer and establishes the context. Throws SspiFailure; the context is then
-    // as it was, so that a better answer is still accepted.
-    static void Finish(krb5_context i_context, SecurityContext& io_logon, std::span<const uint8_t> i_token);
-};
+// The second pass: checks the service's answer and establishes the context. Throws SspiFailure; the context is then
+// as it was, so that a better answer is still accepted.
+void CheckAnswer(krb5_context i_context, SecurityContext& io_logon, std::span<const uint8_t> i_token);
 
 }  // namespace morwen

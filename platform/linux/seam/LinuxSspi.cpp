@@ -53,7 +53,7 @@ SECURITY_STATUS Guarded(const char* i_pszCall, Work i_work) noexcept {
     SECURITY_STATUS nStatus = SEC_E_INTERNAL_ERROR;
     try {
         nStatus = i_work();
-        if (nStatus < 0 || !ThreadIdentity::IsStuck()) {
+        if (nStatus < 0 || !IsThreadStuck()) {
             return nStatus;
         }
         nStatus = FailWith(SEC_E_NO_IMPERSONATION, "the thread could not be made the user again that it acts as");
@@ -69,7 +69,7 @@ SECURITY_STATUS Guarded(const char* i_pszCall, Work i_work) noexcept {
 }
 
 Krb5ContextLease TakeContext() {
-    Krb5ContextLease lease = Krb5ContextPool::Take();
+    Krb5ContextLease lease = LendKrb5Context();
     if (!lease) {
         FailKrb5(nullptr, lease.Code(), "starting the Kerberos library");
     }
@@ -219,7 +219,7 @@ SECURITY_STATUS LinuxSspi::ImpersonateSecurityContext(PCtxtHandle i_pContext) no
         if (nUser == 0) {
             Fail(SEC_E_NO_IMPERSONATION, "the user maps to root, whom no logon may act as; see auth_to_local");
         }
-        if (const int nError = ThreadIdentity::Impersonate(pIdentity); nError != 0) {
+        if (const int nError = ImpersonateIdentity(pIdentity); nError != 0) {
             Fail(SEC_E_NO_IMPERSONATION, "acting as the user with the number " + std::to_string(nUser) + ": " +
                                              std::generic_category().message(nError) +
                                              "; the service needs CAP_SETUID and CAP_SETGID");
@@ -231,7 +231,7 @@ SECURITY_STATUS LinuxSspi::ImpersonateSecurityContext(PCtxtHandle i_pContext) no
 SECURITY_STATUS LinuxSspi::RevertSecurityContext(PCtxtHandle i_pContext) noexcept {
     return Guarded("RevertSecurityContext", [&] {
         static_cast<void>(Context(i_pContext));
-        if (const int nError = ThreadIdentity::Revert(); nError != 0) {
+        if (const int nError = RevertThread(); nError != 0) {
             Fail(SEC_E_NO_IMPERSONATION, "becoming the service again: " + std::generic_category().message(nError));
         }
         return SEC_E_OK;
@@ -315,9 +315,8 @@ SECURITY_STATUS LinuxSspi::StartLogon(const LinuxCredential& i_credential, const
     }
     const Krb5ContextLease lease = TakeContext();
     std::vector<uint8_t> token;
-    const auto pLogon =
-        Initiator::Start(lease.get(), *i_credential.m_pTickets, Harrowlib201::SWCharStringConv::ToUtf8(i_pszTargetName),
-                         i_nRequirements, token);
+    const auto pLogon = InitiateLogon(lease.get(), *i_credential.m_pTickets,
+                                      Harrowlib201::SWCharStringConv::ToUtf8(i_pszTargetName), i_nRequirements, token);
     const Harrowlib201::CS_Locker locker(pLogon->m_section);
     output.Write(token);
     *o_pNewContext = m_contexts.Add(pLogon);
@@ -333,7 +332,7 @@ SECURITY_STATUS LinuxSspi::FinishLogon(PCtxtHandle i_pContext, PSecBufferDesc i_
         OutputToken(io_pOutput).Write({});  // nothing more to send
     }
     const Krb5ContextLease lease = TakeContext();
-    Initiator::Finish(lease.get(), *pLogon, InputToken(i_pInput));
+    CheckAnswer(lease.get(), *pLogon, InputToken(i_pInput));
     const Harrowlib201::CS_Locker locker(pLogon->m_section);
     Give(o_pNewContext, *i_pContext);
     Give(o_pnAttributes, pLogon->m_nAttributes);
@@ -349,7 +348,7 @@ SECURITY_STATUS LinuxSspi::AcceptLogon(const LinuxCredential& i_credential, PSec
     const auto input = InputToken(i_pInput);
     const Krb5ContextLease lease = TakeContext();
     std::vector<uint8_t> reply;
-    const auto pLogon = Acceptor::Accept(lease.get(), *i_credential.m_pKeys, input, reply);
+    const auto pLogon = AcceptToken(lease.get(), *i_credential.m_pKeys, input, reply);
     const Harrowlib201::CS_Locker locker(pLogon->m_section);
     output.Write(reply);
     *o_pNewContext = m_contexts.Add(pLogon);

@@ -72,10 +72,10 @@ BOOL LinuxTokens::OpenThreadToken(HANDLE i_hThread, DWORD, BOOL, HANDLE* o_phTok
     if (i_hThread != CurrentThreadHandle()) {
         return FailWithLastError(ERROR_INVALID_HANDLE);
     }
-    if (ThreadIdentity::IsStuck()) {
+    if (IsThreadStuck()) {
         return FailWithLastError(ERROR_ACCESS_DENIED);
     }
-    auto pIdentity = ThreadIdentity::Impersonated();
+    auto pIdentity = ImpersonatedIdentity();
     if (pIdentity == nullptr) {
         return FailWithLastError(ERROR_NO_TOKEN);  // a thread that is itself has no token of its own
     }
@@ -96,13 +96,13 @@ BOOL LinuxTokens::OpenProcessToken(HANDLE i_hProcess, DWORD, HANDLE* o_phToken) 
         return FailWithLastError(ERROR_INVALID_HANDLE);
     }
     // A thread that is somebody else must not get hold of the service's identity because its own could not be read.
-    if (ThreadIdentity::IsStuck() || ThreadIdentity::Impersonated() != nullptr) {
+    if (IsThreadStuck() || ImpersonatedIdentity() != nullptr) {
         return FailWithLastError(ERROR_ACCESS_DENIED);
     }
     try {
         auto pIdentity = std::make_shared<TokenIdentity>();
-        pIdentity->m_account = ThreadIdentity::ServiceAccount();
-        pIdentity->m_bService = ServiceRecord::IsService(*pIdentity->m_account);
+        pIdentity->m_account = ServiceAccount();
+        pIdentity->m_bService = IsServiceAccount(*pIdentity->m_account);
         *o_phToken = OpenToken(std::move(pIdentity));
         return TRUE;
     } catch (const std::bad_alloc&) {
@@ -156,11 +156,11 @@ BOOL LinuxTokens::ImpersonateLoggedOnUser(HANDLE i_hToken) noexcept {
     if (pIdentity == nullptr) {
         return FailWithLastError(ERROR_INVALID_HANDLE);
     }
-    return ThreadIdentity::Impersonate(std::move(pIdentity)) == 0 ? TRUE : FailWithLastError(ERROR_ACCESS_DENIED);
+    return ImpersonateIdentity(std::move(pIdentity)) == 0 ? TRUE : FailWithLastError(ERROR_ACCESS_DENIED);
 }
 
 BOOL LinuxTokens::RevertToSelf() noexcept {
-    return ThreadIdentity::Revert() == 0 ? TRUE : FailWithLastError(ERROR_ACCESS_DENIED);
+    return RevertThread() == 0 ? TRUE : FailWithLastError(ERROR_ACCESS_DENIED);
 }
 
 BOOL LinuxTokens::CloseHandle(HANDLE i_hToken) noexcept {

@@ -96,7 +96,7 @@ private:
         return servers;
     }
 
-    const Krb5ContextLease m_lease = Krb5ContextPool::Take();
+    const Krb5ContextLease m_lease = LendKrb5Context();
     const krb5_context m_context = m_lease.get();
 };
 

@@ -27,7 +27,7 @@ std::string Framed(const std::string& i_text) {
 
 // A KRB-ERROR with the number, as a KDC would send it.
 std::string ErrorAnswer(krb5_ui_4 i_nNumber) {
-    const Krb5ContextLease lease = Krb5ContextPool::Take();
+    const Krb5ContextLease lease = LendKrb5Context();
     krb5_error error{};
     error.error = i_nNumber;
     krb5_build_principal(lease.get(), &error.server, 5, "REALM", "krbtgt", "REALM", nullptr);
@@ -160,7 +160,7 @@ TEST_P(KdcTransportTest, EndsInTime) {
         names.push_back(KdcName::Parse(kdcs.back()->Name()).value());
     }
     const std::vector<uint8_t> request(300, 0x6A);
-    const Krb5ContextLease lease = Krb5ContextPool::Take();
+    const Krb5ContextLease lease = LendKrb5Context();
     KdcOutcome outcome;
     const auto start = steady_clock::now();
     const krb5_error_code nCode = ExchangeWithKdcs(lease.get(), names, request, start + milliseconds(1'400), outcome);

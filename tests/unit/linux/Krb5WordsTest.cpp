@@ -11,7 +11,7 @@ namespace morwen {
 namespace {
 
 TEST(Krb5Words, NamesWithoutControlCharacters) {
-    const Krb5ContextLease lease = Krb5ContextPool::Take();
+    const Krb5ContextLease lease = LendKrb5Context();
     const auto shown = [&lease](const char* i_pszName) {
         Krb5Principal principal(lease.get());
         EXPECT_EQ(krb5_parse_name(lease.get(), i_pszName, principal.Receive()), 0);

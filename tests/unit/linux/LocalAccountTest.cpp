@@ -9,7 +9,7 @@ namespace morwen {
 namespace {
 
 TEST(LocalAccount, IsThatOfTheWholeNameOnly) {
-    const Krb5ContextLease lease = Krb5ContextPool::Take();
+    const Krb5ContextLease lease = LendKrb5Context();
     const krb5_context context = lease.get();
     ASSERT_EQ(krb5_set_default_realm(context, "HERE"), 0);
     const auto userOf = [context](const char* i_pszName) -> long {
