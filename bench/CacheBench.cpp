@@ -78,7 +78,8 @@ public:
 
     void Insert(SWCharString& o_ssKey) {
         auto* const pSession = static_cast<SSPISession*>(m_pSession.get());
-        m_pCache->Insert(o_ssKey, StaticTokenPtr(MakeCounted<SSPIStaticToken>(pSession->GetContext())));
+        m_pCache->Insert(o_ssKey, StaticTokenPtr(MakeCounted<SSPIStaticToken>(
+                                      pSession->GetContext(), SSOHandlerFactory::instance()->GetHandler(u"SSPI"))));
     }
     void CleanUp() { m_pThread->CleanUp(); }
 

@@ -19,6 +19,9 @@ public:
     RenewalTurn(SilentAuthorities& i_silent, const SWCharString& i_ssKey) : m_silent(i_silent), m_ssKey(i_ssKey) {}
 
     bool MayRenew(StaticToken& i_token) override {
+        if (i_token.IsAtWork()) {
+            return false;  // for as long as a name service is slow: this thread waits for no user's call
+        }
         m_ssAuthority = i_token.GetAuthority();
         if (m_ssAuthority.isEmpty()) {
             m_ssAuthority = m_ssKey;  // one of its own

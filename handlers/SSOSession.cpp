@@ -1,6 +1,7 @@
 #include "handlers/SSOSession.h"
 
 #include "errors/SSOException.h"
+#include "handlers/SSOHandler.h"
 #include "harrow/log/STrace.h"
 #include "harrow/text/SWCharStringConv.h"
 
@@ -18,6 +19,11 @@ SSOSession::SessionIdentifier::SessionIdentifier(const SWCharString& i_ssKey) {
         throw SSOException(SSO_ERROR);
     }
 }
+
+SSOSession::SSOSession(const ParasSeq* i_pLoginParameters, const SSOHandlerPtr& i_pHandler)
+    : m_pHandler(i_pHandler), m_parameters(i_pLoginParameters) {}
+
+SSOSession::~SSOSession() = default;
 
 SWCharString SSOSession::SessionIdentifier::ToString() const {
     return SWCharStringConv::ToString(m_nValue);

@@ -10,6 +10,8 @@
 
 namespace morwen {
 
+class SSOHandler;
+
 // Kept by the session cache between the steps of a login; used by one login step at a time, which TryBegin grants.
 class SSOSession : public Harrowlib201::CRefCount {
 public:
@@ -50,7 +52,11 @@ public:
     const Parameters& GetParameters() const noexcept { return m_parameters; }
 
 protected:
-    explicit SSOSession(const ParasSeq* i_pLoginParameters) : m_parameters(i_pLoginParameters) {}
+    // The handler is the one that makes it, and its token after it.
+    SSOSession(const ParasSeq* i_pLoginParameters, const Harrowlib201::CSmartRefCountPtr<SSOHandler>& i_pHandler);
+    ~SSOSession() override;
+
+    const Harrowlib201::CSmartRefCountPtr<SSOHandler> m_pHandler;
 
     uint16_t m_nPassCount = 0;  // for derived sessions: how many steps have begun
     SWCharString m_ssType = u"Undefined";

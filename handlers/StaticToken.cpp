@@ -2,20 +2,20 @@
 
 #include "errors/SSOException.h"
 #include "handlers/RenewalRule.h"
-#include "handlers/factory/SSOHandlerFactory.h"
+#include "handlers/SSOHandler.h"
 #include "harrow/log/STrace.h"
 
 namespace morwen {
 
 using namespace Harrowlib201;
 
-namespace {
+StaticToken::StaticToken(const SWCharString& i_ssType, const SSOHandlerPtr& i_pHandler)
+    : m_ssType(i_ssType),
+      m_pHandler(i_pHandler),
+      m_created(SDateTime::GetCurrentDateTime()),
+      m_lastNegotiated(m_created) {}
 
-SSOHandlerPtr HandlerOf(const SWCharString& i_ssType) {
-    return SSOHandlerFactory::instance()->GetHandler(i_ssType);
-}
-
-}  // namespace
+StaticToken::~StaticToken() = default;
 
 SWCharString StaticToken::GetAuthority() {
     return {};
@@ -27,22 +27,12 @@ void StaticToken::AwaitIdle() const noexcept {
     }
 }
 
-SDateTime StaticToken::GetLastNegotiated() const {
-    const CSmartReadLocker locker(m_lock);
-    return m_lastNegotiated;
-}
-
 bool StaticToken::IsExpired(SDateTime i_now) {
     return Expired(i_now) || ExpiredByConfiguration(i_now);
 }
 
 bool StaticToken::ExpiredByConfiguration(SDateTime i_now) {
-    STimeSpan expiry;
-    try {
-        expiry = HandlerOf(m_ssType)->GetCacheExpiry();
-    } catch (const SSOException&) {
-        return true;  // settings that cannot be read are no permission to go on
-    }
+    const STimeSpan expiry = m_pHandler->GetCacheExpiry();
     if (expiry.isZero()) {
         return false;
     }
@@ -54,10 +44,9 @@ bool StaticToken::ExpiredByConfiguration(SDateTime i_now) {
 }
 
 bool StaticToken::NeedsRenewal(SDateTime i_now) {
-    const SSOHandlerPtr pHandler = HandlerOf(m_ssType);
-    return RenewalRule{.m_bAllowed = pHandler->AreRenewalsAllowed(),
-                       .m_cacheExpiry = pHandler->GetCacheExpiry(),
-                       .m_nThresholdPercentage = pHandler->GetRenewalThreshold(),
+    return RenewalRule{.m_bAllowed = m_pHandler->AreRenewalsAllowed(),
+                       .m_cacheExpiry = m_pHandler->GetCacheExpiry(),
+                       .m_nThresholdPercentage = m_pHandler->GetRenewalThreshold(),
                        .m_lifetime = GetLifetime(),
                        .m_age = i_now - m_created,
                        .m_timeToExpiry = GetTimeToExpiry(i_now)}
@@ -72,7 +61,7 @@ bool StaticToken::Renegotiate(SDateTime i_now, RenewalGate* i_pGate) {
         S_TRACE("ssoplugin: SSPIStaticToken::Renegotiate() -- Renegotiating token.");
         const bool bRenewed = RenegotiateImpl();
         if (bRenewed) {
-            const CSmartWriteLocker locker(m_lock);
+            const CS_Locker locker(m_times);
             m_lastNegotiated = i_now;
         }
         return bRenewed;

@@ -6,6 +6,7 @@
 
 #include "harrow/lifetime/CRefCount.h"
 #include "harrow/locks/CRWLock.h"
+#include "harrow/locks/CS_Wrapper.h"
 #include "harrow/text/SWCharString.h"
 #include "harrow/time/SDateTime.h"
 
@@ -15,6 +16,7 @@ using Harrowlib201::SDateTime;
 using Harrowlib201::STimeSpan;
 using Harrowlib201::SWCharString;
 
+class SSOHandler;
 class StaticToken;
 
 // Decides whether a renewal that is due may be tried now.
@@ -60,21 +62,25 @@ public:
             m_nAtWork.notify_all();
         }
     }
+    bool IsAtWork() const noexcept { return m_nAtWork.load() != 0; }
     // Whether somebody works with it or acts as its user. No lock is waited for.
-    bool IsInUse() const noexcept { return m_nAtWork.load() != 0 || GetImpersonationCount() != 0; }
+    bool IsInUse() const noexcept { return IsAtWork() || GetImpersonationCount() != 0; }
     // Until nobody works with it any more.
     void AwaitIdle() const noexcept;
 
 protected:
-    explicit StaticToken(const SWCharString& i_ssType)
-        : m_ssType(i_ssType), m_created(SDateTime::GetCurrentDateTime()), m_lastNegotiated(m_created) {}
+    // The handler is the one that made it, whose settings it follows; never null.
+    StaticToken(const SWCharString& i_ssType, const Harrowlib201::CSmartRefCountPtr<SSOHandler>& i_pHandler);
+    ~StaticToken() override;
 
-    SDateTime GetLastNegotiated() const;
-
-    const SWCharString m_ssType;  // of the handler that made it
+    const SWCharString m_ssType;
+    const Harrowlib201::CSmartRefCountPtr<SSOHandler> m_pHandler;
     const SDateTime m_created;
-    mutable Harrowlib201::CRWLock m_lock;  // guards the context of the derived class too
-    SDateTime m_lastNegotiated S_GUARDED_BY(m_lock);
+    // Held while the context is worked with, which may take as long as the system's call does.
+    mutable Harrowlib201::CRWLock m_lock;
+    // Held for copying only: lookups and the clean-up ask about times, and wait for nobody's work.
+    mutable Harrowlib201::CS_Wrapper m_times;
+    SDateTime m_lastNegotiated S_GUARDED_BY(m_times);
     std::atomic<uint16_t> m_nImpersonationCount{0};  // successful ones not yet reverted; changes under the lock
 
 private:

@@ -1,8 +1,13 @@
 #include "handlers/SystemErrorText.h"
 
+#include <string>
+
+#include "harrow/text/SWCharStringConv.h"
 #include "platform/Platform.h"
 
 namespace morwen {
+
+using Harrowlib201::SWCharStringConv;
 
 namespace {
 
@@ -40,6 +45,20 @@ SWCharString FormatSystemText(DWORD i_nCode) {
 SWCharString GetLastErrorText() {
     const SWCharString ssText = FormatSystemText(Platform::Kernel().GetLastError());
     return ssText.isEmpty() ? SWCharString(u"Unknown error.") : ssText;
+}
+
+SWCharString GetErrorText(SECURITY_STATUS i_nStatus) {
+    if (i_nStatus == SEC_E_OK) {
+        return {};
+    }
+    const SWCharString ssSystem = FormatSystemText(static_cast<DWORD>(i_nStatus));
+    // The system ends its texts with a line break.
+    const std::u16string_view words = ssSystem.view().substr(0, ssSystem.view().find_last_not_of(u" \t\r\n") + 1);
+    std::u16string text = u"Error ";
+    text += SWCharStringConv::ToString(static_cast<int64_t>(i_nStatus)).view();
+    text += u": ";
+    text += words.empty() ? std::u16string_view(u"???") : words;
+    return SWCharString(text);
 }
 
 }  // namespace morwen

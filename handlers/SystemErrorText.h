@@ -12,6 +12,10 @@ using Harrowlib201::SWCharString;
 // error. Throws std::bad_alloc.
 SWCharString FormatSystemText(DWORD i_nCode);
 
+// "Error ", the status in decimal, ": " and the system's text, or "???" when it has none; empty for success. To be
+// called on the thread that received the status. Throws std::bad_alloc.
+SWCharString GetErrorText(SECURITY_STATUS i_nStatus);
+
 // The text of the calling thread's last error, or "Unknown error.". Throws std::bad_alloc.
 SWCharString GetLastErrorText();
 

@@ -4,7 +4,7 @@
 
 #include "errors/SSOException.h"
 #include "handlers/SSOHandler.h"
-#include "handlers/kerberos/ErrorText.h"
+#include "handlers/SystemErrorText.h"
 #include "harrow/log/STrace.h"
 #include "platform/OsText.h"
 #include "platform/Platform.h"

@@ -4,7 +4,7 @@
 #include <limits>
 
 #include "errors/SSOException.h"
-#include "handlers/kerberos/ErrorText.h"
+#include "handlers/SystemErrorText.h"
 #include "handlers/kerberos/KerberosSSPICredentials.h"
 #include "handlers/kerberos/LogonInformation.h"
 #include "handlers/kerberos/SSPISession.h"
@@ -285,7 +285,7 @@ uint32_t KerberosSSPIHandler::AcceptContext(const SSOCredentialsPtr& i_pCredenti
 SSOSessionPtr KerberosSSPIHandler::CreateSession(const ParasSeq* i_pLoginParameters) {
     S_TRACE("ssoplugin: KerberosSSPIHandler::CreateSession() -- Creating a new session for Kerberos SSPI.");
     try {
-        return MakeCounted<SSPISession>(i_pLoginParameters);
+        return MakeCounted<SSPISession>(i_pLoginParameters, SSOHandlerPtr(this));
     } catch (const std::bad_alloc&) {
         S_FAIL("KerberosSSPIHandler::CreateSession() -- Out of memory!");
         throw SSOException(SSOException::OutOfMemory());

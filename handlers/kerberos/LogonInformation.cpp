@@ -9,7 +9,8 @@
 #include <string>
 
 #include "errors/SSOException.h"
-#include "handlers/kerberos/ErrorText.h"
+#include "handlers/SystemErrorText.h"
+#include "handlers/kerberos/ActingAsUser.h"
 #include "handlers/kerberos/SSPISession.h"
 #include "harrow/log/STrace.h"
 #include "platform/Platform.h"
@@ -22,11 +23,13 @@ namespace {
 
 constexpr DWORD SSPI_DEFAULT_USER_DATA_BUFFER_SIZE = 4096;
 
+constexpr RevertTexts kRevertTexts = {nullptr, "RevertToSelf()", nullptr};
+
 // The token of the user who logged on. Where the context itself can be asked, no identity changes; elsewhere the thread
 // runs as the user until End, or until this object goes.
 class LogonToken {
 public:
-    explicit LogonToken(CtxtHandle* i_pContext) : m_pContext(i_pContext) {
+    explicit LogonToken(CtxtHandle* i_pContext) : m_user(i_pContext, kRevertTexts) {
         const SECURITY_STATUS nStatus = Platform::Sspi().OpenContextToken(i_pContext, &m_hUser);
         if (nStatus == SEC_E_UNSUPPORTED_FUNCTION) {
             OpenByImpersonating();
@@ -46,7 +49,7 @@ public:
 
     // False when the thread could not be made itself again.
     bool End() noexcept {
-        const bool bReverted = Revert();
+        const bool bReverted = m_user.End();
         if (m_hUser != nullptr) {
             const BOOL bClosed = Platform::Tokens().CloseHandle(m_hUser);
             S_ASSERT_TEXT(bClosed, "CloseHandle(hUser)");
@@ -57,38 +60,23 @@ public:
 
 private:
     void OpenByImpersonating() {
-        if (Platform::Sspi().ImpersonateSecurityContext(m_pContext) != SEC_E_OK) {
+        if (!m_user.Begin()) {
             S_TRACE("ssoplugin: KerberosSSPIHandler::GetLogonInformation() -- Could not impersonate.");
             throw SSOException(SSO_ERROR, kMsgImpersonation);
         }
-        m_bImpersonating = true;
         if (Platform::Tokens().OpenThreadToken(Platform::Kernel().GetCurrentThread(), TOKEN_QUERY, TRUE, &m_hUser)) {
             return;
         }
         const auto nError = static_cast<SECURITY_STATUS>(Platform::Kernel().GetLastError());
         m_hUser = nullptr;
-        const bool bReverted = Revert();
+        const bool bReverted = m_user.End();
         S_TRACE("ssoplugin: KerberosSSPIHandler::GetLogonInformation() -- OpenThreadToken() failed: %1",
                 GetErrorText(nError));
         throw SSOException(SSO_ERROR, bReverted ? kMsgGeneral : kMsgImpersonation);
     }
 
-    bool Revert() noexcept {
-        if (!m_bImpersonating) {
-            return true;
-        }
-        m_bImpersonating = false;
-        if (Platform::Sspi().RevertSecurityContext(m_pContext) == SEC_E_OK) {
-            return true;
-        }
-        const BOOL bReverted = Platform::Tokens().RevertToSelf();
-        S_ASSERT_TEXT(bReverted, "RevertToSelf()");
-        return bReverted != FALSE;
-    }
-
-    CtxtHandle* m_pContext;
+    ActingAsUser m_user;
     HANDLE m_hUser = nullptr;
-    bool m_bImpersonating = false;
 };
 
 char16_t* PutNumber(uint32_t i_nNumber, char16_t* o_pszText) {

@@ -4,14 +4,12 @@
 
 #include "errors/SSOException.h"
 #include "handlers/HandlerToken.h"
-#include "handlers/factory/SSOHandlerFactory.h"
+#include "handlers/kerberos/ActingAsUser.h"
 #include "handlers/kerberos/KerberosSSPICredentials.h"
-#include "handlers/kerberos/RevertTrace.h"
 #include "handlers/kerberos/SSPISession.h"
 #include "harrow/log/STrace.h"
 #include "morwen/morwenplugin.h"
 #include "params/SequenceOwner.h"
-#include "platform/Platform.h"
 
 namespace morwen {
 
@@ -30,47 +28,9 @@ SSOCredentialsPtr MakeCredentials(uint32_t i_nType) {
     }
 }
 
-// Runs as the context's user until End, or until this object goes.
-class ActingAsUser {
-public:
-    explicit ActingAsUser(CtxtHandle* i_pContext) : m_pContext(i_pContext) {
-        if (Platform::Sspi().ImpersonateSecurityContext(i_pContext) != SEC_E_OK) {
-            S_TRACE("ssoplugin: SSPIStaticToken::RenegotiateImpl() -- Could not impersonate.");
-            throw SSOException(SSO_ERROR, kMsgImpersonation);
-        }
-    }
-    ~ActingAsUser() { static_cast<void>(Revert()); }
-    ActingAsUser(const ActingAsUser&) = delete;
-    ActingAsUser& operator=(const ActingAsUser&) = delete;
-
-    void End() {
-        if (!Revert()) {
-            throw SSOException(SSO_ERROR, kMsgImpersonation);
-        }
-    }
-
-private:
-    bool Revert() noexcept {
-        if (m_pContext == nullptr) {
-            return true;
-        }
-        const SECURITY_STATUS nStatus = Platform::Sspi().RevertSecurityContext(m_pContext);
-        m_pContext = nullptr;
-        if (nStatus == SEC_E_OK) {
-            return true;
-        }
-        TraceFailedRevert(
-            "ssoplugin: SSPIStaticToken::RenegotiateImpl() revert failed -- revert using RevertToSelf(). Error %d",
-            nStatus);
-        if (Platform::Tokens().RevertToSelf()) {
-            return true;
-        }
-        S_ASSERT_MSG(false, "SSPIStaticToken::RenegotiateImpl() failed to revert to security context of process.");
-        return false;
-    }
-
-    CtxtHandle* m_pContext;
-};
+constexpr RevertTexts kRevertTexts = {
+    "ssoplugin: SSPIStaticToken::RenegotiateImpl() revert failed -- revert using RevertToSelf(). Error %d", "false",
+    "SSPIStaticToken::RenegotiateImpl() failed to revert to security context of process."};
 
 // One step of one side. The handler throws when it fails, so this is where the trace learns which side it was.
 template <class Step>
@@ -89,8 +49,8 @@ uint32_t RunStep(const char* i_pszFailed, Step i_step) {
 
 }  // namespace
 
-Renegotiation::Renegotiation()
-    : m_pHandler(CountedCast<KerberosSSPIHandler>(SSOHandlerFactory::instance()->GetHandler(u"SSPI"))) {
+Renegotiation::Renegotiation(const SSOHandlerPtr& i_pHandler)
+    : m_pHandler(CountedCast<KerberosSSPIHandler>(i_pHandler)) {
     const auto& pSSPIHandler = m_pHandler;
     S_ASSERT(pSSPIHandler);
     if (!pSSPIHandler) {
@@ -103,9 +63,15 @@ Renegotiation::Renegotiation()
 }
 
 void Renegotiation::AcquireUserCredentials(CtxtHandle* i_pContext) {
-    ActingAsUser user(i_pContext);
+    ActingAsUser user(i_pContext, kRevertTexts);
+    if (!user.Begin()) {
+        S_TRACE("ssoplugin: SSPIStaticToken::RenegotiateImpl() -- Could not impersonate.");
+        throw SSOException(SSO_ERROR, kMsgImpersonation);
+    }
     m_pUserCreds = MakeCredentials(SSOHandler::kOutbound);
-    user.End();
+    if (!user.End()) {
+        throw SSOException(SSO_ERROR, kMsgImpersonation);
+    }
 }
 
 StaticTokenPtr Renegotiation::Run() {

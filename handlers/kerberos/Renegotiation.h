@@ -12,8 +12,8 @@ namespace morwen {
 // SSOExceptions; the thread is itself again after each operation.
 class Renegotiation {
 public:
-    // Looks the server's principal up and acquires the credentials of the process.
-    Renegotiation();
+    // With the context's handler: asks it for the server's principal, and acquires the credentials of the process.
+    explicit Renegotiation(const SSOHandlerPtr& i_pHandler);
 
     // Acquires the default credentials of the context's user, acting as that user for a moment.
     void AcquireUserCredentials(CtxtHandle* i_pContext);

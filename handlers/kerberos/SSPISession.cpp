@@ -10,7 +10,8 @@
 
 namespace morwen {
 
-SSPISession::SSPISession(const ParasSeq* i_pLoginParameters) : SSOSession(i_pLoginParameters) {
+SSPISession::SSPISession(const ParasSeq* i_pLoginParameters, const SSOHandlerPtr& i_pHandler)
+    : SSOSession(i_pLoginParameters, i_pHandler) {
     m_ssType = u"SSPI";
 }
 
@@ -32,7 +33,7 @@ StaticTokenPtr SSPISession::GetStaticToken() {
         throw SSOException(SSO_ERROR);
     }
     try {
-        StaticTokenPtr pToken = Harrowlib201::MakeCounted<SSPIStaticToken>(&m_handle);
+        StaticTokenPtr pToken = Harrowlib201::MakeCounted<SSPIStaticToken>(&m_handle, m_pHandler);
         S_ASSERT(pToken);
         m_bHandedOver = true;
         return pToken;

@@ -1,7 +1,7 @@
 // A Kerberos login in progress.
 #pragma once
 
-#include "handlers/SSOSession.h"
+#include "handlers/SSOHandler.h"
 #include "platform/OsTypes.h"
 
 namespace morwen {
@@ -9,7 +9,7 @@ namespace morwen {
 // Owns the security context that the handshake builds.
 class SSPISession : public SSOSession {
 public:
-    explicit SSPISession(const ParasSeq* i_pLoginParameters);
+    SSPISession(const ParasSeq* i_pLoginParameters, const SSOHandlerPtr& i_pHandler);
 
     // The context can still be read here, but it is the token's to end. Throws SSOException, also when the context is
     // not established.

@@ -1,10 +1,12 @@
 #include "handlers/kerberos/SSPIStaticToken.h"
 
 #include <limits>
+#include <new>
+#include <string_view>
 
 #include "errors/SSOException.h"
+#include "handlers/kerberos/ActingAsUser.h"
 #include "handlers/kerberos/Renegotiation.h"
-#include "handlers/kerberos/RevertTrace.h"
 #include "harrow/log/STrace.h"
 #include "morwen/morwenplugin.h"
 #include "platform/Platform.h"
@@ -14,6 +16,34 @@ namespace morwen {
 using namespace Harrowlib201;
 
 namespace {
+
+constexpr RevertTexts kRevertTexts = {
+    "ssoplugin: SSPIStaticToken::RevertSecurityContext() failed -- revert using RevertToSelf(). Error %d", "false",
+    "SSPIStaticToken::Revert() failed to revert to security context of process."};
+
+// Whose context it is, as the package says it; empty when it does not.
+class UserName {
+public:
+    explicit UserName(CtxtHandle* i_pContext) {
+        if (Platform::Sspi().QueryContextAttributesW(i_pContext, SECPKG_ATTR_NAMES, &m_names) != SEC_E_OK) {
+            m_names.sUserName = nullptr;
+        }
+    }
+    ~UserName() {
+        if (m_names.sUserName != nullptr) {
+            static_cast<void>(Platform::Sspi().FreeContextBuffer(m_names.sUserName));
+        }
+    }
+    UserName(const UserName&) = delete;
+    UserName& operator=(const UserName&) = delete;
+
+    std::u16string_view Text() const noexcept {
+        return m_names.sUserName != nullptr ? reinterpret_cast<const char16_t*>(m_names.sUserName) : u"";
+    }
+
+private:
+    SecPkgContext_NamesW m_names{};
+};
 
 std::optional<SDateTime> ReadExpiry(CtxtHandle* i_pContext) {
     SecPkgContext_Lifespan lifespan{};
@@ -30,7 +60,8 @@ std::optional<SDateTime> ReadExpiry(CtxtHandle* i_pContext) {
 
 }  // namespace
 
-SSPIStaticToken::SSPIStaticToken(const CtxtHandle* i_pContextHandle) : StaticToken(u"SSPI") {
+SSPIStaticToken::SSPIStaticToken(const CtxtHandle* i_pContextHandle, const SSOHandlerPtr& i_pHandler)
+    : StaticToken(u"SSPI", i_pHandler) {
     S_ASSERT_MSG(i_pContextHandle, "ssoplugin: SSPIStaticToken::SSPIStaticToken() -- NULL context handle!");
     if (i_pContextHandle == nullptr) {
         throw SSOException(SSO_ERROR);
@@ -38,7 +69,7 @@ SSPIStaticToken::SSPIStaticToken(const CtxtHandle* i_pContextHandle) : StaticTok
     CtxtHandle handle = *i_pContextHandle;
     const auto expiry = ReadExpiry(&handle);
     {
-        const CSmartWriteLocker locker(m_lock);
+        const CS_Locker locker(m_times);
         m_expiry = expiry;
     }
     if (SSPIStaticToken::Expired(m_created) || ExpiredByConfiguration(m_created)) {
@@ -74,21 +105,10 @@ void SSPIStaticToken::Impersonate() {
 void SSPIStaticToken::Revert() {
     const CSmartWriteLocker locker(m_lock);
     const bool bImpersonated = m_nImpersonationCount > 0;
-    bool bReverted = false;
-    if (bImpersonated) {
-        const SECURITY_STATUS nStatus = Platform::Sspi().RevertSecurityContext(&m_handle);
-        bReverted = nStatus == SEC_E_OK;
-        if (!bReverted) {
-            TraceFailedRevert(
-                "ssoplugin: SSPIStaticToken::RevertSecurityContext() failed -- revert using "
-                "RevertToSelf(). Error %d",
-                nStatus);
-        }
-    } else {
+    if (!bImpersonated) {
         S_TRACE("ssoplugin: SSPIStaticToken::Revert() called for context that had not been impersonated.");
     }
-    if (!bReverted && !Platform::Tokens().RevertToSelf()) {
-        S_ASSERT_MSG(false, "SSPIStaticToken::Revert() failed to revert to security context of process.");
+    if (!(bImpersonated ? RevertFromUser(&m_handle, kRevertTexts) : RevertToProcess(kRevertTexts))) {
         throw SSOException(SSO_ERROR, kMsgImpersonation);
     }
     if (bImpersonated) {
@@ -97,7 +117,7 @@ void SSPIStaticToken::Revert() {
 }
 
 std::optional<SDateTime> SSPIStaticToken::GetExpiry() const {
-    const CSmartReadLocker locker(m_lock);
+    const CS_Locker locker(m_times);
     return m_expiry;
 }
 
@@ -120,13 +140,26 @@ STimeSpan SSPIStaticToken::GetTimeToExpiry(SDateTime i_now) {
 }
 
 STimeSpan SSPIStaticToken::GetLifetime() {
-    const CSmartReadLocker locker(m_lock);
+    const CS_Locker locker(m_times);
     return m_expiry ? *m_expiry - m_lastNegotiated : STimeSpan();
+}
+
+SWCharString SSPIStaticToken::GetAuthority() {
+    try {
+        const CSmartReadLocker locker(m_lock);
+        const UserName name(&m_handle);
+        const std::u16string_view text = name.Text();
+        const size_t nAt = text.rfind(u'@');
+        // As some packages write it, the domain comes first.
+        return SWCharString(nAt != text.npos ? text.substr(nAt + 1) : text.substr(0, text.find(u'\\')));
+    } catch (const std::bad_alloc&) {
+        return {};
+    }
 }
 
 bool SSPIStaticToken::RenegotiateImpl() {
     try {
-        Renegotiation renegotiation;
+        Renegotiation renegotiation(m_pHandler);
         {
             const CSmartReadLocker locker(m_lock);
             renegotiation.AcquireUserCredentials(&m_handle);
@@ -153,8 +186,10 @@ void SSPIStaticToken::TakeOver(SSPIStaticToken& io_other) {
         S_TRACE("ssoplugin: SSPISession::RenegotiateImpl() -- Could not delete context handle.");
     }
     m_handle = io_other.m_handle;
-    m_expiry = io_other.m_expiry;
     io_other.m_handle = {};
+    const auto expiry = io_other.GetExpiry();
+    const CS_Locker times(m_times);
+    m_expiry = expiry;
 }
 
 }  // namespace morwen

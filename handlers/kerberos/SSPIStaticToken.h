@@ -3,7 +3,7 @@
 
 #include <optional>
 
-#include "handlers/StaticToken.h"
+#include "handlers/SSOHandler.h"
 #include "platform/OsTypes.h"
 
 namespace morwen {
@@ -12,7 +12,7 @@ namespace morwen {
 class SSPIStaticToken : public StaticToken {
 public:
     // Takes the context over once the constructor has returned. Throws SSOException for a null pointer.
-    explicit SSPIStaticToken(const CtxtHandle* i_pContextHandle);
+    SSPIStaticToken(const CtxtHandle* i_pContextHandle, const SSOHandlerPtr& i_pHandler);
 
     void Impersonate() override;
     void Revert() override;
@@ -21,6 +21,7 @@ public:
     bool RenegotiateImpl() override;
     STimeSpan GetTimeToExpiry(SDateTime i_now) override;
     STimeSpan GetLifetime() override;
+    SWCharString GetAuthority() override;
 
 private:
     ~SSPIStaticToken() override;
@@ -30,7 +31,7 @@ private:
 
     CtxtHandle m_handle S_GUARDED_BY(m_lock){};
     // Nothing when it could not be read. The package reports local time; this is the instant that it meant then.
-    std::optional<SDateTime> m_expiry S_GUARDED_BY(m_lock);
+    std::optional<SDateTime> m_expiry S_GUARDED_BY(m_times);
 };
 
 }  // namespace morwen

@@ -10,8 +10,8 @@ namespace morwen {
 
 using namespace Harrowlib201;
 
-ThreadStaticToken::ThreadStaticToken(HANDLE i_pToken)
-    : StaticToken(u"THREADTOKEN"),
+ThreadStaticToken::ThreadStaticToken(HANDLE i_pToken, const SSOHandlerPtr& i_pHandler)
+    : StaticToken(u"THREADTOKEN", i_pHandler),
       m_pToken("ssoplugin: ThreadStaticToken::~ThreadStaticToken() -- Failed to close handle!") {
     S_ASSERT_MSG(i_pToken, "ssoplugin: ThreadStaticToken::ThreadStaticToken() -- NULL handle!");
     if (i_pToken == nullptr) {

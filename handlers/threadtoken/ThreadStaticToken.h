@@ -1,7 +1,7 @@
 // The identity of a thread, kept.
 #pragma once
 
-#include "handlers/StaticToken.h"
+#include "handlers/SSOHandler.h"
 #include "handlers/threadtoken/TokenHandle.h"
 
 namespace morwen {
@@ -10,7 +10,7 @@ namespace morwen {
 class ThreadStaticToken : public StaticToken {
 public:
     // Takes the handle over once the constructor has returned. Throws SSOException for a null handle.
-    explicit ThreadStaticToken(HANDLE i_pToken);
+    ThreadStaticToken(HANDLE i_pToken, const SSOHandlerPtr& i_pHandler);
 
     void Impersonate() override;
     void Revert() override;

@@ -83,7 +83,7 @@ uint32_t ThreadTokenHandler::AcquireCurrentContext(const SSOSessionPtr& i_pSessi
 SSOSessionPtr ThreadTokenHandler::CreateSession(const ParasSeq* i_pLoginParameters) {
     S_TRACE("ssoplugin: ThreadTokenHandler::CreateSession() -- Creating a new session.");
     try {
-        return MakeCounted<ThreadTokenSession>(i_pLoginParameters);
+        return MakeCounted<ThreadTokenSession>(i_pLoginParameters, SSOHandlerPtr(this));
     } catch (const std::bad_alloc&) {
         S_FAIL("ssoplugin: ThreadTokenHandler::CreateSession() -- Out of memory!");
         throw SSOException(SSOException::OutOfMemory());

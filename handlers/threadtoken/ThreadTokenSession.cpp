@@ -7,15 +7,15 @@
 
 namespace morwen {
 
-ThreadTokenSession::ThreadTokenSession(const ParasSeq* i_pLoginParameters)
-    : SSOSession(i_pLoginParameters),
+ThreadTokenSession::ThreadTokenSession(const ParasSeq* i_pLoginParameters, const SSOHandlerPtr& i_pHandler)
+    : SSOSession(i_pLoginParameters, i_pHandler),
       m_token("ssoplugin: ThreadTokenSession::~ThreadTokenSession() -- Failed to close handle!") {
     m_ssType = u"THREADTOKEN";
 }
 
 StaticTokenPtr ThreadTokenSession::GetStaticToken() {
     try {
-        StaticTokenPtr pToken = Harrowlib201::MakeCounted<ThreadStaticToken>(m_token.get());
+        StaticTokenPtr pToken = Harrowlib201::MakeCounted<ThreadStaticToken>(m_token.get(), m_pHandler);
         S_ASSERT(pToken);
         static_cast<void>(m_token.Detach());
         return pToken;

@@ -1,14 +1,14 @@
 // The capture of a thread's identity.
 #pragma once
 
-#include "handlers/SSOSession.h"
+#include "handlers/SSOHandler.h"
 #include "handlers/threadtoken/TokenHandle.h"
 
 namespace morwen {
 
 class ThreadTokenSession : public SSOSession {
 public:
-    explicit ThreadTokenSession(const ParasSeq* i_pLoginParameters);
+    ThreadTokenSession(const ParasSeq* i_pLoginParameters, const SSOHandlerPtr& i_pHandler);
 
     // The token takes the handle over. Throws SSOException.
     StaticTokenPtr GetStaticToken() override;

@@ -13,7 +13,7 @@ namespace morwen {
 // Lives for a second and is renewed when it is due.
 class TestToken : public StaticToken {
 public:
-    TestToken() : StaticToken(u"SSPI") { ++s_nAlive; }
+    TestToken() : StaticToken(u"SSPI", SSOHandlerFactory::instance()->GetHandler(u"SSPI")) { ++s_nAlive; }
 
     void Impersonate() override {
         m_onImpersonate();

@@ -1,6 +1,6 @@
 // The handlers: which there are, their settings, their credentials, and the texts of errors.
 #include "fakes/PlatformTest.h"
-#include "handlers/kerberos/ErrorText.h"
+#include "handlers/SystemErrorText.h"
 #include "handlers/kerberos/KerberosSSPIHandler.h"
 
 namespace morwen {

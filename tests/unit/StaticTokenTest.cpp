@@ -103,8 +103,9 @@ TEST_F(StaticTokenTest, TheSettingsEndItToo) {
         EXPECT_TRUE(pToken->IsExpired(SDateTime(kLogin + nAge)) && !pToken->IsExpired(SDateTime(kLogin + nAge - 1)));
     }
     EXPECT_TRUE(m_trace.Said({"StaticToken::ExpiredByConfiguration() -- This token has expired.", "lExpiryTime <"}));
+    // A token of an earlier life of the package follows the settings that it had.
     SSOHandlerFactory::instance()->ReleaseHandlers();
-    m_fake.Script("QuerySecurityPackageInfoW", {SEC_E_SECPKG_NOT_FOUND});
+    Set({{u"SSPI_CTXT_CACHE_EXPIRY", 2, u"0"}});
     EXPECT_TRUE(pToken->IsExpired(SDateTime(kLogin)));
 }
 
@@ -137,7 +138,7 @@ TEST_F(StaticTokenTest, OneContextIsDeletedOnce) {
     m_fake.Script("DeleteSecurityContext", {SEC_E_INVALID_HANDLE});
     pToken = nullptr;
     EXPECT_EQ(m_fake.Log("DeleteSecurityContext").size(), 2U);
-    EXPECT_EQ(Thrown([] { return MakeCounted<SSPIStaticToken>(nullptr); }), "100/42254");
+    EXPECT_EQ(Thrown([] { return MakeCounted<SSPIStaticToken>(nullptr, Handler()); }), "100/42254");
     EXPECT_TRUE(m_trace.Said({"SSPIStaticToken::~SSPIStaticToken() -- Could not delete context handle.",
                               "SSPIStaticToken::SSPIStaticToken() -- NULL context handle! (i_pContextHandle)"}));
 }

@@ -88,6 +88,16 @@ void CheckPackage(const SEC_WCHAR* i_pszPackage) {
     }
 }
 
+// Goes back through FreeContextBuffer. Throws std::bad_alloc.
+SEC_WCHAR* CopyForHost(const Harrowlib201::SWCharString& i_ssText) {
+    auto* const pszCopy = static_cast<SEC_WCHAR*>(std::calloc(i_ssText.length() + 1, sizeof(SEC_WCHAR)));
+    if (pszCopy == nullptr) {
+        throw std::bad_alloc();
+    }
+    std::copy_n(i_ssText.c_str(), i_ssText.length(), pszCopy);
+    return pszCopy;
+}
+
 void RequireOutput(const void* i_pvOutput) {
     if (i_pvOutput == nullptr) {
         Fail(SEC_E_INVALID_HANDLE, "the call brings no place for its result");
@@ -199,12 +209,21 @@ SECURITY_STATUS LinuxSspi::QueryContextAttributesW(PCtxtHandle i_pContext, ULONG
     return Guarded("QueryContextAttributesW", [&] {
         const auto pLogon = Context(i_pContext);
         RequireOutput(o_pvBuffer);
-        if (i_nAttribute != SECPKG_ATTR_LIFESPAN) {
-            Unsupported("any attribute but the lifespan");
+        if (i_nAttribute != SECPKG_ATTR_LIFESPAN && i_nAttribute != SECPKG_ATTR_NAMES) {
+            Unsupported("any attribute but the lifespan and the names");
         }
         const Harrowlib201::CS_Locker locker(pLogon->m_section);
         if (!pLogon->m_bEstablished) {
             Fail(SEC_E_INVALID_HANDLE, "the logon is not complete");
+        }
+        if (i_nAttribute == SECPKG_ATTR_NAMES) {
+            if (!pLogon->m_bAccepted) {
+                Unsupported("the names of a context that was not accepted");
+            }
+            const std::string name = PrincipalText(TakeContext().get(), pLogon->m_client.get());
+            static_cast<SecPkgContext_NamesW*>(o_pvBuffer)->sUserName =
+                CopyForHost(Harrowlib201::SWCharStringConv::FromUtf8(name));
+            return SEC_E_OK;
         }
         *static_cast<SecPkgContext_Lifespan*>(o_pvBuffer) = {LocalTimeStamp(pLogon->m_nStart),
                                                              LocalTimeStamp(pLogon->m_nEnd)};

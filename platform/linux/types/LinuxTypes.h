@@ -82,6 +82,11 @@ struct SecPkgContext_Lifespan {
     TimeStamp tsExpiry;
 };
 
+// The name goes back through FreeContextBuffer.
+struct SecPkgContext_NamesW {
+    SEC_WCHAR* sUserName;
+};
+
 using SEC_GET_KEY_FN = void (*)(void*, void*, uint32_t, void**, SECURITY_STATUS*);
 
 inline constexpr uint32_t SECBUFFER_VERSION = 0;
@@ -89,6 +94,7 @@ inline constexpr uint32_t SECBUFFER_TOKEN = 2;
 inline constexpr uint32_t SECPKG_CRED_INBOUND = 1;
 inline constexpr uint32_t SECPKG_CRED_OUTBOUND = 2;
 inline constexpr uint32_t SECPKG_CRED_BOTH = 3;
+inline constexpr uint32_t SECPKG_ATTR_NAMES = 1;
 inline constexpr uint32_t SECPKG_ATTR_LIFESPAN = 2;
 inline constexpr uint32_t SEC_WINNT_AUTH_IDENTITY_UNICODE = 2;
 inline constexpr uint32_t SECURITY_NATIVE_DREP = 0x10;
