@@ -29,61 +29,16 @@ long MakeList(const std::vector<std::string>& i_values, char*** o_pppList) {
 }
 
 // At the end of an iteration the system's iterator frees itself and clears the pointer that it was given, while the one
-// that libkrb5 holds stays and comes back through FreeIterator. Hence the box.
+// that libkrb5 holds stays and comes back to be freed. Hence the box.
 struct IteratorBox {
     void* m_pvIterator = nullptr;
 };
 
+AnsweringProfile& SelfOf(void* i_pvSelf) {
+    return *static_cast<AnsweringProfile*>(i_pvSelf);
+}
+
 }  // namespace
-
-// The functions that libprofile calls.
-struct ProfileFunctions {
-    static AnsweringProfile& SelfOf(void* i_pvData) { return *static_cast<AnsweringProfile*>(i_pvData); }
-
-    static long GetValues(void* i_pvData, const char* const* i_names, char*** o_pppValues) {
-        try {
-            const std::vector<std::string>* pValues = nullptr;
-            const long nCode = SelfOf(i_pvData).Answer(i_names, pValues);
-            return nCode == 0 ? MakeList(*pValues, o_pppValues) : nCode;
-        } catch (const std::bad_alloc&) {
-            return ENOMEM;
-        }
-    }
-
-    static void FreeValues(void*, char** i_ppszValues) { profile_free_list(i_ppszValues); }
-
-    static void Release(void* i_pvData) { SelfOf(i_pvData).Release(); }
-
-    static long Copy(void* i_pvData, void** o_ppvData) {
-        SelfOf(i_pvData).m_nUsers.fetch_add(1, std::memory_order_relaxed);
-        *o_ppvData = i_pvData;
-        return 0;
-    }
-
-    static long CreateIterator(void* i_pvData, const char* const* i_names, int i_nFlags, void** o_ppvIterator) {
-        std::unique_ptr<IteratorBox> pBox(new (std::nothrow) IteratorBox);
-        if (pBox == nullptr) {
-            return ENOMEM;
-        }
-        const long nCode =
-            profile_iterator_create(SelfOf(i_pvData).m_system.get(), i_names, i_nFlags, &pBox->m_pvIterator);
-        if (nCode == 0) {
-            *o_ppvIterator = pBox.release();
-        }
-        return nCode;
-    }
-
-    static long Iterate(void*, void* i_pvBox, char** o_ppszName, char** o_ppszValue) {
-        return profile_iterator(&static_cast<IteratorBox*>(i_pvBox)->m_pvIterator, o_ppszName, o_ppszValue);
-    }
-
-    static void FreeIterator(void*, void* i_pvBox) {
-        const std::unique_ptr<IteratorBox> pBox(static_cast<IteratorBox*>(i_pvBox));
-        profile_iterator_free(&pBox->m_pvIterator);
-    }
-
-    static void FreeString(void*, char* i_pszText) { profile_release_string(i_pszText); }
-};
 
 void AnsweringProfile::Release() noexcept {
     if (m_nUsers.fetch_sub(1, std::memory_order_acq_rel) == 1) {
@@ -94,14 +49,43 @@ void AnsweringProfile::Release() noexcept {
 long AnsweringProfile::Publish(profile_t& o_profile) noexcept {
     profile_vtable functions{};
     functions.minor_ver = 1;
-    functions.get_values = ProfileFunctions::GetValues;
-    functions.free_values = ProfileFunctions::FreeValues;
-    functions.cleanup = ProfileFunctions::Release;
-    functions.copy = ProfileFunctions::Copy;
-    functions.iterator_create = ProfileFunctions::CreateIterator;
-    functions.iterator = ProfileFunctions::Iterate;
-    functions.iterator_free = ProfileFunctions::FreeIterator;
-    functions.free_string = ProfileFunctions::FreeString;
+    functions.get_values = [](void* i_pvSelf, const char* const* i_names, char*** o_pppValues) -> long {
+        try {
+            const std::vector<std::string>* pValues = nullptr;
+            const long nCode = SelfOf(i_pvSelf).Answer(i_names, pValues);
+            return nCode == 0 ? MakeList(*pValues, o_pppValues) : nCode;
+        } catch (const std::bad_alloc&) {
+            return ENOMEM;
+        }
+    };
+    functions.free_values = [](void*, char** i_ppszValues) { profile_free_list(i_ppszValues); };
+    functions.cleanup = [](void* i_pvSelf) { SelfOf(i_pvSelf).Release(); };
+    functions.copy = [](void* i_pvSelf, void** o_ppvSelf) -> long {
+        SelfOf(i_pvSelf).m_nUsers.fetch_add(1, std::memory_order_relaxed);
+        *o_ppvSelf = i_pvSelf;
+        return 0;
+    };
+    functions.iterator_create = [](void* i_pvSelf, const char* const* i_names, int i_nFlags,
+                                   void** o_ppvIterator) -> long {
+        std::unique_ptr<IteratorBox> pBox(new (std::nothrow) IteratorBox);
+        if (pBox == nullptr) {
+            return ENOMEM;
+        }
+        const long nCode =
+            profile_iterator_create(SelfOf(i_pvSelf).m_system.get(), i_names, i_nFlags, &pBox->m_pvIterator);
+        if (nCode == 0) {
+            *o_ppvIterator = pBox.release();
+        }
+        return nCode;
+    };
+    functions.iterator = [](void*, void* i_pvBox, char** o_ppszName, char** o_ppszValue) {
+        return profile_iterator(&static_cast<IteratorBox*>(i_pvBox)->m_pvIterator, o_ppszName, o_ppszValue);
+    };
+    functions.iterator_free = [](void*, void* i_pvBox) {
+        const std::unique_ptr<IteratorBox> pBox(static_cast<IteratorBox*>(i_pvBox));
+        profile_iterator_free(&pBox->m_pvIterator);
+    };
+    functions.free_string = [](void*, char* i_pszText) { profile_release_string(i_pszText); };
     const long nCode = profile_init_vtable(&functions, this, &o_profile);
     if (nCode == 0) {
         m_nUsers.fetch_add(1, std::memory_order_relaxed);

@@ -32,8 +32,6 @@ protected:
     SystemProfile m_system;
 
 private:
-    friend struct ProfileFunctions;
-
     std::atomic<int> m_nUsers{1};
 };
 

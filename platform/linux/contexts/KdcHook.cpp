@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "harrow/log/STrace.h"
+#include "platform/linux/contexts/Policy.h"
 #include "platform/linux/kdc/KdcAddress.h"
 #include "platform/linux/kdc/KdcLocator.h"
 #include "platform/linux/kdc/KdcTransport.h"
@@ -16,7 +17,6 @@ namespace morwen {
 
 namespace {
 
-// All the KDCs of a realm together, the search for them included.
 constexpr std::chrono::milliseconds kDeadline(10'000);
 
 // The KDCs to be asked; empty when one of them can be reached by libkrb5 only, or none is known here.
@@ -38,8 +38,9 @@ void KdcHook::Install(krb5_context i_context) noexcept {
     krb5_set_kdc_send_hook(i_context, OnSend, this);
 }
 
-const std::vector<std::string>& KdcHook::Locate(const std::string& i_realm, std::string_view i_relation,
-                                                const std::vector<std::string>& i_configured, bool i_bMayAskDns) {
+const std::vector<std::string>& KdcHook::Locate(const SystemProfile& i_system, const std::string& i_realm,
+                                                std::string_view i_relation,
+                                                const std::vector<std::string>& i_configured) {
     const bool bPrimary = i_relation != "kdc";
     if (!bPrimary || m_toldRealm != i_realm) {
         m_answeredBy.clear();
@@ -49,7 +50,7 @@ const std::vector<std::string>& KdcHook::Locate(const std::string& i_realm, std:
     m_told = {i_configured, std::chrono::steady_clock::now()};
     m_bDnsOff = false;
     // libkrb5 asks for the primary KDC under its new name first, then under its old one: one search is enough.
-    if (m_told.m_kdcs.empty() && i_relation != "primary_kdc" && !m_bPrimaryAnswered && i_bMayAskDns) {
+    if (m_told.m_kdcs.empty() && i_relation != "primary_kdc" && !m_bPrimaryAnswered && MayAskDns(i_system)) {
         m_bDnsOff = FindKdcs(bPrimary ? "kerberos-master" : "kerberos", i_realm, m_told.m_kdcs) == KdcSearch::Silent;
     }
     const auto hasAnswered = [this](const std::string& i_kdc) {

@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/linux/contexts/SystemProfile.h"
+
 namespace morwen {
 
 // libkrb5 looks a realm's KDCs up in its configuration, then sends each request through a hook; this stands at both
@@ -25,13 +27,14 @@ public:
     KdcHook(const KdcHook&) = delete;
     KdcHook& operator=(const KdcHook&) = delete;
 
-    // From now on the context's requests are sent here. The context must not outlive this object.
+    // From now on the context's requests are sent here, and answered within ten seconds: for all KDCs of a realm
+    // together, the search for them included. The context must not outlive this object.
     void Install(krb5_context i_context) noexcept;
 
     // The KDCs to be told when the context asks for them under this relation (kdc, primary_kdc or master_kdc) and the
     // configuration says these; stays until the next question. Throws std::bad_alloc.
-    const std::vector<std::string>& Locate(const std::string& i_realm, std::string_view i_relation,
-                                           const std::vector<std::string>& i_configured, bool i_bMayAskDns);
+    const std::vector<std::string>& Locate(const SystemProfile& i_system, const std::string& i_realm,
+                                           std::string_view i_relation, const std::vector<std::string>& i_configured);
 
     // Whether the library's own search in DNS would find nothing new, or wait in vain.
     bool IsDnsOff() const noexcept { return m_bDnsOff; }

@@ -13,23 +13,35 @@ namespace morwen {
 
 namespace {
 
+// The variable that decides; null when none does.
+const char* DecidingVariable() noexcept {
+    for (const char* const pszName : {"KRB5RCACHENAME", "KRB5RCACHETYPE"}) {
+        if (secure_getenv(pszName) != nullptr) {
+            return pszName;
+        }
+    }
+    return nullptr;
+}
+
 void TraceEnvironmentOnce() {
     static std::atomic<bool> s_bTraced{false};
-    const std::string value = ReplayCacheOfEnvironment();
-    if (!value.empty() && Harrowlib201::ShouldTrace() && !s_bTraced.exchange(true)) {
-        S_TRACE("ssoplugin: OwnReplayCache() -- The environment decides on the replay cache: %1", value);
+    const char* const pszName = DecidingVariable();
+    if (pszName != nullptr && Harrowlib201::ShouldTrace() && !s_bTraced.exchange(true)) {
+        S_TRACE("ssoplugin: OwnReplayCache() -- The environment decides on the replay cache: %1=%2", pszName,
+                secure_getenv(pszName));
     }
 }
 
 }  // namespace
 
-std::string ReplayCacheOfEnvironment() {
-    for (const char* const pszName : {"KRB5RCACHENAME", "KRB5RCACHETYPE"}) {
-        if (const char* const pszValue = secure_getenv(pszName)) {
-            return pszValue;
-        }
+std::string ChosenReplayCache(const SystemProfile& i_system) {
+    if (const char* const pszName = DecidingVariable()) {
+        return secure_getenv(pszName);
     }
-    return {};
+    const char* const aNames[] = {"libdefaults", "default_rcache_name", nullptr};
+    std::vector<std::string> values;
+    i_system.Values(aNames, values);
+    return values.empty() ? std::string() : values.front();
 }
 
 ReplayCacheFile::ReplayCacheFile(uid_t i_nUser) {
@@ -38,7 +50,7 @@ ReplayCacheFile::ReplayCacheFile(uid_t i_nUser) {
         pszFolder = secure_getenv("TMPDIR");
     }
     m_folder = pszFolder != nullptr ? pszFolder : "/var/tmp";
-    m_path = m_folder + "/krb5_" + std::to_string(i_nUser) + ".rcache2";
+    m_path.append(m_folder).append("/krb5_").append(std::to_string(i_nUser)).append(".rcache2");
 }
 
 // Through a name libkrb5 opens any file, so what it checks for its own choice is checked here: a regular file, not

@@ -5,11 +5,13 @@
 
 #include <string>
 
+#include "platform/linux/contexts/SystemProfile.h"
+
 namespace morwen {
 
-// What the environment says, which libkrb5 asks before anything else: KRB5RCACHENAME, or else KRB5RCACHETYPE; empty
-// when it says nothing. Throws std::bad_alloc.
-std::string ReplayCacheOfEnvironment();
+// An administrator's own choice: KRB5RCACHENAME or KRB5RCACHETYPE in the environment, which libkrb5 asks before
+// anything else, or default_rcache_name in the configuration; empty when there is none. Throws std::bad_alloc.
+std::string ChosenReplayCache(const SystemProfile& i_system);
 
 // The file that libkrb5 would use for the user, if nobody has chosen another. Throws std::bad_alloc.
 struct ReplayCacheFile {

@@ -66,14 +66,8 @@ long ServiceProfile::Answer(const char* const* i_names, const std::vector<std::s
     o_pValues = &reading.m_values;
     const char* const pszRealm = RealmWhoseKdcsAreAsked(i_names);
     if (pszRealm != nullptr && (reading.m_nCode == 0 || reading.m_bMissing)) {
-        const auto& kdcs = m_hook.Locate(pszRealm, i_names[2], reading.m_values, MayAskDns(m_system));
-        if (kdcs.empty()) {
-            return reading.m_nCode == 0 ? long{PROF_NO_RELATION} : reading.m_nCode;
-        }
-        if (reading.m_bMissing) {
-            o_pValues = &kdcs;
-            return 0;
-        }
+        o_pValues = &m_hook.Locate(m_system, pszRealm, i_names[2], reading.m_values);
+        return !o_pValues->empty() ? 0 : reading.m_nCode == 0 ? long{PROF_NO_RELATION} : reading.m_nCode;
     }
     return reading.m_nCode;
 }

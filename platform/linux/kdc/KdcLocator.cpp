@@ -9,7 +9,8 @@
 #include <array>
 #include <cctype>
 #include <cstdint>
-#include <tuple>
+#include <map>
+#include <utility>
 
 namespace morwen {
 
@@ -49,12 +50,6 @@ private:
     bool m_bReady;
 };
 
-struct Server {
-    uint16_t m_nPriority;
-    uint16_t m_nWeight;
-    std::string m_hostAndPort;
-};
-
 }  // namespace
 
 KdcSearch FindKdcs(const std::string& i_service, const std::string& i_realm, std::vector<std::string>& o_kdcs) {
@@ -80,7 +75,8 @@ KdcSearch FindKdcs(const std::string& i_service, const std::string& i_realm, std
 
 std::vector<std::string> ReadKdcs(const std::vector<uint8_t>& i_answer) {
     constexpr size_t kFixedBytes = 6;  // priority, weight, port
-    std::vector<Server> servers;
+    // By priority and then by weight, the heaviest first; of equals the first one stays it.
+    std::multimap<std::pair<int, int>, std::string> servers;
     ns_msg message{};
     if (ns_initparse(i_answer.data(), static_cast<int>(i_answer.size()), &message) != 0) {
         return {};
@@ -95,7 +91,7 @@ std::vector<std::string> ReadKdcs(const std::vector<uint8_t>& i_answer) {
             continue;
         }
         const auto number = [&record](size_t i_nOffset) {
-            return static_cast<uint16_t>(ns_get16(ns_rr_rdata(record) + i_nOffset));
+            return static_cast<int>(ns_get16(ns_rr_rdata(record) + i_nOffset));
         };
         // An empty target says that the service is decidedly not there; libkrb5 would take others for paths or
         // addresses of proxies.
@@ -104,17 +100,13 @@ std::vector<std::string> ReadKdcs(const std::vector<uint8_t>& i_answer) {
             return std::isalnum(i_c) != 0 || i_c == '-' || i_c == '_' || i_c == '.';
         });
         if (!host.empty() && bHost && number(4) != 0) {
-            servers.push_back({number(0), number(2), host + ":" + std::to_string(number(4))});
+            servers.emplace(std::pair(number(0), -number(2)), host + ":" + std::to_string(number(4)));
         }
     }
-    std::stable_sort(servers.begin(), servers.end(), [](const Server& i_left, const Server& i_right) {
-        return std::tuple(i_left.m_nPriority, -int{i_left.m_nWeight}) <
-               std::tuple(i_right.m_nPriority, -int{i_right.m_nWeight});
-    });
     std::vector<std::string> kdcs;
     kdcs.reserve(servers.size());
-    for (Server& server : servers) {
-        kdcs.push_back(std::move(server.m_hostAndPort));
+    for (auto& [order, server] : servers) {
+        kdcs.push_back(std::move(server));
     }
     return kdcs;
 }

@@ -39,13 +39,4 @@ int64_t ClockTick() noexcept {
     return Nanoseconds(now);
 }
 
-std::string PathOfKrb5Name(const std::string& i_name) {
-    const size_t nColon = i_name.find(':');
-    if (nColon == std::string::npos || i_name.starts_with('/')) {
-        return i_name;
-    }
-    const std::string kind = i_name.substr(0, nColon);
-    return kind == "FILE" || kind == "WRFILE" ? i_name.substr(nColon + 1) : std::string();
-}
-
 }  // namespace morwen

@@ -28,7 +28,4 @@ struct FileStamp {
 // logon looks several times.
 int64_t ClockTick() noexcept;
 
-// The path behind a name such as FILE:/etc/krb5.keytab; empty when the name is not that of a file.
-std::string PathOfKrb5Name(const std::string& i_name);
-
 }  // namespace morwen

@@ -60,6 +60,15 @@ int64_t Now(krb5_context i_context) noexcept {
     return krb5_timeofday(i_context, &nNow) == 0 ? SecondsOf(nNow) : std::time(nullptr);
 }
 
+std::string PathOfKrb5Name(const std::string& i_name) {
+    const size_t nColon = i_name.find(':');
+    if (nColon == std::string::npos || i_name.starts_with('/')) {
+        return i_name;
+    }
+    const std::string kind = i_name.substr(0, nColon);
+    return kind == "FILE" || kind == "WRFILE" ? i_name.substr(nColon + 1) : std::string();
+}
+
 krb5_data DataOf(std::span<const uint8_t> i_bytes) noexcept {
     krb5_data data{};
     data.length = static_cast<unsigned int>(i_bytes.size());

@@ -1,4 +1,4 @@
-// Texts for failures and traces, made from libkrb5's objects.
+// What libkrb5's objects, codes and names say, as texts and plain values.
 #pragma once
 
 #include <krb5/krb5.h>
@@ -30,6 +30,9 @@ inline int64_t SecondsOf(krb5_timestamp i_nTime) noexcept {
 
 // The library's clock in seconds since 1970.
 int64_t Now(krb5_context i_context) noexcept;
+
+// The path behind a keytab's or ticket cache's name such as FILE:/etc/krb5.keytab; empty when it is not that of a file.
+std::string PathOfKrb5Name(const std::string& i_name);
 
 // A view of bytes in libkrb5's shape; the library does not write through it.
 krb5_data DataOf(std::span<const uint8_t> i_bytes) noexcept;

@@ -11,7 +11,7 @@
 
 namespace morwen {
 
-// Maps the principal with krb5_aname_to_localname and looks the account and its groups up. Nothing when there is no
+// Maps the principal to a name (LocalName) and looks the account and its groups up. Nothing when there is no
 // account; o_nStatus and the thread's failure text then say which step failed. Throws std::bad_alloc.
 std::optional<UnixAccount> LocalAccount(krb5_context i_context, krb5_const_principal i_principal,
                                         SECURITY_STATUS& o_nStatus);

@@ -27,5 +27,14 @@ TEST(Krb5Words, NamesWithoutControlCharacters) {
     EXPECT_EQ(FailureText(SEC_E_WRONG_PRINCIPAL), "?[2J");
 }
 
+TEST(Krb5Words, PathsBehindNames) {
+    for (const auto& [pszName, pszPath] :
+         {std::pair("FILE:/etc/krb5.keytab", "/etc/krb5.keytab"), std::pair("WRFILE:/k", "/k"),
+          std::pair("/k:1", "/k:1"), std::pair("k", "k"), std::pair("MEMORY:k", ""), std::pair("DIR:/tickets", ""),
+          std::pair("", "")}) {
+        EXPECT_EQ(PathOfKrb5Name(pszName), pszPath) << pszName;
+    }
+}
+
 }  // namespace
 }  // namespace morwen

@@ -50,6 +50,11 @@ protected:
         return all;
     }
     std::string ReplayCache() { return Get({"libdefaults", "default_rcache_name"}); }
+    static std::string Chosen() {
+        SystemProfile system;
+        EXPECT_EQ(system.Open(), 0);
+        return ChosenReplayCache(system);
+    }
 
     std::filesystem::path m_folder;
     profile_t m_profile = nullptr;
@@ -63,11 +68,16 @@ TEST_F(ServiceProfileTest, ReplayCacheBelongsToTheService) {
     EXPECT_EQ(Get({"libdefaults", "default_realm"}), "R");
     Open("[libdefaults]\n default_rcache_name = file2:/elsewhere\n");
     EXPECT_EQ(ReplayCache(), "file2:/elsewhere") << "the administrator's own word wins";
+    EXPECT_EQ(Chosen(), "file2:/elsewhere");
+    setenv("KRB5RCACHETYPE", "none", 1);
+    EXPECT_EQ(Chosen(), "none");
+    unsetenv("KRB5RCACHETYPE");
 
     std::filesystem::rename(file, m_folder / "target");
     std::filesystem::create_symlink(m_folder / "target", file);
     Open("");
     EXPECT_EQ(ReplayCache(), "(none)") << "a link is not followed";
+    EXPECT_EQ(Chosen(), "");
 }
 
 TEST_F(ServiceProfileTest, OldCiphersArePermittedByTheAdministratorOnly) {

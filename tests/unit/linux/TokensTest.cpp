@@ -100,10 +100,14 @@ TEST(Tokens, HandlesAreChecked) {
     EXPECT_EQ(tokens.OpenProcessToken(kernel.GetCurrentThread(), TOKEN_QUERY, &hToken), FALSE);
     EXPECT_EQ(kernel.GetLastError(), ERROR_INVALID_HANDLE);
     ASSERT_NE(tokens.OpenProcessToken(kernel.GetCurrentProcess(), TOKEN_QUERY, &hToken), FALSE);
-    EXPECT_EQ(SidsOf(*FindToken(hToken))->m_user, Sid(22, {1, geteuid()}));
-    EXPECT_EQ(SidsOf(*FindToken(hToken))->m_groups.at(0), Sid(22, {2, getegid()}));
+    EXPECT_EQ(SidsOfToken(hToken)->m_user, Sid(22, {1, geteuid()}));
+    EXPECT_EQ(SidsOfToken(hToken)->m_groups.at(0), Sid(22, {2, getegid()}));
+    EXPECT_EQ(SidsOfToken(hToken), SidsOfToken(hToken)) << "made once";
+    const HANDLE hBeside = static_cast<char*>(hToken) + 1;
+    EXPECT_EQ(FindToken(hBeside), nullptr);
     EXPECT_NE(tokens.CloseHandle(hToken), FALSE);
-    for (const HANDLE hWrong : {hToken, HANDLE{nullptr}, static_cast<HANDLE>(&hToken), kernel.GetCurrentProcess()}) {
+    for (const HANDLE hWrong :
+         {hToken, hBeside, HANDLE{nullptr}, static_cast<HANDLE>(&hToken), kernel.GetCurrentProcess()}) {
         EXPECT_EQ(tokens.CloseHandle(hWrong), FALSE);
         EXPECT_EQ(kernel.GetLastError(), ERROR_INVALID_HANDLE);
         EXPECT_EQ(tokens.ImpersonateLoggedOnUser(hWrong), FALSE);
