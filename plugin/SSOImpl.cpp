@@ -1,6 +1,5 @@
 #include "plugin/SSOImpl.h"
 
-#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -14,70 +13,12 @@
 #include "harrow/log/SLogger.h"
 #include "harrow/log/SResManager.h"
 #include "harrow/log/STrace.h"
+#include "plugin/LoginFrame.h"
 #include "plugin/Version.h"
 
 namespace morwen {
 
 using namespace Harrowlib201;
-
-namespace {
-
-// Reports an output that would be overwritten. The condition's text may be null where the message says it all.
-void RequireNull(const void* i_pvOutput, const char* i_pszCondition, const char* i_pszMessage) noexcept {
-    if (i_pvOutput != nullptr && ShouldAssert()) {
-        SAssert(__FILE__, __LINE__, i_pszCondition, i_pszMessage);
-    }
-}
-
-// Whatever a login operation handed out before it failed is taken back. Keeps nothing when all went well.
-class LoginOutputs {
-public:
-    LoginOutputs(void** o_ppvBuffer, SSOLength* o_pnBufferLength) noexcept
-        : m_ppvBuffer(o_ppvBuffer), m_pnBufferLength(o_pnBufferLength) {}
-    ~LoginOutputs() {
-        if (m_ppvBuffer != nullptr) {
-            SessionManager::FreeExternalBuffer(*m_ppvBuffer);
-            *m_ppvBuffer = nullptr;
-            *m_pnBufferLength = 0;
-        }
-    }
-    LoginOutputs(const LoginOutputs&) = delete;
-    LoginOutputs& operator=(const LoginOutputs&) = delete;
-
-    void HandOut() noexcept { m_ppvBuffer = nullptr; }
-
-private:
-    void** m_ppvBuffer;
-    SSOLength* m_pnBufferLength;
-};
-
-// The host's copy of a key, made before there is one: no memory may be wanted any more when a login or a context exists
-// that only its key can end.
-class KeyForHost {
-public:
-    KeyForHost() : m_pszKey(SSOImpl::AllocateString(SWCharString(kRoom))) {}
-    ~KeyForHost() { FreeHostText(m_pszKey); }
-    KeyForHost(const KeyForHost&) = delete;
-    KeyForHost& operator=(const KeyForHost&) = delete;
-
-    SSOChar* HandOut(const SWCharString& i_ssKey) {
-        const auto key = i_ssKey.view();
-        if (key.empty()) {
-            return nullptr;
-        }
-        if (key.size() > kRoom.size()) {
-            throw SSOException(SSO_ERROR);  // no key is that long
-        }
-        *std::copy(key.begin(), key.end(), m_pszKey) = u'\0';
-        return std::exchange(m_pszKey, nullptr);
-    }
-
-private:
-    static constexpr std::u16string_view kRoom = u"DUMMY_KEY__CACHING_IS_OFF or a number";
-    SSOChar* m_pszKey;
-};
-
-}  // namespace
 
 template <class Operation>
 uint32_t SSOImpl::Run(Operation i_operation) {
@@ -299,29 +240,11 @@ uint32_t SSOImpl::SSOStartLogin(const SWCharString& i_ssUser, const SWCharString
             S_TRACE("ssoplugin: SSOImpl::SSOStartLogin() -- Plugin not initialized.");
             throw SSOException(SSO_ERROR, kMsgNotInitialized);
         }
-        S_ASSERT(o_ppvBuffer);
-        S_ASSERT(o_pnBufferLength);
-        S_ASSERT(o_ppSessionKey);
-        if (o_ppvBuffer == nullptr || o_pnBufferLength == nullptr || o_ppSessionKey == nullptr) {
-            S_TRACE("ssoplugin: SSOImpl::StartLogin() -- NULL pointer for returning data!");
-            throw SSOException(SSO_ERROR);
-        }
-        constexpr auto pszLeak =
-            "ssoplugin: SSOImpl::StartLogin() -- Non-NULL value passed in; could be leaking memory!";
-        RequireNull(*o_ppvBuffer, "*o_ppvBuffer == NULL", pszLeak);
-        RequireNull(*o_ppSessionKey, "*o_ppSessionKey == NULL", pszLeak);
-        *o_ppvBuffer = nullptr;
-        *o_ppSessionKey = nullptr;
-        *o_pnBufferLength = 0;
-        LoginOutputs outputs(o_ppvBuffer, o_pnBufferLength);
-        KeyForHost key;
-        SWCharString ssSessionKey;
-        const uint32_t nResult =
-            m_pSessionManager->GenerateClientContext(i_ssUser, i_ssPassword, i_ssType, i_pParameters, nullptr, 0, {},
-                                                     o_ppvBuffer, o_pnBufferLength, ssSessionKey);
-        *o_ppSessionKey = key.HandOut(ssSessionKey);
-        outputs.HandOut();
-        return nResult;
+        LoginFrame frame(o_ppvBuffer, o_pnBufferLength, o_ppSessionKey,
+                         "ssoplugin: SSOImpl::StartLogin() -- NULL pointer for returning data!",
+                         "ssoplugin: SSOImpl::StartLogin() -- Non-NULL value passed in; could be leaking memory!");
+        return frame.HandOut(
+            m_pSessionManager->GenerateClientContext(i_ssUser, i_ssPassword, i_ssType, i_pParameters, frame.m_step));
     });
 }
 
@@ -346,9 +269,13 @@ uint32_t SSOImpl::SSOContinueLogin(const void* i_pvBuffer, SSOLength i_nBufferLe
                     "ssoplugin: SSOImpl::ContinueLogin() -- Non-NULL value passed in; could be leaking memory!");
         *o_ppvBuffer = nullptr;
         *o_pnBufferLength = 0;
-        SWCharString ssKey;
-        return m_pSessionManager->GenerateClientContext({}, {}, {}, nullptr, i_pvBuffer, i_nBufferLength,
-                                                        FromHost(i_pSessionKey), o_ppvBuffer, o_pnBufferLength, ssKey);
+        LoginStep step{.m_pvToken = i_pvBuffer,
+                       .m_nTokenLength = i_nBufferLength,
+                       .m_ssSessionKey = FromHost(i_pSessionKey),
+                       .m_ppvBuffer = o_ppvBuffer,
+                       .m_pnBufferLength = o_pnBufferLength,
+                       .m_ssKey = {}};
+        return m_pSessionManager->GenerateClientContext({}, {}, {}, nullptr, step);
     });
 }
 
@@ -361,48 +288,35 @@ uint32_t SSOImpl::SSOAcceptLogin(const SWCharString& i_ssType, const SWCharStrin
             S_TRACE("ssoplugin: SSOImpl::SSOAcceptLogin() -- Plugin not initialized.");
             throw SSOException(SSO_ERROR, kMsgNotInitialized);
         }
-        S_ASSERT(o_ppvBuffer);
-        S_ASSERT(o_pnBufferLength);
-        S_ASSERT(o_ppSessionKey);
-        if (o_ppvBuffer == nullptr || o_pnBufferLength == nullptr || o_ppSessionKey == nullptr) {
-            S_TRACE("ssoplugin: SSOImpl::AcceptLogin() -- Bad parameters!");
-            throw SSOException(SSO_ERROR);
-        }
-        constexpr auto pszLeak =
-            "ssoplugin: SSOImpl::ContinueLogin() -- Non-NULL value passed in; could be leaking memory!";
-        RequireNull(*o_ppvBuffer, "*o_ppvBuffer == NULL", pszLeak);
-        RequireNull(*o_ppSessionKey, "*o_ppSessionKey == NULL", pszLeak);
+        LoginFrame frame(o_ppvBuffer, o_pnBufferLength, o_ppSessionKey,
+                         "ssoplugin: SSOImpl::AcceptLogin() -- Bad parameters!",
+                         "ssoplugin: SSOImpl::ContinueLogin() -- Non-NULL value passed in; could be leaking memory!");
+        frame.m_step.m_pvToken = i_pvBuffer;
+        frame.m_step.m_nTokenLength = i_nBufferLength;
+        frame.m_step.m_ssSessionKey = i_ssSessionKey;
         Parameters logonInformation;
-        *o_ppvBuffer = nullptr;
-        *o_ppSessionKey = nullptr;
-        *o_pnBufferLength = 0;
         const bool bWantLogonInformation = o_ppLogonInformation != nullptr;
         if (bWantLogonInformation) {
             // Before the login, which cannot be undone once it has succeeded.
             Parameters().ToParasSeq(o_ppLogonInformation);
         }
-        LoginOutputs outputs(o_ppvBuffer, o_pnBufferLength);
-        KeyForHost key;
-        SWCharString ssSessionKey;
-        const uint32_t nResult = m_pSessionManager->GenerateServerContext(
-            i_ssType, i_ssSessionKey, i_pvBuffer, i_nBufferLength, o_ppvBuffer, o_pnBufferLength, bWantLogonInformation,
-            logonInformation, ssSessionKey);
+        const uint32_t nResult =
+            m_pSessionManager->GenerateServerContext(i_ssType, frame.m_step, bWantLogonInformation, logonInformation);
         if (bWantLogonInformation) {
             try {
                 logonInformation.ToParasSeq(o_ppLogonInformation);
             } catch (...) {
                 // Nobody would ever name what is new.
+                const SWCharString& ssKey = frame.m_step.m_ssKey;
                 if (nResult == SSO_ACCEPTED) {
-                    m_pContextManager->Remove(ssSessionKey);
-                } else if (!(ssSessionKey == i_ssSessionKey)) {
-                    m_pSessionManager->ReleaseSession(ssSessionKey);
+                    m_pContextManager->Remove(ssKey);
+                } else if (!(ssKey == i_ssSessionKey)) {
+                    m_pSessionManager->ReleaseSession(ssKey);
                 }
                 throw;
             }
         }
-        *o_ppSessionKey = key.HandOut(ssSessionKey);
-        outputs.HandOut();
-        return nResult;
+        return frame.HandOut(nResult);
     });
 }
 

@@ -19,10 +19,10 @@ constexpr const char16_t* kClientDone = u"DUMMY_KEY";
 constexpr const char16_t* kCachingOff = u"DUMMY_KEY__CACHING_IS_OFF";
 
 // For the host. The handler's lengths come from 32-bit ones.
-void HandOver(HandlerToken& io_token, void** o_ppvBuffer, SSOLength* o_pnBufferLength) {
+void HandOver(HandlerToken& io_token, const LoginStep& i_step) {
     const auto nLength = static_cast<SSOLength>(io_token.m_nLength);
-    SessionManager::CopyToExternalBuffer(io_token.m_pvToken, o_ppvBuffer, nLength);
-    *o_pnBufferLength = nLength;
+    SessionManager::CopyToExternalBuffer(io_token.m_pvToken, i_step.m_ppvBuffer, nLength);
+    *i_step.m_pnBufferLength = nLength;
     io_token.GiveBack();
 }
 
@@ -65,10 +65,10 @@ private:
     bool m_bEnded = false;
 };
 
-void ClearOutputs(void** o_ppvBuffer, SSOLength* o_pnBufferLength) noexcept {
-    SessionManager::FreeExternalBuffer(*o_ppvBuffer);
-    *o_ppvBuffer = nullptr;
-    *o_pnBufferLength = 0;
+void ClearOutputs(const LoginStep& i_step) noexcept {
+    SessionManager::FreeExternalBuffer(*i_step.m_ppvBuffer);
+    *i_step.m_ppvBuffer = nullptr;
+    *i_step.m_pnBufferLength = 0;
 }
 
 void RequireStatus(uint32_t i_nStatus, const char* i_pszFailed) {
@@ -100,18 +100,16 @@ SSOSessionPtr SessionManager::FindSession(const SWCharString& i_ssSessionKey) {
 
 uint32_t SessionManager::GenerateClientContext(const SWCharString& i_ssUser, const SWCharString& i_ssPassword,
                                                const SWCharString& i_ssType, const ParasSeq* i_pParameters,
-                                               const void* i_pvToken, SSOLength i_nTokenLength,
-                                               const SWCharString& i_ssSessionKey, void** o_ppvBuffer,
-                                               SSOLength* o_pnBufferLength, SWCharString& o_ssKey) {
+                                               LoginStep& io_step) {
     SWCharString ssType = i_ssType;
     // A key must be a number even where it is not looked up.
     const bool bNewLogin = !ssType.isEmpty();
     SSOSessionPtr pSession;
-    if (!i_ssSessionKey.isEmpty() && bNewLogin) {
-        static_cast<void>(SSOSession::SessionIdentifier(i_ssSessionKey));
+    if (!io_step.m_ssSessionKey.isEmpty() && bNewLogin) {
+        static_cast<void>(SSOSession::SessionIdentifier(io_step.m_ssSessionKey));
     }
     if (!bNewLogin) {
-        pSession = FindSession(i_ssSessionKey);
+        pSession = FindSession(io_step.m_ssSessionKey);
         if (!pSession) {
             S_TRACE(
                 "ssoplugin: SessionManager::GenerateClientContext() -- Could not determine SSOProvider: No cached "
@@ -143,13 +141,13 @@ uint32_t SessionManager::GenerateClientContext(const SWCharString& i_ssUser, con
     uint32_t nStatus = SSO_ERROR;
     try {
         HandlerToken token(*pHandler);
-        nStatus = pHandler->InitializeContext(pCredentials, pSession, static_cast<const uint8_t*>(i_pvToken),
-                                              i_nTokenLength, &token.m_pvToken, &token.m_nLength);
+        nStatus = pHandler->InitializeContext(pCredentials, pSession, static_cast<const uint8_t*>(io_step.m_pvToken),
+                                              io_step.m_nTokenLength, &token.m_pvToken, &token.m_nLength);
         RequireStatus(nStatus, "ssoplugin: SessionManager::GenerateClientContext() failed.");
-        HandOver(token, o_ppvBuffer, o_pnBufferLength);
-        o_ssKey = std::move(nStatus != SSO_OK ? ssGoesOn : ssDone);
+        HandOver(token, io_step);
+        io_step.m_ssKey = std::move(nStatus != SSO_OK ? ssGoesOn : ssDone);
     } catch (...) {
-        ClearOutputs(o_ppvBuffer, o_pnBufferLength);
+        ClearOutputs(io_step);
         throw;
     }
     if (nStatus == SSO_OK) {
@@ -159,13 +157,11 @@ uint32_t SessionManager::GenerateClientContext(const SWCharString& i_ssUser, con
     return nStatus;
 }
 
-uint32_t SessionManager::GenerateServerContext(const SWCharString& i_ssType, const SWCharString& i_ssSessionKey,
-                                               const void* i_pvToken, SSOLength i_nTokenLength, void** o_ppvBuffer,
-                                               SSOLength* o_pnBufferLength, bool i_bWantLogonInformation,
-                                               Parameters& o_logonInformation, SWCharString& o_ssKey) {
+uint32_t SessionManager::GenerateServerContext(const SWCharString& i_ssType, LoginStep& io_step,
+                                               bool i_bWantLogonInformation, Parameters& o_logonInformation) {
     const SSOHandlerPtr pHandler =
         FindHandler(i_ssType, "ssoplugin: SessionManager::GenerateServerContext() -- NULL handler for session type %1");
-    SSOSessionPtr pSession = FindSession(i_ssSessionKey);
+    SSOSessionPtr pSession = FindSession(io_step.m_ssSessionKey);
     const bool bNewLogin = !pSession;
     if (bNewLogin) {
         pSession = m_sessionCache.CreateSession(pHandler, nullptr);
@@ -175,17 +171,17 @@ uint32_t SessionManager::GenerateServerContext(const SWCharString& i_ssType, con
     uint32_t nStatus = SSO_ERROR;
     try {
         HandlerToken token(*pHandler);
-        nStatus =
-            pHandler->AcceptContext(pCredentials, pSession, static_cast<const uint8_t*>(i_pvToken), i_nTokenLength,
-                                    &token.m_pvToken, &token.m_nLength, i_bWantLogonInformation, o_logonInformation);
+        nStatus = pHandler->AcceptContext(pCredentials, pSession, static_cast<const uint8_t*>(io_step.m_pvToken),
+                                          io_step.m_nTokenLength, &token.m_pvToken, &token.m_nLength,
+                                          i_bWantLogonInformation, o_logonInformation);
         RequireStatus(nStatus, "ssoplugin: SessionManager::GenerateServerContext() failed.");
-        HandOver(token, o_ppvBuffer, o_pnBufferLength);
+        HandOver(token, io_step);
         if (nStatus == SSO_CONTINUE) {
-            o_ssKey = pSession->GetIdentifier().ToString();
+            io_step.m_ssKey = pSession->GetIdentifier().ToString();
         } else if (nStatus == SSO_OK || nStatus == SSO_ACCEPTED) {
             // First: should the context be lost on its way to the cache, nobody must find a session without one.
             step.EndLogin();
-            o_ssKey = pHandler->IsCachingOn() ? KeepContext(pSession) : SWCharString(kCachingOff);
+            io_step.m_ssKey = pHandler->IsCachingOn() ? KeepContext(pSession) : SWCharString(kCachingOff);
             nStatus = SSO_ACCEPTED;
         } else {
             S_TRACE("ssoplugin: SessionManager::GenerateServerContext() -- Unexpected result from AcceptLogin: %1",
@@ -193,7 +189,7 @@ uint32_t SessionManager::GenerateServerContext(const SWCharString& i_ssType, con
             throw SSOException(SSO_ERROR);
         }
     } catch (...) {
-        ClearOutputs(o_ppvBuffer, o_pnBufferLength);
+        ClearOutputs(io_step);
         throw;
     }
     step.Keep();

@@ -3,7 +3,7 @@
 
 #include "cache/SecContextCache.h"
 #include "handlers/SSOHandler.h"
-#include "morwen/morwenplugin.h"
+#include "sessions/LoginStep.h"
 #include "sessions/SessionCache.h"
 
 namespace morwen {
@@ -15,19 +15,14 @@ public:
     explicit SessionManager(const Harrowlib201::CSmartRefCountPtr<SecContextCache>& i_pContextCache);
 
     // One step of a client. An empty type means the type of the session under the key; with a type a new session
-    // begins. Returns 1 and the session key, or 0 and "DUMMY_KEY". The output buffer goes back through
-    // FreeExternalBuffer.
+    // begins. Returns 1 and the session key, or 0 and "DUMMY_KEY".
     uint32_t GenerateClientContext(const SWCharString& i_ssUser, const SWCharString& i_ssPassword,
-                                   const SWCharString& i_ssType, const ParasSeq* i_pParameters, const void* i_pvToken,
-                                   SSOLength i_nTokenLength, const SWCharString& i_ssSessionKey, void** o_ppvBuffer,
-                                   SSOLength* o_pnBufferLength, SWCharString& o_ssKey);
+                                   const SWCharString& i_ssType, const ParasSeq* i_pParameters, LoginStep& io_step);
 
     // One step of a server. A key that names no session begins a new one. Returns 1 and the session key, or 2 and the
     // context's key ("DUMMY_KEY__CACHING_IS_OFF" when contexts are not kept).
-    uint32_t GenerateServerContext(const SWCharString& i_ssType, const SWCharString& i_ssSessionKey,
-                                   const void* i_pvToken, SSOLength i_nTokenLength, void** o_ppvBuffer,
-                                   SSOLength* o_pnBufferLength, bool i_bWantLogonInformation,
-                                   Parameters& o_logonInformation, SWCharString& o_ssKey);
+    uint32_t GenerateServerContext(const SWCharString& i_ssType, LoginStep& io_step, bool i_bWantLogonInformation,
+                                   Parameters& o_logonInformation);
 
     // Lets a login go that has not ended; does nothing when there is none under the key.
     void ReleaseSession(const SWCharString& i_ssSessionKey);

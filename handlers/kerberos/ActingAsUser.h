@@ -12,7 +12,8 @@ struct RevertTexts {
     const char* m_pszMessage;    // of the same; may be null
 };
 
-// By the context's package, or else without it. False, and the assertion, when neither has made the thread itself again.
+// By the context's package, or else without it. False, and the assertion, when neither has made the thread itself
+// again.
 bool RevertFromUser(CtxtHandle* i_pContext, const RevertTexts& i_texts) noexcept;
 bool RevertToProcess(const RevertTexts& i_texts) noexcept;
 

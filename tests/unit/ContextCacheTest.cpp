@@ -159,11 +159,9 @@ TEST_F(ContextCacheTest, ALostContextTakesItsSessionAlong) {
         SSOLength nLength = 0;
         Parameters information;  // a context that is gone must not be asked who logged on
         const void* pvToken = *pszToken != '\0' ? pszToken : nullptr;
-        EXPECT_EQ(Thrown([&] {
-                      return pManager->GenerateServerContext(u"SSPI", ssKey, pvToken, pvToken != nullptr, &pvBuffer,
-                                                             &nLength, true, information, ssKey);
-                  }),
-                  pszThrown);
+        LoginStep step{pvToken, pvToken != nullptr, ssKey, &pvBuffer, &nLength, {}};
+        EXPECT_EQ(Thrown([&] { return pManager->GenerateServerContext(u"SSPI", step, true, information); }), pszThrown);
+        ssKey = step.m_ssKey.isEmpty() ? ssKey : step.m_ssKey;
         SessionManager::FreeExternalBuffer(pvBuffer);
     }
     EXPECT_TRUE(m_trace.Said({"StartUpdateThread() -- Out of memory!", "NULL input buffer.", "0-length input"}));
