@@ -64,8 +64,7 @@ SSOChar* KeyForHost::HandOut(const SWCharString& i_ssKey) {
 
 LoginFrame::LoginFrame(void** o_ppvBuffer, SSOLength* o_pnBufferLength, SSOChar** o_ppSessionKey,
                        const char* i_pszMissing, const char* i_pszNotEmpty)
-    : m_ppSessionKey(
-          CheckedOutputs(o_ppvBuffer, o_pnBufferLength, o_ppSessionKey, i_pszMissing, i_pszNotEmpty)) {
+    : m_ppSessionKey(CheckedOutputs(o_ppvBuffer, o_pnBufferLength, o_ppSessionKey, i_pszMissing, i_pszNotEmpty)) {
     m_step.m_ppvBuffer = o_ppvBuffer;
     m_step.m_pnBufferLength = o_pnBufferLength;
 }

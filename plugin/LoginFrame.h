@@ -28,8 +28,8 @@ private:
 // One operation that gives the host a token and a key. Whatever was handed out before it fails is taken back.
 class LoginFrame {
 public:
-    // Checks and clears the outputs. The texts are the operation's own: outputs that are missing, and those that are not
-    // empty. Throws SSOException.
+    // Checks and clears the outputs. The texts are the operation's own: outputs that are missing, and those that are
+    // not empty. Throws SSOException.
     LoginFrame(void** o_ppvBuffer, SSOLength* o_pnBufferLength, SSOChar** o_ppSessionKey, const char* i_pszMissing,
                const char* i_pszNotEmpty);
     ~LoginFrame();

@@ -35,19 +35,7 @@ int64_t SecondsNow() noexcept {
 
 krb5_error_code MakeContext(krb5_context& o_context) noexcept {
     try {
-        profile_t profile = nullptr;
-        KdcHook* pHook = nullptr;
-        krb5_error_code nCode = ServiceProfile::Open(OwnReplayCache(), profile, pHook);
-        if (nCode != 0) {
-            return nCode;
-        }
-        nCode = krb5_init_context_profile(profile, 0, &o_context);
-        if (nCode == 0) {
-            // The context's own copy of the profile keeps the object alive.
-            pHook->Install(o_context);
-        }
-        profile_release(profile);
-        return nCode;
+        return MakeServiceContext(OwnReplayCache(), o_context);
     } catch (const std::bad_alloc&) {
         return ENOMEM;
     }

@@ -84,4 +84,20 @@ krb5_error_code ServiceProfile::Open(std::string i_replayCache, profile_t& o_pro
     return static_cast<krb5_error_code>(pSelf->Publish(o_profile));
 }
 
+krb5_error_code MakeServiceContext(std::string i_replayCache, krb5_context& o_context) {
+    profile_t profile = nullptr;
+    KdcHook* pHook = nullptr;
+    krb5_error_code nCode = ServiceProfile::Open(std::move(i_replayCache), profile, pHook);
+    if (nCode != 0) {
+        return nCode;
+    }
+    nCode = krb5_init_context_profile(profile, 0, &o_context);
+    if (nCode == 0) {
+        // The context's own copy of the profile keeps the hook alive.
+        pHook->Install(o_context);
+    }
+    profile_release(profile);
+    return nCode;
+}
+
 }  // namespace morwen

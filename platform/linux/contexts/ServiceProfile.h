@@ -54,4 +54,8 @@ private:
     KdcHook m_hook;
 };
 
+// A context on such a profile, whose requests go through the profile's hook. 0 or the library's code. Throws
+// std::bad_alloc.
+krb5_error_code MakeServiceContext(std::string i_replayCache, krb5_context& o_context);
+
 }  // namespace morwen
