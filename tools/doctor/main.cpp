@@ -6,9 +6,9 @@
 #include <cstdlib>
 #include <iostream>
 
-#include "tools/doctor/Checks.h"
-#include "tools/doctor/LogonCommands.h"
-#include "tools/doctor/ReportWriter.h"
+#include "tools/doctor/checks/Checks.h"
+#include "tools/doctor/logon/LogonCommands.h"
+#include "tools/doctor/report/ReportWriter.h"
 
 namespace morwen::doctor {
 

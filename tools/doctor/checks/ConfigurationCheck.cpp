@@ -1,0 +1,77 @@
+// The configuration's files and the default realm.
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <sstream>
+#include <system_error>
+
+#include "platform/linux/contexts/ServiceProfile.h"
+#include "tools/doctor/checks/Checks.h"
+
+namespace morwen::doctor {
+
+namespace {
+
+constexpr const char* kSample =
+    R"(write [libdefaults] default_realm = EXAMPLE.ORG and [realms] EXAMPLE.ORG = { kdc = kdc.example.org } to it)";
+
+// True when one of the files can be read.
+bool LookAtFiles(Report& io_report) {
+    const char* const pszConfigured = secure_getenv("KRB5_CONFIG");
+    const std::string list = pszConfigured != nullptr ? pszConfigured : "/etc/krb5.conf";
+    std::string refused;
+    std::istringstream files(list);
+    for (std::string file; std::getline(files, file, ':');) {
+        if (file.starts_with("FILE")) {  // the kind before the colon
+            continue;
+        }
+        if (eaccess(file.c_str(), R_OK) == 0) {
+            return true;
+        }
+        if (errno != ENOENT && errno != ENOTDIR) {
+            refused = file + ": " + std::generic_category().message(errno);
+        }
+    }
+    if (refused.empty()) {
+        io_report.Fail("config-missing", "the configuration " + list, "there is no such file",
+                       std::string(kSample) + ", or unset KRB5_CONFIG if it names the wrong file");
+    } else {
+        io_report.Fail("config-unreadable", "the configuration, as " + ThisAccount(), refused,
+                       "chmod a+r " + Quoted(refused.substr(0, refused.find(": "))));
+    }
+    return false;
+}
+
+}  // namespace
+
+void CheckConfiguration(Case& io_case) {
+    if (!LookAtFiles(io_case.m_report)) {
+        return;
+    }
+    krb5_context context = nullptr;
+    krb5_error_code nCode = io_case.m_system.Open();
+    if (nCode == 0) {
+        // No replay cache: nothing is made or changed here.
+        nCode = MakeServiceContext({}, context);
+        io_case.m_pContext.reset(context);
+    }
+    if (nCode != 0) {
+        io_case.m_pContext.reset();
+        io_case.m_report.Fail("config-syntax", "the configuration", ErrorWords(nullptr, nCode),
+                              "look for a line that is neither [section] nor name = value, and for a brace left open; "
+                              "KRB5_TRACE=/dev/stderr klist names the file");
+        return;
+    }
+    Krb5Owner<char*, krb5_free_default_realm> realm(context);
+    nCode = krb5_get_default_realm(context, realm.Receive());
+    if (nCode != 0) {
+        io_case.m_report.Fail("realm-missing", "the default realm", io_case.Words(nCode),
+                              "set default_realm in the section [libdefaults] of the configuration");
+        return;
+    }
+    io_case.m_realm = realm.get();
+    io_case.m_report.Ok("configuration", "the configuration", "the default realm is " + io_case.m_realm);
+}
+
+}  // namespace morwen::doctor
