@@ -32,23 +32,6 @@ static bool g_bAskWho = true;   /* set before the first client: whether the user
 static Work g_Work;             /* set before the first client; without a folder no contexts are kept */
 static unsigned g_nKeepSeconds; /* how long a context outlives its client */
 
-static bool SameText(const SSOChar* i_pszText, const SSOChar* i_pszOther) {
-    while (*i_pszText != 0 && *i_pszText == *i_pszOther) {
-        ++i_pszText;
-        ++i_pszOther;
-    }
-    return *i_pszText == *i_pszOther;
-}
-
-static const SSOChar* Find(const ParasSeq* i_pChain, const SSOChar* i_pszKey) {
-    for (; i_pChain != NULL; i_pChain = i_pChain->next) {
-        if (SameText(i_pChain->key, i_pszKey)) {
-            return i_pChain->value;
-        }
-    }
-    return NULL;
-}
-
 /* Greets the user. The SIDs are what a server grants rights to: they stay when an account is renamed. */
 static void Welcome(const Connection* i_pConnection, const ParasSeq* i_pLogon) {
     if (!g_bAskWho) {
@@ -56,8 +39,8 @@ static void Welcome(const Connection* i_pConnection, const ParasSeq* i_pLogon) {
         SendFrame(i_pConnection, FRAME_WELCOME, "Welcome.", 8);
         return;
     }
-    char* user = TextToUtf8(Find(i_pLogon, u"" SSO_KEY_USER_SID));
-    char* groups = TextToUtf8(Find(i_pLogon, u"" SSO_KEY_GROUP_SIDS));
+    char* user = TextToUtf8(FindText(i_pLogon, u"" SSO_KEY_USER_SID));
+    char* groups = TextToUtf8(FindText(i_pLogon, u"" SSO_KEY_GROUP_SIDS));
     if (user != NULL && groups != NULL) {
         char line[128];
         printf("logged on: %s, groups %s\n", user, *groups != '\0' ? groups : "(none)");
