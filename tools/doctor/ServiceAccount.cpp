@@ -60,16 +60,18 @@ void BecomeAccount(const std::string& i_account, bool i_bToImpersonate) {
     if (pRecord == nullptr) {
         throw std::runtime_error("there is no account " + i_account + " (getent passwd)");
     }
-    if (pRecord->pw_uid == geteuid()) {
+    const uid_t nUser = pRecord->pw_uid;
+    const gid_t nGroup = pRecord->pw_gid;
+    if (nUser == geteuid()) {
         return;
     }
     if (geteuid() != 0) {
         throw std::runtime_error("only root can look as another account does: run it with sudo");
     }
     KeepTickets();
-    if (prctl(PR_SET_KEEPCAPS, 1, 0, 0, 0) != 0 || initgroups(pRecord->pw_name, pRecord->pw_gid) != 0 ||
-        setresgid(pRecord->pw_gid, pRecord->pw_gid, pRecord->pw_gid) != 0 ||
-        setresuid(pRecord->pw_uid, pRecord->pw_uid, pRecord->pw_uid) != 0 || !KeepCapabilities(i_bToImpersonate)) {
+    if (prctl(PR_SET_KEEPCAPS, 1, 0, 0, 0) != 0 || initgroups(i_account.c_str(), nGroup) != 0 ||
+        setresgid(nGroup, nGroup, nGroup) != 0 || setresuid(nUser, nUser, nUser) != 0 ||
+        !KeepCapabilities(i_bToImpersonate)) {
         throw std::runtime_error("becoming " + i_account + ": " + std::generic_category().message(errno));
     }
 }
