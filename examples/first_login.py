@@ -16,7 +16,8 @@ import sys
 OK, CONTINUE, ACCEPTED, DENIED = 0, 1, 2, 3
 STRING = 1  # the type of a parameter
 
-library = ctypes.CDLL("morwenplugin.dll" if sys.platform == "win32" else "libmorwenplugin.so.1")
+library, log = (ctypes.CDLL(f"{name}.dll" if sys.platform == "win32" else f"lib{name}.so.1") for name in ("morwenplugin", "harrowlog"))
+log.HarrowLogReason.restype = ctypes.c_char_p
 
 
 class Parameter(ctypes.Structure):
@@ -79,12 +80,13 @@ class Out(ctypes.c_void_p):
 
 
 class Failure(Exception):
-    """A failed call, with the library's own words."""
+    """A failed call, with its reason and the library's own words."""
     def __init__(self, function, code):
-        self.code, words = code, ""
-        record = Out()
+        self.code = code
+        self.reason = log.HarrowLogReason().decode("utf-8", "replace")  # before the thread's next call
+        words, record = self.reason and f": {self.reason}", Out()
         if library.SSOGetError(code, ctypes.byref(record)) == OK:
-            words = ": " + record.take(self.words, library.SSOFreeError)
+            words += ": " + record.take(self.words, library.SSOFreeError)
         super().__init__(f"{function}: code {code}{words}")
 
     @staticmethod
