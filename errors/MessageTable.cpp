@@ -13,9 +13,9 @@ constexpr Harrowlib201::SMessage kMessages[] = {
      "The parameter %1 has the wrong type. Check the type tag that the program gives it (1 text, 2 number, 3 "
      "boolean)."},
     {kMsgGeneral,
-     "The operation could not be carried out. The plug-in's trace says which step failed and why: set a log sink and "
-     "try "
-     "again."},
+     "The operation could not be carried out. The reason that goes with this message says why; where it is not enough, "
+     "\"morwen-doctor client --spn SERVICE/HOST\", or on the service's machine \"morwen-doctor server\", names the "
+     "cause and what to do."},
     {kMsgOutOfMemoryRecord,
      "Memory ran out while an error was reported. End other programs or raise the memory limit."},
     {kMsgOutOfMemory,

@@ -69,7 +69,7 @@ uint32_t ThreadTokenHandler::AcquireCurrentContext(const SSOSessionPtr& i_pSessi
             "ssoplugin: ThreadTokenHandler::AcquireCurrentContext() -- OpenThreadToken() failed.  Trying process "
             "token.");
         if (!tokens.OpenProcessToken(kernel.GetCurrentProcess(), kAccess, &hToken)) {
-            S_TRACE(
+            S_REASON(
                 "ssoplugin: ThreadTokenHandler::AcquireCurrentSecurityContext() -- Could not get token for thread nor "
                 "process: %1",
                 GetLastErrorText());

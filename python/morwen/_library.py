@@ -6,7 +6,7 @@ import ctypes
 import itertools
 import sys
 from collections.abc import Callable, Mapping
-from typing import Any, TypeVar
+from typing import TypeVar
 
 T = TypeVar("T")
 
@@ -32,9 +32,7 @@ for _name, _arguments in {
         "SSOGetError": (_NUMBER, _ADDRESS), "SSOGetMessageContent": (_NUMBER, _ADDRESS)}.items():
     getattr(_library, _name).argtypes, getattr(_library, _name).restype = _arguments, _NUMBER
 
-# A log hub that does not keep reasons has none to tell.
-_reason: Any = getattr(_hub, "HarrowLogReason", lambda: b"")
-_reason.restype = ctypes.c_char_p
+_hub.HarrowLogReason.restype = ctypes.c_char_p
 
 
 class Parameter(ctypes.Structure):
@@ -77,7 +75,7 @@ def invoke(function: str, *arguments: object) -> int:
 
 def reason() -> str:
     """Why the calling thread's last call failed."""
-    words: bytes = _reason()
+    words: bytes = _hub.HarrowLogReason()
     return words.decode("utf-8", "replace")
 
 

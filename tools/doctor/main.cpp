@@ -8,6 +8,7 @@
 
 #include "tools/doctor/checks/Checks.h"
 #include "tools/doctor/logon/LogonCommands.h"
+#include "tools/doctor/logon/TraceLog.h"
 #include "tools/doctor/report/ReportWriter.h"
 
 namespace morwen::doctor {
@@ -114,17 +115,17 @@ int Run(int i_nArguments, char** i_ppszArguments) {
         if (pAccept->parsed() && !bStandard) {
             logon.m_peer = listen;
         }
-        (pLogin->parsed() ? LogIn : AcceptLogon)(logon, report, trace);
+        (pLogin->parsed() ? LogIn : AcceptLogon)(logon, report);
     } else {
         options.m_bServer = pServer->parsed();
         options.m_wait = std::chrono::seconds(nWait > 0 ? nWait : 3);
-        Case subject{options, report, trace};
+        Case subject{options, report};
         CheckAll(subject);
     }
     const bool bTokensOnOutput = (pLogin->parsed() || pAccept->parsed()) && logon.m_peer.empty();
     std::ostream& out = bTokensOnOutput ? std::cerr : std::cout;
     if (bJson) {
-        WriteJson(report, pCommand->get_name(), bTrace ? trace.Lines() : std::vector<std::string>(), out);
+        WriteJson(report, pCommand->get_name(), trace.Lines(), out);
     } else {
         WriteText(report, WantsColour(bTokensOnOutput ? STDERR_FILENO : STDOUT_FILENO), out);
     }

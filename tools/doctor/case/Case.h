@@ -15,7 +15,6 @@
 #include "platform/linux/kdc/KdcAddress.h"
 #include "platform/linux/krb5/Krb5Owners.h"
 #include "platform/linux/krb5/Krb5Words.h"
-#include "tools/doctor/logon/TraceLog.h"
 #include "tools/doctor/report/Report.h"
 #include "tools/doctor/report/Texts.h"
 
@@ -37,7 +36,6 @@ struct FreeContext {
 struct Case {
     const Options& m_options;
     Report& m_report;
-    TraceLog& m_trace;
     // What the files say, which stands behind what the library makes of it.
     SystemProfile m_system{};
     // Made as the library makes its own, so that it permits the same ciphers, finds the same KDCs and waits as long for

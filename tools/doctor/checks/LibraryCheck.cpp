@@ -46,12 +46,11 @@ void CheckLibrary(Case& io_case) {
                                                     : "there are no tickets to try with (kinit as a user)");
         return;
     }
-    io_case.m_trace.TakeReason();
     try {
         TryLogon(io_case);
         report.Ok("logon", lookedAt, "it works");
     } catch (const host::Error& error) {
-        const std::string words = WordsOf(error, io_case.m_trace);
+        const std::string words = WordsOf(error);
         if (report.Count(Status::Error) == 0) {
             report.Fail("logon-fails", lookedAt, words, "run this again with --trace and read its last lines");
         } else {

@@ -7,13 +7,9 @@ Library::Library(bool i_bKeepContexts) {
     m_package.Use(SSO_PROVIDER_SSPI, host::Parameters().Set(SSO_KEY_CACHE_CONTEXTS, i_bKeepContexts));
 }
 
-std::string WordsOf(const host::Error& i_error, TraceLog& io_trace) {
-    const std::string reason = io_trace.TakeReason();
-    std::string words = i_error.what();
-    if (i_error.MessageId() != 0) {
-        words += " (message " + std::to_string(i_error.MessageId()) + ")";
-    }
-    return reason.empty() ? words : reason + "; " + words;
+std::string WordsOf(const host::Error& i_error) {
+    const std::string words = i_error.what();
+    return i_error.MessageId() != 0 ? words + " (message " + std::to_string(i_error.MessageId()) + ")" : words;
 }
 
 }  // namespace morwen::doctor
