@@ -123,7 +123,7 @@ def doctor_page(folder, version, program, document):
     begin, rest = text.split("\n## ", 1)
     options = "".join(f'.SS "{command}"\n' + literal(said(command)).replace(".PP\n", "")
                       for command in ("client", "server", "login", "accept", "findings"))
-    write(folder, "morwen-doctor", 1, "says what is wrong with a Kerberos set-up, and what mends it", version, [
+    write(folder, "morwen-doctor", 1, "says what is wrong with a Kerberos set-up, and what to do about it", version, [
         ("Synopsis", ".B morwen\\-doctor\n.I COMMAND\n.RI [ OPTIONS ]"),
         ("Description", markdown(begin).removeprefix(".PP\n")),
         ("Options", options)])
