@@ -11,8 +11,8 @@
 
 namespace Harrowlib201 {
 
-// The counted object is made when first asked for, and let go when the library is unloaded or the process ends. A
-// host's static objects may end after that and still call the library: whoever asks then gets a new one.
+// The counted object is made when first asked for, and let go when the library is unloaded. The end of the process
+// leaves it: threads may be at work with it, and a host's static objects may still call the library.
 template <class T>
 class CSingleton {
 public:
@@ -32,7 +32,7 @@ public:
             }
             state.m_bMade.store(true, std::memory_order_release);
         }
-        return state.m_pObject;  // does not change any more, and needs no lock
+        return state.m_pObject;  // does not change before an unload, and needs no lock
     }
 
 private:
