@@ -57,22 +57,7 @@ const JTCHandleT<SSOImpl>& SSOImpl::instance() {
     }
 }
 
-SSOImpl::~SSOImpl() {
-    if (m_pContextManager) {
-        // Where an unload has not been kept away, or has ended the thread before.
-        constexpr long kMostMilliseconds = 200;
-        m_pContextManager->StopUpdateThread(kMostMilliseconds);
-    }
-    const CS_Locker counting(m_counting);
-    if (m_nInitRefcount > 0) {
-        SResManager::Terminate();
-        SLogger::Terminate();
-    }
-    S_ASSERT(m_nInitRefcount == 0);
-    S_ASSERT(!m_pContextManager);
-    S_ASSERT(!m_pSessionManager);
-    S_ASSERT(!m_pErrorManager);
-}
+SSOImpl::~SSOImpl() = default;
 
 // ---- Start and end ----
 

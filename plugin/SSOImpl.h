@@ -20,7 +20,7 @@ using Harrowlib201::JTCHandleT;
 // through to the export. They run side by side, and never beside the first start or the last end.
 class SSOImpl : public Harrowlib201::CRefCount {
 public:
-    // The one object, made on the first call; empty when there is no memory for it.
+    // The one object, made on the first call and never destroyed; empty when it could not be made.
     static const JTCHandleT<SSOImpl>& instance();
 
     SSOImpl() = default;

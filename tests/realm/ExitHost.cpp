@@ -1,6 +1,5 @@
-// exit_host RUNS [WAY]: so many hosts for each way to end while threads are anywhere in the library; each must end in time
-// and with its status.
-#include <fcntl.h>
+// exit_host RUNS [WAY]: so many hosts for each way to end while threads are anywhere in the library; each must end in
+// time and with its status.
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -9,7 +8,6 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <iostream>
 #include <map>
 #include <random>
@@ -108,8 +106,13 @@ const std::map<std::string, void (*)()> kWays = {
      }},
     {"sink",
      [] {
-         HarrowLogSetSink([](uint32_t, const char*, int, const char*, void*) { std::exit(kStatus); }, nullptr,
-                          HARROW_LOG_TRACE);
+         const auto end = [](uint32_t, const char*, int, const char*, void*) {
+             static std::atomic<bool> s_bEnding;
+             if (!s_bEnding.exchange(true)) {  // one thread at a time may end the process
+                 std::exit(kStatus);
+             }
+         };
+         HarrowLogSetSink(end, nullptr, HARROW_LOG_TRACE);
          pause();
      }},
 };

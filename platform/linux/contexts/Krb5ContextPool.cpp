@@ -72,11 +72,11 @@ private:
 };
 
 // Nothing in it needs a destructor, so it serves threads that still run while the process ends. From then on nothing is
-// lent, made or freed any more: libkrb5's own destructors are next, and what they take away its calls need.
+// lent, made or freed any more: libkrb5's own destructors are next, and take away what its calls need.
 class Pool {
 public:
-    // What is lent: an idle context, or none; the generation is that of the contexts to be made now. False when the
-    // process ends. Each success needs a GiveBack.
+    // What is lent: an idle context, or none; the generation is that of the contexts to be made now. False at the
+    // end. Each success needs a GiveBack.
     bool Take(int64_t i_nNow, krb5_context& o_context, int64_t& o_nBornAt, uint64_t& o_nGeneration) noexcept {
         const uid_t nUser = geteuid();
         const void* const pvThread = ThisThread();
@@ -119,19 +119,17 @@ public:
         --m_nLent;
     }
 
-    void Close() noexcept {
-        Discarded discarded;
-        const CS_Locker locker(m_section);
-        m_bClosed = true;
-        DiscardAll(discarded);
-    }
-
-    // Waits for those who are at work with libkrb5, but not as long as a KDC may take.
+    // Waits for those who are at work with libkrb5, but not for as long as a KDC may take.
     void End() noexcept {
         constexpr int kMostMilliseconds = 1000;
         for (int i = 0; i < kMostMilliseconds && IsLentAtEnd(); ++i) {
             constexpr timespec kMillisecond{0, 1'000'000};
             nanosleep(&kMillisecond, nullptr);
+        }
+        Discarded discarded;
+        const CS_Locker locker(m_section);
+        if (m_nLent == 0) {
+            DiscardAll(discarded);
         }
     }
 
@@ -163,12 +161,13 @@ private:
         return true;
     }
 
-    // Ends a loan, unless the context is not wanted any more and to be freed first. When the process ends it is left.
+    // Ends a loan, unless the context is not wanted any more and to be freed first. At the end it is left: this may be
+    // after libkrb5's own.
     bool Keep(krb5_context i_context, int64_t i_nBornAt, uint64_t i_nGeneration) noexcept {
         const void* const pvThread = ThisThread();
         const CS_Locker locker(m_section);
         if (!m_bEnding) {
-            if (m_bClosed || i_nGeneration != m_nGeneration || m_nIdle == kMostIdle) {
+            if (i_nGeneration != m_nGeneration || m_nIdle == kMostIdle) {
                 return false;
             }
             m_aIdle[m_nIdle++] = {i_context, i_nBornAt, pvThread};
@@ -210,15 +209,14 @@ private:
     int64_t m_nNextLook S_GUARDED_BY(m_section) = 0;
     uid_t m_nUser S_GUARDED_BY(m_section) = 0;
     uint64_t m_nLent S_GUARDED_BY(m_section) = 0;
-    bool m_bClosed S_GUARDED_BY(m_section) = false;
     bool m_bEnding S_GUARDED_BY(m_section) = false;
 };
 
 constinit Pool g_pool;
 
-// Gives the idle contexts back to the library when this one is unloaded; a lease that returns later is freed at once.
-const Harrowlib201::AtUnload g_close([] { g_pool.Close(); });
-const Harrowlib201::AtProcessEnd g_end([] { g_pool.End(); });
+// The last work of all when the library is unloaded or the process ends (of what has a priority, the first to be made):
+// others' needs a context to give something back with.
+const Harrowlib201::AtUnload<void (*)()> g_end [[gnu::init_priority(1000)]] ([] { g_pool.End(); });
 
 }  // namespace
 
@@ -258,7 +256,7 @@ Krb5ContextLease LendKrb5Context() noexcept {
     Krb5LentContext& lent = lease.m_lent;
     lent.m_bLent = g_pool.Take(nNow, lent.m_context, lent.m_nBornAt, lent.m_nGeneration);
     if (!lent.m_bLent) {
-        lease.m_nCode = ECANCELED;  // the process ends
+        lease.m_nCode = ECANCELED;
     } else if (lent.m_context != nullptr) {
         krb5_clear_error_message(lent.m_context);
     } else {

@@ -16,8 +16,8 @@ class Krb5ContextLease;
 // thread stays who it is: no call that releases something can leave it somebody else.
 class Krb5LentContext {
 public:
-    // An idle context if there is one, else one without any configuration. None when the process ends: what libkrb5 has
-    // made stays then.
+    // An idle context if there is one, else one without any configuration. None while the process ends: what libkrb5
+    // has made stays then.
     static Krb5LentContext ForReleasing() noexcept;
 
     Krb5LentContext() = default;
@@ -69,7 +69,7 @@ private:
 
 // Lends a context, made anew when none is idle, when the idle ones are older than a minute, when the configuration
 // files have changed (looked at once a second at most) or when the process runs as another user than they were made
-// for. None is lent when the process ends. Never throws; look at the lease.
+// for. None is lent while the process ends. Never throws; look at the lease.
 Krb5ContextLease LendKrb5Context() noexcept;
 
 }  // namespace morwen
