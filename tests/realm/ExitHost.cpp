@@ -1,16 +1,11 @@
-// exit_host RUNS [WAY]: so many hosts for each way to end while threads are anywhere in the library; each must end in
-// time and with its status.
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
+// A host that ends while its threads are anywhere in the library: RunHost, for ExitTest.
 #include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
-#include <cstring>
-#include <iostream>
 #include <map>
 #include <random>
+#include <string>
 #include <thread>
 
 #include "morwen/harrow_log.h"
@@ -117,7 +112,10 @@ const std::map<std::string, void (*)()> kWays = {
      }},
 };
 
-int RunHost(const std::string& i_way) {
+}  // namespace
+
+// Ends the process in the way named; threads log on, act as the user, fail, start and end meanwhile.
+extern "C" __attribute__((visibility("default"))) void RunHost(const char* i_pszWay) {
     HarrowLogSetSink(Listen, nullptr, HARROW_LOG_TRACE | HARROW_LOG_ASSERTION);
     SSOInitPackage();
     FailAndConfigure();
@@ -129,52 +127,5 @@ int RunHost(const std::string& i_way) {
         std::this_thread::yield();
     }
     std::this_thread::sleep_for(std::chrono::microseconds(std::random_device{}() % 3000));
-    kWays.at(i_way)();
-    return 1;
-}
-
-// Its status, or that of a shell when a signal ended it; 0 when it had to be ended.
-int StatusOfHost(char* i_pszProgram, const std::string& i_way) {
-    std::string words[] = {"run", i_way};
-    char* const arguments[] = {i_pszProgram, words[0].data(), words[1].data(), nullptr};
-    pid_t nHost = 0;
-    if (posix_spawn(&nHost, "/proc/self/exe", nullptr, nullptr, arguments, environ) != 0) {
-        return 1;
-    }
-    int nStatus = 0;
-    for (int i = 0; waitpid(nHost, &nStatus, WNOHANG) == 0; ++i) {
-        if (i == 30000) {
-            kill(nHost, SIGKILL);
-            waitpid(nHost, &nStatus, 0);
-            return 0;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return WIFEXITED(nStatus) ? WEXITSTATUS(nStatus) : 128 + WTERMSIG(nStatus);
-}
-
-}  // namespace
-
-int main(int argc, char** argv) {
-    if (argc == 3 && std::strcmp(argv[1], "run") == 0) {
-        return RunHost(argv[2]);
-    }
-    const int nRuns = argc > 1 ? std::atoi(argv[1]) : 0;
-    bool bGood = nRuns > 0;
-    for (const auto& [way, pfnEnd] : kWays) {
-        if (argc > 2 && way != argv[2]) {
-            continue;
-        }
-        std::map<int, int> ends;
-        for (int i = 0; i < nRuns; ++i) {
-            ++ends[StatusOfHost(argv[0], way)];
-        }
-        std::cout << way << ':';
-        for (const auto& [nStatus, nCount] : ends) {
-            std::cout << ' ' << nCount << " with status " << nStatus;
-        }
-        std::cout << std::endl;
-        bGood = bGood && ends[kStatus] == nRuns;
-    }
-    return bGood ? 0 : 1;
+    kWays.at(i_pszWay)();
 }
