@@ -67,8 +67,8 @@ private:
     std::vector<std::thread> m_threads;
 };
 
-// The longest of some calls, each after a pause: a thread that has slept gets a processor at once, as a host's does that
-// starts or ends something.
+// The longest of some calls, each after a pause: a thread that has slept gets a processor at once, as a host's does
+// that starts or ends something.
 void RunBeside(benchmark::State& io_state, int i_nCalls, const std::function<void(SSOImpl&)>& i_call) {
     SSOImpl& core = *SSOImpl::instance();
     const auto start = [&core] {
