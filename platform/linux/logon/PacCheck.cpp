@@ -14,28 +14,9 @@ namespace {
 using AuthorizationData = Krb5Owner<krb5_authdata**, krb5_free_authdata>;
 using Pac = Krb5Owner<krb5_pac, krb5_pac_free>;
 
-// Tries the keys that can have decrypted the ticket: those of its encryption type, and of its key version if it has
-// one.
-krb5_error_code Verify(krb5_context i_context, const AcceptorKeys& i_keys, const krb5_ticket& i_ticket,
-                       krb5_pac i_pac) {
-    krb5_error_code nCode = KRB5KRB_AP_ERR_NOKEY;
-    for (const krb5_keytab_entry& entry : i_keys.Entries()) {
-        const bool bVersionFits = i_ticket.enc_part.kvno == 0 || (entry.vno & 0xFF) == (i_ticket.enc_part.kvno & 0xFF);
-        if (!bVersionFits || entry.key.enctype != i_ticket.enc_part.enctype) {
-            continue;
-        }
-        nCode = krb5_pac_verify(i_context, i_pac, i_ticket.enc_part2->times.authtime, i_ticket.enc_part2->client,
-                                &entry.key, nullptr);
-        if (nCode == 0) {
-            return 0;
-        }
-    }
-    return nCode;
-}
-
 }  // namespace
 
-std::optional<std::vector<uint8_t>> CheckPac(krb5_context i_context, const AcceptorKeys& i_keys,
+std::optional<std::vector<uint8_t>> CheckPac(krb5_context i_context, const krb5_keyblock* i_pKey,
                                              const krb5_ticket& i_ticket) {
     AuthorizationData found(i_context);
     krb5_error_code nCode = krb5_find_authdata(i_context, i_ticket.enc_part2->authorization_data, nullptr,
@@ -58,7 +39,11 @@ std::optional<std::vector<uint8_t>> CheckPac(krb5_context i_context, const Accep
     check(found.get()[1] != nullptr ? EINVAL : 0, "is not the only one");
     Pac pac(i_context);
     check(krb5_pac_parse(i_context, found.get()[0]->contents, found.get()[0]->length, pac.Receive()), "cannot be read");
-    check(Verify(i_context, i_keys, i_ticket, pac.get()), "is not signed for this service and user");
+    // Without a key the library would find every signature right.
+    check(i_pKey != nullptr ? krb5_pac_verify(i_context, pac.get(), i_ticket.enc_part2->times.authtime,
+                                              i_ticket.enc_part2->client, i_pKey, nullptr)
+                            : krb5_error_code{KRB5KRB_AP_ERR_NOKEY},
+          "is not signed for this service and user");
     Krb5Data buffer(i_context);
     nCode = krb5_pac_get_buffer(i_context, pac.get(), KRB5_PAC_LOGON_INFO, buffer.Receive());
     if (nCode == ENOENT) {
