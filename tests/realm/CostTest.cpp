@@ -80,8 +80,8 @@ protected:
         std::string m_verdict;
     };
 
-    // A client's token as the system's library makes it, with data that the KDC copies into the ticket and such that the
-    // client puts into the authenticator.
+    // A client's token as the system's library makes it, with data that the KDC copies into the ticket and such that
+    // the client puts into the authenticator.
     static Bytes Token(const std::string& i_service, Bytes i_inTicket, Bytes i_inAuthenticator) {
         krb5_context context = nullptr;
         krb5_ccache cache = nullptr;

@@ -12,6 +12,7 @@
 #include "platform/linux/krb5/Krb5Words.h"
 #include "platform/linux/krb5/SspiFailure.h"
 #include "platform/linux/logon/Delegation.h"
+#include "platform/linux/logon/LocalAccount.h"
 #include "platform/linux/logon/PacCheck.h"
 #include "platform/linux/logon/TicketOpening.h"
 #include "platform/linux/wire/GssChecksum.h"
@@ -213,7 +214,7 @@ void UseMachineClock(krb5_context i_context) {
 }
 
 std::shared_ptr<SecurityContext> MakeContext(const Exchange& i_exchange, const GssChecksum& i_checksum,
-                                             std::optional<std::vector<uint8_t>> i_pacLogonInfo) {
+                                             PacInformation i_pac) {
     const krb5_enc_tkt_part& ticket = *i_exchange.m_ticket->enc_part2;
     auto pLogon = std::make_shared<SecurityContext>();
     pLogon->m_bAccepted = true;
@@ -226,7 +227,11 @@ std::shared_ptr<SecurityContext> MakeContext(const Exchange& i_exchange, const G
     }
     pLogon->m_client = KeptPrincipal(client);
     auto pIdentity = std::make_shared<TokenIdentity>();
-    pIdentity->m_pacLogonInfo = std::move(i_pacLogonInfo);
+    pIdentity->m_pacLogonInfo = std::move(i_pac.m_logonInfo);
+    if (i_pac.m_accountName) {
+        NoteNamingRealm(*client);
+    }
+    pLogon->m_accountName = std::move(i_pac.m_accountName);
     if (!i_checksum.m_delegation.empty()) {
         pIdentity->m_pDelegated =
             ReceivedTickets(i_exchange.m_context, i_exchange.m_authContext.get(), i_checksum.m_delegation, client);
@@ -261,9 +266,9 @@ std::shared_ptr<SecurityContext> AcceptToken(krb5_context i_context, const Accep
     ReadRequest(exchange, token->m_message);
     CheckEnd(exchange);
     CheckNamed(exchange);
-    auto pacLogonInfo = CheckPac(i_context, exchange.m_pKey, *exchange.m_ticket.get());
+    PacInformation pac = CheckPac(i_context, exchange.m_pKey, *exchange.m_ticket.get());
     const GssChecksum checksum = ReadChecksum(exchange);
-    auto pLogon = MakeContext(exchange, checksum, std::move(pacLogonInfo));
+    auto pLogon = MakeContext(exchange, checksum, std::move(pac));
     o_reply = (checksum.m_nFlags & kGssMutual) != 0 ? MakeReply(exchange) : std::vector<uint8_t>();
     return pLogon;
 }

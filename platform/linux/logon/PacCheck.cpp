@@ -2,10 +2,12 @@
 
 #include <cerrno>
 #include <new>
+#include <utility>
 
 #include "platform/linux/krb5/Krb5Owners.h"
 #include "platform/linux/krb5/Krb5Words.h"
 #include "platform/linux/krb5/SspiFailure.h"
+#include "platform/linux/wire/PacLogonInfo.h"
 
 namespace morwen {
 
@@ -16,8 +18,7 @@ using Pac = Krb5Owner<krb5_pac, krb5_pac_free>;
 
 }  // namespace
 
-std::optional<std::vector<uint8_t>> CheckPac(krb5_context i_context, const krb5_keyblock* i_pKey,
-                                             const krb5_ticket& i_ticket) {
+PacInformation CheckPac(krb5_context i_context, const krb5_keyblock* i_pKey, const krb5_ticket& i_ticket) {
     AuthorizationData found(i_context);
     krb5_error_code nCode = krb5_find_authdata(i_context, i_ticket.enc_part2->authorization_data, nullptr,
                                                KRB5_AUTHDATA_WIN2K_PAC, found.Receive());
@@ -33,7 +34,7 @@ std::optional<std::vector<uint8_t>> CheckPac(krb5_context i_context, const krb5_
     };
     check(nCode, "cannot be looked for");
     if (!found || found.get()[0] == nullptr) {
-        return std::nullopt;
+        return {};
     }
     // A KDC makes one. Of two, nobody could say whose word counts.
     check(found.get()[1] != nullptr ? EINVAL : 0, "is not the only one");
@@ -44,14 +45,24 @@ std::optional<std::vector<uint8_t>> CheckPac(krb5_context i_context, const krb5_
                                               i_ticket.enc_part2->client, i_pKey, nullptr)
                             : krb5_error_code{KRB5KRB_AP_ERR_NOKEY},
           "is not signed for this service and user");
-    Krb5Data buffer(i_context);
-    nCode = krb5_pac_get_buffer(i_context, pac.get(), KRB5_PAC_LOGON_INFO, buffer.Receive());
-    if (nCode == ENOENT) {
-        return std::nullopt;
+    const auto read = [&](krb5_ui_4 i_nType) -> std::optional<std::vector<uint8_t>> {
+        Krb5Data buffer(i_context);
+        const krb5_error_code nRead = krb5_pac_get_buffer(i_context, pac.get(), i_nType, buffer.Receive());
+        if (nRead == ENOENT) {
+            return std::nullopt;
+        }
+        check(nRead, "has more than one of its parts");
+        const auto bytes = BytesOf(*buffer);
+        return std::vector<uint8_t>(bytes.begin(), bytes.end());
+    };
+    PacInformation information{read(KRB5_PAC_LOGON_INFO), {}};
+    const auto names = read(KRB5_PAC_UPN_DNS_INFO);
+    if (information.m_logonInfo || names) {
+        auto name = information.m_logonInfo ? ReadPacAccountName(*information.m_logonInfo) : std::nullopt;
+        name = !name && names ? ReadPacSamName(*names) : std::move(name);
+        information.m_accountName = name ? std::move(name) : std::u16string();
     }
-    check(nCode, "has no logon information that stands out");
-    const auto bytes = BytesOf(*buffer);
-    return std::vector<uint8_t>(bytes.begin(), bytes.end());
+    return information;
 }
 
 }  // namespace morwen

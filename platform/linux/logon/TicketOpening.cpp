@@ -42,8 +42,8 @@ private:
 };
 
 bool AreSame(const krb5_keyblock& i_left, const krb5_keyblock& i_right) noexcept {
-    return i_left.length == i_right.length && std::equal(i_left.contents, i_left.contents + i_left.length,
-                                                         i_right.contents);
+    return i_left.length == i_right.length &&
+           std::equal(i_left.contents, i_left.contents + i_left.length, i_right.contents);
 }
 
 // In the order in which to try them.
@@ -62,7 +62,8 @@ std::vector<const krb5_keyblock*> KeysFor(krb5_context i_context, const Acceptor
                 continue;
             }
             // A directory's account has one key for all its names.
-            if (std::none_of(keys.begin(), keys.end(), [&](const auto* i_pKey) { return AreSame(*i_pKey, entry.key); })) {
+            if (std::none_of(keys.begin(), keys.end(),
+                             [&](const auto* i_pKey) { return AreSame(*i_pKey, entry.key); })) {
                 keys.push_back(&entry.key);
             }
         }

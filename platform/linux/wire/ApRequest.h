@@ -9,7 +9,7 @@ namespace morwen {
 
 // Views of the message's bytes, as everything here.
 struct EncryptedPart {
-    int32_t m_nType = 0;  // of the encryption
+    int32_t m_nType = 0;         // of the encryption
     uint32_t m_nKeyVersion = 0;  // 0 when there is none
     std::span<const uint8_t> m_cipher;
 };
