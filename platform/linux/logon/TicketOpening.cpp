@@ -14,8 +14,8 @@ namespace morwen {
 
 namespace {
 
-// What is spent on finding a key, in bytes to decrypt: two keys for the longest token, some seventy for a usual one.
-constexpr size_t kMostTriedBytes = size_t{128} * 1024;
+// What is spent on finding a key, in bytes to decrypt: one key for the longest token, some sixty for a usual one.
+constexpr size_t kMostTriedBytes = size_t{100} * 1024;
 constexpr size_t kBytesOfATry = 1024;  // what it costs besides
 
 // Decrypted bytes, which do not stay behind.

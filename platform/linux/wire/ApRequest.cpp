@@ -98,9 +98,8 @@ std::optional<ApRequest> ApRequest::Read(std::span<const uint8_t> i_message) noe
     if (!fields || !TakeNumber(*fields, 0) || !TakeNumber(*fields, 1) || !TakeDerField(*fields, 2, kBitsTag)) {
         return std::nullopt;
     }
-    ApRequest request;
     const auto ticket = TakeDer(*fields);
-    auto authenticator = TakeEncrypted(*fields, 4);
+    const auto authenticator = TakeEncrypted(*fields, 4);
     if (!ticket || ticket->m_nTag != kDerField + 3 || !authenticator) {
         return std::nullopt;
     }
