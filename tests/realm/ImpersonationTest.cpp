@@ -101,7 +101,9 @@ TEST_F(Impersonation, RefusedLeavesTheThreadWhoItWas) {
     EXPECT_EQ(thread.Revert(alice), "0");
     const std::string carol = ofOtherRealm("carol");  // whom a rule names
     EXPECT_EQ(thread.Impersonate(carol, 65534), "0");
-    EXPECT_EQ(thread.Revert(carol), "0");
+    EXPECT_EQ(SSOReleaseSecurityContext(Wide(carol).c_str()), SSO_OK);
+    EXPECT_EQ(thread.Revert(carol), "100/61211");  // and still acts as her
+    EXPECT_EQ(thread.Revert(alice), "0");
 }
 
 TEST_F(Impersonation, LetsOtherLoginsGoOn) {
