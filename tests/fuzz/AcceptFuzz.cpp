@@ -33,9 +33,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* i_pBytes, size_t i_nBytes) 
         return [&input, i_ePart](const Bytes& i_content) {
             Bytes list = Within(Bytes(input.begin() + 3, input.end()) + Bytes(size_t{input[2]} * 200), 99);
             list = input[2] % 2 != 0 ? Bytes(input.begin() + 3, input.end()) : list;
-            for (size_t i = input[0] * 256U + input[1]; i > 0 && list.size() < kMostNested; --i) {
-                list = Within(list);
-            }
+            list = Nested(list, input[0] * 256U + input[1], kMostNested);
             return WithList(i_content, i_ePart, list);
         };
     };

@@ -13,6 +13,10 @@
 namespace morwen {
 namespace {
 
+Bytes Nested(size_t i_nBytes) {
+    return Nested(Within({}, 99), i_nBytes, i_nBytes);
+}
+
 Bytes ManyIn(size_t i_nBytes) {
     const Bytes one = Der(0x30, Der(0xA0, {2, 1, 99}) + Der(0xA1, Der(4, {})));
     Bytes all;
