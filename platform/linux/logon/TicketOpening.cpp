@@ -112,7 +112,7 @@ krb5_error_code OpenTicket(krb5_context i_context, const AcceptorKeys& i_keys, c
             return nCode;
         }
     }
-    return i_pService != nullptr ? nCode : KRB5KRB_AP_ERR_NOT_US;
+    return i_pService != nullptr ? nCode : krb5_error_code{KRB5KRB_AP_ERR_NOT_US};
 }
 
 }  // namespace morwen
