@@ -13,7 +13,7 @@
 namespace morwen {
 namespace {
 
-Bytes Nested(size_t i_nBytes) {
+Bytes NestedTo(size_t i_nBytes) {
     return Nested(Within({}, 99), i_nBytes, i_nBytes);
 }
 
@@ -202,16 +202,16 @@ TEST_F(TokenCost, IsBounded) {
     const std::tuple<const char*, Bytes, std::string, const char*> kCases[] = {
         {"a user in 6,000 groups", big, keytab, "1"},
         {"the service under another name", small, alias, "1"},
-        {"3 KB nested in the ticket", inTicket(Nested(2900)), keytab, "1"},
-        {"3 KB nested in the authenticator", inAuthenticator(Nested(2900)), keytab, "1"},
-        {"50 KB nested in the ticket", inTicket(Nested(50000)), keytab, kUnusable},
-        {"50 KB nested in the authenticator", inAuthenticator(Nested(50000)), keytab, kUnusable},
+        {"3 KB nested in the ticket", inTicket(NestedTo(2900)), keytab, "1"},
+        {"3 KB nested in the authenticator", inAuthenticator(NestedTo(2900)), keytab, "1"},
+        {"50 KB nested in the ticket", inTicket(NestedTo(50000)), keytab, kUnusable},
+        {"50 KB nested in the authenticator", inAuthenticator(NestedTo(50000)), keytab, kUnusable},
         {"50 KB side by side in the ticket", inTicket(ManyIn(50000)), keytab, kUnusable},
         {"50 KB side by side in the authenticator", inAuthenticator(ManyIn(50000)), keytab, kUnusable},
         {"50 KB as one in the ticket", opaque, keytab, "1"},
         {"50 KB as one in the authenticator", inAuthenticator(Within(Bytes(50000), 99)), keytab, "1"},
         {"50 KB about delegated tickets", Token("morwen/localhost", {}, {}, Delegated(49000)), keytab, kUnusable},
-        {"250 KB nested in the ticket", inTicket(Nested(250000)), keytab, kUnusable},
+        {"250 KB nested in the ticket", inTicket(NestedTo(250000)), keytab, kUnusable},
         {"a ticket of 50 KB that no key opens", altered(opaque, 25000), keytab, kUnusable},
         {"and 400 keys for others", opaque, strange, kUnusable},
         {"a ticket that none of 400 keys opens", small, strange, kUnusable},
@@ -236,7 +236,7 @@ TEST_F(TokenCost, FitsASmallStack) {
 #else
     constexpr size_t kStack = size_t{64} << 10;
 #endif
-    Bytes token = Token("morwen/localhost", Nested(3300), {});
+    Bytes token = Token("morwen/localhost", NestedTo(3300), {});
     EXPECT_GT(token.size(), 4000U);
     pthread_attr_t attributes;
     pthread_t thread = 0;
