@@ -171,7 +171,7 @@ void ReadHeaders(NdrReader& io_reader) {
     }
 }
 
-constexpr size_t kTimeBytes = 6 * 8;
+constexpr size_t kTimeBytes = size_t{6} * 8;
 
 // What a pointer in the record leads to follows behind it, in the order of the pointers.
 TokenSids ReadRecord(NdrReader& io_reader) {
