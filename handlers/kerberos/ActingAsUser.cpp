@@ -4,6 +4,8 @@
 #include <string>
 #include <utility>
 
+#include "errors/SSOException.h"
+#include "handlers/SSOHandler.h"
 #include "handlers/SystemErrorText.h"
 #include "harrow/log/STrace.h"
 #include "platform/Platform.h"
@@ -43,6 +45,37 @@ bool RevertToProcess(const RevertTexts& i_texts) noexcept {
         Harrowlib201::SAssert(__FILE__, __LINE__, i_texts.m_pszCondition, i_texts.m_pszMessage);
     }
     return bReverted;
+}
+
+EarlierUser::EarlierUser() {
+    if (Platform::Tokens().OpenThreadToken(Platform::Kernel().GetCurrentThread(), TOKEN_QUERY | TOKEN_IMPERSONATE, TRUE,
+                                           &m_hUser)) {
+        return;
+    }
+    m_hUser = nullptr;
+    if (const DWORD nError = Platform::Kernel().GetLastError(); nError != ERROR_NO_TOKEN) {
+        S_TRACE("ssoplugin: KerberosSSPIHandler -- Whom the thread acts as cannot be found out: %1",
+                GetErrorText(static_cast<SECURITY_STATUS>(nError)));
+        throw SSOException(SSO_ERROR, kMsgImpersonation);
+    }
+}
+
+EarlierUser::~EarlierUser() {
+    if (m_hUser != nullptr) {
+        static_cast<void>(Platform::Tokens().CloseHandle(m_hUser));
+    }
+}
+
+bool EarlierUser::Leave() const noexcept {
+    return m_hUser == nullptr || Platform::Tokens().RevertToSelf() != FALSE;
+}
+
+bool EarlierUser::Resume() const noexcept {
+    const bool bResumed = m_hUser == nullptr || Platform::Tokens().ImpersonateLoggedOnUser(m_hUser) != FALSE;
+    if (!bResumed) {
+        S_TRACE("ssoplugin: KerberosSSPIHandler -- The thread is not the user any more whom it acted as.");
+    }
+    return bResumed;
 }
 
 bool ActingAsUser::Begin() noexcept {

@@ -1,4 +1,4 @@
-// The calling thread as the user of a security context, and back.
+// The calling thread as the user of a security context, and back; and whom it acted as before.
 #pragma once
 
 #include "platform/OsTypes.h"
@@ -16,6 +16,25 @@ struct RevertTexts {
 // again.
 bool RevertFromUser(CtxtHandle* i_pContext, const RevertTexts& i_texts) noexcept;
 bool RevertToProcess(const RevertTexts& i_texts) noexcept;
+
+// The user whom the calling thread acts as already, found out by asking for its token, so that the thread can be that
+// user again after having been somebody else.
+class EarlierUser {
+public:
+    // Throws SSOException (kMsgImpersonation) when it cannot be found out.
+    EarlierUser();
+    ~EarlierUser();
+    EarlierUser(const EarlierUser&) = delete;
+    EarlierUser& operator=(const EarlierUser&) = delete;
+
+    // Makes the thread the service for now. False when it could not.
+    bool Leave() const noexcept;
+    // False when the thread could not be made the earlier user again. Does nothing when there was none.
+    bool Resume() const noexcept;
+
+private:
+    HANDLE m_hUser = nullptr;
+};
 
 // Acts as the context's user from Begin until End, or until this object goes.
 class ActingAsUser {

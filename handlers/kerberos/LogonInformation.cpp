@@ -6,6 +6,7 @@
 #include <iterator>
 #include <limits>
 #include <new>
+#include <optional>
 #include <string>
 
 #include "errors/SSOException.h"
@@ -26,7 +27,7 @@ constexpr DWORD SSPI_DEFAULT_USER_DATA_BUFFER_SIZE = 4096;
 constexpr RevertTexts kRevertTexts = {nullptr, "RevertToSelf()", nullptr};
 
 // The token of the user who logged on. Where the context itself can be asked, no identity changes; elsewhere the thread
-// runs as the user until End, or until this object goes.
+// runs as the user until End, or until this object goes, and then as whom it did before.
 class LogonToken {
 public:
     explicit LogonToken(CtxtHandle* i_pContext) : m_user(i_pContext, kRevertTexts) {
@@ -50,7 +51,11 @@ public:
 
     // False when the thread could not be made itself again.
     bool End() noexcept {
-        const bool bReverted = m_user.End();
+        bool bReverted = m_user.End();
+        if (m_earlier) {
+            bReverted = m_earlier->Resume() && bReverted;
+            m_earlier.reset();
+        }
         if (m_hUser != nullptr) {
             const BOOL bClosed = Platform::Tokens().CloseHandle(m_hUser);
             S_ASSERT_TEXT(bClosed, "CloseHandle(hUser)");
@@ -61,6 +66,7 @@ public:
 
 private:
     void OpenByImpersonating() {
+        m_earlier.emplace();
         if (!m_user.Begin()) {
             S_TRACE("ssoplugin: KerberosSSPIHandler::GetLogonInformation() -- Could not impersonate.");
             throw SSOException(SSO_ERROR, kMsgImpersonation);
@@ -71,13 +77,14 @@ private:
         const auto nError = static_cast<SECURITY_STATUS>(Platform::Kernel().GetLastError());
         m_hUser = nullptr;
         NoteReason(nError);
-        const bool bReverted = m_user.End();
+        const bool bReverted = End();
         S_TRACE("ssoplugin: KerberosSSPIHandler::GetLogonInformation() -- OpenThreadToken() failed: %1",
                 GetErrorText(nError));
         throw SSOException(SSO_ERROR, bReverted ? kMsgGeneral : kMsgImpersonation);
     }
 
     ActingAsUser m_user;
+    std::optional<EarlierUser> m_earlier;  // where the thread has become somebody else
     HANDLE m_hUser = nullptr;
 };
 
@@ -178,6 +185,32 @@ void GetLogonInformation(const SSOSessionPtr& i_pSession, Parameters& o_paramete
     }
     requireEnd();
     o_parameters = std::move(information);
+}
+
+bool IsKnownToDirectory(const SSOSessionPtr& i_pSession) {
+    const auto pSession = CountedCast<SSPISession>(i_pSession);
+    HANDLE hUser = nullptr;
+    const SECURITY_STATUS nStatus = Platform::Sspi().OpenContextToken(pSession->GetContext(), &hUser);
+    if (nStatus == SEC_E_UNSUPPORTED_FUNCTION) {
+        return true;
+    }
+    if (nStatus != SEC_E_OK) {
+        S_TRACE("ssoplugin: KerberosSSPIHandler::GetLogonInformation() -- OpenContextToken() failed: %1",
+                GetErrorText(nStatus));
+        if (nStatus == SEC_E_INSUFFICIENT_MEMORY) {
+            throw SSOException(SSOException::OutOfMemory());
+        }
+        return false;
+    }
+    const auto close = [](void* i_hUser) { static_cast<void>(Platform::Tokens().CloseHandle(i_hUser)); };
+    const std::unique_ptr<void, decltype(close)> pUser(hUser, close);
+    std::unique_ptr<BYTE[]> pUserData;
+    GetUserData(hUser, TokenUser, &pUserData);
+    const PSID pSid = reinterpret_cast<const TOKEN_USER*>(pUserData.get())->User.Sid;
+    constexpr BYTE kUnixAuthority[] = {0, 0, 0, 0, 0, 22};
+    return Platform::Tokens().IsValidSid(pSid) != FALSE &&
+           !std::equal(std::begin(kUnixAuthority), std::end(kUnixAuthority),
+                       Platform::Tokens().GetSidIdentifierAuthority(pSid)->Value);
 }
 
 void GetUserData(HANDLE i_hUserHandle, TOKEN_INFORMATION_CLASS i_eClass, std::unique_ptr<BYTE[]>* o_TokenInformation) {

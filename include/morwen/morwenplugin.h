@@ -112,6 +112,10 @@ typedef struct SSOError {
  * that the user has delegated, SSO_KEY_SPN among the provider's settings, and a SSO_KEY_CACHE_EXPIRY that is longer
  * than the ticket's life and not over. */
 #define SSO_KEY_RENEWALS "CONTEXT_RENEWALS_ALLOWED"
+/* Bool: accept only tickets with a directory's logon information (its PAC); false unless set. For services all of whose
+ * users come from directories: a user may have asked for a ticket without it, and is then known by the name alone that
+ * he has asked by. Others are denied, whether or not the host wants logon information. */
+#define SSO_KEY_REQUIRE_LOGON_INFO "SSPI_REQUIRE_LOGON_INFO"
 /* String, from SSOAcceptLogin: the user's security identifier. */
 #define SSO_KEY_USER_SID "SSPI_USER_SID"
 /* String, from SSOAcceptLogin: the security identifiers of the user's groups, each followed by ";". */

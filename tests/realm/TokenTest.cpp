@@ -18,8 +18,6 @@ class MixedLogins : public PluginTest {};
 class GuessedKey : public PluginTest {};
 class OpenSessions : public PluginTest {};
 
-constexpr const char* kUnusable = "100/42254";
-
 // In a block of its own, so that the sanitizers see reading beyond.
 Bytes Cut(const Bytes& i_bytes, size_t i_nLength) {
     return {i_bytes.data(), i_bytes.data() + i_nLength};

@@ -2,6 +2,7 @@
 #include "fakes/PlatformTest.h"
 #include "handlers/kerberos/KerberosSSPIHandler.h"
 #include "handlers/kerberos/LogonInformation.h"
+#include "handlers/kerberos/SSPISession.h"
 
 namespace morwen {
 namespace {
@@ -22,7 +23,14 @@ protected:
 
     // One step: what it returns or throws, and "=token" when it handed out a buffer, which is given back.
     std::string Step(bool i_bClient, const SSOSessionPtr& i_pSession, const std::string& i_input) {
-        const SSOCredentialsPtr pCredentials = m_pHandler->CreateCredentials({}, {}, SSOHandler::kBoth);
+        SSOCredentialsPtr pCredentials;
+        const std::string none = Thrown([&] {
+            pCredentials = m_pHandler->CreateCredentials({}, {}, m_nCredentials);
+            return 0;
+        });
+        if (!none.empty()) {
+            return none;
+        }
         uint8_t aStale[1];
         uint8_t* pvOutput = aStale;
         uint64_t nOutput = 77;
@@ -52,6 +60,7 @@ protected:
     SSOSessionPtr Session() { return m_pHandler->CreateSession(SpnChain()); }
 
     Harrowlib201::CSmartRefCountPtr<KerberosSSPIHandler> m_pHandler;
+    uint32_t m_nCredentials = SSOHandler::kBoth;
     bool m_bWantInformation = false;
     Parameters m_information;
 };
@@ -135,6 +144,7 @@ TEST_F(HandshakeTest, LogonInformationOnEveryWay) {
     constexpr SECURITY_STATUS kNo = SEC_E_UNSUPPORTED_FUNCTION;
     const auto nShort = static_cast<SECURITY_STATUS>(ERROR_INSUFFICIENT_BUFFER);
     const Answers::value_type ask = {"OpenContextToken", kNo};  // only an impersonating thread can be asked
+    const Answers::value_type nobody = {"OpenThreadToken", static_cast<SECURITY_STATUS>(ERROR_NO_TOKEN)};
     const Answers::value_type noThread = {"OpenThreadToken", 5};
     const Answers::value_type noInformation = {"GetTokenInformation", 5};
     const Answers::value_type tooShort = {"GetTokenInformation", nShort};
@@ -150,7 +160,11 @@ TEST_F(HandshakeTest, LogonInformationOnEveryWay) {
         {{ask}, "1", "GetLogonInformation() -- Group's SID is S-1-5-32", "1101"},
         {{{"OpenContextToken", 5}}, "100/42254", "OpenContextToken() failed: Error 5: The fake failed.", "0000"},
         {{ask, {"ImpersonateSecurityContext", kNo}}, "100/61212", "Could not impersonate.", "1000"},
-        {{ask, noThread}, "100/42254", "OpenThreadToken() failed: Error 5: The fake failed.", "1100"},
+        {{ask, noThread},
+         "100/61212",
+         "Whom the thread acts as cannot be found out: Error 5: The fake failed.",
+         "0000"},
+        {{ask, nobody, noThread}, "100/42254", "OpenThreadToken() failed: Error 5: The fake failed.", "1100"},
         {{ask, noInformation}, "100/42254", "GetTokenInformation failed (first try).", "1101"},
         {{{"GetTokenInformation", 0}, noInformation}, "100/42254", "(first try).", "0001"},
         {{tooShort}, "1", tooSmall, "0001"},
@@ -158,7 +172,7 @@ TEST_F(HandshakeTest, LogonInformationOnEveryWay) {
         {{ask, noRevert, {"CloseHandle", 5}}, "1", "CloseHandle(hUser)", "1111"},
         {{ask, noRevert, noSelf}, "100/61212", "RevertToSelf()", "1111"},
         {{ask, noInformation, noRevert, noSelf}, "100/61212", "RevertToSelf()", "1111"},
-        {{ask, noThread, noRevert, noSelf}, "100/61212", "RevertToSelf()", "1110"},
+        {{ask, nobody, noThread, noRevert, noSelf}, "100/61212", "RevertToSelf()", "1110"},
     };
     m_bWantInformation = true;
     m_fake.m_groupSids = Texts(2, FakePlatform::MakeSid({0, 0, 0, 0, 0, 5}, {32}));
@@ -181,7 +195,8 @@ TEST_F(HandshakeTest, LogonInformationOnEveryWay) {
         Platform::Tokens().RevertToSelf();
         EXPECT_EQ(Information(), test.m_result == "1" ? "S-1-5-18 S-1-5-32;S-1-5-32;" : "none none");  // all or nothing
     }
-    EXPECT_EQ(m_fake.Log("OpenThreadToken").front(), "this thread, access 8, as self");
+    EXPECT_EQ(m_fake.Log("OpenThreadToken").front(), "this thread, access 12, as self");
+    EXPECT_EQ(m_fake.Log("OpenThreadToken")[1], "this thread, access 8, as self");
     m_fake.Script("OpenContextToken", {SEC_E_OK, "", FakeAnswer::kNever});
     EXPECT_EQ(Step(false, Session(), "x"), "100/42254=from server");
     EXPECT_TRUE(m_trace.Said({"hUser"}));
@@ -191,6 +206,63 @@ TEST_F(HandshakeTest, LogonInformationOnEveryWay) {
     EXPECT_EQ(Information().size(), 9U + 1800U);
     m_fake.m_userSid[0] = 2;  // no such revision
     EXPECT_EQ(Step(false, Session(), "x"), "100/42254=from server");
+}
+
+// As on Windows, where a thread that acts as a user has that user's credentials, and only a thread can be asked who it
+// is.
+TEST_F(HandshakeTest, AnActingThreadAcceptsAsTheServiceAndStaysWhoItIs) {
+    const SSOSessionPtr pEarlier = Session();
+    EXPECT_EQ(Step(false, pEarlier, "x"), "1=from server");
+    CtxtHandle* const pUser = Harrowlib201::CountedCast<SSPISession>(pEarlier)->GetContext();
+    using Answers = std::vector<std::pair<const char*, SECURITY_STATUS>>;
+    const Answers::value_type ask = {"OpenContextToken", SEC_E_UNSUPPORTED_FUNCTION};
+    const struct {
+        Answers m_answers;
+        std::string m_result;
+        bool m_bActing;
+    } aCases[] = {
+        {{ask}, "1=from server", true},
+        {{{"AcquireCredentialsHandleW", SEC_E_NO_CREDENTIALS}}, "100/61215", true},
+        {{{"RevertToSelf", 5}}, "100/61212", true},
+        {{{"ImpersonateLoggedOnUser", 5}}, "100/61212", false},
+        {{ask, {"ImpersonateLoggedOnUser", 0}, {"ImpersonateLoggedOnUser", 5}}, "100/61212=from server", false},
+    };
+    m_bWantInformation = true;
+    m_nCredentials = SSOHandler::kInbound;
+    for (const auto& test : aCases) {
+        SCOPED_TRACE(&test - aCases);
+        EXPECT_EQ(Platform::Sspi().ImpersonateSecurityContext(pUser), SEC_E_OK);
+        for (const auto& [pszCall, nStatus] : test.m_answers) {
+            m_fake.Script(pszCall, {nStatus});
+        }
+        EXPECT_EQ(Step(false, Session(), "x"), test.m_result);
+        EXPECT_EQ(m_fake.IsImpersonating(), test.m_bActing);
+    }
+    Platform::Tokens().RevertToSelf();
+    for (const std::string& acquired : m_fake.Log("AcquireCredentialsHandleW")) {
+        EXPECT_EQ(acquired.find("impersonating"), std::string::npos);
+    }
+}
+
+TEST_F(HandshakeTest, ADirectorysWordMayBeRequired) {
+    m_pHandler->InitHandler(Parameters(Chain({{u"SSPI_REQUIRE_LOGON_INFO", SSO_PARAMETER_BOOL, u"1"}})));
+    const std::string ofDirectory = m_fake.m_userSid;
+    const std::string ofUnix = FakePlatform::MakeSid({0, 0, 0, 0, 0, 22}, {1, 7});
+    const std::tuple<SECURITY_STATUS, std::string, const char*> kCases[] = {
+        {SEC_E_OK, ofDirectory, "1=from server"},
+        {SEC_E_OK, ofUnix, "3/61215=from server"},
+        {SEC_E_UNSUPPORTED_FUNCTION, ofUnix, "1=from server"},  // where users come from directories only
+        {SEC_E_NO_IMPERSONATION, ofDirectory, "3/61215=from server"},
+        {SEC_E_INSUFFICIENT_MEMORY, ofDirectory, "106/42502=from server"},
+    };
+    for (const auto& [nStatus, sid, pszResult] : kCases) {
+        m_fake.Script("OpenContextToken", {nStatus});
+        m_fake.m_userSid = sid;
+        const SSOSessionPtr pSession = Session();
+        EXPECT_EQ(Step(false, pSession, "x"), pszResult);
+        EXPECT_EQ(Step(false, pSession, "") == "2", std::string(pszResult).starts_with("1="))
+            << "nobody who is refused is let in later";
+    }
 }
 
 TEST_F(HandshakeTest, SidsAsText) {

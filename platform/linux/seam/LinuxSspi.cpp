@@ -290,7 +290,7 @@ std::shared_ptr<const TokenIdentity> LinuxSspi::IdentityOf(SecurityContext& io_l
     const bool bInTicket = i_eNeed == Need::Sids && pIdentity->m_pacLogonInfo;
     if (!bInTicket && !pIdentity->m_account) {
         SECURITY_STATUS nStatus = SEC_E_INTERNAL_ERROR;
-        auto account = LocalAccount(TakeContext().get(), io_logon.m_client.get(), nStatus);
+        auto account = LocalAccount(TakeContext().get(), io_logon.m_client.get(), io_logon.m_accountName, nStatus);
         if (!account && i_eNeed == Need::Sids) {
             Fail(nStatus, "the ticket brings no logon information, and " + std::string(FailureText(nStatus)));
         } else if (!account) {

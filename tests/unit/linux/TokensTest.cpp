@@ -106,6 +106,11 @@ TEST(Tokens, HandlesAreChecked) {
     const HANDLE hBeside = static_cast<char*>(hToken) + 1;
     EXPECT_EQ(FindToken(hBeside), nullptr);
     EXPECT_NE(tokens.CloseHandle(hToken), FALSE);
+    const HANDLE hRoot =
+        OpenToken(std::make_shared<TokenIdentity>(TokenIdentity{{}, UnixAccount{0, 0, {0}}, false, {}}));
+    EXPECT_EQ(tokens.ImpersonateLoggedOnUser(hRoot), FALSE) << "not the service's own";
+    EXPECT_EQ(kernel.GetLastError(), ERROR_ACCESS_DENIED);
+    EXPECT_NE(tokens.CloseHandle(hRoot), FALSE);
     for (const HANDLE hWrong :
          {hToken, hBeside, HANDLE{nullptr}, static_cast<HANDLE>(&hToken), kernel.GetCurrentProcess()}) {
         EXPECT_EQ(tokens.CloseHandle(hWrong), FALSE);
