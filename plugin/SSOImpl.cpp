@@ -29,11 +29,21 @@ uint32_t SSOImpl::Run(Operation i_operation) {
     try {
         return i_operation();
     } catch (const SSOException& exception) {
-        if (m_pErrorManager) {
-            m_pErrorManager->SetThreadError(exception);
-        }
-        return exception.GetCode();
+        return Record(exception);
+    } catch (const std::bad_alloc&) {
+        return Record(SSOException::OutOfMemory());
     }
+}
+
+uint32_t SSOImpl::Record(const SSOException& i_exception) noexcept {
+    if (m_pErrorManager) {
+        m_pErrorManager->SetThreadError(i_exception);
+    }
+    return i_exception.GetCode();
+}
+
+uint32_t SSOImpl::MemoryRanOut() {
+    return Run([]() -> uint32_t { throw std::bad_alloc(); });
 }
 
 template <class Operation>

@@ -14,8 +14,8 @@ namespace morwen {
 
 using Harrowlib201::JTCHandleT;
 
-// Operations return a result code and leave an error record for the calling thread; what is no SSOException passes
-// through to the export. Start and end exclude every other operation, which run side by side.
+// Operations return a result code and leave an error record for the calling thread, of want of memory too; any other
+// exception passes through to the export. Start and end exclude every other operation, which run side by side.
 class SSOImpl : public Harrowlib201::CRefCount {
 public:
     // The one object, made on the first call; empty when there is no memory for it.
@@ -48,6 +48,9 @@ public:
     uint32_t AcquireCurrentSecurityContext(const SWCharString& i_ssType, const ParasSeq* i_pParameters,
                                            SSOChar** o_ppSessionID);
 
+    // What an operation returns when there is no memory for its arguments.
+    uint32_t MemoryRanOut();
+
     uint32_t GetError(uint32_t i_ErrorCode, SSOError** o_ppError);
     uint32_t GetErrorMessage(uint32_t i_nMessageId, SSOChar** o_ppMessage);
     void FreeError(SSOError* i_pError) noexcept;
@@ -62,12 +65,13 @@ private:
     ~SSOImpl() override;
 
     // The frame of every operation: the core lock for reading, the check that the core is initialised, and the turning
-    // of an SSOException into the thread's error record and its code.
+    // of an SSOException, or of want of memory, into the thread's error record and its code.
     template <class Operation>
     uint32_t Run(Operation i_operation);
     // The same for an operation on cached contexts.
     template <class Operation>
     uint32_t RunOnContexts(Operation i_operation);
+    uint32_t Record(const SSOException& i_exception) noexcept;
 
     void StartThreadLibrary();
     void CreateComponents();

@@ -43,9 +43,10 @@ bool RevertToProcess(const RevertTexts& i_texts) noexcept {
     return bReverted;
 }
 
-bool ActingAsUser::Begin() noexcept {
-    m_bActing = Platform::Sspi().ImpersonateSecurityContext(m_pContext) == SEC_E_OK;
-    return m_bActing;
+SECURITY_STATUS ActingAsUser::Begin() noexcept {
+    const SECURITY_STATUS nStatus = Platform::Sspi().ImpersonateSecurityContext(m_pContext);
+    m_bActing = nStatus == SEC_E_OK;
+    return nStatus;
 }
 
 bool ActingAsUser::End() noexcept {

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "errors/SSOException.h"
+#include "handlers/SystemFailure.h"
 #include "handlers/kerberos/ActingAsUser.h"
 #include "handlers/kerberos/Renegotiation.h"
 #include "harrow/log/STrace.h"
@@ -94,10 +95,12 @@ SSPIStaticToken::~SSPIStaticToken() {
 void SSPIStaticToken::Impersonate() {
     const CSmartWriteLocker locker(m_lock);
     // Beyond the count's range the token could be removed while it is impersonated.
-    if (m_nImpersonationCount == std::numeric_limits<uint16_t>::max() ||
-        Platform::Sspi().ImpersonateSecurityContext(&m_handle) != SEC_E_OK) {
+    const bool bCounts = m_nImpersonationCount != std::numeric_limits<uint16_t>::max();
+    const SECURITY_STATUS nStatus =
+        bCounts ? Platform::Sspi().ImpersonateSecurityContext(&m_handle) : SEC_E_NO_IMPERSONATION;
+    if (nStatus != SEC_E_OK) {
         S_TRACE("ssoplugin: SSPIStaticToken::Impersonate() -- Could not impersonate.");
-        throw SSOException(SSO_ERROR, kMsgImpersonation);
+        ThrowSystemFailure(nStatus, kMsgImpersonation);
     }
     ++m_nImpersonationCount;
 }

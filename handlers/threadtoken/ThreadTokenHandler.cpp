@@ -4,6 +4,7 @@
 
 #include "errors/SSOException.h"
 #include "handlers/SystemErrorText.h"
+#include "handlers/SystemFailure.h"
 #include "handlers/threadtoken/ThreadTokenSession.h"
 #include "harrow/log/STrace.h"
 #include "platform/Platform.h"
@@ -65,15 +66,19 @@ uint32_t ThreadTokenHandler::AcquireCurrentContext(const SSOSessionPtr& i_pSessi
     KernelCalls& kernel = Platform::Kernel();
     HANDLE hToken = nullptr;
     if (!tokens.OpenThreadToken(kernel.GetCurrentThread(), kAccess, TRUE, &hToken)) {
+        const DWORD nThreadError = kernel.GetLastError();
         S_TRACE(
             "ssoplugin: ThreadTokenHandler::AcquireCurrentContext() -- OpenThreadToken() failed.  Trying process "
             "token.");
         if (!tokens.OpenProcessToken(kernel.GetCurrentProcess(), kAccess, &hToken)) {
+            const DWORD nProcessError = kernel.GetLastError();
             S_TRACE(
                 "ssoplugin: ThreadTokenHandler::AcquireCurrentSecurityContext() -- Could not get token for thread nor "
                 "process: %1",
                 GetLastErrorText());
-            throw SSOException(SSO_ERROR, kMsgContextUnusable);
+            // A thread that acts as a user is refused the process's token, whatever its own could not be opened for.
+            ThrowSystemFailure(nThreadError == ERROR_NOT_ENOUGH_MEMORY ? nThreadError : nProcessError,
+                               kMsgContextUnusable);
         }
     }
     pSession->SetToken(hToken);

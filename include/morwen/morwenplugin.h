@@ -198,7 +198,8 @@ SSO_API uint32_t SSOGetError(uint32_t i_nErrorCode, SSOError** o_ppError);
 SSO_API uint32_t SSOFreeError(SSOError* i_pError);
 
 /* The text of a message, with "%1" to "%3" where the record's substitutions belong. Out: goes back through
- * SSOFreeString. SSO_ERROR and null for an unknown identifier. */
+ * SSOFreeString. SSO_ERROR and null for an unknown identifier, and when memory is short; no record, so that the one
+ * that is being explained stays. */
 SSO_API uint32_t SSOGetMessageContent(uint32_t i_nMessageId, SSOChar** o_ppszMessage);
 
 /* Not offered: always returns SSO_ERROR and does nothing. */

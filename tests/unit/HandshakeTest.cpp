@@ -88,7 +88,7 @@ TEST_F(HandshakeTest, EveryStatusOfEachSide) {
         {SEC_I_COMPLETE_AND_CONTINUE, "100/42254", failure, "0", ""},
         {SEC_E_LOGON_DENIED, "3/50054", "Context() -- Logon denied.", "3/61215", "AcceptContext() -- Logon denied."},
         {SEC_E_WRONG_PRINCIPAL, "100/61214", "Mutual authentication failed.", "100/42254", ""},
-        {SEC_E_INSUFFICIENT_MEMORY, "100/42254", failure, "106/42502", "AcceptContext() -- Out of memory!"},
+        {SEC_E_INSUFFICIENT_MEMORY, "106/42502", failure, "106/42502", "AcceptContext() -- Out of memory!"},
         {SECURITY_STATUS{0x00090320}, "100/42254", failure, "100/42254", ""},
     };
     for (const auto& test : aCases) {

@@ -1,7 +1,10 @@
 #include "platform/linux/logon/LocalName.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
+
+#include "platform/linux/krb5/SspiFailure.h"
 
 namespace morwen {
 
@@ -30,7 +33,8 @@ krb5_error_code LocalName(krb5_context i_context, krb5_const_principal i_princip
         nCode = krb5_aname_to_localname(i_context, i_principal, static_cast<int>(nSize), o_name.data());
     }
     o_name.resize(std::strlen(o_name.c_str()));
-    return nCode;
+    // Without memory for its rules libkrb5 takes the name as it stands, which may be another user's.
+    return HasMemoryRunOut() ? ENOMEM : nCode;
 }
 
 }  // namespace morwen
