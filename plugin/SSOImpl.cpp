@@ -225,6 +225,7 @@ uint32_t SSOImpl::InitSSOProvider(const SWCharString& i_ssType, const ParasSeq* 
 
 uint32_t SSOImpl::GetRequiredParameters(const SWCharString& i_ssType, ParasSeq** o_ppParameters) {
     return Run([&] {
+        Parameters().ToParasSeq(o_ppParameters);  // nothing, should what follows fail
         const SSOHandlerFactoryPtr pHandlerFactory = SSOHandlerFactory::instance();
         S_ASSERT(pHandlerFactory);
         if (!pHandlerFactory) {

@@ -38,7 +38,7 @@ public:
             static_cast<void>(End());  // the destructor does not run when the constructor throws
             S_TRACE("ssoplugin: KerberosSSPIHandler::GetLogonInformation() -- OpenContextToken() failed: %1",
                     GetErrorText(nStatus));
-            ThrowSystemFailure(nStatus, kMsgGeneral);
+            ThrowSystemFailure(nStatus, kMsgImpersonation);
         }
         S_ASSERT_TEXT(m_hUser != nullptr, "hUser");
     }

@@ -91,6 +91,17 @@ def kdc():
         expect("", *BOB)
 
 
+def configuration():
+    good = pathlib.Path("krb5.conf").read_bytes()
+    example.library.SSOTermPackage()  # which forgets that Kerberos could be used
+    example.library.SSOInitPackage()
+    for content, words in ((b"[libdefaults\n", f"{UNTAKEN}: The security package Kerberos/SSPI"), (good, "")):
+        put("krb5.conf", content)
+        time.sleep(1.1)  # it is looked at once a second
+        assert (example.library.SSOInitProvider(example.wide("SSPI"), None) == 100) == bool(words)
+        expect(words)
+
+
 def clock():
     for ahead in ("+11h", "-2h"):
         put("time", ahead.encode())
@@ -190,7 +201,7 @@ def run(name):
 
 
 if len(sys.argv) == 2:
-    cases = ("kdc", "end", "clock", "fork", "keytab", "tickets", "full_disk", "descriptors")
+    cases = ("kdc", "end", "configuration", "clock", "fork", "keytab", "tickets", "full_disk", "descriptors")
     with concurrent.futures.ThreadPoolExecutor(3) as pool:
         sys.exit("\n".join(filter(None, pool.map(run, cases))) or 0)
 found = importlib.util.spec_from_file_location("example", sys.argv[1])

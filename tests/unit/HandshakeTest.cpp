@@ -148,7 +148,7 @@ TEST_F(HandshakeTest, LogonInformationOnEveryWay) {
     } aCases[] = {
         {{}, "1", "GetLogonInformation() -- User's SID is S-1-5-18", "0001"},
         {{ask}, "1", "GetLogonInformation() -- Group's SID is S-1-5-32", "1101"},
-        {{{"OpenContextToken", 5}}, "100/42254", "OpenContextToken() failed: Error 5: The fake failed.", "0000"},
+        {{{"OpenContextToken", 5}}, "100/61212", "OpenContextToken() failed: Error 5: The fake failed.", "0000"},
         {{ask, {"ImpersonateSecurityContext", kNo}}, "100/61212", "Could not impersonate.", "1000"},
         {{ask, noThread}, "100/42254", "OpenThreadToken() failed: Error 5: The fake failed.", "1100"},
         {{ask, noInformation}, "100/42254", "GetTokenInformation failed (first try).", "1101"},

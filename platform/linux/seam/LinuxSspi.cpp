@@ -123,6 +123,7 @@ SECURITY_STATUS LinuxSspi::QuerySecurityPackageInfoW(SEC_WCHAR* i_pszPackage, PS
     return Guarded("QuerySecurityPackageInfoW", [&] {
         RequireOutput(o_ppInfo);
         CheckPackage(i_pszPackage);
+        static_cast<void>(TakeContext());  // there is no package without a library that starts
         void* const pvBlock = std::malloc(sizeof(PackageInfo));
         if (pvBlock == nullptr) {
             throw std::bad_alloc();
@@ -199,8 +200,9 @@ SECURITY_STATUS LinuxSspi::AcceptSecurityContext(PCredHandle i_pCredential, PCtx
             Fail(SEC_E_NO_CREDENTIALS, "the credentials are for initiating logons only");
         }
         if (i_pContext != nullptr) {
-            static_cast<void>(Context(i_pContext));
-            Fail(SEC_E_INVALID_TOKEN, "the logon is complete and expects no further token");
+            Fail(SEC_E_INVALID_TOKEN, Context(i_pContext)->m_bAccepted
+                                          ? "the logon is complete and expects no further token"
+                                          : "the context is of a logon that this process has begun as the client");
         }
         return AcceptLogon(*pCredential, i_pInput, o_pNewContext, io_pOutput, o_pnAttributes, o_ptsExpiry);
     });

@@ -10,6 +10,7 @@
 #include "platform/linux/krb5/SspiFailure.h"
 #include "platform/linux/logon/Delegation.h"
 #include "platform/linux/wire/CredMessage.h"
+#include "platform/linux/wire/GssChecksum.h"
 
 // libkrb5 exports it, but its header does not declare it.
 extern "C" krb5_error_code encode_krb5_ticket(const krb5_ticket* i_pTicket, krb5_data** o_ppData);
@@ -133,6 +134,32 @@ TEST_F(Delegation, DescribesEachTicketOrIsRefused) {
             EXPECT_EQ(KeptOf(changed, "alice@HERE"), "failed") << int{field[0]} << " " << nTag;
         }
     }
+}
+
+TEST(GssChecksum, IsReadToItsLastByte) {
+    const std::vector<uint8_t> delegation = {1, 2, 3};
+    const std::vector<uint8_t> good = MakeGssChecksum({kGssMutual | kGssDelegate, delegation});
+    std::vector<uint8_t> extended = good;
+    extended.push_back(9);
+    for (const auto& bytes : {good, extended}) {
+        const auto checksum = ReadGssChecksum(bytes);
+        ASSERT_TRUE(checksum && checksum->m_nFlags == 3);
+        EXPECT_TRUE(std::equal(delegation.begin(), delegation.end(), checksum->m_delegation.begin()));
+        EXPECT_EQ(checksum->m_delegation.size(), delegation.size());
+    }
+    // Which byte is changed, and whether the flags can be read all the same.
+    for (const auto& [nAt, bFlags] :
+         {std::pair<size_t, bool>{0, false}, {3, false}, {24, true}, {25, true}, {26, true}}) {
+        std::vector<uint8_t> changed = good;
+        ++changed[nAt];
+        EXPECT_FALSE(ReadGssChecksum(changed)) << nAt;
+        EXPECT_EQ(ReadGssFlags(changed).has_value(), bFlags) << nAt;
+    }
+    for (size_t nLength = 0; nLength < good.size(); ++nLength) {
+        EXPECT_FALSE(ReadGssChecksum(std::span(good).first(nLength))) << nLength;
+        EXPECT_EQ(ReadGssFlags(std::span(good).first(nLength)).has_value(), nLength >= 24) << nLength;
+    }
+    EXPECT_TRUE(ReadGssChecksum(MakeGssChecksum({kGssMutual, {}}))->m_delegation.empty());
 }
 
 }  // namespace
