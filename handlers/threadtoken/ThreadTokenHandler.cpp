@@ -1,5 +1,6 @@
 #include "handlers/threadtoken/ThreadTokenHandler.h"
 
+#include <cstdint>
 #include <new>
 
 #include "errors/SSOException.h"
@@ -15,7 +16,8 @@ using namespace Harrowlib201;
 
 namespace {
 constexpr STimeSpan kOneDay(86400000);
-}
+constexpr STimeSpan kEndsAtOnce(-1000);
+}  // namespace
 
 ThreadTokenHandler::ThreadTokenHandler() {
     const CSmartWriteLocker locker(m_lock);
@@ -33,8 +35,10 @@ void ThreadTokenHandler::InitHandler(const Parameters& i_globalParameters) {
     }
     if (bPresent) {
         const CSmartWriteLocker locker(m_lock);
-        // Unsigned, so that a huge value wraps as it does for the other handler.
-        m_cacheExpiry = STimeSpan(static_cast<int64_t>(static_cast<uint64_t>(nSeconds) * 1000U));
+        // Multiplied as it stands, a huge value could come out as 0, which is for ever.
+        constexpr int64_t kTooLarge = INT64_MAX / 1000;
+        const bool bFits = nSeconds < kTooLarge && nSeconds > -kTooLarge;
+        m_cacheExpiry = bFits ? STimeSpan(nSeconds * 1000) : kEndsAtOnce;
         S_TRACE("ssoplugin: ThreadTokenHandler::InitHandler() -- Setting cache timeout to %1", nSeconds);
     }
 }

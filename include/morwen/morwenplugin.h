@@ -191,7 +191,8 @@ SSO_API uint32_t SSOFreeParameters(ParasSeq* i_pParameters);
 SSO_API uint32_t SSOLookupSecurityContext(const SSOChar* i_pszContextKey);
 
 /* The calling thread's newest error record, once. SSO_ERROR and null if there is none. Out: goes back through
- * SSOFreeError. The code is the one that the failed function returned. */
+ * SSOFreeError. The code is the one that the failed function returned; a record with another code belongs to an earlier
+ * failure, whose record nobody has taken. */
 SSO_API uint32_t SSOGetError(uint32_t i_nErrorCode, SSOError** o_ppError);
 
 /* Gives a record back. Null does nothing. */

@@ -64,10 +64,17 @@ TEST_F(ThreadTokenTest, OnlyTheSettingsEndIt) {
     const TestClock clock(5000000);
     EXPECT_EQ(Acquire(pSession), "");
     const StaticTokenPtr pToken = pSession->GetStaticToken();
-    const std::pair<Chain::Element, int64_t> aCases[] = {{{u"OTHER", 2, u"1"}, 86400000},
-                                                         {{u"SSPI_CTXT_CACHE_EXPIRY", 2, u"60"}, 60000},
-                                                         {{u"SSPI_CTXT_CACHE_EXPIRY", 1, u"9"}, 60000},
-                                                         {{u"SSPI_CTXT_CACHE_EXPIRY", 2, u"0"}, int64_t{1} << 50}};
+    constexpr const char16_t* kExpiry = u"SSPI_CTXT_CACHE_EXPIRY";
+    constexpr int64_t kLong = int64_t{1} << 50;
+    const std::pair<Chain::Element, int64_t> aCases[] = {
+        {{u"OTHER", 2, u"1"}, 86400000},
+        {{kExpiry, 2, u"60"}, 60000},
+        {{kExpiry, 1, u"9"}, 60000},
+        {{kExpiry, 2, u"0"}, kLong},
+        {{kExpiry, 2, u"9223372036854774"}, kLong},
+        {{kExpiry, 2, u"9223372036854775"}, -1000},
+        {{kExpiry, 2, u"2305843009213693952"}, -1000},    // 2^61, times 1000 a multiple of 2^64
+        {{kExpiry, 2, u"-2305843009213693952"}, -1000}};  // the same below zero
     for (const auto& [setting, nLast] : aCases) {
         EXPECT_EQ(Thrown([&setting = setting] { return Handler()->InitHandler(Parameters(Chain({setting}))), 0; }),
                   setting.m_nType == 1 ? "100/42038/SSPI_CTXT_CACHE_EXPIRY" : "");
