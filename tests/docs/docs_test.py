@@ -58,6 +58,19 @@ def document(path):
 
 for found in sorted([*SOURCES.glob("*.md"), *SOURCES.glob("docs/*.md"), *SOURCES.glob("tests/*.md")]):
     document(found)
+
+
+def listed(what, pattern, sources, *documents):
+    """Each of what the sources define must be named by each document."""
+    found = {name for source in sources for name in re.findall(pattern, source.read_text())}
+    count[what] = len(found)
+    faults.extend(f"{document} does not name {name}" for document in documents for name in sorted(found)
+                  if not re.search(rf"\b{name}\b", (SOURCES / document).read_text()))
+
+
+listed("messages", r"kMsg\w+ = (\d+)", [SOURCES / "errors/SSOException.h"], "docs/messages.md")
+listed("settings", r'u"((?:SI|SSPI|CONTEXT)_(?!USER)[A-Z_]+)"', [*SOURCES.glob("handlers/**/*.cpp"), *SOURCES.glob("plugin/*.cpp")],
+       "include/morwen/morwenplugin.h", "docs/host-guide.md")
 print(count)
 assert not faults, "\n".join(faults)
-assert all(count.get(kind) for kind in ("c", "cpp", "sh run", "sh trial", "ini", "files")), count
+assert all(count.get(kind) for kind in ("c", "cpp", "sh run", "sh trial", "ini", "files", "messages", "settings")), count

@@ -212,6 +212,40 @@ protected:
     bool m_bHit = false;
 };
 
+TEST_F(Faults, AreReportedWithoutMemory) {
+    static constexpr const char* kTexts[] = {
+        "ssoplugin: SSOImpl::Initialize() -- Out of memory intializing components!",
+        "ssoplugin: SSOImpl::Initialize() -- Out of memory initializing JTC!",
+        "ssoplugin: ErrorManager::SetThreadError() -- NULL error struct!",
+    };
+    static bool s_aSaid[std::size(kTexts)];
+    const auto sink = [](uint32_t, const char*, int, const char* i_pszMessage, void*) {
+        for (size_t i = 0; i < std::size(kTexts); ++i) {
+            s_aSaid[i] |= std::string_view(kTexts[i]) == i_pszMessage;
+        }
+    };
+    HarrowLogSetSink(sink, nullptr, HARROW_LOG_TRACE | HARROW_LOG_ASSERTION);
+    EXPECT_EQ(SSOInitPackage(), SSO_OK);
+    bool bHit = true;
+    for (long n = 1; bHit; ++n) {
+        const AllocationFault once = {n, true, false, false, false};
+        t_fault = once;
+        EXPECT_EQ(SSOContinueLogin(nullptr, nullptr, 0, nullptr, nullptr), SSO_ERROR);  // at worst without a record
+        bHit = t_fault.m_bHit;
+        t_fault = {};
+        EXPECT_EQ(SSOTermPackage(), SSO_OK);
+        t_fault = once;
+        const uint32_t nCode = SSOInitPackage();
+        t_fault = {};
+        EXPECT_TRUE(nCode == SSO_OK || SSOInitPackage() == SSO_OK) << n;
+    }
+    EXPECT_EQ(SSOTermPackage(), SSO_OK);
+    HarrowLogSetSink([](auto...) {}, nullptr, HARROW_LOG_TRACE | HARROW_LOG_ASSERTION);
+    for (size_t i = 0; i < std::size(kTexts); ++i) {
+        EXPECT_TRUE(s_aSaid[i]) << kTexts[i];
+    }
+}
+
 TEST_P(Faults, EveryAllocation) {
     const char* const pszAll = getenv("MORWEN_FAULTS");
     const long nStride = pszAll != nullptr && pszAll == std::string_view("all") ? 1 : GetParam().m_nStride;

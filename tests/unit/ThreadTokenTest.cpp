@@ -33,6 +33,23 @@ TEST_F(ThreadTokenTest, TheThreadsTokenOrTheProcesss) {
                               "AcquireCurrentContext() -- Wrong type of SSOSessionPtr passed in.", "i_pSession"}));
 }
 
+TEST_F(ThreadTokenTest, OffersNoHandshake) {
+    Parameters none;
+    uint8_t* pv = nullptr;
+    uint64_t n = 0;
+    SSOHandler& handler = *Handler();
+    const std::string thrown[] = {
+        Thrown([&] { return handler.InitializeContext(nullptr, nullptr, pv, 0, &pv, &n); }),
+        Thrown([&] { return handler.AcceptContext(nullptr, nullptr, pv, 0, &pv, &n, false, none); }),
+        Thrown([&] { return handler.CreateCredentials({}, {}, 0); }),
+        Thrown([&] { return handler.AllocateBuffer(1); }),
+        Thrown([&] { return handler.FreeBuffer(nullptr), 0; }),
+        Thrown([&] { return Handler(u"SSPI")->AcquireCurrentContext(nullptr, none); })};
+    for (const std::string& text : thrown) {
+        EXPECT_EQ(text, "101/42254") << &text - thrown;
+    }
+}
+
 TEST_F(ThreadTokenTest, AHandleIsClosedOnceAndImpersonationsAreCounted) {
     SSOSessionPtr pSession = Handler()->CreateSession(nullptr);
     EXPECT_EQ(Acquire(pSession) + Acquire(pSession), "");
@@ -44,6 +61,7 @@ TEST_F(ThreadTokenTest, AHandleIsClosedOnceAndImpersonationsAreCounted) {
     EXPECT_EQ(Switch(pToken, "i"), " 1 acts");
     EXPECT_EQ(Switch(pToken, "r", {{"RevertToSelf", {5}}}), "100/61212 1 acts");
     EXPECT_EQ(Switch(pToken, "rr"), " 0 0");
+    EXPECT_EQ(SwitchOftenest(pToken), "100/61212 65535 acts");
     EXPECT_EQ(m_fake.Log("CloseHandle").size(), 1U);
     m_fake.Script("CloseHandle", {6});
     pToken = nullptr;
