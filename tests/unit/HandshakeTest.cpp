@@ -1,4 +1,6 @@
 // The steps of a Kerberos login, and who logged on.
+#include <set>
+
 #include "fakes/PlatformTest.h"
 #include "handlers/kerberos/KerberosSSPIHandler.h"
 #include "handlers/kerberos/LogonInformation.h"
@@ -173,6 +175,17 @@ TEST_F(HandshakeTest, Buffers) {
         EXPECT_TRUE(std::all_of(pBuffer, pBuffer + nSize, [](uint8_t nByte) { return nByte == 0; }));
         std::fill_n(pBuffer, nSize, uint8_t{0xAA});
         m_pHandler->FreeBuffer(pBuffer);
+    }
+    // A block that came back is lent again, for its own size and to one borrower.
+    uint8_t* const pFirst = m_pHandler->AllocateBuffer(nSize);
+    uint8_t* const pLarger = m_pHandler->AllocateBuffer(nSize + 1);
+    m_pHandler->FreeBuffer(pFirst);
+    uint8_t* const aBlocks[] = {m_pHandler->AllocateBuffer(nSize + 1), m_pHandler->AllocateBuffer(nSize),
+                                m_pHandler->AllocateBuffer(nSize), pLarger};
+    EXPECT_EQ(std::set<uint8_t*>(std::begin(aBlocks), std::end(aBlocks)).size(), std::size(aBlocks));
+    EXPECT_EQ(aBlocks[1], pFirst);
+    for (uint8_t* const pBlock : aBlocks) {
+        m_pHandler->FreeBuffer(pBlock);
     }
     EXPECT_EQ(Thrown([&] { return m_pHandler->AllocateBuffer(UINT64_MAX / 4); }), "106/42502");
     m_pHandler = MakeCounted<PoorHandler>();
