@@ -36,38 +36,37 @@ TEST_F(LastResort, OfEachExport) {
     ParasSeq* pChain = nullptr;
     SSOError* pError = nullptr;
     const SSOChar* const k = Host(u"1");
-    const std::pair<const char*, std::function<uint32_t()>> aCases[] = {
-        {"InitializePlugin() -- Unexpected exception!", [] { return SSOInitPackage(); }},
-        {"UnInitializePlugin() -- Unexpected Exception!", [] { return SSOTermPackage(); }},
-        {"ssoplugin: InitSSOProvider() -- Unexpected Exception!", [&] { return SSOInitProvider(k, nullptr); }},
-        {"ssoplugin: InitSSOProvider() -- Unexpected Exception!", [&] { return SSOGetRequiredParameters(k, &pChain); }},
-        {"ssoplugin: StartLogin() -- Unexpected exception!",
-         [&] { return SSOStartLogin(k, k, k, nullptr, &psz, &pv, &n); }},
-        {"ssoplugin: ContinueLogin() -- Unexpected exception!", [&] { return SSOContinueLogin(k, k, 1, &pv, &n); }},
-        {"ssoplugin: AcceptLogin() -- Unexpected exception!",
-         [&] { return SSOAcceptLogin(k, k, k, 1, &pv, &n, &pChain, &psz); }},
-        {"ssoplugin: Impersonate() -- Unexpected Exception!", [&] { return SSOImpersonate(k); }},
-        {"ssoplugin: Revert() -- Unexpected Exception!", [&] { return SSORevert(k); }},
-        {"ssoplugin: AssociateSecurityContext() -- Unexpected Exception!",
-         [&] { return SSOAssociateSecurityContext(k, k); }},
-        {"ssoplugin: LookupSecurityContext() -- Unexpected Exception!", [&] { return SSOLookupSecurityContext(k); }},
-        {"ssoplugin: AcquireCurrentSecurityContext() -- Unexpected Exception!",
-         [&] { return SSOAcquireCurrentSecurityContext(k, nullptr, &psz); }},
-        {"ssoplugin: ReleaseSecurityContext() -- Unexpected Exception!", [&] { return SSOReleaseSecurityContext(k); }},
-        {"ssoplugin: ReleaseAllSecurityContexts() -- Unexpected Exception!",
-         [] { return SSOReleaseAllSecurityContexts(); }},
-        {"ssoplugin: SSOFreeBuffer() -- Unexpected exception!", [] { return SSOFreeBuffer(nullptr); }},
-        {"ssoplugin: SSOFreeParameters() -- Unknown Exception!", [] { return SSOFreeParameters(nullptr); }},
-        {"ssoplugin: SSOGetError() -- Unknown Exception!", [&] { return SSOGetError(100, &pError); }},
-        {"ssoplugin: SSOFreeError() -- Unknown Exception!", [] { return SSOFreeError(nullptr); }},
-        {"ssoplugin: SSOGetMessageContent() -- Unknown Exception!", [&] { return SSOGetMessageContent(42254, &psz); }},
+    using Calls = std::initializer_list<std::pair<const char*, std::function<uint32_t()>>>;
+    const auto check = [this](const std::string& i_before, const std::string& i_behind, const Calls& i_calls) {
+        for (const auto& [pszName, call] : i_calls) {
+            t_bThrow = true;
+            EXPECT_EQ(call(), 100U) << pszName;
+            EXPECT_FALSE(t_bThrow);
+            EXPECT_TRUE(m_trace.Said({i_before + pszName + "() -- " + i_behind}));
+        }
     };
-    for (const auto& [pszText, call] : aCases) {
-        t_bThrow = true;
-        EXPECT_EQ(call(), 100U) << pszText;
-        EXPECT_FALSE(t_bThrow);
-        EXPECT_TRUE(m_trace.Said({pszText}));
-    }
+    check("", "Unexpected exception!", {{"InitializePlugin", [&] { return SSOInitPackage(); }}});
+    check("", "Unexpected Exception!", {{"UnInitializePlugin", [&] { return SSOTermPackage(); }}});
+    check("ssoplugin: ", "Unexpected Exception!",
+          {{"InitSSOProvider", [&] { return SSOInitProvider(k, nullptr); }},
+           {"InitSSOProvider", [&] { return SSOGetRequiredParameters(k, &pChain); }},
+           {"Impersonate", [&] { return SSOImpersonate(k); }},
+           {"Revert", [&] { return SSORevert(k); }},
+           {"AssociateSecurityContext", [&] { return SSOAssociateSecurityContext(k, k); }},
+           {"LookupSecurityContext", [&] { return SSOLookupSecurityContext(k); }},
+           {"AcquireCurrentSecurityContext", [&] { return SSOAcquireCurrentSecurityContext(k, nullptr, &psz); }},
+           {"ReleaseSecurityContext", [&] { return SSOReleaseSecurityContext(k); }},
+           {"ReleaseAllSecurityContexts", [&] { return SSOReleaseAllSecurityContexts(); }}});
+    check("ssoplugin: ", "Unexpected exception!",
+          {{"StartLogin", [&] { return SSOStartLogin(k, k, k, nullptr, &psz, &pv, &n); }},
+           {"ContinueLogin", [&] { return SSOContinueLogin(k, k, 1, &pv, &n); }},
+           {"AcceptLogin", [&] { return SSOAcceptLogin(k, k, k, 1, &pv, &n, &pChain, &psz); }},
+           {"SSOFreeBuffer", [&] { return SSOFreeBuffer(nullptr); }}});
+    check("ssoplugin: ", "Unknown Exception!",
+          {{"SSOFreeParameters", [&] { return SSOFreeParameters(nullptr); }},
+           {"SSOGetError", [&] { return SSOGetError(100, &pError); }},
+           {"SSOFreeError", [&] { return SSOFreeError(nullptr); }},
+           {"SSOGetMessageContent", [&] { return SSOGetMessageContent(42254, &psz); }}});
     EXPECT_TRUE(pv == nullptr && psz == nullptr && pChain == nullptr && pError == nullptr);
 }
 
