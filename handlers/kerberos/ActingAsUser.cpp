@@ -78,13 +78,13 @@ bool EarlierUser::Resume() const noexcept {
     return bResumed;
 }
 
-bool ActingAsUser::Begin() noexcept {
+SECURITY_STATUS ActingAsUser::Begin() noexcept {
     const SECURITY_STATUS nStatus = Platform::Sspi().ImpersonateSecurityContext(m_pContext);
     m_bActing = nStatus == SEC_E_OK;
     if (!m_bActing) {
         NoteReason(nStatus);
     }
-    return m_bActing;
+    return nStatus;
 }
 
 bool ActingAsUser::End() noexcept {

@@ -46,8 +46,8 @@ public:
     ActingAsUser(const ActingAsUser&) = delete;
     ActingAsUser& operator=(const ActingAsUser&) = delete;
 
-    // False when the package does not let the thread.
-    bool Begin() noexcept;
+    // What the package says; SEC_E_OK when the thread acts as the user.
+    SECURITY_STATUS Begin() noexcept;
     // False when the thread could not be made itself again. Does nothing on a thread that is.
     bool End() noexcept;
 

@@ -5,6 +5,7 @@
 
 #include "errors/SSOException.h"
 #include "handlers/SystemErrorText.h"
+#include "handlers/SystemFailure.h"
 #include "handlers/kerberos/KerberosSSPICredentials.h"
 #include "handlers/kerberos/LogonInformation.h"
 #include "handlers/kerberos/SSPISession.h"
@@ -93,8 +94,12 @@ KerberosSSPIHandler::KerberosSSPIHandler() {
     m_requiredLoginParameters.SetParameter(u"SI_SERVER_SSPI_SPN", SWCharString());
     const OsText package(u"Kerberos");
     PSecPkgInfoW pPackageInfo = nullptr;
-    if (Platform::Sspi().QuerySecurityPackageInfoW(package.get(), &pPackageInfo) != SEC_E_OK) {
+    if (const SECURITY_STATUS nStatus = Platform::Sspi().QuerySecurityPackageInfoW(package.get(), &pPackageInfo);
+        nStatus != SEC_E_OK) {
         S_TRACE("ssoplugin: KerberosSSPIHandler::KerberosSSPIHandler() -- QuerySecurityPackageInfo() failed!");
+        if (nStatus == SEC_E_INSUFFICIENT_MEMORY) {
+            throw SSOException(SSOException::OutOfMemory());
+        }
         ThrowNoPackage();
     }
     S_ASSERT(pPackageInfo);
@@ -224,7 +229,7 @@ uint32_t KerberosSSPIHandler::InitializeContext(const SSOCredentialsPtr& i_pCred
             NoteReason(nStatus);
             S_TRACE("ssoplugin: KerberosSSPIHandler::InitializeContext() -- Failure in InitializeSecurityContext(). %1",
                     GetErrorText(nStatus));
-            throw SSOException(SSO_ERROR);
+            ThrowSystemFailure(nStatus, kMsgGeneral);
     }
 }
 

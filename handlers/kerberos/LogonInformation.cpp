@@ -11,6 +11,7 @@
 
 #include "errors/SSOException.h"
 #include "handlers/SystemErrorText.h"
+#include "handlers/SystemFailure.h"
 #include "handlers/kerberos/ActingAsUser.h"
 #include "handlers/kerberos/SSPISession.h"
 #include "harrow/log/STrace.h"
@@ -39,7 +40,7 @@ public:
             static_cast<void>(End());  // the destructor does not run when the constructor throws
             S_TRACE("ssoplugin: KerberosSSPIHandler::GetLogonInformation() -- OpenContextToken() failed: %1",
                     GetErrorText(nStatus));
-            throw SSOException(SSO_ERROR);
+            ThrowSystemFailure(nStatus, kMsgImpersonation);
         }
         S_ASSERT_TEXT(m_hUser != nullptr, "hUser");
     }
@@ -67,9 +68,9 @@ public:
 private:
     void OpenByImpersonating() {
         m_earlier.emplace();
-        if (!m_user.Begin()) {
+        if (const SECURITY_STATUS nStatus = m_user.Begin(); nStatus != SEC_E_OK) {
             S_TRACE("ssoplugin: KerberosSSPIHandler::GetLogonInformation() -- Could not impersonate.");
-            throw SSOException(SSO_ERROR, kMsgImpersonation);
+            ThrowSystemFailure(nStatus, kMsgImpersonation);
         }
         if (Platform::Tokens().OpenThreadToken(Platform::Kernel().GetCurrentThread(), TOKEN_QUERY, TRUE, &m_hUser)) {
             return;
@@ -80,7 +81,10 @@ private:
         const bool bReverted = End();
         S_TRACE("ssoplugin: KerberosSSPIHandler::GetLogonInformation() -- OpenThreadToken() failed: %1",
                 GetErrorText(nError));
-        throw SSOException(SSO_ERROR, bReverted ? kMsgGeneral : kMsgImpersonation);
+        if (!bReverted) {
+            throw SSOException(SSO_ERROR, kMsgImpersonation);
+        }
+        ThrowSystemFailure(nError, kMsgGeneral);
     }
 
     ActingAsUser m_user;
@@ -236,9 +240,9 @@ void GetUserData(HANDLE i_hUserHandle, TOKEN_INFORMATION_CLASS i_eClass, std::un
     DWORD dwRequiredBufferSize = 0;
     if (!Platform::Tokens().GetTokenInformation(i_hUserHandle, i_eClass, pBuffer.get(),
                                                 SSPI_DEFAULT_USER_DATA_BUFFER_SIZE, &dwRequiredBufferSize)) {
-        if (Platform::Kernel().GetLastError() != ERROR_INSUFFICIENT_BUFFER) {
+        if (const DWORD nError = Platform::Kernel().GetLastError(); nError != ERROR_INSUFFICIENT_BUFFER) {
             S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- GetTokenInformation failed (first try).");
-            throw SSOException(SSO_ERROR);
+            ThrowSystemFailure(nError, kMsgGeneral);
         }
         S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- Reallocating buffer.  Size is %1.",
                 uint64_t{dwRequiredBufferSize});
@@ -247,8 +251,9 @@ void GetUserData(HANDLE i_hUserHandle, TOKEN_INFORMATION_CLASS i_eClass, std::un
         pBuffer = allocate(dwRequiredBufferSize);
         if (!Platform::Tokens().GetTokenInformation(i_hUserHandle, i_eClass, pBuffer.get(), dwRequiredBufferSize,
                                                     &dwRequiredBufferSize)) {
+            const DWORD nError = Platform::Kernel().GetLastError();
             S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- GetTokenInformation failed (second try).");
-            throw SSOException(SSO_ERROR);
+            ThrowSystemFailure(nError, kMsgGeneral);
         }
     }
     S_ASSERT(pBuffer);
@@ -262,7 +267,7 @@ void SIDToSString(PSID i_pSid, SWCharString& o_ssText) {
     } catch (const std::bad_alloc&) {
         S_ASSERT_MSG(false, "ssoplugin: KerberosSSPIHandler::SIDToSString() -- Out of memory");
         S_ASSERT_TEXT(false, "pszTextualSid");
-        throw SSOException(SSO_ERROR);
+        throw SSOException(SSOException::OutOfMemory());
     }
     o_ssText = SWCharString(text);
 }

@@ -173,6 +173,9 @@ TEST_F(MixedLogins, ATokenOfAnotherUserTakesNoLoginOver) {
     const LoginResult accepted = AcceptLogin(HalfLogin().m_token);
     const LoginResult bob = HalfLogin({"MORWEN\\bob", "bob-secret"});
     EXPECT_EQ(AcceptLogin(bob.m_token, accepted.m_key).m_verdict, kUnusable);
+    EXPECT_TRUE(m_trace.Said({"the logon is complete and expects no further token"}));
+    EXPECT_EQ(AcceptLogin(bob.m_token, bob.m_key).m_verdict, kUnusable);
+    EXPECT_TRUE(m_trace.Said({"the context is of a logon that this process has begun as the client"}));
     EXPECT_EQ(ContinueLogin(accepted.m_key, bob.m_token).m_verdict, "100/61214");  // no client's login
     EXPECT_EQ(CloseLogin(accepted.m_key).m_userSid, accepted.m_userSid);
 }

@@ -1,4 +1,6 @@
 // The steps of a Kerberos login, and who logged on.
+#include <set>
+
 #include "fakes/PlatformTest.h"
 #include "handlers/kerberos/KerberosSSPIHandler.h"
 #include "handlers/kerberos/LogonInformation.h"
@@ -87,6 +89,7 @@ TEST_F(HandshakeTest, RoundsOfBothSides) {
 
 TEST_F(HandshakeTest, EveryStatusOfEachSide) {
     const std::string failure = "InitializeContext() -- Failure in InitializeSecurityContext(). Error ";
+    const std::string accepting = "AcceptContext() -- Failure in AcceptSecurityContext(). Error ";
     const struct {
         SECURITY_STATUS m_nStatus;
         std::string m_client, m_clientSays, m_server, m_serverSays;
@@ -96,9 +99,9 @@ TEST_F(HandshakeTest, EveryStatusOfEachSide) {
         {SEC_I_COMPLETE_NEEDED, "100/42254", failure + "590611: The fake failed.", "0", ""},
         {SEC_I_COMPLETE_AND_CONTINUE, "100/42254", failure, "0", ""},
         {SEC_E_LOGON_DENIED, "3/50054", "Context() -- Logon denied.", "3/61215", "AcceptContext() -- Logon denied."},
-        {SEC_E_WRONG_PRINCIPAL, "100/61214", "Mutual authentication failed.", "100/42254", ""},
-        {SEC_E_INSUFFICIENT_MEMORY, "100/42254", failure, "106/42502", "AcceptContext() -- Out of memory!"},
-        {SECURITY_STATUS{0x00090320}, "100/42254", failure, "100/42254", ""},
+        {SEC_E_WRONG_PRINCIPAL, "100/61214", "Mutual authentication failed.", "100/42254", accepting},
+        {SEC_E_INSUFFICIENT_MEMORY, "106/42502", failure, "106/42502", "AcceptContext() -- Out of memory!"},
+        {SECURITY_STATUS{0x00090320}, "100/42254", failure, "100/42254", accepting},
     };
     for (const auto& test : aCases) {
         SCOPED_TRACE(test.m_nStatus);
@@ -117,6 +120,58 @@ TEST_F(HandshakeTest, EveryStatusOfEachSide) {
     }
 }
 
+TEST_F(HandshakeTest, WhatIsRefusedBeforeThePackageIsAsked) {
+    const SSOHandlerPtr pOther = SSOHandlerFactory::instance()->GetHandler(u"THREADTOKEN");
+    const SSOSessionPtr pNone = m_pHandler->CreateSession(nullptr), pFirst = Session(), pSecond = Session();
+    const SSOSessionPtr pForeign = pOther->CreateSession(nullptr);
+    const SSOCredentialsPtr pGood = m_pHandler->CreateCredentials({}, {}, SSOHandler::kBoth);
+    EXPECT_EQ(Step(true, pSecond, ""), "1=from client");
+    const auto* const pByte = reinterpret_cast<const uint8_t*>("x");
+    const std::string both = "Wrong type of SSOCredentialsPtr", wrong = "Wrong type of SSOSessionPtr";
+    const struct {
+        bool m_bClient;
+        SSOCredentialsPtr m_pCredentials;
+        SSOSessionPtr m_pSession;
+        const uint8_t* m_pvInput;
+        uint64_t m_nInput;
+        std::string m_thrown, m_says;
+        bool m_bBuffer;  // the caller has one to free
+    } aCases[] = {
+        {true, nullptr, pFirst, nullptr, 0, "100/42254", "InitializeContext() -- " + both + " passed in.", false},
+        {true, pGood, pForeign, nullptr, 0, "100/42254", "InitializeContext() -- " + wrong + " passed in.", false},
+        {true, pGood, nullptr, nullptr, 0, "100/42254", "InitializeContext() -- " + wrong + " passed in.", false},
+        {true, pGood, pNone, nullptr, 0, "100/61214", "InitializeContext() -- Missing SPN!", false},
+        {true, pGood, pSecond, nullptr, 1, "100/42254", "NULL input buffer on second pass. (i_pvBuffer)", true},
+        {true, pGood, pSecond, pByte, 0, "100/42254", "0-length input buffer on second pass. (i_nBufferSize)", true},
+        {true, pGood, pSecond, pByte, uint64_t{1} << 32, "100/42254", "", true},
+        {false, nullptr, pFirst, pByte, 1, "100/42254", "AcceptContext() -- " + both + " passed in.", false},
+        {false, pGood, pForeign, pByte, 1, "100/42254", "AcceptContext() -- " + wrong + " passed in.", false},
+        {false, pGood, pFirst, nullptr, 1, "100/42254", "AcceptContext() -- NULL input buffer. (i_pvBuffer)", false},
+        {false, pGood, pFirst, pByte, 0, "100/42254", "AcceptContext() -- 0-length input buffer.. (i_nBu", false},
+        {false, pGood, pFirst, pByte, uint64_t{1} << 32, "100/42254", "", false},
+    };
+    for (const auto& test : aCases) {
+        SCOPED_TRACE(&test - aCases);
+        uint8_t* pvOutput = nullptr;
+        uint64_t nOutput = 0;
+        EXPECT_EQ(Thrown([&] {
+                      return test.m_bClient
+                                 ? m_pHandler->InitializeContext(test.m_pCredentials, test.m_pSession, test.m_pvInput,
+                                                                 test.m_nInput, &pvOutput, &nOutput)
+                                 : m_pHandler->AcceptContext(test.m_pCredentials, test.m_pSession, test.m_pvInput,
+                                                             test.m_nInput, &pvOutput, &nOutput, false, m_information);
+                  }),
+                  test.m_thrown);
+        EXPECT_TRUE(m_trace.Said({test.m_says}));
+        EXPECT_EQ(pvOutput != nullptr, test.m_bBuffer);
+        m_pHandler->FreeBuffer(pvOutput);
+        EXPECT_EQ(m_trace.Contains("FreeBuffer() -- input buffer is NULL"), !test.m_bBuffer);
+    }
+    EXPECT_EQ(m_fake.Log("InitializeSecurityContextW").size() + m_fake.Log("AcceptSecurityContext").size(), 1U);
+    EXPECT_EQ(Thrown([&] { return GetLogonInformation(pForeign, m_information), 0; }), "100/42254");
+    EXPECT_TRUE(m_trace.Said({"GetLogonInformation() -- " + wrong + " passed in."}));
+}
+
 TEST_F(HandshakeTest, Buffers) {
     // Zeros again, whoever wrote into them: a step that succeeds, one that fails, and somebody who says nothing.
     const uint64_t nSize = m_pHandler->GetMaxTokenSize();
@@ -129,6 +184,17 @@ TEST_F(HandshakeTest, Buffers) {
         EXPECT_TRUE(std::all_of(pBuffer, pBuffer + nSize, [](uint8_t nByte) { return nByte == 0; }));
         std::fill_n(pBuffer, nSize, uint8_t{0xAA});
         m_pHandler->FreeBuffer(pBuffer);
+    }
+    // A block that came back is lent again, for its own size and to one borrower.
+    uint8_t* const pFirst = m_pHandler->AllocateBuffer(nSize);
+    uint8_t* const pLarger = m_pHandler->AllocateBuffer(nSize + 1);
+    m_pHandler->FreeBuffer(pFirst);
+    uint8_t* const aBlocks[] = {m_pHandler->AllocateBuffer(nSize + 1), m_pHandler->AllocateBuffer(nSize),
+                                m_pHandler->AllocateBuffer(nSize), pLarger};
+    EXPECT_EQ(std::set<uint8_t*>(std::begin(aBlocks), std::end(aBlocks)).size(), std::size(aBlocks));
+    EXPECT_EQ(aBlocks[1], pFirst);
+    for (uint8_t* const pBlock : aBlocks) {
+        m_pHandler->FreeBuffer(pBlock);
     }
     EXPECT_EQ(Thrown([&] { return m_pHandler->AllocateBuffer(UINT64_MAX / 4); }), "106/42502");
     m_pHandler = MakeCounted<PoorHandler>();
@@ -158,7 +224,7 @@ TEST_F(HandshakeTest, LogonInformationOnEveryWay) {
     } aCases[] = {
         {{}, "1", "GetLogonInformation() -- User's SID is S-1-5-18", "0001"},
         {{ask}, "1", "GetLogonInformation() -- Group's SID is S-1-5-32", "1101"},
-        {{{"OpenContextToken", 5}}, "100/42254", "OpenContextToken() failed: Error 5: The fake failed.", "0000"},
+        {{{"OpenContextToken", 5}}, "100/61212", "OpenContextToken() failed: Error 5: The fake failed.", "0000"},
         {{ask, {"ImpersonateSecurityContext", kNo}}, "100/61212", "Could not impersonate.", "1000"},
         {{ask, noThread},
          "100/61212",

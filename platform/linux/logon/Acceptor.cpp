@@ -183,9 +183,11 @@ GssChecksum ReadChecksum(const Exchange& i_exchange) {
     if (pChecksum == nullptr || pChecksum->checksum_type != kGssChecksumType) {
         Fail(SEC_E_INVALID_TOKEN, i_exchange.Text("the token lacks the checksum of the mechanism"));
     }
-    const auto checksum = ReadGssChecksum({pChecksum->contents, pChecksum->length});
+    const std::span<const uint8_t> bytes(pChecksum->contents, pChecksum->length);
+    const auto checksum = ReadGssChecksum(bytes);
     if (!checksum) {
-        Fail(SEC_E_INVALID_TOKEN, i_exchange.Text("the token's flags cannot be read"));
+        Fail(SEC_E_INVALID_TOKEN, i_exchange.Text(ReadGssFlags(bytes) ? "the token's delegation field cannot be read"
+                                                                      : "the token's flags cannot be read"));
     }
     return *checksum;
 }

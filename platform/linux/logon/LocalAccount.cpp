@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <ctime>
 #include <functional>
+#include <new>
 #include <set>
 #include <string>
 #include <string_view>
@@ -225,6 +226,8 @@ std::optional<UnixAccount> LocalAccount(krb5_context i_context, krb5_const_princ
     UnixAccount account;
     if (const int nError = FindAccount(name, account); nError == ENOENT) {
         return fail("which does not exist on this machine");
+    } else if (nError == ENOMEM) {
+        throw std::bad_alloc();
     } else if (nError != 0) {
         return fail("which could not be looked up: " + std::generic_category().message(nError));
     }

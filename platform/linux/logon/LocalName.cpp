@@ -4,12 +4,14 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cstring>
 #include <optional>
 #include <string_view>
 #include <vector>
 
 #include "platform/linux/krb5/Krb5Owners.h"
+#include "platform/linux/krb5/SspiFailure.h"
 
 namespace morwen {
 
@@ -119,7 +121,8 @@ krb5_error_code LocalName(krb5_context i_context, krb5_const_principal i_princip
         nCode = krb5_aname_to_localname(i_context, i_principal, static_cast<int>(nSize), o_name.data());
     }
     o_name.resize(std::strlen(o_name.c_str()));
-    return nCode;
+    // Without memory for its rules libkrb5 takes the name as it stands, which may be another user's.
+    return HasMemoryRunOut() ? ENOMEM : nCode;
 }
 
 bool IsMappedExplicitly(krb5_context i_context, krb5_const_principal i_principal) {
