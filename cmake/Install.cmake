@@ -21,6 +21,8 @@ if(TARGET morwen-doctor)
     set_target_properties(morwen-doctor PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
   endif()
   install(TARGETS morwen-doctor RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+  install(FILES ${PROJECT_SOURCE_DIR}/packaging/completion/morwen-doctor
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
 endif()
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/morwen)

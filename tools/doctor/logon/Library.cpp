@@ -8,8 +8,10 @@ Library::Library(bool i_bKeepContexts) {
 }
 
 std::string WordsOf(const host::Error& i_error) {
-    const std::string words = i_error.what();
-    return i_error.MessageId() != 0 ? words + " (message " + std::to_string(i_error.MessageId()) + ")" : words;
+    // The message sends readers here, so it is of no use here.
+    std::string words = i_error.Reason().empty() ? i_error.what() : i_error.Reason();
+    words += " (code " + std::to_string(i_error.Code());
+    return words + (i_error.MessageId() != 0 ? ", message " + std::to_string(i_error.MessageId()) : "") + ")";
 }
 
 }  // namespace morwen::doctor

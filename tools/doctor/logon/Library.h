@@ -16,7 +16,7 @@ private:
     host::Package m_package;
 };
 
-// The reason, and the message with its number.
+// The reason, with the numbers of code and message.
 std::string WordsOf(const host::Error& i_error);
 
 }  // namespace morwen::doctor

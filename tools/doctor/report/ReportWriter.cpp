@@ -56,8 +56,11 @@ void WriteText(const Report& i_report, bool i_bColour, std::ostream& o_stream) {
     }
     const size_t nErrors = i_report.Count(Status::Error);
     const size_t nWarnings = i_report.Count(Status::Warning);
-    o_stream << (nErrors == 0 ? "No error" : std::to_string(nErrors) + (nErrors == 1 ? " error" : " errors"));
-    o_stream << (nWarnings == 0 ? "" : ", warnings: " + std::to_string(nWarnings)) << ".\n";
+    const auto counted = [](size_t i_nCount, const char* i_pszWhat) {
+        return std::to_string(i_nCount) + " " + i_pszWhat + (i_nCount == 1 ? "" : "s");
+    };
+    o_stream << (nErrors == 0 ? "No error" : counted(nErrors, "error"));
+    o_stream << (nWarnings == 0 ? "" : (nErrors == 0 ? ", but " : " and ") + counted(nWarnings, "warning")) << ".\n";
 }
 
 void WriteJson(const Report& i_report, const std::string& i_command, const std::vector<std::string>& i_trace,
