@@ -21,7 +21,7 @@ done
 
 # A page for every name that the libraries export.
 mapfile -t names < <(nm --dynamic --defined-only "$libraries"/*.so | sed -n 's/.* T \([A-Za-z]*\).*/\1/p')
-[ ${#names[@]} -eq 24 ]
+[ ${#names[@]} -eq 26 ]
 for name in "${names[@]}" morwenplugin harrow_log; do
     [ -s "$scratch/usr/share/man/man3/$name.3.gz" ] || { echo "install_test: no page for $name" >&2; exit 1; }
 done
