@@ -25,5 +25,6 @@ void RegisterIdentities();
 void RegisterCalls();
 void RegisterCaches();
 void RegisterMemory();
+void RegisterWaits();
 
 }  // namespace morwen::bench

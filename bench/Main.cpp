@@ -67,6 +67,7 @@ int main(int i_nArguments, char** i_ppszArguments) {
     try {
         const Package package;
         RegisterMemory();
+        RegisterWaits();
         RegisterLogons();
         RegisterIdentities();
         RegisterCalls();

@@ -58,8 +58,8 @@ void ContextManager::StartUpdateThread() {
     m_pContextCache->StartUpdateThread();
 }
 
-void ContextManager::StopUpdateThread(long i_nMostMilliseconds) {
-    m_pContextCache->StopUpdateThread(i_nMostMilliseconds);
+void ContextManager::StopUpdateThread() {
+    m_pContextCache->StopUpdateThread();
 }
 
 }  // namespace morwen

@@ -21,7 +21,7 @@ public:
     bool Remove(const SWCharString& i_ssKey);
     void Clear();
     void StartUpdateThread();
-    void StopUpdateThread(long i_nMostMilliseconds = std::numeric_limits<long>::max());
+    void StopUpdateThread();
 
 private:
     Harrowlib201::CSmartRefCountPtr<SecContextCache> m_pContextCache;

@@ -1,6 +1,5 @@
 #include "cache/SecContextCache.h"
 
-#include <algorithm>
 #include <cstring>
 #include <utility>
 #include <vector>
@@ -216,7 +215,7 @@ void SecContextCache::StartUpdateThread() {
     }
 }
 
-void SecContextCache::StopUpdateThread(long i_nMostMilliseconds) {
+void SecContextCache::StopUpdateThread() {
     constexpr long kJoinMilliseconds = 5000;
     const CS_Locker locker(m_threadSection);
     S_TRACE("ssoplugin: SecContextCache::StopUpdateThread() -- stopping the thread.");
@@ -224,10 +223,9 @@ void SecContextCache::StopUpdateThread(long i_nMostMilliseconds) {
         m_pUpdateThread->stop();
     }
     const bool bForked = m_nProcess != Platform::Kernel().GetCurrentProcessId();
-    for (long nLeft = bForked ? 0 : i_nMostMilliseconds; m_pUpdateThread && nLeft > 0 && m_pUpdateThread->isAlive();) {
+    while (!bForked && m_pUpdateThread && m_pUpdateThread->isAlive()) {
         try {
-            m_pUpdateThread->join(std::min(kJoinMilliseconds, nLeft));
-            nLeft -= kJoinMilliseconds;
+            m_pUpdateThread->join(kJoinMilliseconds);
         } catch (const JTCInterruptedException&) {
             continue;  // this thread's business, which it learns elsewhere
         } catch (...) {
@@ -236,7 +234,7 @@ void SecContextCache::StopUpdateThread(long i_nMostMilliseconds) {
         }
     }
     if (m_pUpdateThread && m_pUpdateThread->isAlive()) {
-        // In a forked process it does not exist; at the process's end it may be waiting. It keeps what it works on.
+        // In a forked process it does not exist. It keeps what it works on.
         S_TRACE("ssoplugin: SecContextCache::StopUpdateThread() -- The thread does not end; going on without it.");
         m_pUpdateThread->addRef();
         addRef();

@@ -1,7 +1,6 @@
 // The security contexts of users who are logged on, by key.
 #pragma once
 
-#include <limits>
 #include <map>
 
 #include "cache/TokenAtWork.h"
@@ -22,8 +21,8 @@ public:
     // SSOException when it cannot be started; a thread that could be made but not started is not tried again.
     void StartUpdateThread();
     // Stops the update thread and waits for its end, which a renewal under way may put off. Must come before the last
-    // reference goes. A thread that is given up on, or was left behind by a fork, keeps this cache.
-    void StopUpdateThread(long i_nMostMilliseconds = std::numeric_limits<long>::max());
+    // reference goes. A thread that cannot be waited for, or was left behind by a fork, keeps this cache.
+    void StopUpdateThread();
 
     // Keeps the token under the decimal form of its address, which is returned and written to o_ssKey. Starts the
     // update thread first.

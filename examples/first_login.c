@@ -1,5 +1,5 @@
-/* A first login in C: both halves in one process, then work as the user. The tokens that go from hand to hand here travel
- * over the program's own connection in real life.
+/* A first login in C: both halves in one process, then work as the user. The tokens that go from hand to hand here
+ * travel over the program's own connection in real life.
  *
  * usage: first_login_c SERVICE/HOST, with a ticket of the user and the service's keytab at hand
  */
@@ -61,8 +61,8 @@ static uint32_t LogOn(const SSOChar* i_pszSpn) {
     Step client = {SSO_ERROR, NULL, NULL, 0};
     Step server = {SSO_CONTINUE, NULL, NULL, 0};
     ParasSeq* user = NULL;
-    client.code = SSOStartLogin(NULL, NULL, u"" SSO_PROVIDER_SSPI, &parameters, &client.key, &client.token,
-                                &client.length);
+    client.code =
+        SSOStartLogin(NULL, NULL, u"" SSO_PROVIDER_SSPI, &parameters, &client.key, &client.token, &client.length);
     while (client.code == SSO_CONTINUE && server.code == SSO_CONTINUE) {
         Accept(&server, client.token, client.length, NULL);
         if (server.code == SSO_CONTINUE) {
@@ -74,7 +74,7 @@ static uint32_t LogOn(const SSOChar* i_pszSpn) {
     }
     const uint32_t code = server.code == SSO_CONTINUE ? client.code : server.code;
     if (code == SSO_ACCEPTED) {
-        char* sid = TextToUtf8(FindText(user, u"" SSO_KEY_USER_SID));
+        char* sid = TextToUtf8(FindValue(user, u"" SSO_KEY_USER_SID));
         printf("logged on: %s\n", sid != NULL ? sid : "?");
         free(sid);
         WorkAsUser(server.key); /* the last key names the user's context */

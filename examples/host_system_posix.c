@@ -195,4 +195,3 @@ const char* FileOwner(int i_nFd, char* o_pszText, size_t i_nSize) {
     }
     return o_pszText;
 }
-

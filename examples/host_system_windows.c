@@ -209,4 +209,3 @@ const char* FileOwner(int i_nFd, char* o_pszText, size_t i_nSize) {
     LocalFree(descriptor);
     return o_pszText;
 }
-

@@ -102,7 +102,7 @@ static bool SameText(const SSOChar* i_pszText, const SSOChar* i_pszOther) {
     return *i_pszText == *i_pszOther;
 }
 
-const SSOChar* FindText(const ParasSeq* i_pChain, const SSOChar* i_pszKey) {
+const SSOChar* FindValue(const ParasSeq* i_pChain, const SSOChar* i_pszKey) {
     for (; i_pChain != NULL; i_pChain = i_pChain->next) {
         if (SameText(i_pChain->key, i_pszKey)) {
             return i_pChain->value;

@@ -39,8 +39,8 @@ static void Welcome(const Connection* i_pConnection, const ParasSeq* i_pLogon) {
         SendFrame(i_pConnection, FRAME_WELCOME, "Welcome.", 8);
         return;
     }
-    char* user = TextToUtf8(FindText(i_pLogon, u"" SSO_KEY_USER_SID));
-    char* groups = TextToUtf8(FindText(i_pLogon, u"" SSO_KEY_GROUP_SIDS));
+    char* user = TextToUtf8(FindValue(i_pLogon, u"" SSO_KEY_USER_SID));
+    char* groups = TextToUtf8(FindValue(i_pLogon, u"" SSO_KEY_GROUP_SIDS));
     if (user != NULL && groups != NULL) {
         char line[128];
         printf("logged on: %s, groups %s\n", user, *groups != '\0' ? groups : "(none)");

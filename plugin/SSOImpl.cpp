@@ -28,8 +28,8 @@ uint32_t SSOImpl::Run(Operation i_operation) {
 
 template <class Operation>
 uint32_t SSOImpl::Guarded(Operation i_operation) {
-    const CSmartReadLocker locker(m_lock);
-    if (m_nInitRefcount == 0) {
+    const CPassage passage(m_gate);
+    if (!passage) {
         SetReason("the package is not started (SSOInitPackage)");
         return SSO_ERROR;
     }
@@ -54,42 +54,52 @@ uint32_t SSOImpl::RunOnContexts(Operation i_operation) {
     });
 }
 
-JTCHandleT<SSOImpl> SSOImpl::instance() {
+const JTCHandleT<SSOImpl>& SSOImpl::instance() {
     try {
         return CSingleton<SSOImpl>::Get();
     } catch (const std::bad_alloc&) {
         S_TRACE("ssoplugin: SSOImpl::instance() -- Out of memory!");
-        return nullptr;
+        static const JTCHandleT<SSOImpl> s_none;
+        return s_none;
     }
 }
 
-SSOImpl::~SSOImpl() {
-    if (m_pContextManager) {
-        // A host that ends without ending the package.
-        constexpr long kAtExitMilliseconds = 200;
-        m_pContextManager->StopUpdateThread(kAtExitMilliseconds);
-    }
-    if (m_nInitRefcount > 0) {
-        SResManager::Terminate();
-        SLogger::Terminate();
-    }
-    S_ASSERT(m_nInitRefcount == 0);
-    S_ASSERT(!m_pContextManager);
-    S_ASSERT(!m_pSessionManager);
-    S_ASSERT(!m_pErrorManager);
-}
+SSOImpl::~SSOImpl() = default;
 
 // ---- Start and end ----
 
+bool SSOImpl::CountUp() {
+    const CS_Locker counting(m_counting);
+    if (m_nInitRefcount == 0) {
+        return false;
+    }
+    ++m_nInitRefcount;
+    S_TRACE("ssoplugin: SSOImpl::Initialize() -- Already initialized; incrementing refcount (%1)", m_nInitRefcount);
+    return true;
+}
+
+bool SSOImpl::CountDown() {
+    const CS_Locker counting(m_counting);
+    if (m_nInitRefcount < 2) {
+        return false;
+    }
+    --m_nInitRefcount;
+    return true;
+}
+
 bool SSOImpl::Initialize() {
     SetReason("");
-    const CSmartWriteLocker locker(m_lock);
-    if (m_nInitRefcount > 0) {
-        ++m_nInitRefcount;
-        S_TRACE("ssoplugin: SSOImpl::Initialize() -- Already initialized; incrementing refcount (%1)", m_nInitRefcount);
+    if (CountUp()) {
         return true;
     }
-    S_ASSERT(m_nInitRefcount == 0);
+    const CS_Locker transition(m_transition);
+    return CountUp() || Start();  // another thread may have been the first
+}
+
+bool SSOImpl::Start() {
+    if (OwnProcess::IsForkedChild()) {
+        m_gate.ForgetAll();
+    }
     OwnProcess::Note();
     SLogger::Initialize("morwen " MORWEN_VERSION);
     SResManager::Initialize(MessageTable());
@@ -98,15 +108,17 @@ bool SSOImpl::Initialize() {
         CreateComponents();
     } catch (const SSOException&) {
         S_REASON("ssoplugin: SSOImpl::Initialize() -- Failed to initialize components.");
-        S_ASSERT(m_nInitRefcount == 0);
         ReleaseComponents();
         SResManager::Terminate();
         SLogger::Terminate();
         return false;
     }
+    m_hold.Take();
+    const CS_Locker counting(m_counting);
     ++m_nInitRefcount;
     S_ASSERT(m_nInitRefcount == 1);
     S_TRACE("ssoplugin: SSOImpl::Initialize() -- Successfully initialized.  Refcount is now %1", m_nInitRefcount);
+    m_gate.Open();
     return true;
 }
 
@@ -154,18 +166,52 @@ void SSOImpl::ReleaseComponents() {
 }
 
 void SSOImpl::Shutdown() {
-    const CSmartWriteLocker locker(m_lock);
-    S_ASSERT(m_nInitRefcount > 0);
-    if (m_nInitRefcount == 0) {
-        S_TRACE("ssoplugin: SSOImpl::Shutdown() -- Called more times than Initialize()!");
-    } else {
-        --m_nInitRefcount;
-    }
-    if (m_nInitRefcount != 0) {
+    if (CountDown()) {
         return;
+    }
+    const CS_Locker transition(m_transition);
+    {
+        const CS_Locker counting(m_counting);
+        S_ASSERT(m_nInitRefcount > 0);
+        if (m_nInitRefcount == 0) {
+            S_TRACE("ssoplugin: SSOImpl::Shutdown() -- Called more times than Initialize()!");
+        } else {
+            --m_nInitRefcount;
+        }
+        if (m_nInitRefcount != 0) {
+            return;  // another thread has started it meanwhile
+        }
+        m_gate.Shut();
+    }
+    // In a fork those inside do not exist: they never leave, nor let go of what they had locked.
+    const bool bAbandoned = OwnProcess::IsForkedChild() && !m_gate.IsEmpty();
+    if (!bAbandoned) {
+        m_gate.AwaitEmpty();
     }
     SResManager::Terminate();
     SLogger::Terminate();
+    if (bAbandoned) {
+        AbandonComponents();
+    } else {
+        EndComponents();
+    }
+}
+
+void SSOImpl::AbandonComponents() noexcept {
+    const auto leave = [](auto& io_pComponent) {
+        if (io_pComponent) {
+            io_pComponent->addRef();
+            io_pComponent = nullptr;
+        }
+    };
+    leave(m_pContextManager);
+    leave(m_pSessionManager);
+    leave(m_pErrorManager);
+    m_pJtcInit.reset();
+    m_hold.Release();
+}
+
+void SSOImpl::EndComponents() {
     if (m_pContextManager) {
         m_pContextManager->StopUpdateThread();
         m_pContextManager->Clear();
@@ -181,6 +227,7 @@ void SSOImpl::Shutdown() {
     } catch (...) {
         S_TRACE("SSOImpl::Shutdown(): caught xn when cleaning up SSOHandlers");
     }
+    m_hold.Release();
 }
 
 // ---- Providers ----
@@ -426,8 +473,8 @@ uint32_t SSOImpl::GetErrorMessage(uint32_t i_nMessageId, SSOChar** o_ppMessage) 
                 "ssoplugin: SSOImpl::GetErrorMessage() -- Assigning error message to a non-NULL string; possible "
                 "memory leak!");
     *o_ppMessage = nullptr;
-    const CSmartReadLocker locker(m_lock);
-    if (m_nInitRefcount == 0) {
+    const CPassage passage(m_gate);
+    if (!passage) {
         return SSO_ERROR;
     }
     // Not inside the frame: an error while an error is explained must not become the thread's record.
@@ -452,8 +499,8 @@ void SSOImpl::FreeError(SSOError* i_pError) noexcept {
 // ---- Memory ----
 
 void SSOImpl::FreeBuffer(void* i_pvBuffer) {
-    const CSmartReadLocker locker(m_lock);
-    if (m_nInitRefcount != 0 && m_pSessionManager) {
+    const CPassage passage(m_gate);
+    if (passage && m_pSessionManager) {
         m_pSessionManager->FreeExternalBuffer(i_pvBuffer);
     }
 }

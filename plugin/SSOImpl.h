@@ -5,7 +5,9 @@
 
 #include "cache/ContextManager.h"
 #include "errors/ErrorManager.h"
-#include "harrow/locks/CRWLock.h"
+#include "harrow/lifetime/LibraryHold.h"
+#include "harrow/locks/CGate.h"
+#include "harrow/locks/CS_Wrapper.h"
 #include "harrow/threads/JTC.h"
 #include "morwen/morwenplugin.h"
 #include "sessions/SessionManager.h"
@@ -15,14 +17,17 @@ namespace morwen {
 using Harrowlib201::JTCHandleT;
 
 // Operations return a result code and leave an error record for the calling thread; what is no SSOException passes
-// through to the export. Start and end exclude every other operation, which run side by side.
+// through to the export. They run side by side, and never beside the first start or the last end.
 class SSOImpl : public Harrowlib201::CRefCount {
 public:
-    // The one object, made on the first call; empty when there is no memory for it.
-    static JTCHandleT<SSOImpl> instance();
+    // The one object, made on the first call and never destroyed; empty when it could not be made.
+    static const JTCHandleT<SSOImpl>& instance();
 
     SSOImpl() = default;
 
+    // Both wait for nobody when they only count. A first start waits for an end under way; operations are refused until
+    // it is done. From the moment of the last end operations are refused, and it waits for those already inside: it
+    // must not be called by one of them, nor by a thread that they wait for.
     bool Initialize();
     void Shutdown();
 
@@ -61,8 +66,8 @@ public:
 private:
     ~SSOImpl() override;
 
-    // The frame of every operation: the core lock for reading, the check that the core is initialised, and the turning
-    // of an SSOException into the thread's error record and its code. Forgets why the thread's call before has failed.
+    // The frame of every operation: the way in while the core is initialised, and the turning of an SSOException into
+    // the thread's error record and its code. Forgets why the thread's call before has failed.
     template <class Operation>
     uint32_t Run(Operation i_operation);
     // The same without forgetting.
@@ -72,13 +77,23 @@ private:
     template <class Operation>
     uint32_t RunOnContexts(Operation i_operation);
 
+    bool CountUp();
+    bool CountDown();
+    bool Start();
     void StartThreadLibrary();
     void CreateComponents();
+    void EndComponents();
+    void AbandonComponents() noexcept;
     void ReleaseComponents();
 
+    // Held by the first start and the last end for as long as they take: they wait for each other, nobody else does.
+    Harrowlib201::CS_Wrapper m_transition;
+    Harrowlib201::CS_Wrapper m_counting;                   // for the count alone
+    int32_t m_nInitRefcount S_GUARDED_BY(m_counting) = 0;  // 0: not initialised
+    // Open while the core is initialised. The rest changes only while it is shut and nobody is inside.
+    Harrowlib201::CGate m_gate;
+    Harrowlib201::LibraryHold m_hold;  // the update thread may be anywhere when a host unloads a started package
     std::unique_ptr<Harrowlib201::JTCInitialize> m_pJtcInit;
-    Harrowlib201::CRWLock m_lock;  // guards everything here
-    int32_t m_nInitRefcount = 0;   // 0: not initialised
     JTCHandleT<SessionManager> m_pSessionManager;
     JTCHandleT<ContextManager> m_pContextManager;
     JTCHandleT<ErrorManager> m_pErrorManager;

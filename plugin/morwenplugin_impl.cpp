@@ -2,6 +2,7 @@
 // passes.
 #include "errors/HostText.h"
 #include "harrow/log/STrace.h"
+#include "harrow/threads/JTCThread.h"
 #include "morwen/morwenplugin.h"
 #include "plugin/SSOImpl.h"
 
@@ -10,12 +11,29 @@ using namespace Harrowlib201;
 
 namespace {
 
+// How many exports the thread is in: more than one where a sink calls the library.
+constinit thread_local unsigned t_nInside = 0;
+
+class Inside {
+public:
+    Inside() noexcept { ++t_nInside; }
+    ~Inside() { --t_nInside; }
+    Inside(const Inside&) = delete;
+    Inside& operator=(const Inside&) = delete;
+};
+
+// A start or an end by the host's sink would wait for the very call that the sink was called from.
+bool IsInsideSink() noexcept {
+    return t_nInside > 1 || JTCThread::isOwn();
+}
+
 // The fence of every export: the singleton, the call, and the end of every exception. An operation without a result
 // counts as success.
 template <class Operation>
 uint32_t Export(const char* i_pszUnexpected, Operation i_operation, const char* i_pszNoCore = "pImpl") noexcept {
+    const Inside inside;
     try {
-        const JTCHandleT<SSOImpl> pImpl = SSOImpl::instance();
+        const JTCHandleT<SSOImpl>& pImpl = SSOImpl::instance();
         S_ASSERT_TEXT(pImpl, i_pszNoCore);
         if (!pImpl) {
             return SSO_ERROR;
@@ -33,6 +51,9 @@ uint32_t Export(const char* i_pszUnexpected, Operation i_operation, const char* 
 }
 
 uint32_t InitializePlugin(SSOImpl& i_core) {
+    if (IsInsideSink()) {
+        return SSO_ERROR;
+    }
     if (!i_core.Initialize()) {
         S_TRACE("InitializePlugin() -- SSOImpl::Initialize() failed!");
         return SSO_ERROR;
@@ -40,8 +61,12 @@ uint32_t InitializePlugin(SSOImpl& i_core) {
     return SSO_OK;
 }
 
-void UnInitializePlugin(SSOImpl& i_core) {
+uint32_t UnInitializePlugin(SSOImpl& i_core) {
+    if (IsInsideSink()) {
+        return SSO_ERROR;
+    }
     i_core.Shutdown();
+    return SSO_OK;
 }
 
 }  // namespace

@@ -5,30 +5,24 @@
 #include <cstddef>
 #include <new>
 
-#include "harrow/lifetime/AtUnload.h"
 #include "harrow/lifetime/CRefCount.h"
 #include "harrow/locks/CS_Wrapper.h"
 
 namespace Harrowlib201 {
 
-// The counted object is made when first asked for, and let go when the library is unloaded or the process ends. A
-// host's static objects may end after that and still call the library: whoever asks then gets a new one.
+// Made when first asked for, and never destroyed: while the process ends, a host's threads and static objects may still
+// call the library. It takes no memory of its own; what it holds must be given back by ordinary use, or it counts as
+// lost when the library is unloaded.
 template <class T>
 class CSingleton {
 public:
-    // Throws what the object's constructor throws, and std::bad_alloc; nothing is kept then.
+    // Throws what the object's constructor throws; nothing is kept then.
     static const CSmartRefCountPtr<T>& Get() {
-        static const AtUnload s_letGo([] {
-            State& kept = Kept();
-            const CS_Locker locker(kept.m_section);
-            kept.m_bMade.store(false, std::memory_order_release);
-            kept.m_pObject = nullptr;
-        });
         State& state = Kept();
         if (!state.m_bMade.load(std::memory_order_acquire)) {
             const CS_Locker locker(state.m_section);
             if (!state.m_pObject) {
-                state.m_pObject = MakeCounted<T>();
+                state.m_pObject = CSmartRefCountPtr<T>(new (state.m_aObject) T);
             }
             state.m_bMade.store(true, std::memory_order_release);
         }
@@ -38,8 +32,9 @@ public:
 private:
     struct State {
         CS_Wrapper m_section;
-        CSmartRefCountPtr<T> m_pObject;
+        CSmartRefCountPtr<T> m_pObject;  // a reference that never goes
         std::atomic<bool> m_bMade{false};
+        alignas(T) std::byte m_aObject[sizeof(T)];
     };
 
     // No destructor of it runs.

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <cstring>
 #include <mutex>
-#include <shared_mutex>
 #include <string_view>
 
 #include "harrow/text/HideControls.h"
@@ -12,17 +11,30 @@
 
 namespace {
 
-struct Hub {
-    std::shared_mutex m_mutex;  // shared while a sink runs, exclusive while it is changed
-    HarrowLogSink m_pfnSink = nullptr;
+struct Sink {
+    HarrowLogSink m_pfn = nullptr;
     void* m_pvUser = nullptr;
-    uint32_t m_nWantedKinds = 0;  // written under the lock, read anywhere with a relaxed load
+    uint32_t m_nKinds = 0;
+    std::atomic<uint32_t> m_nRunning{0};
+
+    void Leave() {
+        if (m_nRunning.fetch_sub(1) == 1) {
+            m_nRunning.notify_all();
+        }
+    }
 };
 
-Hub& TheHub() {
-    static Hub s_hub;
-    return s_hub;
-}
+// The sink that is set and the one before it take turns in two places. Whoever speaks waits for nobody: behind a lock
+// it would wait for a change of the sink, which waits for one that is running, which may wait for whoever speaks.
+struct Hub {
+    std::mutex m_changing;
+    std::array<Sink, 2> m_sinks;
+    std::atomic<uint64_t> m_nChanges{0};  // modulo two: the place of the sink that is set
+    uint32_t m_nWantedKinds = 0;          // written by a change, read anywhere with a relaxed load
+};
+
+// Nothing in it needs a destructor, so threads may speak while the process ends.
+constinit Hub g_hub;
 
 // A plain bool: a thread-local object with a destructor would keep this library loaded.
 thread_local bool t_bInsideSink = false;
@@ -30,32 +42,54 @@ thread_local bool t_bInsideSink = false;
 // Ends with a zero byte.
 constinit thread_local std::array<char, 1024> t_aReason{};
 
+// The sink that is set, to be left again.
+Sink& Enter() {
+    for (;;) {
+        const uint64_t nChanges = g_hub.m_nChanges.load();
+        Sink& sink = g_hub.m_sinks[nChanges % 2];
+        sink.m_nRunning.fetch_add(1);
+        if (g_hub.m_nChanges.load() == nChanges) {
+            return sink;  // and what it is does not change before it is left
+        }
+        sink.Leave();
+    }
+}
+
 }  // namespace
 
 void HarrowLogSetSink(HarrowLogSink i_pfnSink, void* i_pvUser, uint32_t i_nKinds) {
-    Hub& hub = TheHub();
-    const std::unique_lock lock(hub.m_mutex);
-    hub.m_pfnSink = i_pfnSink;
-    hub.m_pvUser = i_pvUser;
-    std::atomic_ref<uint32_t>(hub.m_nWantedKinds).store(i_pfnSink == nullptr ? 0 : i_nKinds, std::memory_order_relaxed);
+    if (t_bInsideSink) {
+        return;  // it would wait for itself
+    }
+    const std::lock_guard lock(g_hub.m_changing);
+    const uint64_t nChanges = g_hub.m_nChanges.load();
+    Sink& before = g_hub.m_sinks[nChanges % 2];
+    Sink& next = g_hub.m_sinks[(nChanges + 1) % 2];
+    next.m_pfn = i_pfnSink;
+    next.m_pvUser = i_pvUser;
+    next.m_nKinds = i_pfnSink == nullptr ? 0 : i_nKinds;
+    std::atomic_ref<uint32_t>(g_hub.m_nWantedKinds).store(next.m_nKinds, std::memory_order_relaxed);
+    g_hub.m_nChanges.store(nChanges + 1);
+    for (uint32_t nRunning = before.m_nRunning.load(); nRunning != 0; nRunning = before.m_nRunning.load()) {
+        before.m_nRunning.wait(nRunning);
+    }
 }
 
 uint32_t* HarrowLogWantedKinds(void) {
-    return &TheHub().m_nWantedKinds;
+    return &g_hub.m_nWantedKinds;
 }
 
 void HarrowLogWrite(uint32_t i_nKind, const char* i_pszFile, int i_nLine, const char* i_pszMessage) {
     if (t_bInsideSink) {
         return;
     }
-    Hub& hub = TheHub();
-    const std::shared_lock lock(hub.m_mutex);
-    if ((hub.m_nWantedKinds & i_nKind) == 0) {
-        return;
+    Sink& sink = Enter();
+    if ((sink.m_nKinds & i_nKind) != 0) {
+        t_bInsideSink = true;
+        sink.m_pfn(i_nKind, i_pszFile, i_nLine, i_pszMessage, sink.m_pvUser);
+        t_bInsideSink = false;
     }
-    t_bInsideSink = true;
-    hub.m_pfnSink(i_nKind, i_pszFile, i_nLine, i_pszMessage, hub.m_pvUser);
-    t_bInsideSink = false;
+    sink.Leave();
 }
 
 const char* HarrowLogReason(void) {

@@ -1,6 +1,7 @@
 #include "harrow/log/STrace.h"
 
 #include <memory>
+#include <string_view>
 #include <utility>
 
 #include "harrow/locks/LocksHeld.h"
@@ -103,15 +104,15 @@ void SReason(const char* i_pszFile, int i_nLine, const char* i_pszText,
 }
 
 void SAssert(const char* i_pszFile, int i_nLine, const char* i_pszExpression, const char* i_pszMessage) noexcept {
-    const char* const pszFirst = i_pszMessage != nullptr ? i_pszMessage : i_pszExpression;
+    const std::string_view first = i_pszMessage != nullptr ? i_pszMessage : i_pszExpression;
     try {
-        std::string message = pszFirst;
+        std::string message(first);
         if (i_pszExpression != nullptr && i_pszMessage != nullptr) {
             message.append(" (").append(i_pszExpression).append(")");
         }
         Write(HARROW_LOG_ASSERTION, i_pszFile, i_nLine, std::move(message));
     } catch (const std::bad_alloc&) {
-        WriteShort(HARROW_LOG_ASSERTION, i_pszFile, i_nLine, pszFirst);
+        WriteShort(HARROW_LOG_ASSERTION, i_pszFile, i_nLine, first.data());
     }
 }
 

@@ -60,4 +60,8 @@ void JTCThread::interrupt() noexcept {
     m_bInterrupted.store(true);
 }
 
+bool JTCThread::isOwn() noexcept {
+    return t_pCurrent != nullptr;
+}
+
 }  // namespace Harrowlib201

@@ -26,6 +26,8 @@ public:
     void join(long i_nMilliseconds);
     // Makes the next join by this thread throw.
     void interrupt() noexcept;
+    // Whether the calling thread is one that the library has started.
+    static bool isOwn() noexcept;
 
 protected:
     ~JTCThread() override;

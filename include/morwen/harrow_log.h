@@ -28,14 +28,21 @@ enum HarrowLogKind {
     HARROW_LOG_ASSERTION = 2 /* a condition that should hold does not: a fault of the host, or of the plug-in */
 };
 
-/* Called on the thread that speaks, by many threads at once. The texts are UTF-8, end with a zero byte, and are valid
- * only during the call. The sink must not throw and must not call HarrowLogSetSink; what the plug-in would trace
- * because of calls made inside the sink is dropped. */
+/* Called on the thread that speaks, by many threads at once, and on the plug-in's own thread. The texts are UTF-8, end
+ * with a zero byte, and are valid only during the call. The plug-in holds no lock then: what it says while it holds one
+ * it says afterwards.
+ *
+ * The sink must not throw. It may call every function of the plug-in but two: SSOInitPackage and SSOTermPackage return
+ * SSO_ERROR and do nothing when a call of the plug-in has led to the sink. HarrowLogSetSink does nothing inside a sink.
+ * What would be said because of calls made inside the sink is dropped. A sink may wait, and the call that speaks with
+ * it (a last SSOTermPackage waits for that call), but not for another thread's SSOTermPackage or HarrowLogSetSink,
+ * which would wait for the sink. It may end the process. */
 typedef void (*HarrowLogSink)(uint32_t i_nKind, const char* i_pszFile, int i_nLine, const char* i_pszMessage,
                               void* i_pvUser);
 
 /* Sets the sink, which is given the kinds named; a null sink or no kind switches off. When it returns, the sink set
- * before is not running any more and will not be called again. */
+ * before is not running any more and will not be called again; until then it waits for that one alone, and nobody waits
+ * for it. */
 HARROW_LOG_API void HarrowLogSetSink(HarrowLogSink i_pfnSink, void* i_pvUser, uint32_t i_nKinds);
 
 /* Why the calling thread's last call failed, in words for administrators: which ticket, key, file, account or KDC it

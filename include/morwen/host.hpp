@@ -3,8 +3,7 @@
 // 1. Text is UTF-8 (std::string, std::string_view) on this side. Text that is not UTF-8 throws std::invalid_argument; a
 //    unit without sense in a text of the plug-in becomes U+FFFD.
 // 2. A failed call throws morwen::host::Error with the code, the reason and the plug-in's own words. Nothing else is
-// thrown but
-//    std::bad_alloc, and std::logic_error for misuse.
+//    thrown but std::bad_alloc, and std::logic_error for misuse.
 // 3. A Package must live as long as every other object. One object is used by one thread at a time, an Impersonation by
 //    the thread that made it.
 #ifndef MORWEN_HOST_HPP

@@ -14,12 +14,16 @@
  *    every length 0; there is nothing to free. A call that is refused before it begins (the package is not started, a
  *    null argument, SSOContinueLogin with an empty answer) leaves the outputs as they were.
  * 6. Threads. Every function may be called on any thread, and by many at once. Of two calls with the same session key
- *    at the same time one fails with SSO_ERROR and changes nothing. SSOTermPackage waits for calls under way on other
- *    threads; a call between the last SSOTermPackage and the next SSOInitPackage returns SSO_ERROR.
+ *    at the same time one fails with SSO_ERROR and changes nothing. No call waits for another user's; what may take
+ * long (a KDC, a name service) keeps its own caller. The last SSOTermPackage waits for calls under way; a call between
+ *    its beginning and the end of the next SSOInitPackage returns SSO_ERROR.
  * 7. Errors. After a code of SSO_DENIED or above, SSOGetError on the same thread gives a record of what happened, once,
  *    for most failures; where the text says "no record", there is none. A record that another failure of the thread has
  *    overtaken, or whose thread has ended, stays in memory until the package ends: a server calls SSOGetError after
  *    every failure, or strangers' bad tokens pile them up.
+ * 8. The end. The process may end while threads are in any call, with or without a last SSOTermPackage; it may wait a
+ *    second for those that are at work with Kerberos, and later logons fail. An unload needs the last SSOTermPackage
+ *    first, and no thread in a call; while the package is started the library stays in memory.
  */
 #ifndef MORWEN_MORWENPLUGIN_H
 #define MORWEN_MORWENPLUGIN_H
@@ -101,8 +105,8 @@ typedef struct SSOError {
 /* Bool: keep the contexts of accepted logins; true unless set. */
 #define SSO_KEY_CACHE_CONTEXTS "SI_CACHE_SECCONTEXT"
 /* Long: seconds that a context serves, counted from the login. SSPI: 0 unless set, which means as long as its ticket;
- * SSOImpersonate and renewal look at it, lookup and clean-up go by the ticket. THREADTOKEN: one day unless set, 0 for
- * ever; lookup and clean-up go by it too. */
+ * SSOImpersonate and renewal look at it, lookup and clean-up go by the ticket. THREADTOKEN: one day unless set, 0: no
+ * limit; lookup and clean-up go by it too. */
 #define SSO_KEY_CACHE_EXPIRY "SSPI_CTXT_CACHE_EXPIRY"
 /* Bool: renew kept contexts of SSPI before their tickets run out; true unless set. Nothing is renewed without tickets
  * that the user has delegated, SSO_KEY_SPN among the provider's settings, and a SSO_KEY_CACHE_EXPIRY that is longer
@@ -117,10 +121,14 @@ typedef struct SSOError {
 #define SSO_KEY_TEXT_CLIENT_DONE "DUMMY_KEY"
 #define SSO_KEY_TEXT_CACHING_OFF "DUMMY_KEY__CACHING_IS_OFF"
 
-/* Starts the package, or counts up when it is started. One SSOTermPackage belongs to each success. No record. */
+/* Starts the package, or counts up at once when it is started. It waits for a last SSOTermPackage under way. One
+ * SSOTermPackage belongs to each success. SSO_ERROR from a log sink (see harrow_log.h). No record. */
 SSO_API uint32_t SSOInitPackage(void);
 
-/* Counts down; the last call ends the package, and with it every session, kept context and error record. */
+/* Counts down at once; the last call ends the package, and with it every session, kept context and error record. It
+ * waits for the calls that are under way, as long as they take, and for a renewal under way, but for no call that comes
+ * later. In a forked child it waits for nobody: what its parent's threads were at work with stays in memory. SSO_ERROR
+ * from a log sink (see harrow_log.h), and nothing is ended. No record. */
 SSO_API uint32_t SSOTermPackage(void);
 
 /* Makes the handler of a provider type and gives it its settings. A setting that is absent keeps its value; a setting

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -45,11 +46,16 @@ public:
         return Has(i_text);
     }
 
+    std::function<void(const std::string&)> m_onSaid = [](const std::string&) {};  // by the thread that speaks
+
 private:
     static void Sink(uint32_t i_nKind, const char*, int, const char* i_pszMessage, void* i_pvUser) {
         auto* pSelf = static_cast<TraceCapture*>(i_pvUser);
-        const std::lock_guard lock(pSelf->m_mutex);
-        pSelf->m_messages.emplace_back(i_nKind, i_pszMessage);
+        {
+            const std::lock_guard lock(pSelf->m_mutex);
+            pSelf->m_messages.emplace_back(i_nKind, i_pszMessage);
+        }
+        pSelf->m_onSaid(i_pszMessage);
     }
     bool Has(const std::string& i_text) const {
         return std::any_of(m_messages.begin(), m_messages.end(), [&i_text](const auto& i_message) {

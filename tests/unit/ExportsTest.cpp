@@ -1,6 +1,7 @@
 // Whole logins through the exports, and the sessions behind them.
 #include <array>
 #include <atomic>
+#include <future>
 #include <thread>
 
 #include "fakes/ExportsTest.h"
@@ -107,6 +108,62 @@ TEST_F(ExportsTest, ThePackageCountsItsUsers) {
     EXPECT_EQ(SSOInitPackage(), 0U);
     EXPECT_TRUE(m_trace.Said({"SSOImpl::Initialize() -- Successfully initialized.  Refcount is now 1"}));
     EXPECT_EQ(Record(), "none");
+}
+
+TEST_F(ExportsTest, OnlyTheLastEndWaitsForALoginUnderWay) {
+    std::promise<void> inside, goOn;
+    std::atomic<int> nLogins = 0;
+    m_trace.m_onSaid = [&](const std::string& i_message) {
+        if (i_message.find("Looking for a handler for SSPI") != std::string::npos && nLogins++ == 0) {
+            inside.set_value();
+            goOn.get_future().wait();  // a KDC that is silent
+        }
+    };
+    const auto call = [](auto i_pfnExport) { return std::async(std::launch::async, i_pfnExport); };
+    const auto isOver = [](auto& i_call, int i_nSeconds) {
+        return i_call.wait_for(std::chrono::seconds(i_nSeconds)) == std::future_status::ready;
+    };
+    auto login = std::async(std::launch::async, [] {
+        Key key;
+        return Start(key);
+    });
+    inside.get_future().wait();
+    for (int i = 0; i < 2; ++i) {
+        auto counted = call(i == 0 ? SSOInitPackage : SSOTermPackage);
+        EXPECT_TRUE(isOver(counted, 10));
+        EXPECT_EQ(counted.get(), 0U);
+    }
+    auto ended = call(SSOTermPackage);
+    while (SSOLookupSecurityContext(Host(u"1")) != SSO_ERROR) {  // from now on the package is not started
+    }
+    Key client;
+    EXPECT_EQ(Start(client), "100|null|");
+    auto started = call(SSOInitPackage);
+    EXPECT_FALSE(isOver(started, 0) || isOver(ended, 0));
+    goOn.set_value();
+    EXPECT_TRUE(isOver(ended, 10) && isOver(started, 10));
+    EXPECT_EQ(ended.get() + started.get(), 0U);
+    EXPECT_EQ(login.get(), "1|#|from client");
+    m_trace.m_onSaid = [](const std::string&) {};
+    EXPECT_EQ(Start(client), "1|#|from client");
+}
+
+TEST_F(ExportsTest, ASinkStartsAndEndsNothing) {
+    std::atomic<int> nSaid = 0;
+    m_trace.m_onSaid = [&](const std::string&) {
+        EXPECT_EQ(SSOInitPackage(), 100U);
+        EXPECT_EQ(SSOTermPackage(), 100U);
+        HarrowLogSetSink(nullptr, nullptr, 0);
+        ++nSaid;
+    };
+    Key key;
+    EXPECT_EQ(Start(key), "1|#|from client");
+    SetCaching(true);  // starts the update thread, which speaks too
+    EXPECT_EQ(SSOTermPackage(), 0U);
+    EXPECT_TRUE(m_trace.Said({"GetHandler() -- Looking for a", "run() -- Thread starting up.", "run() -- Thread st"}));
+    EXPECT_GT(nSaid, 3);
+    m_trace.m_onSaid = [](const std::string&) {};
+    EXPECT_EQ(SSOInitPackage(), 0U);
 }
 
 TEST_F(ExportsTest, OneCallAtATimeWorksOnASession) {

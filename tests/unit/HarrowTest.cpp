@@ -126,18 +126,23 @@ TEST(Harrow, SlotsBelongToThreadsAndKeys) {
 TEST(Harrow, AWriterWaitsForNoReaderThatComesLater) {
     CRWLock lock;
     std::atomic<bool> bStop = false;
+    const auto sink = [](uint32_t, const char*, int, const char*, void*) { std::this_thread::yield(); };
     std::vector<std::thread> readers;
     for (int i = 0; i < 8; ++i) {
         readers.emplace_back([&] {
             while (!bStop) {
+                S_TRACE("so that a sink is always running");
                 const CSmartReadLocker locker(lock);
                 std::this_thread::yield();  // so that another one is always inside
             }
         });
     }
-    auto written = std::async(std::launch::async, [&lock] {
+    auto written = std::async(std::launch::async, [&] {
         for (int i = 0; i < 100; ++i) {
             const CSmartWriteLocker locker(lock);
+        }
+        for (int i = 0; i < 100; ++i) {
+            HarrowLogSetSink(i == 99 ? nullptr : +sink, nullptr, HARROW_LOG_TRACE);
         }
     });
     EXPECT_EQ(written.wait_for(std::chrono::seconds(10)), std::future_status::ready);

@@ -1,5 +1,5 @@
-// soak MINUTES: logons, refused ones, impersonations and renewals from many threads, for so long; what the
-// process holds is sampled meanwhile and must not grow. Runs in a realm: see scripts/soak. Status 1: something went
+// soak MINUTES: logons, refused ones, impersonations, renewals, starts and ends from many threads, for so long; what
+// the process holds is sampled meanwhile and must not grow. Runs in a realm: see scripts/soak. Status 1: something went
 // wrong or grew.
 #include <pwd.h>
 #include <unistd.h>
@@ -28,7 +28,7 @@ using Clock = std::chrono::steady_clock;
 constexpr auto kShortLife = std::chrono::seconds(62);  // of contexts with brief/localhost: renewed once a minute
 constexpr size_t kKept = 256, kKeptShort = 24;
 
-std::atomic<uint64_t> s_nLogons, s_nRefused, s_nActed, s_nRenewed, s_nLapsed, s_nFaults;
+std::atomic<uint64_t> s_nLogons, s_nRefused, s_nActed, s_nRenewed, s_nLapsed, s_nStarts, s_nFaults;
 std::atomic<bool> s_bEnd;
 thread_local std::string s_traces;  // of the logon that the thread is at
 
@@ -174,6 +174,27 @@ void Renewals() {
     }
 }
 
+// Other users of the package in the process come and go, which costs the rest nothing and takes nothing from them.
+void StartsAndEnds() {
+    constexpr auto kMost = std::chrono::seconds(5);  // on a busy machine
+    for (; !s_bEnd; std::this_thread::sleep_for(std::chrono::milliseconds(5))) {
+        s_traces.clear();
+        const auto begin = Clock::now();
+        {
+            Package package;
+            package.Use(SSO_PROVIDER_THREADTOKEN);
+            const Context context = Context::OfThread();
+            if (!context.IsAlive()) {
+                Fault("a context is gone that has just been kept");
+            }
+        }
+        if (Clock::now() - begin > kMost) {
+            Fault("a start and an end have waited for others");
+        }
+        ++s_nStarts;
+    }
+}
+
 // What the process holds.
 struct Held {
     uint64_t m_nResidentKiB, m_nDescriptors, m_nThreads;
@@ -238,6 +259,7 @@ int main(int argc, char** argv) {
         work(Strangers);
         work(Strangers);
         work(Renewals);
+        work(StartsAndEnds);
 
         constexpr int kSamples = 240;  // of which the first quarter counts as warming up
         const auto pause = std::chrono::duration<double>(fMinutes * 60 / kSamples);
@@ -250,8 +272,8 @@ int main(int argc, char** argv) {
             if (i % (kSamples / 12) == 0) {
                 std::cout << "soak: " << i * 100 / kSamples << " %: " << s_nLogons << " logons, " << s_nRefused
                           << " refused, " << s_nActed << " impersonations, " << s_nRenewed << " renewed, " << s_nLapsed
-                          << " lapsed; " << held.m_nResidentKiB << " KiB, " << held.m_nDescriptors << " descriptors, "
-                          << held.m_nThreads << " threads" << std::endl;
+                          << " lapsed, " << s_nStarts << " starts; " << held.m_nResidentKiB << " KiB, "
+                          << held.m_nDescriptors << " descriptors, " << held.m_nThreads << " threads" << std::endl;
             }
         }
         s_bEnd = true;

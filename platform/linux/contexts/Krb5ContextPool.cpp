@@ -71,15 +71,20 @@ private:
     size_t m_nCount = 0;
 };
 
-// Nothing in it needs a destructor, so it serves threads that still run while the process ends.
+// Nothing in it needs a destructor, so it serves threads that still run while the process ends. From then on nothing is
+// lent, made or freed any more: libkrb5's own destructors are next, and take away what its calls need.
 class Pool {
 public:
-    // An idle context, or none; the generation is that of the contexts to be made now.
-    krb5_context Take(int64_t i_nNow, int64_t& o_nBornAt, uint64_t& o_nGeneration) noexcept {
+    // What is lent: an idle context, or none; the generation is that of the contexts to be made now. False at the
+    // end. Each success needs a GiveBack.
+    bool Take(int64_t i_nNow, krb5_context& o_context, int64_t& o_nBornAt, uint64_t& o_nGeneration) noexcept {
         const uid_t nUser = geteuid();
         const void* const pvThread = ThisThread();
         Discarded discarded;
         const CS_Locker locker(m_section);
+        if (m_bEnding) {
+            return false;
+        }
         if (nUser != m_nUser) {
             m_nUser = nUser;
             DiscardAll(discarded);
@@ -92,40 +97,52 @@ public:
             }
             DiscardOld(i_nNow, discarded);
         }
-        return TakeLocked(pvThread, o_nBornAt, o_nGeneration);
+        return TakeLocked(pvThread, o_context, o_nBornAt, o_nGeneration);
     }
 
-    // An idle context, whatever has changed since it was made, or none.
-    krb5_context TakeIdle(int64_t& o_nBornAt, uint64_t& o_nGeneration) noexcept {
+    // The same, whatever has changed since the context was made.
+    bool TakeIdle(krb5_context& o_context, int64_t& o_nBornAt, uint64_t& o_nGeneration) noexcept {
         const void* const pvThread = ThisThread();
         const CS_Locker locker(m_section);
-        return TakeLocked(pvThread, o_nBornAt, o_nGeneration);
+        return TakeLocked(pvThread, o_context, o_nBornAt, o_nGeneration);
     }
 
-    // False when the context is not wanted any more; it stays the caller's then.
-    bool GiveBack(krb5_context i_context, int64_t i_nBornAt, uint64_t i_nGeneration) noexcept {
-        const void* const pvThread = ThisThread();
-        const CS_Locker locker(m_section);
-        if (m_bClosed || i_nGeneration != m_nGeneration || m_nIdle == kMostIdle) {
-            return false;
+    // The context, or null when none could be made, is lent no more.
+    void GiveBack(krb5_context i_context, int64_t i_nBornAt, uint64_t i_nGeneration) noexcept {
+        if (i_context != nullptr) {
+            if (Keep(i_context, i_nBornAt, i_nGeneration)) {
+                return;
+            }
+            krb5_free_context(i_context);
         }
-        m_aIdle[m_nIdle++] = {i_context, i_nBornAt, pvThread};
-        return true;
+        const CS_Locker locker(m_section);
+        --m_nLent;
     }
 
-    void Close() noexcept {
+    // Waits for those who are at work with libkrb5, but not for as long as a KDC may take.
+    void End() noexcept {
+        constexpr int kMostMilliseconds = 1000;
+        for (int i = 0; i < kMostMilliseconds && IsLentAtEnd(); ++i) {
+            constexpr timespec kMillisecond{0, 1'000'000};
+            nanosleep(&kMillisecond, nullptr);
+        }
         Discarded discarded;
         const CS_Locker locker(m_section);
-        m_bClosed = true;
-        DiscardAll(discarded);
+        if (m_nLent == 0) {
+            DiscardAll(discarded);
+        }
     }
 
 private:
-    krb5_context TakeLocked(const void* i_pvThread, int64_t& o_nBornAt, uint64_t& o_nGeneration) noexcept
-        S_REQUIRES(m_section) {
+    bool TakeLocked(const void* i_pvThread, krb5_context& o_context, int64_t& o_nBornAt,
+                    uint64_t& o_nGeneration) noexcept S_REQUIRES(m_section) {
+        if (m_bEnding) {
+            return false;
+        }
+        ++m_nLent;
         o_nGeneration = m_nGeneration;
         if (m_nIdle == 0) {
-            return nullptr;
+            return true;
         }
         // The one that this thread has used last, if it is there, or the one that was given back last: what a context
         // holds is in the cache of its processor, and in the C library's heap of its thread.
@@ -140,7 +157,29 @@ private:
         std::copy(m_aIdle.begin() + nTaken + 1, m_aIdle.begin() + m_nIdle, m_aIdle.begin() + nTaken);
         --m_nIdle;
         o_nBornAt = taken.m_nBornAt;
-        return taken.m_context;
+        o_context = taken.m_context;
+        return true;
+    }
+
+    // Ends a loan, unless the context is not wanted any more and to be freed first. At the end it is left: this may be
+    // after libkrb5's own.
+    bool Keep(krb5_context i_context, int64_t i_nBornAt, uint64_t i_nGeneration) noexcept {
+        const void* const pvThread = ThisThread();
+        const CS_Locker locker(m_section);
+        if (!m_bEnding) {
+            if (i_nGeneration != m_nGeneration || m_nIdle == kMostIdle) {
+                return false;
+            }
+            m_aIdle[m_nIdle++] = {i_context, i_nBornAt, pvThread};
+        }
+        --m_nLent;
+        return true;
+    }
+
+    bool IsLentAtEnd() noexcept {
+        const CS_Locker locker(m_section);
+        m_bEnding = true;
+        return m_nLent != 0;
     }
 
     void DiscardAll(Discarded& io_discarded) noexcept S_REQUIRES(m_section) {
@@ -169,32 +208,35 @@ private:
     uint64_t m_nMark S_GUARDED_BY(m_section) = 0;
     int64_t m_nNextLook S_GUARDED_BY(m_section) = 0;
     uid_t m_nUser S_GUARDED_BY(m_section) = 0;
-    bool m_bClosed S_GUARDED_BY(m_section) = false;
+    uint64_t m_nLent S_GUARDED_BY(m_section) = 0;
+    bool m_bEnding S_GUARDED_BY(m_section) = false;
 };
 
 constinit Pool g_pool;
 
-// Gives the idle contexts back to the library when this one is unloaded; a lease that returns later is freed at once.
-const Harrowlib201::AtUnload g_close([] { g_pool.Close(); });
+// The last work of all when the library is unloaded or the process ends (of what has a priority, the first to be made):
+// others' needs a context to give something back with.
+const Harrowlib201::AtUnload<void (*)()> g_end [[gnu::init_priority(1000)]] ([] { g_pool.End(); });
 
 }  // namespace
 
 Krb5LentContext::Krb5LentContext(Krb5LentContext&& io_other) noexcept
     : m_context(std::exchange(io_other.m_context, nullptr)),
       m_nBornAt(io_other.m_nBornAt),
-      m_nGeneration(io_other.m_nGeneration) {}
+      m_nGeneration(io_other.m_nGeneration),
+      m_bLent(std::exchange(io_other.m_bLent, false)) {}
 
 Krb5LentContext::~Krb5LentContext() {
-    if (m_context != nullptr && !g_pool.GiveBack(m_context, m_nBornAt, m_nGeneration)) {
-        krb5_free_context(m_context);
+    if (m_bLent) {
+        g_pool.GiveBack(m_context, m_nBornAt, m_nGeneration);
     }
 }
 
 Krb5LentContext Krb5LentContext::ForReleasing() noexcept {
     Krb5LentContext lent;
-    lent.m_context = g_pool.TakeIdle(lent.m_nBornAt, lent.m_nGeneration);
+    lent.m_bLent = g_pool.TakeIdle(lent.m_context, lent.m_nBornAt, lent.m_nGeneration);
     profile_t profile = nullptr;
-    if (lent.m_context == nullptr && profile_init(nullptr, &profile) == 0) {
+    if (lent.m_bLent && lent.m_context == nullptr && profile_init(nullptr, &profile) == 0) {
         lent.m_nGeneration = kOfNoGeneration;
         if (krb5_init_context_profile(profile, 0, &lent.m_context) != 0) {
             lent.m_context = nullptr;
@@ -212,8 +254,10 @@ Krb5ContextLease LendKrb5Context() noexcept {
         return lease;
     }
     Krb5LentContext& lent = lease.m_lent;
-    lent.m_context = g_pool.Take(nNow, lent.m_nBornAt, lent.m_nGeneration);
-    if (lent.m_context != nullptr) {
+    lent.m_bLent = g_pool.Take(nNow, lent.m_context, lent.m_nBornAt, lent.m_nGeneration);
+    if (!lent.m_bLent) {
+        lease.m_nCode = ECANCELED;
+    } else if (lent.m_context != nullptr) {
         krb5_clear_error_message(lent.m_context);
     } else {
         lent.m_nBornAt = nNow;

@@ -16,7 +16,8 @@ class Krb5ContextLease;
 // thread stays who it is: no call that releases something can leave it somebody else.
 class Krb5LentContext {
 public:
-    // An idle context if there is one, else one without any configuration.
+    // An idle context if there is one, else one without any configuration. None while the process ends: what libkrb5
+    // has made stays then.
     static Krb5LentContext ForReleasing() noexcept;
 
     Krb5LentContext() = default;
@@ -35,6 +36,7 @@ private:
     krb5_context m_context = nullptr;
     int64_t m_nBornAt = 0;       // seconds of the monotonic clock
     uint64_t m_nGeneration = 0;  // of the configuration that it was made from
+    bool m_bLent = false;        // something is to be given back, be it null
 };
 
 // A context that only the holder uses until it goes back; until then the thread is the service, even if it impersonates
@@ -67,7 +69,7 @@ private:
 
 // Lends a context, made anew when none is idle, when the idle ones are older than a minute, when the configuration
 // files have changed (looked at once a second at most) or when the process runs as another user than they were made
-// for. Never throws; look at the lease.
+// for. None is lent while the process ends. Never throws; look at the lease.
 Krb5ContextLease LendKrb5Context() noexcept;
 
 }  // namespace morwen
