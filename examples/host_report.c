@@ -29,7 +29,7 @@ static void PrintTemplate(const char* i_pszTemplate, const SSOSubstitution* i_pS
 
 void ReportFailure(const char* i_pszWhat, uint32_t i_nCode) {
     SSOError* record = NULL;
-    const char* reason = HarrowLogReason(); /* empty when the message says it all */
+    const char* reason = HarrowLogReason();        /* empty when the message says it all */
     if (SSOGetError(i_nCode, &record) != SSO_OK) { /* some failures leave none: see the header */
         fprintf(stderr, "%s: code %u%s%s\n", i_pszWhat, (unsigned)i_nCode, *reason != '\0' ? ": " : "", reason);
         return;
