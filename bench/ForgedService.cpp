@@ -83,7 +83,7 @@ void AddPac(krb5_context i_context, krb5_principal i_client, const krb5_keyblock
 
 }  // namespace
 
-void ForgeService(const std::string& i_service, krb5_enctype i_nEnctype, uint32_t i_nGroups) {
+void ForgeService(const std::string& i_service, krb5_enctype i_nEnctype, uint32_t i_nGroups, krb5_flags i_nFlags) {
     Krb5Owner<krb5_context, [](krb5_context, krb5_context i_context) { krb5_free_context(i_context); }> owner(nullptr);
     Check(krb5_init_context(owner.Receive()), "krb5_init_context");
     const krb5_context context = owner.get();
@@ -112,7 +112,7 @@ void ForgeService(const std::string& i_service, krb5_enctype i_nEnctype, uint32_
         AddPac(context, client.get(), entry.key, nNow, i_nGroups, authorization);
     }
     krb5_enc_tkt_part content{};
-    content.flags = TKT_FLG_PRE_AUTH;
+    content.flags = i_nFlags;
     content.session = &sessionKey;
     content.client = client.get();
     content.transited.tr_type = KRB5_DOMAIN_X500_COMPRESS;

@@ -36,6 +36,9 @@ install(FILES ${PROJECT_BINARY_DIR}/packaging/morwen-config.cmake
   ${PROJECT_BINARY_DIR}/packaging/morwen-config-version.cmake
   DESTINATION ${package_folder} COMPONENT development)
 
+# From where the file lies, so that an installation may lie anywhere.
+file(RELATIVE_PATH PC_TO_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+string(REGEX REPLACE "/$" "" PC_TO_PREFIX ${PC_TO_PREFIX})
 configure_file(${PROJECT_SOURCE_DIR}/packaging/morwen.pc.in ${PROJECT_BINARY_DIR}/packaging/morwen.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/packaging/morwen.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
   COMPONENT development)

@@ -1,5 +1,7 @@
 #include "errors/ErrorManager.h"
 
+#include <new>
+
 #include "errors/ErrorRecord.h"
 #include "errors/HostText.h"
 #include "harrow/log/SResManager.h"
@@ -77,16 +79,20 @@ void ErrorManager::DiscardThreadError() noexcept {
 }
 
 SSOChar* ErrorManager::GetErrorMessage(uint32_t i_nMessageId) {
-    const SWCharString ssMessage = SResManager::LoadStringW(i_nMessageId, 0);
-    if (ssMessage.isEmpty()) {
-        return nullptr;
-    }
-    SSOChar* pMessage = CopyToHost(ssMessage);
-    S_ASSERT(pMessage);
-    if (pMessage == nullptr) {
+    try {
+        const SWCharString ssMessage = SResManager::LoadStringW(i_nMessageId, 0);
+        if (ssMessage.isEmpty()) {
+            return nullptr;
+        }
+        SSOChar* pMessage = CopyToHost(ssMessage);
+        S_ASSERT(pMessage);
+        if (pMessage == nullptr) {
+            throw std::bad_alloc();
+        }
+        return pMessage;
+    } catch (const std::bad_alloc&) {
         throw SSOException(SSOException::OutOfMemory());
     }
-    return pMessage;
 }
 
 }  // namespace morwen

@@ -33,8 +33,9 @@ constexpr Harrowlib201::SMessage kMessages[] = {
      "There is no security context under the given key. It was released, was given another key, or never "
      "existed; the user must log on again."},
     {kMsgImpersonation,
-     "The identity of the thread could not be changed or read. Check that the service has the right to act as its "
-     "users; the reason that goes with this message names the step that failed."},
+     "The user's identity could not be established or taken on, or the thread could not go back to its own. Check that "
+     "the user has an account here and that the service has the right to act as its users; the reason that goes with "
+     "this message names the step that failed."},
     {kMsgNoPackage,
      "The security package %1 cannot be used. Check that Kerberos is installed and configured on this "
      "computer."},

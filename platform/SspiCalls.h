@@ -47,6 +47,10 @@ public:
     // thread can be asked returns SEC_E_UNSUPPORTED_FUNCTION, and the caller impersonates. Out: goes back through
     // TokenCalls' CloseHandle.
     virtual SECURITY_STATUS OpenContextToken(PCtxtHandle i_pContext, HANDLE* o_phToken) noexcept = 0;
+
+    // Neither: whether credentials for accepting are the service's, also on a thread that acts as a user. Where they
+    // are the thread's, the caller makes the thread the service meanwhile.
+    virtual bool AcceptsAsService() const noexcept = 0;
 };
 
 }  // namespace morwen

@@ -36,11 +36,21 @@ uint32_t SSOImpl::Guarded(Operation i_operation) {
     try {
         return i_operation();
     } catch (const SSOException& exception) {
-        if (m_pErrorManager) {
-            m_pErrorManager->SetThreadError(exception);
-        }
-        return exception.GetCode();
+        return Record(exception);
+    } catch (const std::bad_alloc&) {
+        return Record(SSOException::OutOfMemory());
     }
+}
+
+uint32_t SSOImpl::Record(const SSOException& i_exception) noexcept {
+    if (m_pErrorManager) {
+        m_pErrorManager->SetThreadError(i_exception);
+    }
+    return i_exception.GetCode();
+}
+
+uint32_t SSOImpl::MemoryRanOut() {
+    return Run([]() -> uint32_t { throw std::bad_alloc(); });
 }
 
 template <class Operation>
@@ -270,6 +280,7 @@ uint32_t SSOImpl::InitSSOProvider(const SWCharString& i_ssType, const ParasSeq* 
 
 uint32_t SSOImpl::GetRequiredParameters(const SWCharString& i_ssType, ParasSeq** o_ppParameters) {
     return Run([&] {
+        Parameters().ToParasSeq(o_ppParameters);  // nothing, should what follows fail
         const SSOHandlerFactoryPtr pHandlerFactory = SSOHandlerFactory::instance();
         S_ASSERT(pHandlerFactory);
         if (!pHandlerFactory) {

@@ -16,8 +16,8 @@ namespace morwen {
 
 using Harrowlib201::JTCHandleT;
 
-// Operations return a result code and leave an error record for the calling thread; what is no SSOException passes
-// through to the export. They run side by side, and never beside the first start or the last end.
+// Operations return a result code and leave an error record for the calling thread, of want of memory too; any other
+// exception passes through to the export. They run side by side, and never beside the first start or the last end.
 class SSOImpl : public Harrowlib201::CRefCount {
 public:
     // The one object, made on the first call and never destroyed; empty when it could not be made.
@@ -53,6 +53,9 @@ public:
     uint32_t AcquireCurrentSecurityContext(const SWCharString& i_ssType, const ParasSeq* i_pParameters,
                                            SSOChar** o_ppSessionID);
 
+    // What an operation returns when there is no memory for its arguments.
+    uint32_t MemoryRanOut();
+
     uint32_t GetError(uint32_t i_ErrorCode, SSOError** o_ppError);
     uint32_t GetErrorMessage(uint32_t i_nMessageId, SSOChar** o_ppMessage);
     void FreeError(SSOError* i_pError) noexcept;
@@ -66,8 +69,8 @@ public:
 private:
     ~SSOImpl() override;
 
-    // The frame of every operation: the way in while the core is initialised, and the turning of an SSOException into
-    // the thread's error record and its code. Forgets why the thread's call before has failed.
+    // The frame of every operation: the way in while the core is initialised, and the turning of an SSOException, or of
+    // want of memory, into the thread's error record and its code. Forgets why the thread's call before has failed.
     template <class Operation>
     uint32_t Run(Operation i_operation);
     // The same without forgetting.
@@ -76,6 +79,7 @@ private:
     // As Run, for an operation on cached contexts.
     template <class Operation>
     uint32_t RunOnContexts(Operation i_operation);
+    uint32_t Record(const SSOException& i_exception) noexcept;
 
     bool CountUp();
     bool CountDown();

@@ -1,5 +1,8 @@
 // The 21 exports: each brings the host's arguments into the library's own types and calls the core. Nothing thrown
 // passes.
+#include <new>
+#include <type_traits>
+
 #include "errors/HostText.h"
 #include "harrow/log/STrace.h"
 #include "harrow/threads/JTCThread.h"
@@ -38,11 +41,15 @@ uint32_t Export(const char* i_pszUnexpected, Operation i_operation, const char* 
         if (!pImpl) {
             return SSO_ERROR;
         }
-        if constexpr (std::is_void_v<decltype(i_operation(*pImpl))>) {
-            i_operation(*pImpl);
-            return SSO_OK;
-        } else {
-            return i_operation(*pImpl);
+        try {
+            if constexpr (std::is_void_v<decltype(i_operation(*pImpl))>) {
+                i_operation(*pImpl);
+                return SSO_OK;
+            } else {
+                return i_operation(*pImpl);
+            }
+        } catch (const std::bad_alloc&) {  // of the arguments' copies; the core's own ends in the core
+            return pImpl->MemoryRanOut();
         }
     } catch (...) {
         S_FAIL(i_pszUnexpected);

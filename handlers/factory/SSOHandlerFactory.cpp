@@ -32,29 +32,29 @@ const SSOHandlerFactoryPtr& SSOHandlerFactory::instance() {
 SSOHandlerPtr SSOHandlerFactory::GetHandler(const SWCharString& i_ssType) {
     S_TRACE("ssoplugin: SSOHandlerFactory::GetHandler() -- Looking for a handler for %1", i_ssType);
     const CS_Locker locker(m_section);
-    const auto found = m_mapHandlers.find(i_ssType);
-    SSOHandlerPtr pHandler = found != m_mapHandlers.end() ? found->second : MakeHandler(i_ssType);
-    S_ASSERT(pHandler);
-    if (!pHandler) {
-        throw SSOException(SSO_ERROR);
-    }
-    if (found == m_mapHandlers.end()) {
-        m_mapHandlers.emplace(i_ssType, pHandler);
-    }
-    return pHandler;
-}
-
-SSOHandlerPtr SSOHandlerFactory::MakeHandler(const SWCharString& i_ssType) {
     try {
-        if (i_ssType == u"SSPI") {
-            return MakeCounted<KerberosSSPIHandler>();
+        const auto found = m_mapHandlers.find(i_ssType);
+        SSOHandlerPtr pHandler = found != m_mapHandlers.end() ? found->second : MakeHandler(i_ssType);
+        S_ASSERT(pHandler);
+        if (!pHandler) {
+            throw SSOException(SSO_ERROR);
         }
-        if (i_ssType == u"THREADTOKEN") {
-            return MakeCounted<ThreadTokenHandler>();
+        if (found == m_mapHandlers.end()) {
+            m_mapHandlers.emplace(i_ssType, pHandler);
         }
+        return pHandler;
     } catch (const std::bad_alloc&) {
         S_FAIL("SSOHandlerFactory::GetHandler() -- Out of memory!");
         throw SSOException(SSOException::OutOfMemory());
+    }
+}
+
+SSOHandlerPtr SSOHandlerFactory::MakeHandler(const SWCharString& i_ssType) {
+    if (i_ssType == u"SSPI") {
+        return MakeCounted<KerberosSSPIHandler>();
+    }
+    if (i_ssType == u"THREADTOKEN") {
+        return MakeCounted<ThreadTokenHandler>();
     }
     if (ShouldAssert()) {
         const std::string message = "ssoplugin: SSOHandlerFactory::GetHandler() -- Unsupported type: " +

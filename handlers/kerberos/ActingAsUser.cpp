@@ -4,6 +4,8 @@
 #include <string>
 #include <utility>
 
+#include "errors/SSOException.h"
+#include "handlers/SSOHandler.h"
 #include "handlers/SystemErrorText.h"
 #include "harrow/log/STrace.h"
 #include "platform/Platform.h"
@@ -45,13 +47,44 @@ bool RevertToProcess(const RevertTexts& i_texts) noexcept {
     return bReverted;
 }
 
-bool ActingAsUser::Begin() noexcept {
+EarlierUser::EarlierUser() {
+    if (Platform::Tokens().OpenThreadToken(Platform::Kernel().GetCurrentThread(), TOKEN_QUERY | TOKEN_IMPERSONATE, TRUE,
+                                           &m_hUser)) {
+        return;
+    }
+    m_hUser = nullptr;
+    if (const DWORD nError = Platform::Kernel().GetLastError(); nError != ERROR_NO_TOKEN) {
+        S_TRACE("ssoplugin: KerberosSSPIHandler -- Whom the thread acts as cannot be found out: %1",
+                GetErrorText(static_cast<SECURITY_STATUS>(nError)));
+        throw SSOException(SSO_ERROR, kMsgImpersonation);
+    }
+}
+
+EarlierUser::~EarlierUser() {
+    if (m_hUser != nullptr) {
+        static_cast<void>(Platform::Tokens().CloseHandle(m_hUser));
+    }
+}
+
+bool EarlierUser::Leave() const noexcept {
+    return m_hUser == nullptr || Platform::Tokens().RevertToSelf() != FALSE;
+}
+
+bool EarlierUser::Resume() const noexcept {
+    const bool bResumed = m_hUser == nullptr || Platform::Tokens().ImpersonateLoggedOnUser(m_hUser) != FALSE;
+    if (!bResumed) {
+        S_TRACE("ssoplugin: KerberosSSPIHandler -- The thread is not the user any more whom it acted as.");
+    }
+    return bResumed;
+}
+
+SECURITY_STATUS ActingAsUser::Begin() noexcept {
     const SECURITY_STATUS nStatus = Platform::Sspi().ImpersonateSecurityContext(m_pContext);
     m_bActing = nStatus == SEC_E_OK;
     if (!m_bActing) {
         NoteReason(nStatus);
     }
-    return m_bActing;
+    return nStatus;
 }
 
 bool ActingAsUser::End() noexcept {

@@ -1,4 +1,4 @@
-// The calling thread as the user of a security context, and back.
+// The calling thread as the user of a security context, and back; and whom it acted as before.
 #pragma once
 
 #include "platform/OsTypes.h"
@@ -17,6 +17,25 @@ struct RevertTexts {
 bool RevertFromUser(CtxtHandle* i_pContext, const RevertTexts& i_texts) noexcept;
 bool RevertToProcess(const RevertTexts& i_texts) noexcept;
 
+// The user whom the calling thread acts as already, found out by asking for its token, so that the thread can be that
+// user again after having been somebody else.
+class EarlierUser {
+public:
+    // Throws SSOException (kMsgImpersonation) when it cannot be found out.
+    EarlierUser();
+    ~EarlierUser();
+    EarlierUser(const EarlierUser&) = delete;
+    EarlierUser& operator=(const EarlierUser&) = delete;
+
+    // Makes the thread the service for now. False when it could not.
+    bool Leave() const noexcept;
+    // False when the thread could not be made the earlier user again. Does nothing when there was none.
+    bool Resume() const noexcept;
+
+private:
+    HANDLE m_hUser = nullptr;
+};
+
 // Acts as the context's user from Begin until End, or until this object goes.
 class ActingAsUser {
 public:
@@ -27,8 +46,8 @@ public:
     ActingAsUser(const ActingAsUser&) = delete;
     ActingAsUser& operator=(const ActingAsUser&) = delete;
 
-    // False when the package does not let the thread.
-    bool Begin() noexcept;
+    // What the package says; SEC_E_OK when the thread acts as the user.
+    SECURITY_STATUS Begin() noexcept;
     // False when the thread could not be made itself again. Does nothing on a thread that is.
     bool End() noexcept;
 

@@ -1,10 +1,12 @@
 #include "handlers/kerberos/KerberosSSPICredentials.h"
 
+#include <optional>
 #include <string>
 
 #include "errors/SSOException.h"
 #include "handlers/SSOHandler.h"
 #include "handlers/SystemErrorText.h"
+#include "handlers/kerberos/ActingAsUser.h"
 #include "harrow/log/STrace.h"
 #include "platform/OsText.h"
 #include "platform/Platform.h"
@@ -122,14 +124,26 @@ KerberosSSPICredentials::KerberosSSPICredentials(const SWCharString& i_ssUser, c
     const std::unique_ptr<AuthIdentity> pIdentity = MakeIdentity(i_ssUser, i_ssPassword);
     const ULONG nUse = CredentialUse(i_nCredentialType);
     const OsText package(u"Kerberos");
+    // A user's keys would open no ticket for the service.
+    std::optional<EarlierUser> earlier;
+    if (nUse == SECPKG_CRED_INBOUND && !Platform::Sspi().AcceptsAsService()) {
+        earlier.emplace();
+        if (!earlier->Leave()) {
+            throw SSOException(SSO_ERROR, kMsgImpersonation);
+        }
+    }
     const SECURITY_STATUS nStatus = Platform::Sspi().AcquireCredentialsHandleW(
         nullptr, package.get(), nUse, nullptr, pIdentity ? pIdentity->get() : nullptr, nullptr, nullptr, &m_handle,
         &m_tsExpiry);
-    if (nStatus == SEC_E_OK) {
+    const bool bResumed = !earlier || earlier->Resume();
+    if (nStatus == SEC_E_OK && bResumed) {
         return;
     }
     if (IsSet(m_handle)) {
         Platform::Sspi().FreeCredentialsHandle(&m_handle);
+    }
+    if (!bResumed) {
+        throw SSOException(SSO_ERROR, kMsgImpersonation);
     }
     ThrowForStatus(nStatus);
 }

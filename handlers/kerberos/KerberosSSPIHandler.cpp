@@ -5,6 +5,7 @@
 
 #include "errors/SSOException.h"
 #include "handlers/SystemErrorText.h"
+#include "handlers/SystemFailure.h"
 #include "handlers/kerberos/KerberosSSPICredentials.h"
 #include "handlers/kerberos/LogonInformation.h"
 #include "handlers/kerberos/SSPISession.h"
@@ -93,8 +94,12 @@ KerberosSSPIHandler::KerberosSSPIHandler() {
     m_requiredLoginParameters.SetParameter(u"SI_SERVER_SSPI_SPN", SWCharString());
     const OsText package(u"Kerberos");
     PSecPkgInfoW pPackageInfo = nullptr;
-    if (Platform::Sspi().QuerySecurityPackageInfoW(package.get(), &pPackageInfo) != SEC_E_OK) {
+    if (const SECURITY_STATUS nStatus = Platform::Sspi().QuerySecurityPackageInfoW(package.get(), &pPackageInfo);
+        nStatus != SEC_E_OK) {
         S_TRACE("ssoplugin: KerberosSSPIHandler::KerberosSSPIHandler() -- QuerySecurityPackageInfo() failed!");
+        if (nStatus == SEC_E_INSUFFICIENT_MEMORY) {
+            throw SSOException(SSOException::OutOfMemory());
+        }
         ThrowNoPackage();
     }
     S_ASSERT(pPackageInfo);
@@ -115,6 +120,7 @@ void KerberosSSPIHandler::InitHandler(const Parameters& i_globalParameters) {
     int64_t lExpiryTime = 0;
     bool bCacheContexts = true;
     bool bAllowRenewals = true;
+    bool bRequireInformation = false;
     const bool bExpiryPresent =
         ReadSetting(i_globalParameters, u"SSPI_CTXT_CACHE_EXPIRY", lExpiryTime,
                     "ssoplugin: KerberosSSPIHandler::InitHandler() -- Type mismatch getting the cache expiry time.");
@@ -128,6 +134,9 @@ void KerberosSSPIHandler::InitHandler(const Parameters& i_globalParameters) {
     const bool bRenewalsPresent =
         ReadSetting(i_globalParameters, u"CONTEXT_RENEWALS_ALLOWED", bAllowRenewals,
                     "ssoplugin: KerberosSSPIHandler::InitHandler() -- Type mismatch getting the context renewal flag.");
+    const bool bRequirePresent = ReadSetting(
+        i_globalParameters, u"SSPI_REQUIRE_LOGON_INFO", bRequireInformation,
+        "ssoplugin: KerberosSSPIHandler::InitHandler() -- Type mismatch getting the logon information flag.");
     Parameters globalParameters = i_globalParameters;  // copied before the first change, because a copy can fail
 
     const CSmartWriteLocker locker(m_lock);
@@ -147,6 +156,12 @@ void KerberosSSPIHandler::InitHandler(const Parameters& i_globalParameters) {
             bAllowRenewals
                 ? "ssoplugin: KerberosSSPIHandler::InitHandler() -- Allowing renewals of cached security contexts."
                 : "ssoplugin: KerberosSSPIHandler::InitHandler() -- Disabling renewals of cached security contexts.");
+    }
+    if (bRequirePresent) {
+        m_bRequireLogonInformation = bRequireInformation;
+        S_TRACE(bRequireInformation
+                    ? "ssoplugin: KerberosSSPIHandler::InitHandler() -- Requiring logon information in tickets."
+                    : "ssoplugin: KerberosSSPIHandler::InitHandler() -- Requiring no logon information in tickets.");
     }
     m_globalParameters = std::move(globalParameters);
 }
@@ -214,7 +229,7 @@ uint32_t KerberosSSPIHandler::InitializeContext(const SSOCredentialsPtr& i_pCred
             NoteReason(nStatus);
             S_TRACE("ssoplugin: KerberosSSPIHandler::InitializeContext() -- Failure in InitializeSecurityContext(). %1",
                     GetErrorText(nStatus));
-            throw SSOException(SSO_ERROR);
+            ThrowSystemFailure(nStatus, kMsgGeneral);
     }
 }
 
@@ -270,6 +285,7 @@ uint32_t KerberosSSPIHandler::AcceptContext(const SSOCredentialsPtr& i_pCredenti
             S_TRACE("ssoplugin: KerberosSSPIHandler::AcceptContext() -- %1", GetErrorText(nStatus));
             throw SSOException(SSO_DENIED, kMsgCredentials);
         case SEC_E_OK:
+            CheckLogonInformation(i_pSession);
             session.SetEstablished();
             if (i_bWantLogonInformation) {
                 GetLogonInformation(i_pSession, o_logonInformation);
@@ -277,6 +293,7 @@ uint32_t KerberosSSPIHandler::AcceptContext(const SSOCredentialsPtr& i_pCredenti
             return *o_ppvBuffer != nullptr || *o_pnBufferLength != 0 ? SSO_CONTINUE : SSO_ACCEPTED;
         case SEC_I_COMPLETE_NEEDED:
         case SEC_I_COMPLETE_AND_CONTINUE:
+            CheckLogonInformation(i_pSession);
             session.SetEstablished();
             return SSO_OK;
         default:
@@ -313,6 +330,21 @@ SSOCredentialsPtr KerberosSSPIHandler::CreateCredentials(const SWCharString& i_s
     } catch (...) {
         S_FAIL("KerberosSSPIHandler::CreateCredentials() -- Creation failed.");
         throw SSOException(SSO_ERROR);
+    }
+}
+
+void KerberosSSPIHandler::CheckLogonInformation(const SSOSessionPtr& i_pSession) const {
+    {
+        const CSmartReadLocker locker(m_lock);
+        if (!m_bRequireLogonInformation) {
+            return;
+        }
+    }
+    if (!IsKnownToDirectory(i_pSession)) {
+        S_TRACE(
+            "ssoplugin: KerberosSSPIHandler::AcceptContext() -- The ticket brings no logon information of a directory, "
+            "which is required.");
+        throw SSOException(SSO_DENIED, kMsgCredentials);
     }
 }
 

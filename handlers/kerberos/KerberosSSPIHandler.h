@@ -34,11 +34,14 @@ public:
 
 private:
     uint8_t* AllocateOutput(const char* i_pszOutOfMemory);
+    // Throws SSOException when the settings require a directory's word on the user, and there is none.
+    void CheckLogonInformation(const SSOSessionPtr& i_pSession) const;
 
     TokenBlocks m_tokenBlocks;
     uint64_t m_nMaxTokenSize = 0;  // of every output buffer, in bytes
     Parameters m_requiredGlobalParameters;
     Parameters m_globalParameters S_GUARDED_BY(m_lock);
+    bool m_bRequireLogonInformation S_GUARDED_BY(m_lock) = false;
 };
 
 }  // namespace morwen

@@ -6,10 +6,12 @@
 #include <iterator>
 #include <limits>
 #include <new>
+#include <optional>
 #include <string>
 
 #include "errors/SSOException.h"
 #include "handlers/SystemErrorText.h"
+#include "handlers/SystemFailure.h"
 #include "handlers/kerberos/ActingAsUser.h"
 #include "handlers/kerberos/SSPISession.h"
 #include "harrow/log/STrace.h"
@@ -26,7 +28,7 @@ constexpr DWORD SSPI_DEFAULT_USER_DATA_BUFFER_SIZE = 4096;
 constexpr RevertTexts kRevertTexts = {nullptr, "RevertToSelf()", nullptr};
 
 // The token of the user who logged on. Where the context itself can be asked, no identity changes; elsewhere the thread
-// runs as the user until End, or until this object goes.
+// runs as the user until End, or until this object goes, and then as whom it did before.
 class LogonToken {
 public:
     explicit LogonToken(CtxtHandle* i_pContext) : m_user(i_pContext, kRevertTexts) {
@@ -38,7 +40,7 @@ public:
             static_cast<void>(End());  // the destructor does not run when the constructor throws
             S_TRACE("ssoplugin: KerberosSSPIHandler::GetLogonInformation() -- OpenContextToken() failed: %1",
                     GetErrorText(nStatus));
-            throw SSOException(SSO_ERROR);
+            ThrowSystemFailure(nStatus, kMsgImpersonation);
         }
         S_ASSERT_TEXT(m_hUser != nullptr, "hUser");
     }
@@ -50,7 +52,11 @@ public:
 
     // False when the thread could not be made itself again.
     bool End() noexcept {
-        const bool bReverted = m_user.End();
+        bool bReverted = m_user.End();
+        if (m_earlier) {
+            bReverted = m_earlier->Resume() && bReverted;
+            m_earlier.reset();
+        }
         if (m_hUser != nullptr) {
             const BOOL bClosed = Platform::Tokens().CloseHandle(m_hUser);
             S_ASSERT_TEXT(bClosed, "CloseHandle(hUser)");
@@ -61,9 +67,10 @@ public:
 
 private:
     void OpenByImpersonating() {
-        if (!m_user.Begin()) {
+        m_earlier.emplace();
+        if (const SECURITY_STATUS nStatus = m_user.Begin(); nStatus != SEC_E_OK) {
             S_TRACE("ssoplugin: KerberosSSPIHandler::GetLogonInformation() -- Could not impersonate.");
-            throw SSOException(SSO_ERROR, kMsgImpersonation);
+            ThrowSystemFailure(nStatus, kMsgImpersonation);
         }
         if (Platform::Tokens().OpenThreadToken(Platform::Kernel().GetCurrentThread(), TOKEN_QUERY, TRUE, &m_hUser)) {
             return;
@@ -71,13 +78,17 @@ private:
         const auto nError = static_cast<SECURITY_STATUS>(Platform::Kernel().GetLastError());
         m_hUser = nullptr;
         NoteReason(nError);
-        const bool bReverted = m_user.End();
+        const bool bReverted = End();
         S_TRACE("ssoplugin: KerberosSSPIHandler::GetLogonInformation() -- OpenThreadToken() failed: %1",
                 GetErrorText(nError));
-        throw SSOException(SSO_ERROR, bReverted ? kMsgGeneral : kMsgImpersonation);
+        if (!bReverted) {
+            throw SSOException(SSO_ERROR, kMsgImpersonation);
+        }
+        ThrowSystemFailure(nError, kMsgGeneral);
     }
 
     ActingAsUser m_user;
+    std::optional<EarlierUser> m_earlier;  // where the thread has become somebody else
     HANDLE m_hUser = nullptr;
 };
 
@@ -180,6 +191,32 @@ void GetLogonInformation(const SSOSessionPtr& i_pSession, Parameters& o_paramete
     o_parameters = std::move(information);
 }
 
+bool IsKnownToDirectory(const SSOSessionPtr& i_pSession) {
+    const auto pSession = CountedCast<SSPISession>(i_pSession);
+    HANDLE hUser = nullptr;
+    const SECURITY_STATUS nStatus = Platform::Sspi().OpenContextToken(pSession->GetContext(), &hUser);
+    if (nStatus == SEC_E_UNSUPPORTED_FUNCTION) {
+        return true;
+    }
+    if (nStatus != SEC_E_OK) {
+        S_TRACE("ssoplugin: KerberosSSPIHandler::GetLogonInformation() -- OpenContextToken() failed: %1",
+                GetErrorText(nStatus));
+        if (nStatus == SEC_E_INSUFFICIENT_MEMORY) {
+            throw SSOException(SSOException::OutOfMemory());
+        }
+        return false;
+    }
+    const auto close = [](void* i_hUser) { static_cast<void>(Platform::Tokens().CloseHandle(i_hUser)); };
+    const std::unique_ptr<void, decltype(close)> pUser(hUser, close);
+    std::unique_ptr<BYTE[]> pUserData;
+    GetUserData(hUser, TokenUser, &pUserData);
+    const PSID pSid = reinterpret_cast<const TOKEN_USER*>(pUserData.get())->User.Sid;
+    constexpr BYTE kUnixAuthority[] = {0, 0, 0, 0, 0, 22};
+    return Platform::Tokens().IsValidSid(pSid) != FALSE &&
+           !std::equal(std::begin(kUnixAuthority), std::end(kUnixAuthority),
+                       Platform::Tokens().GetSidIdentifierAuthority(pSid)->Value);
+}
+
 void GetUserData(HANDLE i_hUserHandle, TOKEN_INFORMATION_CLASS i_eClass, std::unique_ptr<BYTE[]>* o_TokenInformation) {
     S_ASSERT(i_hUserHandle);
     S_ASSERT(o_TokenInformation);
@@ -203,9 +240,9 @@ void GetUserData(HANDLE i_hUserHandle, TOKEN_INFORMATION_CLASS i_eClass, std::un
     DWORD dwRequiredBufferSize = 0;
     if (!Platform::Tokens().GetTokenInformation(i_hUserHandle, i_eClass, pBuffer.get(),
                                                 SSPI_DEFAULT_USER_DATA_BUFFER_SIZE, &dwRequiredBufferSize)) {
-        if (Platform::Kernel().GetLastError() != ERROR_INSUFFICIENT_BUFFER) {
+        if (const DWORD nError = Platform::Kernel().GetLastError(); nError != ERROR_INSUFFICIENT_BUFFER) {
             S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- GetTokenInformation failed (first try).");
-            throw SSOException(SSO_ERROR);
+            ThrowSystemFailure(nError, kMsgGeneral);
         }
         S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- Reallocating buffer.  Size is %1.",
                 uint64_t{dwRequiredBufferSize});
@@ -214,8 +251,9 @@ void GetUserData(HANDLE i_hUserHandle, TOKEN_INFORMATION_CLASS i_eClass, std::un
         pBuffer = allocate(dwRequiredBufferSize);
         if (!Platform::Tokens().GetTokenInformation(i_hUserHandle, i_eClass, pBuffer.get(), dwRequiredBufferSize,
                                                     &dwRequiredBufferSize)) {
+            const DWORD nError = Platform::Kernel().GetLastError();
             S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- GetTokenInformation failed (second try).");
-            throw SSOException(SSO_ERROR);
+            ThrowSystemFailure(nError, kMsgGeneral);
         }
     }
     S_ASSERT(pBuffer);
@@ -229,7 +267,7 @@ void SIDToSString(PSID i_pSid, SWCharString& o_ssText) {
     } catch (const std::bad_alloc&) {
         S_ASSERT_MSG(false, "ssoplugin: KerberosSSPIHandler::SIDToSString() -- Out of memory");
         S_ASSERT_TEXT(false, "pszTextualSid");
-        throw SSOException(SSO_ERROR);
+        throw SSOException(SSOException::OutOfMemory());
     }
     o_ssText = SWCharString(text);
 }

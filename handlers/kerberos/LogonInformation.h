@@ -13,6 +13,11 @@ namespace morwen {
 // itself again on every way out. Throws SSOException.
 void GetLogonInformation(const SSOSessionPtr& i_pSession, Parameters& o_parameters);
 
+// Whether a directory says who logged on, which it does by an identifier of its own; one that was made of a local
+// account is of the Unix authority (22). Where the context cannot be asked itself, the system knows no other users than
+// those of directories. Nobody is impersonated. Throws SSOException.
+bool IsKnownToDirectory(const SSOSessionPtr& i_pSession);
+
 // Reads one kind of information about a token. Throws SSOException.
 void GetUserData(HANDLE i_hUserHandle, TOKEN_INFORMATION_CLASS i_eClass, std::unique_ptr<BYTE[]>* o_TokenInformation);
 

@@ -4,6 +4,7 @@
 
 #include "errors/SSOException.h"
 #include "handlers/HandlerToken.h"
+#include "handlers/SystemFailure.h"
 #include "handlers/kerberos/ActingAsUser.h"
 #include "handlers/kerberos/KerberosSSPICredentials.h"
 #include "handlers/kerberos/SSPISession.h"
@@ -64,9 +65,9 @@ Renegotiation::Renegotiation(const SSOHandlerPtr& i_pHandler)
 
 void Renegotiation::AcquireUserCredentials(CtxtHandle* i_pContext) {
     ActingAsUser user(i_pContext, kRevertTexts);
-    if (!user.Begin()) {
+    if (const SECURITY_STATUS nStatus = user.Begin(); nStatus != SEC_E_OK) {
         S_TRACE("ssoplugin: SSPIStaticToken::RenegotiateImpl() -- Could not impersonate.");
-        throw SSOException(SSO_ERROR, kMsgImpersonation);
+        ThrowSystemFailure(nStatus, kMsgImpersonation);
     }
     m_pUserCreds = MakeCredentials(SSOHandler::kOutbound);
     if (!user.End()) {

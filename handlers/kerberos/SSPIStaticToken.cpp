@@ -6,6 +6,7 @@
 
 #include "errors/SSOException.h"
 #include "handlers/SystemErrorText.h"
+#include "handlers/SystemFailure.h"
 #include "handlers/kerberos/ActingAsUser.h"
 #include "handlers/kerberos/Renegotiation.h"
 #include "harrow/log/STrace.h"
@@ -95,12 +96,13 @@ SSPIStaticToken::~SSPIStaticToken() {
 void SSPIStaticToken::Impersonate() {
     const CSmartWriteLocker locker(m_lock);
     // Beyond the count's range the token could be removed while it is impersonated.
-    const bool bMay = m_nImpersonationCount != std::numeric_limits<uint16_t>::max();
-    const SECURITY_STATUS nStatus = bMay ? Platform::Sspi().ImpersonateSecurityContext(&m_handle) : SEC_E_OK;
-    if (!bMay || nStatus != SEC_E_OK) {
+    const bool bCounts = m_nImpersonationCount != std::numeric_limits<uint16_t>::max();
+    const SECURITY_STATUS nStatus =
+        bCounts ? Platform::Sspi().ImpersonateSecurityContext(&m_handle) : SEC_E_NO_IMPERSONATION;
+    if (nStatus != SEC_E_OK) {
         NoteReason(nStatus);
         S_TRACE("ssoplugin: SSPIStaticToken::Impersonate() -- Could not impersonate.");
-        throw SSOException(SSO_ERROR, kMsgImpersonation);
+        ThrowSystemFailure(nStatus, kMsgImpersonation);
     }
     ++m_nImpersonationCount;
 }

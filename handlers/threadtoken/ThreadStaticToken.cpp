@@ -4,6 +4,7 @@
 
 #include "errors/SSOException.h"
 #include "handlers/SystemErrorText.h"
+#include "handlers/SystemFailure.h"
 #include "morwen/morwenplugin.h"
 
 namespace morwen {
@@ -32,8 +33,9 @@ void ThreadStaticToken::Impersonate() {
         throw SSOException(SSO_ERROR, kMsgImpersonation);
     }
     if (!Platform::Tokens().ImpersonateLoggedOnUser(m_pToken.get())) {
+        const DWORD nError = Platform::Kernel().GetLastError();
         S_REASON("ssoplugin: ThreadStaticToken::Impersonate() -- Could not impersonate: %1", GetLastErrorText());
-        throw SSOException(SSO_ERROR, kMsgImpersonation);
+        ThrowSystemFailure(nError, kMsgImpersonation);
     }
     ++m_nImpersonationCount;
 }

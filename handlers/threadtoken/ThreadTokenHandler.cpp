@@ -1,9 +1,11 @@
 #include "handlers/threadtoken/ThreadTokenHandler.h"
 
+#include <cstdint>
 #include <new>
 
 #include "errors/SSOException.h"
 #include "handlers/SystemErrorText.h"
+#include "handlers/SystemFailure.h"
 #include "handlers/threadtoken/ThreadTokenSession.h"
 #include "harrow/log/STrace.h"
 #include "platform/Platform.h"
@@ -14,7 +16,8 @@ using namespace Harrowlib201;
 
 namespace {
 constexpr STimeSpan kOneDay(86400000);
-}
+constexpr STimeSpan kEndsAtOnce(-1000);
+}  // namespace
 
 ThreadTokenHandler::ThreadTokenHandler() {
     const CSmartWriteLocker locker(m_lock);
@@ -32,8 +35,10 @@ void ThreadTokenHandler::InitHandler(const Parameters& i_globalParameters) {
     }
     if (bPresent) {
         const CSmartWriteLocker locker(m_lock);
-        // Unsigned, so that a huge value wraps as it does for the other handler.
-        m_cacheExpiry = STimeSpan(static_cast<int64_t>(static_cast<uint64_t>(nSeconds) * 1000U));
+        // Multiplied as it stands, a huge value could come out as 0, which is for ever.
+        constexpr int64_t kTooLarge = INT64_MAX / 1000;
+        const bool bFits = nSeconds < kTooLarge && nSeconds > -kTooLarge;
+        m_cacheExpiry = bFits ? STimeSpan(nSeconds * 1000) : kEndsAtOnce;
         S_TRACE("ssoplugin: ThreadTokenHandler::InitHandler() -- Setting cache timeout to %1", nSeconds);
     }
 }
@@ -65,15 +70,19 @@ uint32_t ThreadTokenHandler::AcquireCurrentContext(const SSOSessionPtr& i_pSessi
     KernelCalls& kernel = Platform::Kernel();
     HANDLE hToken = nullptr;
     if (!tokens.OpenThreadToken(kernel.GetCurrentThread(), kAccess, TRUE, &hToken)) {
+        const DWORD nThreadError = kernel.GetLastError();
         S_TRACE(
             "ssoplugin: ThreadTokenHandler::AcquireCurrentContext() -- OpenThreadToken() failed.  Trying process "
             "token.");
         if (!tokens.OpenProcessToken(kernel.GetCurrentProcess(), kAccess, &hToken)) {
+            const DWORD nProcessError = kernel.GetLastError();
             S_REASON(
                 "ssoplugin: ThreadTokenHandler::AcquireCurrentSecurityContext() -- Could not get token for thread nor "
                 "process: %1",
                 GetLastErrorText());
-            throw SSOException(SSO_ERROR, kMsgContextUnusable);
+            // A thread that acts as a user is refused the process's token, whatever its own could not be opened for.
+            ThrowSystemFailure(nThreadError == ERROR_NOT_ENOUGH_MEMORY ? nThreadError : nProcessError,
+                               kMsgContextUnusable);
         }
     }
     pSession->SetToken(hToken);

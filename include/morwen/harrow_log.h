@@ -1,7 +1,13 @@
 /* harrow_log.h: where traces and assertions of the morwen plug-in go, and why its last call failed.
  *
- * The plug-in reads no file and no environment variable; a host that wants to see what happens sets a sink here.
+ * No file and no environment variable says what is traced; a host that wants to see what happens sets a sink here.
  * Without a sink no trace is formatted and nothing is written. A C11 and C++17 header.
+ *
+ * The plug-in has no file and no environment variable of its own. On Linux the Kerberos library under it reads
+ * krb5.conf, keytabs and ticket files, and its variables (KRB5_CONFIG, KRB5CCNAME, KRB5_KTNAME and others). The plug-in
+ * looks at those that name the replay cache, as that library does (KRB5RCACHENAME, KRB5RCACHETYPE, KRB5RCACHEDIR,
+ * TMPDIR), and at the marks of the replay cache's, the keytab's and the configuration's files. Local times follow the
+ * system's time zone and TZ.
  */
 #ifndef MORWEN_HARROW_LOG_H
 #define MORWEN_HARROW_LOG_H

@@ -112,6 +112,10 @@ typedef struct SSOError {
  * that the user has delegated, SSO_KEY_SPN among the provider's settings, and a SSO_KEY_CACHE_EXPIRY that is longer
  * than the ticket's life and not over. */
 #define SSO_KEY_RENEWALS "CONTEXT_RENEWALS_ALLOWED"
+/* Bool: accept only tickets with a directory's logon information (its PAC); false unless set. For services all of whose
+ * users come from directories: a user may have asked for a ticket without it, and is then known by the name alone that
+ * he has asked by. Others are denied, whether or not the host wants logon information. */
+#define SSO_KEY_REQUIRE_LOGON_INFO "SSPI_REQUIRE_LOGON_INFO"
 /* String, from SSOAcceptLogin: the user's security identifier. */
 #define SSO_KEY_USER_SID "SSPI_USER_SID"
 /* String, from SSOAcceptLogin: the security identifiers of the user's groups, each followed by ";". */
@@ -199,14 +203,16 @@ SSO_API uint32_t SSOFreeParameters(ParasSeq* i_pParameters);
 SSO_API uint32_t SSOLookupSecurityContext(const SSOChar* i_pszContextKey);
 
 /* The calling thread's newest error record, once. SSO_ERROR and null if there is none. Out: goes back through
- * SSOFreeError. The code is the one that the failed function returned. */
+ * SSOFreeError. The code is the one that the failed function returned; a record with another code belongs to an earlier
+ * failure, whose record nobody has taken. */
 SSO_API uint32_t SSOGetError(uint32_t i_nErrorCode, SSOError** o_ppError);
 
 /* Gives a record back. Null does nothing. */
 SSO_API uint32_t SSOFreeError(SSOError* i_pError);
 
 /* The text of a message, with "%1" to "%3" where the record's substitutions belong. Out: goes back through
- * SSOFreeString. SSO_ERROR and null for an unknown identifier. */
+ * SSOFreeString. SSO_ERROR and null for an unknown identifier, and when memory is short; no record, so that the one
+ * that is being explained stays. */
 SSO_API uint32_t SSOGetMessageContent(uint32_t i_nMessageId, SSOChar** o_ppszMessage);
 
 /* Not offered: always returns SSO_ERROR and does nothing. */

@@ -56,6 +56,7 @@ public:
 
     // Only an impersonating thread can be asked here.
     SECURITY_STATUS OpenContextToken(PCtxtHandle, HANDLE*) noexcept override { return SEC_E_UNSUPPORTED_FUNCTION; }
+    bool AcceptsAsService() const noexcept override { return false; }
 };
 
 }  // namespace morwen

@@ -63,7 +63,9 @@ entry() { # name, class, lines...
 }
 
 account() { # name, control, lines...
-    entry "$1" user "userAccountControl: $2" "clearTextPassword:: $(printf '%s-secret' "$1" | iconv -t UTF-16LE | base64 -w 0)" \
+    local class=user
+    [[ $1 != *$ ]] || class=computer
+    entry "$1" "$class" "userAccountControl: $2" "clearTextPassword:: $(printf '%s-secret' "$1" | iconv -t UTF-16LE | base64 -w 0)" \
         "${@:3}"
 }
 
@@ -72,14 +74,18 @@ group() { # name, type, members...
 }
 
 # All users have the password NAME-secret. "nested" is in a global group that is in a universal one that is in a
-# domain-local one; "many" is in 300 groups.
+# domain-local one; "many" is in 300 groups. "mail", "sys" and "daemon$", a machine, have or want names of local accounts;
+# the second names of "mallory" and "sys" are "games" and "odd@elsewhere.test".
 entries() {
     local name types i
     local global=-2147483646 domain_local=-2147483644 universal=-2147483640
     printf 'dn: %s\nchangetype: modify\nreplace: pwdProperties\npwdProperties: 0\n' "$base"
-    for name in alice bob nested many; do
+    for name in alice bob nested many mail 'two words'; do
         account "$name" 66048
     done
+    account mallory 66048 'userPrincipalName: games@MORWEN.TEST'
+    account sys 66048 'userPrincipalName: odd@elsewhere.test'
+    account 'daemon$' 69632
     for name in "${services[@]}"; do
         case $(only_key "$name") in
             aes256-sha1) types=16 ;;

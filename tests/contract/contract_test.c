@@ -132,7 +132,8 @@ static void Errors(void) {
     static const SSOChar kLone[] = {0xD800, 0}, kReversed[] = {0xDC00, 0xD800, u'x', 0};
     static const SSOChar* const kTypes[] = {u"NO SUCH", u"sspi", u"SSPI ", u"%1", kLone, kReversed};
     for (size_t i = 0; i < sizeof(kTypes) / sizeof(kTypes[0]); ++i) {
-        ParasSeq* chain = NULL;
+        ParasSeq stale;
+        ParasSeq* chain = &stale;
         FAILS_WITH(g_Sso.SSOInitProvider(kTypes[i], NULL), SSO_ERROR, 61216, kTypes[i]);
         FAILS_WITH(g_Sso.SSOGetRequiredParameters(kTypes[i], &chain), SSO_ERROR, 61216, kTypes[i]);
         CHECK(chain == NULL);

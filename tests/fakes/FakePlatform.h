@@ -94,6 +94,7 @@ public:
     }
 
     FakeAnswer m_lifespan;  // of every context
+    bool m_bAcceptsAsService = false;
     std::string m_userSid = MakeSid({0, 0, 0, 0, 0, 5}, {18});
     std::vector<std::string> m_groupSids;
     std::u16string m_systemText = u"The fake failed. \r\n";  // what every error means; empty: no text
@@ -175,6 +176,8 @@ public:
         const FakeAnswer answer = Begin("OpenContextToken", "");
         return IsLive(i_pContext, "context", "OpenContextToken") ? GiveToken(answer, o_phToken) : SEC_E_INVALID_HANDLE;
     }
+
+    bool AcceptsAsService() const noexcept override { return m_bAcceptsAsService; }
 
     BOOL OpenThreadToken(HANDLE i_hThread, DWORD i_nAccess, BOOL i_bOpenAsSelf, HANDLE* o_phToken) noexcept override {
         const Lock lock(m_mutex);

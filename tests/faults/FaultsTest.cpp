@@ -15,6 +15,7 @@ namespace {
 using Harrowlib201::SDateTime;
 
 constexpr const SSOChar* kThreadToken = u"" SSO_PROVIDER_THREADTOKEN;
+constexpr const char* kNoRecord = "100/none";
 constexpr const SSOChar* kKerberos = u"" SSO_PROVIDER_SSPI;
 ParasSeq s_spn = {u"" SSO_KEY_SPN, SSO_PARAMETER_STRING, u"brief/localhost", nullptr};
 ParasSeq s_expiry = {u"" SSO_KEY_CACHE_EXPIRY, SSO_PARAMETER_LONG, u"3600", &s_spn};
@@ -36,14 +37,15 @@ public:
 
     // Whether the operation goes on. After a failure nothing fails any more, and what may be tried again succeeds.
     template <class Call>
-    bool Step(const char* i_pszStep, uint32_t i_nSuccess, Retry i_eRetry, Call i_call) {
+    bool Step(const char* i_pszStep, uint32_t i_nSuccess, Retry i_eRetry, Call i_call,
+              const char* i_pszFailure = "106/42256") {
         uint32_t nCode = Try(i_call);
         if (nCode == i_nSuccess) {
             return true;
         }
         t_fault.m_nLeft = 0;
         const std::string verdict = VerdictOf(nCode);
-        Require(t_fault.m_bHit && (verdict == "106/42256" || nCode == SSO_ERROR), i_pszStep + (" gives " + verdict));
+        Require(t_fault.m_bHit && verdict == i_pszFailure, i_pszStep + (" gives " + verdict));
         if (i_eRetry == Retry::Works) {
             nCode = Try(i_call);
             Require(nCode == i_nSuccess, i_pszStep + (" then gives " + VerdictOf(nCode)));
@@ -119,7 +121,8 @@ void UseContext(Pass& io_pass) {
 
 void Package(Pass& io_pass) {
     io_pass.Step("term", SSO_OK, Works, [](Outputs&) { return SSOTermPackage(); });
-    io_pass.Step("init", SSO_OK, Works, [](Outputs&) { return SSOInitPackage(); });
+    io_pass.Step(
+        "init", SSO_OK, Works, [](Outputs&) { return SSOInitPackage(); }, kNoRecord);
 }
 
 void Settings(Pass& io_pass) {
@@ -127,7 +130,10 @@ void Settings(Pass& io_pass) {
     io_pass.Step("thread provider", SSO_OK, Works, [](Outputs&) { return SSOInitProvider(kThreadToken, &kSettings); });
     io_pass.Step("required", SSO_OK, Works,
                  [](Outputs& o_out) { return SSOGetRequiredParameters(kKerberos, &o_out.m_pChain); });
-    io_pass.Step("message", SSO_OK, Works, [](Outputs& o_out) { return SSOGetMessageContent(42254, &o_out.m_pszKey); });
+    // While a failure is explained its record stays.
+    io_pass.Step(
+        "message", SSO_OK, Works, [](Outputs& o_out) { return SSOGetMessageContent(42254, &o_out.m_pszKey); },
+        kNoRecord);
 }
 
 void ThreadToken(Pass& io_pass) {
@@ -154,8 +160,9 @@ void Renewal(Pass& io_pass) {
     }
     const StaticTokenPtr pToken(reinterpret_cast<StaticToken*>(std::stoull(Narrow(io_pass.m_key.c_str()))));
     s_nAhead = 10 * 60 - 10;
-    io_pass.Step("renewal", SSO_OK, Pointless,
-                 [&](Outputs&) { return pToken->Renegotiate(SDateTime::GetCurrentDateTime()) ? SSO_OK : SSO_ERROR; });
+    io_pass.Step(
+        "renewal", SSO_OK, Pointless,
+        [&](Outputs&) { return pToken->Renegotiate(SDateTime::GetCurrentDateTime()) ? SSO_OK : SSO_ERROR; }, kNoRecord);
     s_nAhead = 0;
 }
 
@@ -204,6 +211,40 @@ protected:
     }
     bool m_bHit = false;
 };
+
+TEST_F(Faults, AreReportedWithoutMemory) {
+    static constexpr const char* kTexts[] = {
+        "ssoplugin: SSOImpl::Initialize() -- Out of memory intializing components!",
+        "ssoplugin: SSOImpl::Initialize() -- Out of memory initializing JTC!",
+        "ssoplugin: ErrorManager::SetThreadError() -- NULL error struct!",
+    };
+    static bool s_aSaid[std::size(kTexts)];
+    const auto sink = [](uint32_t, const char*, int, const char* i_pszMessage, void*) {
+        for (size_t i = 0; i < std::size(kTexts); ++i) {
+            s_aSaid[i] |= std::string_view(kTexts[i]) == i_pszMessage;
+        }
+    };
+    HarrowLogSetSink(sink, nullptr, HARROW_LOG_TRACE | HARROW_LOG_ASSERTION);
+    EXPECT_EQ(SSOInitPackage(), SSO_OK);
+    bool bHit = true;
+    for (long n = 1; bHit; ++n) {
+        const AllocationFault once = {n, true, false, false, false};
+        t_fault = once;
+        EXPECT_EQ(SSOContinueLogin(nullptr, nullptr, 0, nullptr, nullptr), SSO_ERROR);  // at worst without a record
+        bHit = t_fault.m_bHit;
+        t_fault = {};
+        EXPECT_EQ(SSOTermPackage(), SSO_OK);
+        t_fault = once;
+        const uint32_t nCode = SSOInitPackage();
+        t_fault = {};
+        EXPECT_TRUE(nCode == SSO_OK || SSOInitPackage() == SSO_OK) << n;
+    }
+    EXPECT_EQ(SSOTermPackage(), SSO_OK);
+    HarrowLogSetSink([](auto...) {}, nullptr, HARROW_LOG_TRACE | HARROW_LOG_ASSERTION);
+    for (size_t i = 0; i < std::size(kTexts); ++i) {
+        EXPECT_TRUE(s_aSaid[i]) << kTexts[i];
+    }
+}
 
 TEST_P(Faults, EveryAllocation) {
     const char* const pszAll = getenv("MORWEN_FAULTS");

@@ -3,8 +3,10 @@
 
 #include <cstring>
 
+#include "fakes/DerBytes.h"
 #include "fuzz/ForgedLogin.h"
 #include "platform/linux/krb5/Krb5Owners.h"
+#include "platform/linux/wire/Der.h"
 #include "platform/linux/wire/GssToken.h"
 
 // libkrb5 exports them, but its header does not declare them.
@@ -13,6 +15,8 @@ krb5_error_code decode_krb5_ap_req(const krb5_data* i_pData, krb5_ap_req** o_ppR
 krb5_error_code encode_krb5_ap_req(const krb5_ap_req* i_pRequest, krb5_data** o_ppData);
 krb5_error_code decode_krb5_ap_rep(const krb5_data* i_pData, krb5_ap_rep** o_ppReply);
 krb5_error_code decode_krb5_authenticator(const krb5_data* i_pData, krb5_authenticator** o_ppAuthenticator);
+krb5_error_code decode_krb5_enc_tkt_part(const krb5_data* i_pData, krb5_enc_tkt_part** o_ppPart);
+void krb5_free_enc_tkt_part(krb5_context i_context, krb5_enc_tkt_part* i_pPart);
 krb5_error_code encode_krb5_authenticator(const krb5_authenticator* i_pAuthenticator, krb5_data** o_ppData);
 void krb5_free_ap_req(krb5_context i_context, krb5_ap_req* i_pRequest);
 void krb5_free_ap_rep(krb5_context i_context, krb5_ap_rep* i_pReply);
@@ -97,6 +101,59 @@ Bytes Reencrypted(const Bytes& i_token, RequestPart i_ePart, Change i_change) {
     MORWEN_INVARIANT(encode_krb5_ap_req(request.get(), encoded.Receive()) == 0);
     krb5_free_keytab_entry_contents(context, &entry);
     return MakeGssToken(GssTokenKind::ApRequest, BytesIn(*encoded.get()));
+}
+
+// The part with the list in place of its authorization data, which is the last field of both.
+inline Bytes WithList(const Bytes& i_part, RequestPart i_ePart, const Bytes& i_list) {
+    const uint8_t nField = i_ePart == RequestPart::Ticket ? 0xAA : 0xA8;
+    std::span<const uint8_t> rest(i_part);
+    const auto part = TakeDer(rest);
+    auto fields = part ? OnlyDer(part->m_content, 0x30) : std::nullopt;
+    Bytes kept;
+    while (fields && !fields->empty()) {
+        const auto field = TakeDer(*fields);
+        MORWEN_INVARIANT(field.has_value());
+        if (field->m_nTag != nField) {
+            kept = kept + Der(field->m_nTag, Bytes(field->m_content.begin(), field->m_content.end()));
+        }
+    }
+    MORWEN_INVARIANT(!kept.empty());
+    return Der(part->m_nTag, Der(0x30, kept + Der(nField, i_list)));
+}
+
+// The ticket's part with a PAC of this logon information, signed as the KDC would.
+template <class Change>
+Bytes WithLogonInfo(const Bytes& i_part, Change i_change) {
+    const krb5_context context = FuzzContext();
+    krb5_data bytes{};
+    bytes.data = reinterpret_cast<char*>(const_cast<uint8_t*>(i_part.data()));
+    bytes.length = static_cast<unsigned>(i_part.size());
+    Krb5Owner<krb5_enc_tkt_part*, krb5_free_enc_tkt_part> part(context);
+    MORWEN_INVARIANT(decode_krb5_enc_tkt_part(&bytes, part.Receive()) == 0);
+    Krb5Owner<krb5_authdata**, krb5_free_authdata> found(context);
+    Krb5Owner<krb5_pac, krb5_pac_free> pac(context);
+    Krb5Data info(context);
+    Krb5Data sealed(context);
+    Krb5Keytab keytab(context);
+    krb5_keytab_entry entry{};
+    MORWEN_INVARIANT(
+        krb5_find_authdata(context, part->authorization_data, nullptr, KRB5_AUTHDATA_WIN2K_PAC, found.Receive()) == 0);
+    MORWEN_INVARIANT(krb5_pac_parse(context, found.get()[0]->contents, found.get()[0]->length, pac.Receive()) == 0 &&
+                     krb5_pac_get_buffer(context, pac.get(), KRB5_PAC_LOGON_INFO, info.Receive()) == 0);
+    Bytes changed = i_change(BytesIn(*info));
+    krb5_data buffer{};
+    buffer.data = reinterpret_cast<char*>(changed.data());
+    buffer.length = static_cast<unsigned>(changed.size());
+    MORWEN_INVARIANT(krb5_kt_default(context, keytab.Receive()) == 0);
+    Krb5Principal service(context);
+    MORWEN_INVARIANT(krb5_parse_name(context, "morwen/localhost@FUZZ.TEST", service.Receive()) == 0);
+    MORWEN_INVARIANT(krb5_kt_get_entry(context, keytab.get(), service.get(), 0, 0, &entry) == 0);
+    MORWEN_INVARIANT(krb5_pac_init(context, pac.Receive()) == 0 &&
+                     krb5_pac_add_buffer(context, pac.get(), KRB5_PAC_LOGON_INFO, &buffer) == 0 &&
+                     krb5_pac_sign(context, pac.get(), part->times.authtime, part->client, &entry.key, &entry.key,
+                                   sealed.Receive()) == 0);
+    krb5_free_keytab_entry_contents(context, &entry);
+    return WithList(i_part, RequestPart::Ticket, Within(Within(BytesIn(*sealed), KRB5_AUTHDATA_WIN2K_PAC)));
 }
 
 // The authenticator with these bytes in place of its checksum.

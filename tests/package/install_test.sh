@@ -52,7 +52,7 @@ scripts/realm "$scratch/usr/bin/morwen-doctor" client --spn morwen/localhost
 { scripts/realm env KRB5CCNAME=FILE:/none "$scratch/usr/bin/morwen-doctor" client || [ $? -eq 1 ]; } | grep 'ERROR.*cache-missing'
 
 # The pkg-config file and the layer for C++.
-export PKG_CONFIG_PATH=$libraries/pkgconfig PKG_CONFIG_SYSROOT_DIR=$scratch
+export PKG_CONFIG_PATH=$libraries/pkgconfig  # which lies where nobody said that it would
 printf '#include <morwen/host.hpp>\nint main() { morwen::host::Package().Use(SSO_PROVIDER_SSPI); }\n' >"$scratch/host.cpp"
 # shellcheck disable=SC2046  # the flags are words
 g++ -std=c++17 "$scratch/host.cpp" -o "$scratch/host" $(pkg-config --cflags --libs morwen)

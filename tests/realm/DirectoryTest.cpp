@@ -59,5 +59,53 @@ TEST_F(Directory, OnlyUsersWithALocalAccountAreActedAs) {
     EXPECT_EQ(thread.Revert(nested), "0");
 }
 
+// Each name that a user can ask by, in the order of the table in docs/impersonation.md.
+TEST_F(Directory, NamesStandForAccountsThatHaveThem) {
+    const std::string noAccount = "which does not exist on this machine";
+    const struct {
+        const char *m_pszAsked, *m_pszAccount, *m_pszOptions;
+        uid_t m_nUser;  // 0: nobody
+        std::string m_says;
+    } kCases[] = {
+        {"mail", "mail", "", 8, ""},
+        {"MAIL", "mail", "", 0, "maps to the local account \"MAIL\", " + noAccount},
+        {"mail ", "mail", "", 0, "is the account \"mail\""},
+        {"two words", "two words", "", 0, "maps to the local account \"two words\", " + noAccount},
+        {"mail\\@MORWEN.TEST", "mail", "", 0, "is the account \"mail\""},
+        {"mail@MORWEN.TEST", "mail", "-E", 0, "is the account \"mail\""},
+        {"mail@MORWEN.TEST", "mail", "-E -C", 8, ""},
+        {"odd@elsewhere.test", "sys", "-E", 0, "is the account \"sys\""},
+        {"odd@elsewhere.test", "sys", "-E -C", 3, ""},
+        {"games", "mallory", "", 0, "is the account \"mallory\""},
+        {"games@MORWEN.TEST", "mallory", "-E -C", 0, "maps to the local account \"mallory\", " + noAccount},
+        {"daemon", "daemon$", "", 0, "is the account \"daemon$\""},
+        {"DAEMON", "daemon$", "", 0, "is the account \"daemon$\""},
+        {"daemon$", "daemon$", "", 0, "maps to the local account \"daemon$\", " + noAccount},
+        {"alice", "alice", "", 65534, ""},  // by auth_to_local_names
+        {"mail", "mail", "--no-request-pac", 0, "without the logon information that others of this realm have"},
+    };
+    for (const auto& test : kCases) {
+        SCOPED_TRACE(std::string(test.m_pszAsked) + " " + test.m_pszOptions);
+        const std::string cache = "FILE:" + RealmPath("asked.cc");
+        RunCommand(std::string("echo '") + test.m_pszAccount + "-secret' | kinit " + test.m_pszOptions + " -c " +
+                   cache + " '" + test.m_pszAsked + "'");
+        UseTickets(cache);
+        const std::string key = KeptLogin({}, Information::NotWanted);
+        ActingThread thread;
+        EXPECT_EQ(thread.Impersonate(key, test.m_nUser), test.m_nUser != 0 ? "0" : "100/61212");
+        EXPECT_TRUE(m_trace.Said({test.m_says}));
+        EXPECT_EQ(thread.Revert(key), "0");
+    }
+    const auto require = [](const SSOChar* i_pszOn) {
+        const ParasSeq parameters = {u"" SSO_KEY_REQUIRE_LOGON_INFO, SSO_PARAMETER_BOOL, i_pszOn, nullptr};
+        EXPECT_EQ(SSOInitProvider(u"SSPI", &parameters), SSO_OK);
+    };
+    require(u"1");
+    EXPECT_EQ(LogOn({}, Information::NotWanted).m_verdict, "1,3/61215");
+    ++m_nHalfDone;  // the client's half
+    EXPECT_EQ(LogOn(PasswordOf("mail")).m_verdict, kLoggedOn);
+    require(u"0");
+}
+
 }  // namespace
 }  // namespace morwen

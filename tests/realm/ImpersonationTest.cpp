@@ -76,8 +76,15 @@ TEST_F(Impersonation, DecidesOverFilesOnThisThreadAlone) {
 TEST_F(Impersonation, RefusedLeavesTheThreadWhoItWas) {
     Kadmin("addprinc -pw root-secret root");
     Kadmin("addprinc -pw nowhere-secret nowhere");
+    RunCommand("kadmin.local -r OTHER.TEST addprinc -pw alice-secret alice");
+    const auto ofOtherRealm = [](const std::string& i_user) {
+        return KeptLogin({"OTHER.TEST\\" + i_user, i_user + "-secret", "morwen/localhost@MORWEN.TEST"},
+                         Information::NotWanted);
+    };
     const std::string alice = KeptLogin();
     const std::tuple<std::string, const char*, const char*> kCases[] = {
+        {ofOtherRealm("alice"), "100/61212", "mapping alice@OTHER.TEST to a local account: No translation available"},
+        {ofOtherRealm("dave"), "100/61212", "mapping dave@OTHER.TEST to a local account: No translation available"},
         {KeptLogin(PasswordOf("root")), "100/61212", "the user maps to root, whom no logon may act as"},
         {KeptLogin(PasswordOf("nowhere"), Information::NotWanted), "100/61212",
          "nowhere@MORWEN.TEST maps to the local account \"nowhere\", which does not exist"},
@@ -91,6 +98,11 @@ TEST_F(Impersonation, RefusedLeavesTheThreadWhoItWas) {
             EXPECT_TRUE(m_trace.Said({pszReason}));
         }
     }
+    EXPECT_EQ(thread.Revert(alice), "0");
+    const std::string carol = ofOtherRealm("carol");  // whom a rule names
+    EXPECT_EQ(thread.Impersonate(carol, 65534), "0");
+    EXPECT_EQ(SSOReleaseSecurityContext(Wide(carol).c_str()), SSO_OK);
+    EXPECT_EQ(thread.Revert(carol), "100/61211");  // and still acts as her
     EXPECT_EQ(thread.Revert(alice), "0");
 }
 

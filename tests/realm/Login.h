@@ -49,5 +49,6 @@ LoginResult CloseLogin(const std::string& i_key, Information i_eInformation = In
 LoginResult LogOn(const Client& i_client = {}, Information i_eInformation = Information::Wanted);
 
 inline constexpr const char* kLoggedOn = "1,1,0,2";
+inline constexpr const char* kUnusable = "100/42254";
 
 }  // namespace morwen

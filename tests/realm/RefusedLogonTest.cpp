@@ -3,6 +3,7 @@
 #include <cstring>
 #include <thread>
 
+#include "bench/ForgedService.h"
 #include "realm/PluginTest.h"
 
 namespace morwen {
@@ -77,6 +78,35 @@ TEST_F(RefusedLogon, ByAnOldCipher) {
     // It is looked at once a second.
     RunCommand("cd $MORWEN_REALM_DIR; sed -i '/.libdefaults/a allow_rc4 = true' krb5.conf; sleep 1.1");
     EXPECT_EQ(LogOn(old).m_verdict, kLoggedOn);
+}
+
+// Whether or not the host wants to know who it is.
+TEST_F(RefusedLogon, ByAnonymity) {
+    UseTickets("FILE:" + RealmPath("anonymous.cc"));
+    const std::tuple<const char*, krb5_flags, const char*> kCases[] = {
+        {"alice", TKT_FLG_PRE_AUTH, "1"},
+        {"alice", TKT_FLG_PRE_AUTH | TKT_FLG_ANONYMOUS, "3/61215"},
+        {"WELLKNOWN/ANONYMOUS", TKT_FLG_PRE_AUTH, "3/61215"},
+        {"WELLKNOWN/ANONYMOUS@WELLKNOWN:ANONYMOUS", TKT_FLG_PRE_AUTH, "3/61215"},
+    };
+    for (const auto& [pszClient, nFlags, pszVerdict] : kCases) {
+        krb5_context context = nullptr;
+        krb5_ccache cache = nullptr;
+        krb5_principal client = nullptr;
+        ASSERT_EQ(krb5_init_context(&context), 0);
+        ASSERT_EQ(krb5_parse_name(context, pszClient, &client) + krb5_cc_default(context, &cache), 0);
+        ASSERT_EQ(krb5_cc_initialize(context, cache, client), 0);
+        krb5_free_principal(context, client);
+        krb5_cc_close(context, cache);
+        krb5_free_context(context);
+        const std::string service = "s" + std::to_string(m_nHalfDone) + "/localhost";
+        bench::ForgeService(service + "@MORWEN.TEST", ENCTYPE_AES256_CTS_HMAC_SHA1_96, 0, nFlags);
+        const Bytes token = HalfLogin({"", "", service}).m_token;
+        const LoginResult accepted = AcceptLogin(token, {}, Information::NotWanted);
+        EXPECT_EQ(accepted.m_verdict, pszVerdict) << pszClient;
+        EXPECT_EQ(accepted.m_key.empty(), m_trace.Contains("anonymous tickets are not accepted")) << pszClient;
+        m_nHalfDone += accepted.m_key.empty() ? 0U : 1U;
+    }
 }
 
 TEST_F(RefusedLogon, ByASilentKdcInBoundedTime) {

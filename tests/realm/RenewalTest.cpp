@@ -15,6 +15,37 @@ std::atomic<int64_t> s_nAhead{0};  // seconds
 
 class Renewal : public KeptContextTest {};
 
+// What both sides are told of the exchange, in which the service proves itself only if it was asked to.
+TEST_F(Renewal, MutualAuthenticationIsToldAsItIs) {
+    SspiCalls& sspi = Platform::Sspi();
+    const auto acquire = [&sspi](ULONG i_nUse) {
+        CredHandle credential{};
+        char16_t szPackage[] = u"Kerberos";
+        EXPECT_EQ(sspi.AcquireCredentialsHandleW(nullptr, szPackage, i_nUse, nullptr, nullptr, nullptr, nullptr,
+                                                 &credential, nullptr),
+                  SEC_E_OK);
+        return credential;
+    };
+    CredHandle outbound = acquire(SECPKG_CRED_OUTBOUND), inbound = acquire(SECPKG_CRED_INBOUND);
+    for (const bool bMutual : {true, false}) {
+        char16_t szService[] = u"morwen/localhost";
+        uint8_t aToken[4096], aReply[4096];
+        SecBuffer token = {sizeof aToken, SECBUFFER_TOKEN, aToken}, reply = {sizeof aReply, SECBUFFER_TOKEN, aReply};
+        SecBufferDesc tokens = {SECBUFFER_VERSION, 1, &token}, replies = {SECBUFFER_VERSION, 1, &reply};
+        CtxtHandle client{}, server{};
+        ULONG nClient = 0, nServer = 0;
+        EXPECT_EQ(sspi.InitializeSecurityContextW(&outbound, nullptr, szService, bMutual ? ISC_REQ_MUTUAL_AUTH : 0, 0,
+                                                  0, nullptr, 0, &client, &tokens, &nClient, nullptr),
+                  bMutual ? SEC_I_CONTINUE_NEEDED : SEC_E_OK);
+        EXPECT_EQ(sspi.AcceptSecurityContext(&inbound, nullptr, &tokens, 0, 0, &server, &replies, &nServer, nullptr),
+                  SEC_E_OK);
+        EXPECT_EQ((nServer & ASC_RET_MUTUAL_AUTH) != 0, bMutual);
+        EXPECT_EQ(reply.cbBuffer != 0, bMutual);
+        EXPECT_EQ(sspi.DeleteSecurityContext(&client) + sspi.DeleteSecurityContext(&server), SEC_E_OK);
+    }
+    EXPECT_EQ(sspi.FreeCredentialsHandle(&outbound) + sspi.FreeCredentialsHandle(&inbound), SEC_E_OK);
+}
+
 // As the update thread does it, which becomes the service first.
 bool Renew(const std::string& i_key) {
     bool bRenewed = false;

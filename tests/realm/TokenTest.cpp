@@ -18,8 +18,6 @@ class MixedLogins : public PluginTest {};
 class GuessedKey : public PluginTest {};
 class OpenSessions : public PluginTest {};
 
-constexpr const char* kUnusable = "100/42254";
-
 // In a block of its own, so that the sanitizers see reading beyond.
 Bytes Cut(const Bytes& i_bytes, size_t i_nLength) {
     return {i_bytes.data(), i_bytes.data() + i_nLength};
@@ -175,6 +173,9 @@ TEST_F(MixedLogins, ATokenOfAnotherUserTakesNoLoginOver) {
     const LoginResult accepted = AcceptLogin(HalfLogin().m_token);
     const LoginResult bob = HalfLogin({"MORWEN\\bob", "bob-secret"});
     EXPECT_EQ(AcceptLogin(bob.m_token, accepted.m_key).m_verdict, kUnusable);
+    EXPECT_TRUE(m_trace.Said({"the logon is complete and expects no further token"}));
+    EXPECT_EQ(AcceptLogin(bob.m_token, bob.m_key).m_verdict, kUnusable);
+    EXPECT_TRUE(m_trace.Said({"the context is of a logon that this process has begun as the client"}));
     EXPECT_EQ(ContinueLogin(accepted.m_key, bob.m_token).m_verdict, "100/61214");  // no client's login
     EXPECT_EQ(CloseLogin(accepted.m_key).m_userSid, accepted.m_userSid);
 }

@@ -95,6 +95,21 @@ def kdc():
         expect("", *BOB)
 
 
+def configuration():
+    good = pathlib.Path("krb5.conf").read_bytes()
+    package.__exit__()  # which forgets that Kerberos could be used
+    for content, words in ((b"[libdefaults\n", "SSOInitProvider: code 100"), (good, "")):
+        put("krb5.conf", content)
+        time.sleep(1.1)  # it is looked at once a second
+        got = ""
+        try:
+            package.__enter__()
+        except morwen.Error as failure:
+            got = str(failure)
+        assert ((words in got and "The security package Kerberos/SSPI" in got) if words else not got), got
+    expect("")
+
+
 def clock():
     for ahead in ("+11h", "-2h"):
         put("time", ahead.encode())
@@ -209,7 +224,8 @@ def run(name):
 
 
 if len(sys.argv) == 2:
-    cases = ("kdc", "end", "clock", "fork", "keytab", "tickets", "full_disk", "descriptors") + ("account",) * (os.geteuid() == 0)
+    cases = ("kdc", "end", "configuration", "clock", "fork", "keytab", "tickets", "full_disk", "descriptors")
+    cases += ("account",) * (os.geteuid() == 0)
     with concurrent.futures.ThreadPoolExecutor(3) as pool:
         sys.exit("\n".join(filter(None, pool.map(run, cases))) or 0)
 package = morwen.Package()

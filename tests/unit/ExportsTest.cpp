@@ -90,6 +90,32 @@ TEST_F(ExportsTest, OutputsThatHoldSomethingAreReported) {
     EXPECT_NE(out.m_pszKey, aText);
     EXPECT_TRUE(m_trace.Said({"Non-NULL value passed in; could be leaking memory! (*o_ppvBuffer == NULL)",
                               "could be leaking memory! (*o_ppSessionKey == NULL)"}));
+    SSOError error{};
+    SSOError* pError = &error;
+    SSOChar *pszKey = aText, *pszMessage = aText;
+    ParasSeq stale{};
+    ParasSeq* pChain = &stale;
+    EXPECT_EQ(SSOContinueLogin(out.m_pszKey, "x", 1, &out.m_pvBuffer, nullptr), 100U);
+    EXPECT_EQ(SSOGetError(103, &pError), 0U);  // asked for with another code
+    EXPECT_EQ(SSOFreeError(pError), 0U);
+    pError = &error;
+    EXPECT_EQ(SSOGetError(100, &pError), 100U);
+    EXPECT_EQ(SSOGetMessageContent(1, &pszMessage), 100U);
+    EXPECT_EQ(SSOAcquireCurrentSecurityContext(Host(u"SSPI"), nullptr, &pszKey), 100U);
+    EXPECT_EQ(SSOGetRequiredParameters(Host(u"X"), &pChain), 100U);
+    EXPECT_EQ(SSOAcceptLogin(Host(u"SSPI"), nullptr, "x", 1, nullptr, &out.m_nLength, nullptr, &out.m_pszKey), 100U);
+    EXPECT_EQ(SSOStartLogin(nullptr, nullptr, nullptr, nullptr, nullptr, &out.m_pvBuffer, &out.m_nLength), 100U);
+    EXPECT_TRUE(pError == nullptr && pszMessage == nullptr && pszKey == nullptr && pChain == nullptr);
+    EXPECT_TRUE(m_trace.Said(
+        {"SSOImpl::ContinueLogin() -- Bad parameters!", "o_pnBufferLength", "(*o_ppError)->errCode == i_ErrorCode",
+         "SSOImpl::GetError() -- Assigning error to a non-NULL object; possible memory leak!",
+         "SSOImpl::GetError() -- Could not get error details.",
+         "SSOImpl::GetErrorMessage() -- Assigning error message to a non-NULL string; possible memory leak!",
+         "SSOImpl::GetErrorMessage() -- Could not get error details.",
+         "SSOImpl::AcquireCurrentSecurityContext() -- Non-null input string.  Possibly overwriting existing data!",
+         "Caching is turned off", "Overwriting non-NULL data!  Possible leak!", "Unsupported type: X",
+         "SSOImpl::AcceptLogin() -- Bad parameters!", "o_ppvBuffer", "o_ppSessionKey",
+         "SSOImpl::StartLogin() -- NULL pointer for returning data!"}));
 }
 
 TEST_F(ExportsTest, ThePackageCountsItsUsers) {

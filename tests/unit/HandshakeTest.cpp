@@ -1,7 +1,10 @@
 // The steps of a Kerberos login, and who logged on.
+#include <set>
+
 #include "fakes/PlatformTest.h"
 #include "handlers/kerberos/KerberosSSPIHandler.h"
 #include "handlers/kerberos/LogonInformation.h"
+#include "handlers/kerberos/SSPISession.h"
 
 namespace morwen {
 namespace {
@@ -22,7 +25,14 @@ protected:
 
     // One step: what it returns or throws, and "=token" when it handed out a buffer, which is given back.
     std::string Step(bool i_bClient, const SSOSessionPtr& i_pSession, const std::string& i_input) {
-        const SSOCredentialsPtr pCredentials = m_pHandler->CreateCredentials({}, {}, SSOHandler::kBoth);
+        SSOCredentialsPtr pCredentials;
+        const std::string none = Thrown([&] {
+            pCredentials = m_pHandler->CreateCredentials({}, {}, m_nCredentials);
+            return 0;
+        });
+        if (!none.empty()) {
+            return none;
+        }
         uint8_t aStale[1];
         uint8_t* pvOutput = aStale;
         uint64_t nOutput = 77;
@@ -52,6 +62,7 @@ protected:
     SSOSessionPtr Session() { return m_pHandler->CreateSession(SpnChain()); }
 
     Harrowlib201::CSmartRefCountPtr<KerberosSSPIHandler> m_pHandler;
+    uint32_t m_nCredentials = SSOHandler::kBoth;
     bool m_bWantInformation = false;
     Parameters m_information;
 };
@@ -78,6 +89,7 @@ TEST_F(HandshakeTest, RoundsOfBothSides) {
 
 TEST_F(HandshakeTest, EveryStatusOfEachSide) {
     const std::string failure = "InitializeContext() -- Failure in InitializeSecurityContext(). Error ";
+    const std::string accepting = "AcceptContext() -- Failure in AcceptSecurityContext(). Error ";
     const struct {
         SECURITY_STATUS m_nStatus;
         std::string m_client, m_clientSays, m_server, m_serverSays;
@@ -87,9 +99,9 @@ TEST_F(HandshakeTest, EveryStatusOfEachSide) {
         {SEC_I_COMPLETE_NEEDED, "100/42254", failure + "590611: The fake failed.", "0", ""},
         {SEC_I_COMPLETE_AND_CONTINUE, "100/42254", failure, "0", ""},
         {SEC_E_LOGON_DENIED, "3/50054", "Context() -- Logon denied.", "3/61215", "AcceptContext() -- Logon denied."},
-        {SEC_E_WRONG_PRINCIPAL, "100/61214", "Mutual authentication failed.", "100/42254", ""},
-        {SEC_E_INSUFFICIENT_MEMORY, "100/42254", failure, "106/42502", "AcceptContext() -- Out of memory!"},
-        {SECURITY_STATUS{0x00090320}, "100/42254", failure, "100/42254", ""},
+        {SEC_E_WRONG_PRINCIPAL, "100/61214", "Mutual authentication failed.", "100/42254", accepting},
+        {SEC_E_INSUFFICIENT_MEMORY, "106/42502", failure, "106/42502", "AcceptContext() -- Out of memory!"},
+        {SECURITY_STATUS{0x00090320}, "100/42254", failure, "100/42254", accepting},
     };
     for (const auto& test : aCases) {
         SCOPED_TRACE(test.m_nStatus);
@@ -108,6 +120,58 @@ TEST_F(HandshakeTest, EveryStatusOfEachSide) {
     }
 }
 
+TEST_F(HandshakeTest, WhatIsRefusedBeforeThePackageIsAsked) {
+    const SSOHandlerPtr pOther = SSOHandlerFactory::instance()->GetHandler(u"THREADTOKEN");
+    const SSOSessionPtr pNone = m_pHandler->CreateSession(nullptr), pFirst = Session(), pSecond = Session();
+    const SSOSessionPtr pForeign = pOther->CreateSession(nullptr);
+    const SSOCredentialsPtr pGood = m_pHandler->CreateCredentials({}, {}, SSOHandler::kBoth);
+    EXPECT_EQ(Step(true, pSecond, ""), "1=from client");
+    const auto* const pByte = reinterpret_cast<const uint8_t*>("x");
+    const std::string both = "Wrong type of SSOCredentialsPtr", wrong = "Wrong type of SSOSessionPtr";
+    const struct {
+        bool m_bClient;
+        SSOCredentialsPtr m_pCredentials;
+        SSOSessionPtr m_pSession;
+        const uint8_t* m_pvInput;
+        uint64_t m_nInput;
+        std::string m_thrown, m_says;
+        bool m_bBuffer;  // the caller has one to free
+    } aCases[] = {
+        {true, nullptr, pFirst, nullptr, 0, "100/42254", "InitializeContext() -- " + both + " passed in.", false},
+        {true, pGood, pForeign, nullptr, 0, "100/42254", "InitializeContext() -- " + wrong + " passed in.", false},
+        {true, pGood, nullptr, nullptr, 0, "100/42254", "InitializeContext() -- " + wrong + " passed in.", false},
+        {true, pGood, pNone, nullptr, 0, "100/61214", "InitializeContext() -- Missing SPN!", false},
+        {true, pGood, pSecond, nullptr, 1, "100/42254", "NULL input buffer on second pass. (i_pvBuffer)", true},
+        {true, pGood, pSecond, pByte, 0, "100/42254", "0-length input buffer on second pass. (i_nBufferSize)", true},
+        {true, pGood, pSecond, pByte, uint64_t{1} << 32, "100/42254", "", true},
+        {false, nullptr, pFirst, pByte, 1, "100/42254", "AcceptContext() -- " + both + " passed in.", false},
+        {false, pGood, pForeign, pByte, 1, "100/42254", "AcceptContext() -- " + wrong + " passed in.", false},
+        {false, pGood, pFirst, nullptr, 1, "100/42254", "AcceptContext() -- NULL input buffer. (i_pvBuffer)", false},
+        {false, pGood, pFirst, pByte, 0, "100/42254", "AcceptContext() -- 0-length input buffer.. (i_nBu", false},
+        {false, pGood, pFirst, pByte, uint64_t{1} << 32, "100/42254", "", false},
+    };
+    for (const auto& test : aCases) {
+        SCOPED_TRACE(&test - aCases);
+        uint8_t* pvOutput = nullptr;
+        uint64_t nOutput = 0;
+        EXPECT_EQ(Thrown([&] {
+                      return test.m_bClient
+                                 ? m_pHandler->InitializeContext(test.m_pCredentials, test.m_pSession, test.m_pvInput,
+                                                                 test.m_nInput, &pvOutput, &nOutput)
+                                 : m_pHandler->AcceptContext(test.m_pCredentials, test.m_pSession, test.m_pvInput,
+                                                             test.m_nInput, &pvOutput, &nOutput, false, m_information);
+                  }),
+                  test.m_thrown);
+        EXPECT_TRUE(m_trace.Said({test.m_says}));
+        EXPECT_EQ(pvOutput != nullptr, test.m_bBuffer);
+        m_pHandler->FreeBuffer(pvOutput);
+        EXPECT_EQ(m_trace.Contains("FreeBuffer() -- input buffer is NULL"), !test.m_bBuffer);
+    }
+    EXPECT_EQ(m_fake.Log("InitializeSecurityContextW").size() + m_fake.Log("AcceptSecurityContext").size(), 1U);
+    EXPECT_EQ(Thrown([&] { return GetLogonInformation(pForeign, m_information), 0; }), "100/42254");
+    EXPECT_TRUE(m_trace.Said({"GetLogonInformation() -- " + wrong + " passed in."}));
+}
+
 TEST_F(HandshakeTest, Buffers) {
     // Zeros again, whoever wrote into them: a step that succeeds, one that fails, and somebody who says nothing.
     const uint64_t nSize = m_pHandler->GetMaxTokenSize();
@@ -120,6 +184,17 @@ TEST_F(HandshakeTest, Buffers) {
         EXPECT_TRUE(std::all_of(pBuffer, pBuffer + nSize, [](uint8_t nByte) { return nByte == 0; }));
         std::fill_n(pBuffer, nSize, uint8_t{0xAA});
         m_pHandler->FreeBuffer(pBuffer);
+    }
+    // A block that came back is lent again, for its own size and to one borrower.
+    uint8_t* const pFirst = m_pHandler->AllocateBuffer(nSize);
+    uint8_t* const pLarger = m_pHandler->AllocateBuffer(nSize + 1);
+    m_pHandler->FreeBuffer(pFirst);
+    uint8_t* const aBlocks[] = {m_pHandler->AllocateBuffer(nSize + 1), m_pHandler->AllocateBuffer(nSize),
+                                m_pHandler->AllocateBuffer(nSize), pLarger};
+    EXPECT_EQ(std::set<uint8_t*>(std::begin(aBlocks), std::end(aBlocks)).size(), std::size(aBlocks));
+    EXPECT_EQ(aBlocks[1], pFirst);
+    for (uint8_t* const pBlock : aBlocks) {
+        m_pHandler->FreeBuffer(pBlock);
     }
     EXPECT_EQ(Thrown([&] { return m_pHandler->AllocateBuffer(UINT64_MAX / 4); }), "106/42502");
     m_pHandler = MakeCounted<PoorHandler>();
@@ -135,6 +210,7 @@ TEST_F(HandshakeTest, LogonInformationOnEveryWay) {
     constexpr SECURITY_STATUS kNo = SEC_E_UNSUPPORTED_FUNCTION;
     const auto nShort = static_cast<SECURITY_STATUS>(ERROR_INSUFFICIENT_BUFFER);
     const Answers::value_type ask = {"OpenContextToken", kNo};  // only an impersonating thread can be asked
+    const Answers::value_type nobody = {"OpenThreadToken", static_cast<SECURITY_STATUS>(ERROR_NO_TOKEN)};
     const Answers::value_type noThread = {"OpenThreadToken", 5};
     const Answers::value_type noInformation = {"GetTokenInformation", 5};
     const Answers::value_type tooShort = {"GetTokenInformation", nShort};
@@ -148,9 +224,13 @@ TEST_F(HandshakeTest, LogonInformationOnEveryWay) {
     } aCases[] = {
         {{}, "1", "GetLogonInformation() -- User's SID is S-1-5-18", "0001"},
         {{ask}, "1", "GetLogonInformation() -- Group's SID is S-1-5-32", "1101"},
-        {{{"OpenContextToken", 5}}, "100/42254", "OpenContextToken() failed: Error 5: The fake failed.", "0000"},
+        {{{"OpenContextToken", 5}}, "100/61212", "OpenContextToken() failed: Error 5: The fake failed.", "0000"},
         {{ask, {"ImpersonateSecurityContext", kNo}}, "100/61212", "Could not impersonate.", "1000"},
-        {{ask, noThread}, "100/42254", "OpenThreadToken() failed: Error 5: The fake failed.", "1100"},
+        {{ask, noThread},
+         "100/61212",
+         "Whom the thread acts as cannot be found out: Error 5: The fake failed.",
+         "0000"},
+        {{ask, nobody, noThread}, "100/42254", "OpenThreadToken() failed: Error 5: The fake failed.", "1100"},
         {{ask, noInformation}, "100/42254", "GetTokenInformation failed (first try).", "1101"},
         {{{"GetTokenInformation", 0}, noInformation}, "100/42254", "(first try).", "0001"},
         {{tooShort}, "1", tooSmall, "0001"},
@@ -158,7 +238,7 @@ TEST_F(HandshakeTest, LogonInformationOnEveryWay) {
         {{ask, noRevert, {"CloseHandle", 5}}, "1", "CloseHandle(hUser)", "1111"},
         {{ask, noRevert, noSelf}, "100/61212", "RevertToSelf()", "1111"},
         {{ask, noInformation, noRevert, noSelf}, "100/61212", "RevertToSelf()", "1111"},
-        {{ask, noThread, noRevert, noSelf}, "100/61212", "RevertToSelf()", "1110"},
+        {{ask, nobody, noThread, noRevert, noSelf}, "100/61212", "RevertToSelf()", "1110"},
     };
     m_bWantInformation = true;
     m_fake.m_groupSids = Texts(2, FakePlatform::MakeSid({0, 0, 0, 0, 0, 5}, {32}));
@@ -181,7 +261,8 @@ TEST_F(HandshakeTest, LogonInformationOnEveryWay) {
         Platform::Tokens().RevertToSelf();
         EXPECT_EQ(Information(), test.m_result == "1" ? "S-1-5-18 S-1-5-32;S-1-5-32;" : "none none");  // all or nothing
     }
-    EXPECT_EQ(m_fake.Log("OpenThreadToken").front(), "this thread, access 8, as self");
+    EXPECT_EQ(m_fake.Log("OpenThreadToken").front(), "this thread, access 12, as self");
+    EXPECT_EQ(m_fake.Log("OpenThreadToken")[1], "this thread, access 8, as self");
     m_fake.Script("OpenContextToken", {SEC_E_OK, "", FakeAnswer::kNever});
     EXPECT_EQ(Step(false, Session(), "x"), "100/42254=from server");
     EXPECT_TRUE(m_trace.Said({"hUser"}));
@@ -191,6 +272,63 @@ TEST_F(HandshakeTest, LogonInformationOnEveryWay) {
     EXPECT_EQ(Information().size(), 9U + 1800U);
     m_fake.m_userSid[0] = 2;  // no such revision
     EXPECT_EQ(Step(false, Session(), "x"), "100/42254=from server");
+}
+
+// As on Windows, where a thread that acts as a user has that user's credentials, and only a thread can be asked who it
+// is.
+TEST_F(HandshakeTest, AnActingThreadAcceptsAsTheServiceAndStaysWhoItIs) {
+    const SSOSessionPtr pEarlier = Session();
+    EXPECT_EQ(Step(false, pEarlier, "x"), "1=from server");
+    CtxtHandle* const pUser = Harrowlib201::CountedCast<SSPISession>(pEarlier)->GetContext();
+    using Answers = std::vector<std::pair<const char*, SECURITY_STATUS>>;
+    const Answers::value_type ask = {"OpenContextToken", SEC_E_UNSUPPORTED_FUNCTION};
+    const struct {
+        Answers m_answers;
+        std::string m_result;
+        bool m_bActing;
+    } aCases[] = {
+        {{ask}, "1=from server", true},
+        {{{"AcquireCredentialsHandleW", SEC_E_NO_CREDENTIALS}}, "100/61215", true},
+        {{{"RevertToSelf", 5}}, "100/61212", true},
+        {{{"ImpersonateLoggedOnUser", 5}}, "100/61212", false},
+        {{ask, {"ImpersonateLoggedOnUser", 0}, {"ImpersonateLoggedOnUser", 5}}, "100/61212=from server", false},
+    };
+    m_bWantInformation = true;
+    m_nCredentials = SSOHandler::kInbound;
+    for (const auto& test : aCases) {
+        SCOPED_TRACE(&test - aCases);
+        EXPECT_EQ(Platform::Sspi().ImpersonateSecurityContext(pUser), SEC_E_OK);
+        for (const auto& [pszCall, nStatus] : test.m_answers) {
+            m_fake.Script(pszCall, {nStatus});
+        }
+        EXPECT_EQ(Step(false, Session(), "x"), test.m_result);
+        EXPECT_EQ(m_fake.IsImpersonating(), test.m_bActing);
+    }
+    Platform::Tokens().RevertToSelf();
+    for (const std::string& acquired : m_fake.Log("AcquireCredentialsHandleW")) {
+        EXPECT_EQ(acquired.find("impersonating"), std::string::npos);
+    }
+}
+
+TEST_F(HandshakeTest, ADirectorysWordMayBeRequired) {
+    m_pHandler->InitHandler(Parameters(Chain({{u"SSPI_REQUIRE_LOGON_INFO", SSO_PARAMETER_BOOL, u"1"}})));
+    const std::string ofDirectory = m_fake.m_userSid;
+    const std::string ofUnix = FakePlatform::MakeSid({0, 0, 0, 0, 0, 22}, {1, 7});
+    const std::tuple<SECURITY_STATUS, std::string, const char*> kCases[] = {
+        {SEC_E_OK, ofDirectory, "1=from server"},
+        {SEC_E_OK, ofUnix, "3/61215=from server"},
+        {SEC_E_UNSUPPORTED_FUNCTION, ofUnix, "1=from server"},  // where users come from directories only
+        {SEC_E_NO_IMPERSONATION, ofDirectory, "3/61215=from server"},
+        {SEC_E_INSUFFICIENT_MEMORY, ofDirectory, "106/42502=from server"},
+    };
+    for (const auto& [nStatus, sid, pszResult] : kCases) {
+        m_fake.Script("OpenContextToken", {nStatus});
+        m_fake.m_userSid = sid;
+        const SSOSessionPtr pSession = Session();
+        EXPECT_EQ(Step(false, pSession, "x"), pszResult);
+        EXPECT_EQ(Step(false, pSession, "") == "2", std::string(pszResult).starts_with("1="))
+            << "nobody who is refused is let in later";
+    }
 }
 
 TEST_F(HandshakeTest, SidsAsText) {

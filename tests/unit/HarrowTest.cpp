@@ -9,6 +9,7 @@
 #include "harrow/locks/CS_Wrapper.h"
 #include "harrow/log/STrace.h"
 #include "harrow/threads/JTC.h"
+#include "harrow/threads/JTCThread.h"
 #include "harrow/time/SDateTime.h"
 
 namespace morwen {
@@ -121,6 +122,34 @@ TEST(Harrow, SlotsBelongToThreadsAndKeys) {
     EXPECT_THROW(JTCTSS::set(old, &nFirst), JTCSystemCallException);
     EXPECT_EQ(JTCTSS::get(fresh), &nSecond);
     JTCTSS::release(fresh);
+}
+
+class InterruptedThread : public JTCThread {
+public:
+    std::string m_seen;
+
+protected:
+    void run() override {
+        interrupt();
+        for (int i = 0; i < 2; ++i) {  // it waits for itself, which the time ends
+            try {
+                join(1);
+                m_seen += "waited ";
+            } catch (const JTCInterruptedException&) {
+                m_seen += "interrupted ";
+            }
+        }
+    }
+};
+
+TEST(Harrow, AnInterruptedThreadsNextWaitIsCutShort) {
+    const JTCAdoptCurrentThread known;
+    const auto pThread = MakeCounted<InterruptedThread>();
+    pThread->start();
+    pThread->join(10000);
+    EXPECT_FALSE(pThread->isAlive());
+    EXPECT_EQ(pThread->m_seen, "interrupted waited ");
+    EXPECT_THROW(pThread->start(), JTCSystemCallException);
 }
 
 TEST(Harrow, AWriterWaitsForNoReaderThatComesLater) {

@@ -122,6 +122,7 @@ TEST_F(StaticTokenTest, ImpersonationsAreCounted) {
     EXPECT_EQ(Switch(pToken, "r", {noSelf}), "100/61212 0");
     EXPECT_TRUE(m_trace.Said({"Revert() called for context that had not been impersonated.", kNoSelf}));
     EXPECT_EQ(m_fake.Log("RevertToSelf").size(), 4U);
+    EXPECT_EQ(SwitchOftenest(pToken), "100/61212 65535 acts");
 }
 
 TEST_F(StaticTokenTest, OneContextIsDeletedOnce) {

@@ -33,6 +33,23 @@ TEST_F(ThreadTokenTest, TheThreadsTokenOrTheProcesss) {
                               "AcquireCurrentContext() -- Wrong type of SSOSessionPtr passed in.", "i_pSession"}));
 }
 
+TEST_F(ThreadTokenTest, OffersNoHandshake) {
+    Parameters none;
+    uint8_t* pv = nullptr;
+    uint64_t n = 0;
+    SSOHandler& handler = *Handler();
+    const std::string thrown[] = {
+        Thrown([&] { return handler.InitializeContext(nullptr, nullptr, pv, 0, &pv, &n); }),
+        Thrown([&] { return handler.AcceptContext(nullptr, nullptr, pv, 0, &pv, &n, false, none); }),
+        Thrown([&] { return handler.CreateCredentials({}, {}, 0); }),
+        Thrown([&] { return handler.AllocateBuffer(1); }),
+        Thrown([&] { return handler.FreeBuffer(nullptr), 0; }),
+        Thrown([&] { return Handler(u"SSPI")->AcquireCurrentContext(nullptr, none); })};
+    for (const std::string& text : thrown) {
+        EXPECT_EQ(text, "101/42254") << &text - thrown;
+    }
+}
+
 TEST_F(ThreadTokenTest, AHandleIsClosedOnceAndImpersonationsAreCounted) {
     SSOSessionPtr pSession = Handler()->CreateSession(nullptr);
     EXPECT_EQ(Acquire(pSession) + Acquire(pSession), "");
@@ -44,6 +61,7 @@ TEST_F(ThreadTokenTest, AHandleIsClosedOnceAndImpersonationsAreCounted) {
     EXPECT_EQ(Switch(pToken, "i"), " 1 acts");
     EXPECT_EQ(Switch(pToken, "r", {{"RevertToSelf", {5}}}), "100/61212 1 acts");
     EXPECT_EQ(Switch(pToken, "rr"), " 0 0");
+    EXPECT_EQ(SwitchOftenest(pToken), "100/61212 65535 acts");
     EXPECT_EQ(m_fake.Log("CloseHandle").size(), 1U);
     m_fake.Script("CloseHandle", {6});
     pToken = nullptr;
@@ -64,10 +82,17 @@ TEST_F(ThreadTokenTest, OnlyTheSettingsEndIt) {
     const TestClock clock(5000000);
     EXPECT_EQ(Acquire(pSession), "");
     const StaticTokenPtr pToken = pSession->GetStaticToken();
-    const std::pair<Chain::Element, int64_t> aCases[] = {{{u"OTHER", 2, u"1"}, 86400000},
-                                                         {{u"SSPI_CTXT_CACHE_EXPIRY", 2, u"60"}, 60000},
-                                                         {{u"SSPI_CTXT_CACHE_EXPIRY", 1, u"9"}, 60000},
-                                                         {{u"SSPI_CTXT_CACHE_EXPIRY", 2, u"0"}, int64_t{1} << 50}};
+    constexpr const char16_t* kExpiry = u"SSPI_CTXT_CACHE_EXPIRY";
+    constexpr int64_t kLong = int64_t{1} << 50;
+    const std::pair<Chain::Element, int64_t> aCases[] = {
+        {{u"OTHER", 2, u"1"}, 86400000},
+        {{kExpiry, 2, u"60"}, 60000},
+        {{kExpiry, 1, u"9"}, 60000},
+        {{kExpiry, 2, u"0"}, kLong},
+        {{kExpiry, 2, u"9223372036854774"}, kLong},
+        {{kExpiry, 2, u"9223372036854775"}, -1000},
+        {{kExpiry, 2, u"2305843009213693952"}, -1000},    // 2^61, times 1000 a multiple of 2^64
+        {{kExpiry, 2, u"-2305843009213693952"}, -1000}};  // the same below zero
     for (const auto& [setting, nLast] : aCases) {
         EXPECT_EQ(Thrown([&setting = setting] { return Handler()->InitHandler(Parameters(Chain({setting}))), 0; }),
                   setting.m_nType == 1 ? "100/42038/SSPI_CTXT_CACHE_EXPIRY" : "");

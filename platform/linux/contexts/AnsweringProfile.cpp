@@ -1,10 +1,11 @@
 #include "platform/linux/contexts/AnsweringProfile.h"
 
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
+
+#include "platform/linux/krb5/SspiFailure.h"
 
 namespace morwen {
 
@@ -16,12 +17,12 @@ using ValueList = std::unique_ptr<char*[], decltype(&profile_free_list)>;
 long MakeList(const std::vector<std::string>& i_values, char*** o_pppList) {
     ValueList pList(static_cast<char**>(std::calloc(i_values.size() + 1, sizeof(char*))), profile_free_list);
     if (pList == nullptr) {
-        return ENOMEM;
+        return NoteNoMemory();
     }
     for (size_t i = 0; i < i_values.size(); ++i) {
         pList[i] = strdup(i_values[i].c_str());
         if (pList[i] == nullptr) {
-            return ENOMEM;
+            return NoteNoMemory();
         }
     }
     *o_pppList = pList.release();
@@ -55,7 +56,7 @@ long AnsweringProfile::Publish(profile_t& o_profile) noexcept {
             const long nCode = SelfOf(i_pvSelf).Answer(i_names, pValues);
             return nCode == 0 ? MakeList(*pValues, o_pppValues) : nCode;
         } catch (const std::bad_alloc&) {
-            return ENOMEM;
+            return NoteNoMemory();
         }
     };
     functions.free_values = [](void*, char** i_ppszValues) { profile_free_list(i_ppszValues); };
@@ -69,7 +70,7 @@ long AnsweringProfile::Publish(profile_t& o_profile) noexcept {
                                    void** o_ppvIterator) -> long {
         std::unique_ptr<IteratorBox> pBox(new (std::nothrow) IteratorBox);
         if (pBox == nullptr) {
-            return ENOMEM;
+            return NoteNoMemory();
         }
         const long nCode =
             profile_iterator_create(SelfOf(i_pvSelf).m_system.get(), i_names, i_nFlags, &pBox->m_pvIterator);

@@ -1,7 +1,6 @@
 #include "platform/linux/contexts/KdcHook.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <new>
 #include <optional>
 #include <utility>
@@ -12,6 +11,7 @@
 #include "platform/linux/kdc/KdcLocator.h"
 #include "platform/linux/kdc/KdcTransport.h"
 #include "platform/linux/krb5/Krb5Words.h"
+#include "platform/linux/krb5/SspiFailure.h"
 
 namespace morwen {
 
@@ -85,7 +85,7 @@ krb5_error_code KdcHook::OnSend(krb5_context i_context, void* i_pvHook, const kr
         return static_cast<KdcHook*>(i_pvHook)->Send(i_context, std::string(i_realm->data, i_realm->length), *i_request,
                                                      o_ppReply);
     } catch (const std::bad_alloc&) {
-        return ENOMEM;
+        return NoteNoMemory();
     }
 }
 

@@ -61,6 +61,9 @@ int ImpersonateIdentity(std::shared_ptr<const TokenIdentity> i_pIdentity) noexce
     if (t_state.m_bStuck || t_state.m_nServiceScopes != 0 || !i_pIdentity->m_account) {
         return EPERM;
     }
+    if (i_pIdentity->m_account->m_nUser == 0 && !i_pIdentity->m_bService) {
+        return EPERM;  // no logon makes a root of anybody, by whatever way it comes here
+    }
     try {
         if (const int nError = t_state.m_pImpersonation == nullptr ? RestoreInheritedThread() : 0; nError != 0) {
             return GetStuck(nError);

@@ -21,7 +21,7 @@ public:
 
 private:
     std::span<const uint8_t> m_realm;
-    std::array<std::span<const uint8_t>, 4> m_names;
+    std::array<std::span<const uint8_t>, 8> m_names;
     size_t m_nNames = 0;
 };
 

@@ -1,6 +1,7 @@
 #include "platform/linux/krb5/SspiFailure.h"
 
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <new>
 #include <span>
@@ -18,6 +19,7 @@ struct LastFailure {
     std::array<char, 511> m_aText;
 };
 constinit thread_local LastFailure t_lastFailure{};
+constinit thread_local bool t_bNoMemory = false;
 
 }  // namespace
 
@@ -37,6 +39,19 @@ SECURITY_STATUS FailWith(SECURITY_STATUS i_nStatus, std::string_view i_text) noe
 std::string_view FailureText(SECURITY_STATUS i_nStatus) noexcept {
     const LastFailure& last = t_lastFailure;
     return i_nStatus == last.m_nStatus ? std::string_view(last.m_aText.data(), last.m_nLength) : std::string_view();
+}
+
+void BeginCall() noexcept {
+    t_bNoMemory = false;
+}
+
+int NoteNoMemory() noexcept {
+    t_bNoMemory = true;
+    return ENOMEM;
+}
+
+bool HasMemoryRunOut() noexcept {
+    return t_bNoMemory;
 }
 
 SECURITY_STATUS FailWithKrb5(krb5_context i_context, krb5_error_code i_nCode,

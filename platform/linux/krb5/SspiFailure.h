@@ -36,6 +36,13 @@ SECURITY_STATUS FailWithKrb5(krb5_context i_context, krb5_error_code i_nCode, st
 // thread's last failure was another.
 std::string_view FailureText(SECURITY_STATUS i_nStatus) noexcept;
 
+// Memory may run out where libkrb5 asks this layer, and libkrb5 then says that something is not configured, or goes on
+// as if it were not. So it is noted for the calling thread, and forgotten when a call begins.
+void BeginCall() noexcept;
+// Returns ENOMEM.
+int NoteNoMemory() noexcept;
+bool HasMemoryRunOut() noexcept;
+
 [[noreturn]] inline void Fail(SECURITY_STATUS i_nStatus, std::string_view i_text) {
     throw SspiFailure(FailWith(i_nStatus, i_text));
 }

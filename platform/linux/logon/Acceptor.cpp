@@ -12,7 +12,9 @@
 #include "platform/linux/krb5/Krb5Words.h"
 #include "platform/linux/krb5/SspiFailure.h"
 #include "platform/linux/logon/Delegation.h"
+#include "platform/linux/logon/LocalAccount.h"
 #include "platform/linux/logon/PacCheck.h"
+#include "platform/linux/logon/TicketOpening.h"
 #include "platform/linux/wire/GssChecksum.h"
 #include "platform/linux/wire/GssToken.h"
 
@@ -24,14 +26,16 @@ namespace {
 struct Exchange {
     krb5_context m_context;
     const AcceptorKeys& m_keys;
-    std::span<const uint8_t> m_request;
+    const ApRequest& m_request;
     Krb5AuthContext m_authContext;
     Krb5Ticket m_ticket;  // once the request is accepted, decrypted; or to say why it is not
+    Krb5Authenticator m_authenticator;
+    const krb5_keyblock* m_pKey = nullptr;  // that has opened the ticket
 
     std::string Text(std::string_view i_what) const {
         std::string text = "refused a logon";
-        if (m_ticket->enc_part2 != nullptr) {
-            text += " of " + PrincipalText(m_context, m_ticket->enc_part2->client);
+        if (m_authenticator) {
+            text += " of " + PrincipalText(m_context, m_authenticator->client);
         }
         return text + " to " + PrincipalText(m_context, m_ticket->server) + " with keytab " + m_keys.Name() + ": " +
                std::string(i_what);
@@ -40,9 +44,8 @@ struct Exchange {
 
 // The ticket as it came, which nobody may be able to open.
 void TakeUnopenedTicket(Exchange& io_exchange) {
-    const auto bytes = TicketInApRequest(io_exchange.m_request);
-    const krb5_data data = bytes ? DataOf(*bytes) : krb5_data{};
-    if (!bytes || krb5_decode_ticket(&data, io_exchange.m_ticket.Receive()) != 0) {
+    const krb5_data data = DataOf(io_exchange.m_request.m_ticket);
+    if (krb5_decode_ticket(&data, io_exchange.m_ticket.Receive()) != 0) {
         Fail(SEC_E_INVALID_TOKEN, "the initiator's token holds no Kerberos ticket");
     }
 }
@@ -81,17 +84,41 @@ SECURITY_STATUS StatusOfRequest(krb5_error_code i_nCode) {
     return i_nCode == ERANGE || i_nCode == EINVAL ? SEC_E_LOGON_DENIED : StatusFromKrb5(i_nCode);
 }
 
-[[noreturn]] void Refuse(Exchange& i_exchange, krb5_error_code i_nCode) {
-    const std::string words = ErrorWords(i_exchange.m_context, i_nCode);
-    TakeUnopenedTicket(i_exchange);
-    // For the text alone: a ticket that can be opened tells who tried.
-    static_cast<void>(
-        krb5_server_decrypt_ticket_keytab(i_exchange.m_context, i_exchange.m_keys.Keytab(), i_exchange.m_ticket.get()));
+[[noreturn]] void Refuse(Exchange& io_exchange, krb5_error_code i_nCode) {
+    const std::string words = ErrorWords(io_exchange.m_context, i_nCode);
+    TakeUnopenedTicket(io_exchange);
+    // Nothing is decrypted once more for the sake of the text. A replay is one of an authenticator that has been
+    // opened, and that of the ticket's client; the clock comes after it.
+    if (i_nCode == KRB5KRB_AP_ERR_REPEAT || i_nCode == KRB5KRB_AP_ERR_SKEW) {
+        static_cast<void>(krb5_auth_con_getauthenticator(io_exchange.m_context, io_exchange.m_authContext.get(),
+                                                         io_exchange.m_authenticator.Receive()));
+    }
     Fail(StatusOfRequest(i_nCode),
-         i_exchange.Text(words + VersionText(i_exchange) + CipherText(*i_exchange.m_ticket.get(), i_nCode)));
+         io_exchange.Text(words + VersionText(io_exchange) + CipherText(*io_exchange.m_ticket.get(), i_nCode)));
 }
 
-void ReadRequest(Exchange& io_exchange) {
+// As the library finds it.
+const krb5_keyblock* KeyOfTicket(const Exchange& i_exchange) {
+    const krb5_keytab_entry* pFound = nullptr;
+    const krb5_enc_data& part = i_exchange.m_ticket->enc_part;
+    for (const krb5_keytab_entry& entry : i_exchange.m_keys.Entries()) {
+        if (entry.key.enctype == part.enctype && (part.kvno == 0 || entry.vno == part.kvno) &&
+            (pFound == nullptr || entry.vno > pFound->vno) &&
+            krb5_principal_compare(i_exchange.m_context, entry.principal, i_exchange.m_ticket->server) != 0) {
+            pFound = &entry;
+        }
+    }
+    return pFound != nullptr ? &pFound->key : nullptr;
+}
+
+// A key that is already known is given to the library as that of an exchange between users, for which it asks no
+// keytab.
+krb5_error_code UseKey(Exchange& io_exchange, const krb5_keyblock& i_key) {
+    krb5_keyblock key = i_key;  // copied by the library
+    return krb5_auth_con_setuseruserkey(io_exchange.m_context, io_exchange.m_authContext.get(), &key);
+}
+
+void ReadRequest(Exchange& io_exchange, std::span<const uint8_t> i_request) {
     krb5_error_code nCode = krb5_auth_con_init(io_exchange.m_context, io_exchange.m_authContext.Receive());
     if (nCode != 0) {
         Refuse(io_exchange, nCode);
@@ -99,16 +126,30 @@ void ReadRequest(Exchange& io_exchange) {
     // DO_TIME is what switches the replay cache on.
     krb5_auth_con_setflags(io_exchange.m_context, io_exchange.m_authContext.get(),
                            KRB5_AUTH_CONTEXT_DO_TIME | KRB5_AUTH_CONTEXT_DO_SEQUENCE);
-    krb5_auth_context authContext = io_exchange.m_authContext.get();
-    const krb5_data request = DataOf(io_exchange.m_request);
-    const auto ticket = TicketInApRequest(io_exchange.m_request);
-    const auto service = ticket ? TicketService::Read(*ticket) : std::nullopt;
-    // Without a name libkrb5 tries every key, which is for services known under another name or spelling.
-    nCode = krb5_rd_req(io_exchange.m_context, &authContext, &request,
-                        service ? io_exchange.m_keys.Find(*service) : nullptr, io_exchange.m_keys.Keytab(), nullptr,
-                        io_exchange.m_ticket.Receive());
+    const auto service = TicketService::Read(io_exchange.m_request.m_ticket);
+    if (!service) {
+        Fail(SEC_E_INVALID_TOKEN, "the initiator's token holds no Kerberos ticket for a service");
+    }
+    const krb5_const_principal pName = io_exchange.m_keys.Find(*service);
+    if (pName == nullptr || i_request.size() > kMostUnseenBytes) {
+        nCode = OpenTicket(io_exchange.m_context, io_exchange.m_keys, io_exchange.m_request, pName, io_exchange.m_pKey);
+        nCode = nCode == 0 ? UseKey(io_exchange, *io_exchange.m_pKey) : nCode;
+    }
+    if (nCode == 0) {
+        krb5_auth_context authContext = io_exchange.m_authContext.get();
+        const krb5_data request = DataOf(i_request);
+        nCode = krb5_rd_req(io_exchange.m_context, &authContext, &request, pName, io_exchange.m_keys.Keytab(), nullptr,
+                            io_exchange.m_ticket.Receive());
+    }
+    if (nCode == 0) {
+        nCode = krb5_auth_con_getauthenticator(io_exchange.m_context, io_exchange.m_authContext.get(),
+                                               io_exchange.m_authenticator.Receive());
+    }
     if (nCode != 0) {
         Refuse(io_exchange, nCode);
+    }
+    if (io_exchange.m_pKey == nullptr) {
+        io_exchange.m_pKey = KeyOfTicket(io_exchange);
     }
 }
 
@@ -121,16 +162,32 @@ void CheckEnd(const Exchange& i_exchange) {
     }
 }
 
+// Whoever has no name has no account either, and no identity that a host could act upon.
+void CheckNamed(const Exchange& i_exchange) {
+    const krb5_enc_tkt_part& ticket = *i_exchange.m_ticket->enc_part2;
+    const krb5_principal_data& client = *ticket.client;
+    const auto isText = [](const krb5_data& i_part, std::string_view i_text) {
+        return std::string_view(i_part.data, i_part.length) == i_text;
+    };
+    const bool bAnonymousName = client.length == 2 && isText(client.data[0], KRB5_WELLKNOWN_NAMESTR) &&
+                                isText(client.data[1], KRB5_ANONYMOUS_PRINCSTR);
+    if ((ticket.flags & TKT_FLG_ANONYMOUS) != 0 || bAnonymousName || isText(client.realm, KRB5_ANONYMOUS_REALMSTR)) {
+        Fail(SEC_E_LOGON_DENIED, i_exchange.Text("anonymous tickets are not accepted"));
+    }
+}
+
 // The flags, and the delegated tickets when there are any. The flags of the request itself are not protected, so a
 // request without this checksum, which every peer of the mechanism sends, has nothing to go by.
-GssChecksum ReadChecksum(const Exchange& i_exchange, const Krb5Authenticator& i_authenticator) {
-    const krb5_checksum* const pChecksum = i_authenticator->checksum;
+GssChecksum ReadChecksum(const Exchange& i_exchange) {
+    const krb5_checksum* const pChecksum = i_exchange.m_authenticator->checksum;
     if (pChecksum == nullptr || pChecksum->checksum_type != kGssChecksumType) {
         Fail(SEC_E_INVALID_TOKEN, i_exchange.Text("the token lacks the checksum of the mechanism"));
     }
-    const auto checksum = ReadGssChecksum({pChecksum->contents, pChecksum->length});
+    const std::span<const uint8_t> bytes(pChecksum->contents, pChecksum->length);
+    const auto checksum = ReadGssChecksum(bytes);
     if (!checksum) {
-        Fail(SEC_E_INVALID_TOKEN, i_exchange.Text("the token's flags cannot be read"));
+        Fail(SEC_E_INVALID_TOKEN, i_exchange.Text(ReadGssFlags(bytes) ? "the token's delegation field cannot be read"
+                                                                      : "the token's flags cannot be read"));
     }
     return *checksum;
 }
@@ -159,7 +216,7 @@ void UseMachineClock(krb5_context i_context) {
 }
 
 std::shared_ptr<SecurityContext> MakeContext(const Exchange& i_exchange, const GssChecksum& i_checksum,
-                                             std::optional<std::vector<uint8_t>> i_pacLogonInfo) {
+                                             PacInformation i_pac) {
     const krb5_enc_tkt_part& ticket = *i_exchange.m_ticket->enc_part2;
     auto pLogon = std::make_shared<SecurityContext>();
     pLogon->m_bAccepted = true;
@@ -172,7 +229,11 @@ std::shared_ptr<SecurityContext> MakeContext(const Exchange& i_exchange, const G
     }
     pLogon->m_client = KeptPrincipal(client);
     auto pIdentity = std::make_shared<TokenIdentity>();
-    pIdentity->m_pacLogonInfo = std::move(i_pacLogonInfo);
+    pIdentity->m_pacLogonInfo = std::move(i_pac.m_logonInfo);
+    if (i_pac.m_accountName) {
+        NoteNamingRealm(*client);
+    }
+    pLogon->m_accountName = std::move(i_pac.m_accountName);
     if (!i_checksum.m_delegation.empty()) {
         pIdentity->m_pDelegated =
             ReceivedTickets(i_exchange.m_context, i_exchange.m_authContext.get(), i_checksum.m_delegation, client);
@@ -190,23 +251,26 @@ std::shared_ptr<SecurityContext> MakeContext(const Exchange& i_exchange, const G
 
 std::shared_ptr<SecurityContext> AcceptToken(krb5_context i_context, const AcceptorKeys& i_keys,
                                              std::span<const uint8_t> i_token, std::vector<uint8_t>& o_reply) {
+    if (i_token.size() > kMostReadBytes) {
+        Fail(SEC_E_INVALID_TOKEN, "the initiator's token is longer than " + std::to_string(kMostReadBytes) + " bytes");
+    }
     const auto token = ReadGssToken(i_token);
     if (!token || token->m_eKind != GssTokenKind::ApRequest) {
         Fail(SEC_E_INVALID_TOKEN, "the initiator's token is not the first token of a Kerberos logon");
     }
-    UseMachineClock(i_context);
-    Exchange exchange{i_context, i_keys, token->m_message, Krb5AuthContext(i_context), Krb5Ticket(i_context)};
-    ReadRequest(exchange);
-    CheckEnd(exchange);
-    auto pacLogonInfo = CheckPac(i_context, i_keys, *exchange.m_ticket.get());
-    Krb5Authenticator authenticator(i_context);
-    if (const krb5_error_code nCode =
-            krb5_auth_con_getauthenticator(i_context, exchange.m_authContext.get(), authenticator.Receive());
-        nCode != 0) {
-        FailKrb5(i_context, nCode, exchange.Text("reading the authenticator"));
+    const auto request = ApRequest::Read(token->m_message);
+    if (!request) {
+        Fail(SEC_E_INVALID_TOKEN, "the initiator's token holds no Kerberos ticket");
     }
-    const GssChecksum checksum = ReadChecksum(exchange, authenticator);
-    auto pLogon = MakeContext(exchange, checksum, std::move(pacLogonInfo));
+    UseMachineClock(i_context);
+    Exchange exchange{
+        i_context, i_keys, *request, Krb5AuthContext(i_context), Krb5Ticket(i_context), Krb5Authenticator(i_context)};
+    ReadRequest(exchange, token->m_message);
+    CheckEnd(exchange);
+    CheckNamed(exchange);
+    PacInformation pac = CheckPac(i_context, exchange.m_pKey, *exchange.m_ticket.get());
+    const GssChecksum checksum = ReadChecksum(exchange);
+    auto pLogon = MakeContext(exchange, checksum, std::move(pac));
     o_reply = (checksum.m_nFlags & kGssMutual) != 0 ? MakeReply(exchange) : std::vector<uint8_t>();
     return pLogon;
 }

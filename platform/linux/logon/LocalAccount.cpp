@@ -4,9 +4,14 @@
 #include <grp.h>
 #include <pwd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <ctime>
+#include <functional>
+#include <new>
+#include <set>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
@@ -14,6 +19,7 @@
 #include "harrow/lifetime/HeldMap.h"
 #include "harrow/lifetime/NeverDestroyed.h"
 #include "harrow/locks/CS_Wrapper.h"
+#include "harrow/text/SWCharStringConv.h"
 #include "platform/linux/krb5/Krb5Words.h"
 #include "platform/linux/krb5/SspiFailure.h"
 #include "platform/linux/logon/LocalName.h"
@@ -65,22 +71,59 @@ private:
     Harrowlib201::HeldMap<std::string, Account, kMostAccounts> m_accounts S_GUARDED_BY(m_section);
 };
 
+// Realms whose KDCs say who a user is.
+class NamingRealms {
+public:
+    void Note(std::string_view i_realm) {
+        const CS_Locker locker(m_section);
+        if (m_realms.size() < kMostRealms && m_realms.find(i_realm) == m_realms.end()) {
+            m_realms.emplace(i_realm);
+        }
+    }
+    bool Has(std::string_view i_realm) {
+        const CS_Locker locker(m_section);
+        return m_realms.find(i_realm) != m_realms.end();
+    }
+    void Clear() noexcept {
+        const CS_Locker locker(m_section);
+        m_realms.clear();
+    }
+
+private:
+    static constexpr size_t kMostRealms = 64;
+
+    Harrowlib201::CS_Wrapper m_section;
+    std::set<std::string, std::less<>> m_realms S_GUARDED_BY(m_section);
+};
+
+NamingRealms& Naming() noexcept {
+    static Harrowlib201::NeverDestroyed<NamingRealms> s_realms;
+    return *s_realms;
+}
+
 HeldAccounts& Held() noexcept {
     static Harrowlib201::NeverDestroyed<HeldAccounts> s_accounts;
     return *s_accounts;
 }
 
 // What it holds must not count as lost when the library is unloaded.
-const Harrowlib201::AtUnload s_clear([] { Held().Clear(); });
+const Harrowlib201::AtUnload s_clear([] {
+    Held().Clear();
+    Naming().Clear();
+});
 
 // Far beyond any real record; a directory service that answers "too small" for ever must not eat the memory.
 constexpr size_t kMostBytes = size_t{1} << 20;
 // The kernel allows 65,536 groups to a process.
 constexpr size_t kMostGroups = size_t{1} << 17;
 
-// The principal's bytes, so that no two have one key.
-std::string KeyOf(const krb5_principal_data& i_principal) {
-    std::string key;
+std::string_view TextOf(const krb5_data& i_data) noexcept {
+    return {i_data.data, i_data.length};
+}
+
+// The bytes of account name and principal, so that no two have one key.
+std::string KeyOf(const krb5_principal_data& i_principal, const std::optional<std::string>& i_accountName) {
+    std::string key = i_accountName ? std::to_string(i_accountName->size()) + ":" + *i_accountName : std::string("-");
     const auto append = [&key](const krb5_data& i_part) {
         key.append(std::to_string(i_part.length)).push_back(':');
         key.append(i_part.data, i_part.length);
@@ -123,11 +166,48 @@ std::vector<gid_t> GroupsOf(const std::string& i_name, gid_t i_nGroup) {
     return {};
 }
 
+bool AreSameName(std::string_view i_left, std::string_view i_right) noexcept {
+    const auto lower = [](char i_c) { return i_c >= 'A' && i_c <= 'Z' ? static_cast<char>(i_c + 32) : i_c; };
+    return std::equal(i_left.begin(), i_left.end(), i_right.begin(), i_right.end(),
+                      [&](char i_a, char i_b) { return lower(i_a) == lower(i_b); });
+}
+
+// Why the principal's name does not say who the user is; empty when it does.
+std::string DoubtOf(const krb5_principal_data& i_principal, const std::optional<std::string>& i_accountName) {
+    if (!i_accountName) {
+        return Naming().Has(TextOf(i_principal.realm))
+                   ? "brings a ticket without the logon information that others of this realm have"
+                   : "";
+    }
+    if (i_accountName->empty()) {
+        return "brings logon information that names no account";
+    }
+    if (i_principal.length == 1 && AreSameName(TextOf(i_principal.data[0]), *i_accountName)) {
+        return {};
+    }
+    return "is the account \"" + *i_accountName + "\" of its directory";
+}
+
 }  // namespace
 
+void NoteNamingRealm(const krb5_principal_data& i_principal) {
+    Naming().Note(TextOf(i_principal.realm));
+}
+
 std::optional<UnixAccount> LocalAccount(krb5_context i_context, krb5_const_principal i_principal,
+                                        const std::optional<std::u16string>& i_accountName,
                                         SECURITY_STATUS& o_nStatus) {
-    const std::string key = KeyOf(*i_principal);
+    const auto accountName =
+        i_accountName ? std::optional(Harrowlib201::SWCharStringConv::ToUtf8(*i_accountName)) : std::nullopt;
+    const std::string doubt = DoubtOf(*i_principal, accountName);
+    if (!doubt.empty() && !IsMappedExplicitly(i_context, i_principal)) {
+        o_nStatus = FailWith(SEC_E_NO_IMPERSONATION,
+                             PrincipalText(i_context, i_principal) + " " + doubt +
+                                 ", and stands for no local account unless krb5.conf names this principal; see "
+                                 "auth_to_local");
+        return std::nullopt;
+    }
+    const std::string key = KeyOf(*i_principal, accountName);
     if (auto held = Held().Get(key)) {
         o_nStatus = SEC_E_OK;
         return held;
@@ -146,6 +226,8 @@ std::optional<UnixAccount> LocalAccount(krb5_context i_context, krb5_const_princ
     UnixAccount account;
     if (const int nError = FindAccount(name, account); nError == ENOENT) {
         return fail("which does not exist on this machine");
+    } else if (nError == ENOMEM) {
+        throw std::bad_alloc();
     } else if (nError != 0) {
         return fail("which could not be looked up: " + std::generic_category().message(nError));
     }

@@ -2,10 +2,12 @@
 
 #include <cerrno>
 #include <new>
+#include <utility>
 
 #include "platform/linux/krb5/Krb5Owners.h"
 #include "platform/linux/krb5/Krb5Words.h"
 #include "platform/linux/krb5/SspiFailure.h"
+#include "platform/linux/wire/PacLogonInfo.h"
 
 namespace morwen {
 
@@ -14,29 +16,9 @@ namespace {
 using AuthorizationData = Krb5Owner<krb5_authdata**, krb5_free_authdata>;
 using Pac = Krb5Owner<krb5_pac, krb5_pac_free>;
 
-// Tries the keys that can have decrypted the ticket: those of its encryption type, and of its key version if it has
-// one.
-krb5_error_code Verify(krb5_context i_context, const AcceptorKeys& i_keys, const krb5_ticket& i_ticket,
-                       krb5_pac i_pac) {
-    krb5_error_code nCode = KRB5KRB_AP_ERR_NOKEY;
-    for (const krb5_keytab_entry& entry : i_keys.Entries()) {
-        const bool bVersionFits = i_ticket.enc_part.kvno == 0 || (entry.vno & 0xFF) == (i_ticket.enc_part.kvno & 0xFF);
-        if (!bVersionFits || entry.key.enctype != i_ticket.enc_part.enctype) {
-            continue;
-        }
-        nCode = krb5_pac_verify(i_context, i_pac, i_ticket.enc_part2->times.authtime, i_ticket.enc_part2->client,
-                                &entry.key, nullptr);
-        if (nCode == 0) {
-            return 0;
-        }
-    }
-    return nCode;
-}
-
 }  // namespace
 
-std::optional<std::vector<uint8_t>> CheckPac(krb5_context i_context, const AcceptorKeys& i_keys,
-                                             const krb5_ticket& i_ticket) {
+PacInformation CheckPac(krb5_context i_context, const krb5_keyblock* i_pKey, const krb5_ticket& i_ticket) {
     AuthorizationData found(i_context);
     krb5_error_code nCode = krb5_find_authdata(i_context, i_ticket.enc_part2->authorization_data, nullptr,
                                                KRB5_AUTHDATA_WIN2K_PAC, found.Receive());
@@ -52,21 +34,35 @@ std::optional<std::vector<uint8_t>> CheckPac(krb5_context i_context, const Accep
     };
     check(nCode, "cannot be looked for");
     if (!found || found.get()[0] == nullptr) {
-        return std::nullopt;
+        return {};
     }
     // A KDC makes one. Of two, nobody could say whose word counts.
     check(found.get()[1] != nullptr ? EINVAL : 0, "is not the only one");
     Pac pac(i_context);
     check(krb5_pac_parse(i_context, found.get()[0]->contents, found.get()[0]->length, pac.Receive()), "cannot be read");
-    check(Verify(i_context, i_keys, i_ticket, pac.get()), "is not signed for this service and user");
-    Krb5Data buffer(i_context);
-    nCode = krb5_pac_get_buffer(i_context, pac.get(), KRB5_PAC_LOGON_INFO, buffer.Receive());
-    if (nCode == ENOENT) {
-        return std::nullopt;
+    // Without a key the library would find every signature right.
+    check(i_pKey != nullptr ? krb5_pac_verify(i_context, pac.get(), i_ticket.enc_part2->times.authtime,
+                                              i_ticket.enc_part2->client, i_pKey, nullptr)
+                            : krb5_error_code{KRB5KRB_AP_ERR_NOKEY},
+          "is not signed for this service and user");
+    const auto read = [&](krb5_ui_4 i_nType) -> std::optional<std::vector<uint8_t>> {
+        Krb5Data buffer(i_context);
+        const krb5_error_code nRead = krb5_pac_get_buffer(i_context, pac.get(), i_nType, buffer.Receive());
+        if (nRead == ENOENT) {
+            return std::nullopt;
+        }
+        check(nRead, "has more than one of its parts");
+        const auto bytes = BytesOf(*buffer);
+        return std::vector<uint8_t>(bytes.begin(), bytes.end());
+    };
+    PacInformation information{read(KRB5_PAC_LOGON_INFO), {}};
+    const auto names = read(KRB5_PAC_UPN_DNS_INFO);
+    if (information.m_logonInfo || names) {
+        auto name = information.m_logonInfo ? ReadPacAccountName(*information.m_logonInfo) : std::nullopt;
+        name = !name && names ? ReadPacSamName(*names) : std::move(name);
+        information.m_accountName = name ? std::move(name) : std::u16string();
     }
-    check(nCode, "has no logon information that stands out");
-    const auto bytes = BytesOf(*buffer);
-    return std::vector<uint8_t>(bytes.begin(), bytes.end());
+    return information;
 }
 
 }  // namespace morwen

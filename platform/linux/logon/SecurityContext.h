@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
+#include <string>
 
 #include "harrow/locks/CS_Wrapper.h"
 #include "platform/linux/contexts/Krb5Kept.h"
@@ -26,6 +28,7 @@ struct SecurityContext {
     // The accepting side: who has logged on. The identity's account is looked up when it is first needed, and then
     // kept; when there was none, the next one who needs it looks again.
     KeptPrincipal m_client S_GUARDED_BY(m_section);
+    std::optional<std::u16string> m_accountName S_GUARDED_BY(m_section);  // as CheckPac has found it
     std::shared_ptr<const TokenIdentity> m_pIdentity S_GUARDED_BY(m_section);
 };
 

@@ -1,6 +1,7 @@
 #include "platform/linux/seam/LinuxSspi.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <new>
 #include <string>
@@ -51,6 +52,7 @@ struct PackageInfo {
 template <class Work>
 SECURITY_STATUS Guarded(const char* i_pszCall, Work i_work) noexcept {
     SECURITY_STATUS nStatus = SEC_E_INTERNAL_ERROR;
+    BeginCall();
     try {
         nStatus = i_work();
         if (nStatus < 0 || !IsThreadStuck()) {
@@ -58,7 +60,7 @@ SECURITY_STATUS Guarded(const char* i_pszCall, Work i_work) noexcept {
         }
         nStatus = FailWith(SEC_E_NO_IMPERSONATION, "the thread could not be made the user again that it acts as");
     } catch (const SspiFailure& failure) {
-        nStatus = failure.Status();
+        nStatus = HasMemoryRunOut() ? FailWith(SEC_E_INSUFFICIENT_MEMORY, {}) : failure.Status();
     } catch (const std::bad_alloc&) {
         nStatus = FailWith(SEC_E_INSUFFICIENT_MEMORY, {});
     } catch (...) {
@@ -121,6 +123,7 @@ SECURITY_STATUS LinuxSspi::QuerySecurityPackageInfoW(SEC_WCHAR* i_pszPackage, PS
     return Guarded("QuerySecurityPackageInfoW", [&] {
         RequireOutput(o_ppInfo);
         CheckPackage(i_pszPackage);
+        static_cast<void>(TakeContext());  // there is no package without a library that starts
         void* const pvBlock = std::malloc(sizeof(PackageInfo));
         if (pvBlock == nullptr) {
             throw std::bad_alloc();
@@ -197,8 +200,9 @@ SECURITY_STATUS LinuxSspi::AcceptSecurityContext(PCredHandle i_pCredential, PCtx
             Fail(SEC_E_NO_CREDENTIALS, "the credentials are for initiating logons only");
         }
         if (i_pContext != nullptr) {
-            static_cast<void>(Context(i_pContext));
-            Fail(SEC_E_INVALID_TOKEN, "the logon is complete and expects no further token");
+            Fail(SEC_E_INVALID_TOKEN, Context(i_pContext)->m_bAccepted
+                                          ? "the logon is complete and expects no further token"
+                                          : "the context is of a logon that this process has begun as the client");
         }
         return AcceptLogon(*pCredential, i_pInput, o_pNewContext, io_pOutput, o_pnAttributes, o_ptsExpiry);
     });
@@ -238,7 +242,9 @@ SECURITY_STATUS LinuxSspi::ImpersonateSecurityContext(PCtxtHandle i_pContext) no
         if (nUser == 0) {
             Fail(SEC_E_NO_IMPERSONATION, "the user maps to root, whom no logon may act as; see auth_to_local");
         }
-        if (const int nError = ImpersonateIdentity(pIdentity); nError != 0) {
+        if (const int nError = ImpersonateIdentity(pIdentity); nError == ENOMEM) {
+            throw std::bad_alloc();
+        } else if (nError != 0) {
             Fail(SEC_E_NO_IMPERSONATION, "acting as the user with the number " + std::to_string(nUser) + ": " +
                                              std::generic_category().message(nError) +
                                              "; the service needs CAP_SETUID and CAP_SETGID");
@@ -290,7 +296,7 @@ std::shared_ptr<const TokenIdentity> LinuxSspi::IdentityOf(SecurityContext& io_l
     const bool bInTicket = i_eNeed == Need::Sids && pIdentity->m_pacLogonInfo;
     if (!bInTicket && !pIdentity->m_account) {
         SECURITY_STATUS nStatus = SEC_E_INTERNAL_ERROR;
-        auto account = LocalAccount(TakeContext().get(), io_logon.m_client.get(), nStatus);
+        auto account = LocalAccount(TakeContext().get(), io_logon.m_client.get(), io_logon.m_accountName, nStatus);
         if (!account && i_eNeed == Need::Sids) {
             Fail(nStatus, "the ticket brings no logon information, and " + std::string(FailureText(nStatus)));
         } else if (!account) {

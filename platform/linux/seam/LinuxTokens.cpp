@@ -1,6 +1,7 @@
 // The calls on tokens and security identifiers, over this layer's own token table.
 #include "platform/linux/seam/LinuxTokens.h"
 
+#include <cerrno>
 #include <cstring>
 #include <limits>
 #include <memory>
@@ -156,7 +157,8 @@ BOOL LinuxTokens::ImpersonateLoggedOnUser(HANDLE i_hToken) noexcept {
     if (pIdentity == nullptr) {
         return FailWithLastError(ERROR_INVALID_HANDLE);
     }
-    return ImpersonateIdentity(std::move(pIdentity)) == 0 ? TRUE : FailWithLastError(ERROR_ACCESS_DENIED);
+    const int nError = ImpersonateIdentity(std::move(pIdentity));
+    return nError == 0 ? TRUE : FailWithLastError(nError == ENOMEM ? ERROR_NOT_ENOUGH_MEMORY : ERROR_ACCESS_DENIED);
 }
 
 BOOL LinuxTokens::RevertToSelf() noexcept {

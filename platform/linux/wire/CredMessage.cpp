@@ -58,8 +58,9 @@ std::optional<CredMessage> CredMessage::Read(std::span<const uint8_t> i_message)
         return std::nullopt;
     }
     static_cast<void>(TakeDerField(*encrypted, 1, kIntegerTag));  // the key's version, which may be missing
+    constexpr size_t kMostPartBytes = 4096;
     const auto part = TakeDerField(*encrypted, 2, kBytesTag);
-    if (!part) {
+    if (!part || part->size() > kMostPartBytes) {
         return std::nullopt;
     }
     CredMessage message;

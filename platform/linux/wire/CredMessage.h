@@ -11,7 +11,8 @@ namespace morwen {
 // is not named: anybody who may log on could end the process with such a message. Views of the message's bytes.
 class CredMessage {
 public:
-    // Nothing when the bytes are no such message in DER.
+    // Nothing when the bytes are no such message in DER, or its encrypted part is longer than any that describes the
+    // tickets of one client: each name in it takes libkrb5 many times its length, and to decrypt it twice takes time.
     static std::optional<CredMessage> Read(std::span<const uint8_t> i_message) noexcept;
 
     int32_t EncryptionType() const noexcept { return m_nEncryptionType; }

@@ -29,11 +29,19 @@ void AppendNumber(uint32_t i_nValue, size_t i_nLength, std::vector<uint8_t>& io_
 
 }  // namespace
 
-std::optional<GssChecksum> ReadGssChecksum(std::span<const uint8_t> i_bytes) noexcept {
+std::optional<uint32_t> ReadGssFlags(std::span<const uint8_t> i_bytes) noexcept {
     if (i_bytes.size() < kOptionAt || ReadNumber(i_bytes, kBindingsLengthAt, 4) != kBindingsLength) {
         return std::nullopt;
     }
-    GssChecksum checksum{ReadNumber(i_bytes, kFlagsAt, 4), {}};
+    return ReadNumber(i_bytes, kFlagsAt, 4);
+}
+
+std::optional<GssChecksum> ReadGssChecksum(std::span<const uint8_t> i_bytes) noexcept {
+    const auto nFlags = ReadGssFlags(i_bytes);
+    if (!nFlags) {
+        return std::nullopt;
+    }
+    GssChecksum checksum{*nFlags, {}};
     if ((checksum.m_nFlags & kGssDelegate) == 0) {
         return checksum;
     }

@@ -19,6 +19,9 @@ struct GssChecksum {
     std::span<const uint8_t> m_delegation;
 };
 
+// The flags alone; nothing when the bytes do not hold them.
+std::optional<uint32_t> ReadGssFlags(std::span<const uint8_t> i_bytes) noexcept;
+
 // Nothing when the bytes are cut short or inconsistent. Channel bindings, which the exchange above has no use for, are
 // passed over, and so are extensions behind the delegation.
 std::optional<GssChecksum> ReadGssChecksum(std::span<const uint8_t> i_bytes) noexcept;

@@ -10,8 +10,6 @@ namespace morwen {
 namespace {
 
 constexpr uint8_t kFrameTag = 0x60;
-constexpr uint8_t kSequenceTag = 0x30;
-constexpr uint8_t kTicketFieldTag = 0xA3;
 constexpr std::array<uint8_t, 11> kMechanism = {0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x12, 0x01, 0x02, 0x02};
 
 // The tag of the Kerberos message that belongs to each kind; 0 for what is no kind.
@@ -73,20 +71,6 @@ std::vector<uint8_t> MakeGssToken(GssTokenKind i_eKind, std::span<const uint8_t>
     token.push_back(static_cast<uint8_t>(static_cast<uint16_t>(i_eKind) & 0xFF));
     token.insert(token.end(), i_message.begin(), i_message.end());
     return token;
-}
-
-std::optional<std::span<const uint8_t>> TicketInApRequest(std::span<const uint8_t> i_message) noexcept {
-    const auto content = OnlyDer(i_message, MessageTag(GssTokenKind::ApRequest));
-    auto fields = content ? OnlyDer(*content, kSequenceTag) : std::nullopt;
-    if (!fields) {
-        return std::nullopt;
-    }
-    while (const auto field = TakeDer(*fields)) {
-        if (field->m_nTag == kTicketFieldTag) {
-            return field->m_content;
-        }
-    }
-    return std::nullopt;
 }
 
 }  // namespace morwen

@@ -1,4 +1,4 @@
-// What a directory says about a user's security identifiers in a ticket.
+// What a directory says about a user in a ticket: the security identifiers, and the account's name.
 #include "platform/linux/wire/PacLogonInfo.h"
 
 #include <array>
@@ -79,14 +79,23 @@ bool TextPointer(NdrReader& io_reader) {
     return io_reader.Pointer();
 }
 
-void SkipText(NdrReader& io_reader) {
+std::span<const uint8_t> TakeText(NdrReader& io_reader) {
     const uint32_t nRoom = io_reader.Long();
     const uint32_t nFirst = io_reader.Long();
     const uint32_t nLength = io_reader.Long();
     if (nFirst != 0 || nLength > nRoom) {
         throw Unreadable();
     }
-    io_reader.Take(uint64_t{nLength} * 2);
+    return io_reader.Take(uint64_t{nLength} * 2);
+}
+
+// UTF-16 with the lower byte first. A zero in it would end a name for whoever reads on.
+std::optional<std::u16string> NameOf(std::span<const uint8_t> i_bytes) {
+    std::u16string name;
+    for (size_t i = 0; i + 1 < i_bytes.size(); i += 2) {
+        name.push_back(static_cast<char16_t>(i_bytes[i] | i_bytes[i + 1] << 8));
+    }
+    return name.empty() || name.find(u'\0') != std::u16string::npos ? std::nullopt : std::optional(std::move(name));
 }
 
 Sid ReadSid(NdrReader& io_reader) {
@@ -162,9 +171,11 @@ void ReadHeaders(NdrReader& io_reader) {
     }
 }
 
+constexpr size_t kTimeBytes = size_t{6} * 8;
+
 // What a pointer in the record leads to follows behind it, in the order of the pointers.
 TokenSids ReadRecord(NdrReader& io_reader) {
-    io_reader.Take(size_t{6} * 8);  // times
+    io_reader.Take(kTimeBytes);
     std::array<bool, 6> names{};
     for (bool& bThere : names) {
         bThere = TextPointer(io_reader);
@@ -185,13 +196,13 @@ TokenSids ReadRecord(NdrReader& io_reader) {
 
     for (const bool bThere : names) {
         if (bThere) {
-            SkipText(io_reader);
+            TakeText(io_reader);
         }
     }
     const std::vector<uint32_t> groups = ReadRelative(io_reader, groupPointer);
     for (const bool bThere : {bServer, bDomainName}) {
         if (bThere) {
-            SkipText(io_reader);
+            TakeText(io_reader);
         }
     }
     if (!bDomain || (resourcePointer.m_nCount != 0 && !bResourceDomain)) {
@@ -233,6 +244,40 @@ std::optional<TokenSids> ReadPacLogonInfo(std::span<const uint8_t> i_bytes) {
         NdrReader reader(i_bytes);
         ReadHeaders(reader);
         return ReadRecord(reader);
+    } catch (const Unreadable&) {
+        return std::nullopt;
+    }
+}
+
+std::optional<std::u16string> ReadPacAccountName(std::span<const uint8_t> i_logonInfo) {
+    constexpr size_t kBehindFirstName = 5 * 8 + 30 * 4;  // five more texts and the rest of the record
+    try {
+        NdrReader reader(i_logonInfo);
+        ReadHeaders(reader);
+        reader.Take(kTimeBytes);
+        if (!TextPointer(reader)) {
+            return std::nullopt;
+        }
+        reader.Take(kBehindFirstName);
+        return NameOf(TakeText(reader));
+    } catch (const Unreadable&) {
+        return std::nullopt;
+    }
+}
+
+std::optional<std::u16string> ReadPacSamName(std::span<const uint8_t> i_names) {
+    constexpr uint32_t kSamNameFlag = 2;
+    try {
+        NdrReader reader(i_names);
+        reader.Take(size_t{4} * 2);  // lengths and places of two other names
+        if ((reader.Long() & kSamNameFlag) == 0) {
+            return std::nullopt;
+        }
+        const uint16_t nBytes = reader.Short();
+        const uint16_t nAt = reader.Short();
+        NdrReader name(i_names);
+        name.Take(nAt);
+        return NameOf(name.Take(nBytes));
     } catch (const Unreadable&) {
         return std::nullopt;
     }

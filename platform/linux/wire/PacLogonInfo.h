@@ -1,9 +1,10 @@
-// What a directory says about a user's security identifiers in a ticket.
+// What a directory says about a user in a ticket: the security identifiers, and the account's name.
 #pragma once
 
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <string>
 
 #include "platform/linux/wire/TokenSids.h"
 
@@ -18,5 +19,12 @@ namespace morwen {
 // pointers and arrays contradict each other is refused, flags or not. A user without a number in the domain is the
 // first extra SID. Bytes behind the record are padding.
 std::optional<TokenSids> ReadPacLogonInfo(std::span<const uint8_t> i_bytes);
+
+// The name of the account in such a record (EffectiveName; a machine's ends with $), which is looked for no further
+// than it stands. Nothing when it cannot be read or is empty. Throws std::bad_alloc.
+std::optional<std::u16string> ReadPacAccountName(std::span<const uint8_t> i_logonInfo);
+
+// The same from a PAC's buffer of names (type 12), where newer directories have put it. Throws std::bad_alloc.
+std::optional<std::u16string> ReadPacSamName(std::span<const uint8_t> i_names);
 
 }  // namespace morwen

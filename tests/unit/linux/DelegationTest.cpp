@@ -1,15 +1,21 @@
 // Which of the tickets that a user hands over are kept?
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <functional>
+#include <thread>
 #include <vector>
 
 #include "platform/linux/contexts/Krb5ContextPool.h"
+#include "platform/linux/keys/InitiatorTickets.h"
 #include "platform/linux/krb5/Krb5Owners.h"
 #include "platform/linux/krb5/Krb5Words.h"
 #include "platform/linux/krb5/SspiFailure.h"
 #include "platform/linux/logon/Delegation.h"
 #include "platform/linux/wire/CredMessage.h"
+#include "platform/linux/wire/GssChecksum.h"
 
 // libkrb5 exports it, but its header does not declare it.
 extern "C" krb5_error_code encode_krb5_ticket(const krb5_ticket* i_pTicket, krb5_data** o_ppData);
@@ -51,6 +57,18 @@ protected:
     std::string KeptOf(const std::vector<Handed>& i_tickets, const char* i_pszUser) {
         return KeptOf(Message(i_tickets), i_pszUser);
     }
+
+    // A file with one user's ticket for a service, which puts itself in the place of the one before.
+    void WriteCache(const std::string& i_path, const char* i_pszUser) {
+        Krb5CacheOwner cache(m_context);
+        EXPECT_EQ(krb5_cc_resolve(m_context, ("FILE:" + i_path + ".new").c_str(), cache.Receive()), 0);
+        EXPECT_EQ(krb5_cc_initialize(m_context, cache.get(), Principal(i_pszUser).get()), 0);
+        const Krb5Credentials ticket = Ticket({i_pszUser, "svc/host@HERE"});
+        ticket->times.endtime = INT32_MAX;
+        EXPECT_EQ(krb5_cc_store_cred(m_context, cache.get(), ticket.get()), 0);
+        std::filesystem::rename(i_path + ".new", i_path);
+    }
+    krb5_context Context() const { return m_context; }
 
 private:
     Krb5AuthContext Exchange() {
@@ -133,6 +151,63 @@ TEST_F(Delegation, DescribesEachTicketOrIsRefused) {
             EXPECT_EQ(KeptOf(changed, "alice@HERE"), "failed") << int{field[0]} << " " << nTag;
         }
     }
+}
+
+// A ticket that was read while the user's file was replaced is not held for who comes next.
+TEST_F(Delegation, TicketsOfAReplacedFileAreNotHeld) {
+    const std::string path = std::filesystem::temp_directory_path() / ("tickets" + std::to_string(getpid()));
+    WriteCache(path, "alice@HERE");
+    InitiatorTickets tickets("FILE:" + path);
+    const Krb5ContextLease other = LendKrb5Context();
+    const auto userOf = [&](krb5_context i_context) {
+        return PrincipalText(i_context, tickets.Get(i_context, "svc/host@HERE")->m_credentials.get()->client);
+    };
+    std::string inBetween;
+    std::function<void()> replace = [&] {
+        WriteCache(path, "bob@HERE");
+        std::this_thread::sleep_for(std::chrono::milliseconds(60));  // until the file's time is past
+        inBetween = userOf(other.get());
+    };
+    const auto onTrace = [](krb5_context, const krb5_trace_info* i_pInfo, void* i_pvReplace) {
+        auto& once = *static_cast<std::function<void()>*>(i_pvReplace);
+        if (i_pInfo != nullptr &&
+            std::string_view(i_pInfo->message).find("Retrieving alice@HERE -> svc/") != std::string_view::npos &&
+            once) {
+            std::exchange(once, nullptr)();
+        }
+    };
+    ASSERT_EQ(krb5_set_trace_callback(Context(), onTrace, &replace), 0);
+    EXPECT_EQ(userOf(Context()), "alice@HERE");
+    krb5_set_trace_callback(Context(), nullptr, nullptr);
+    EXPECT_EQ(inBetween, "bob@HERE");
+    EXPECT_EQ(userOf(Context()), "bob@HERE");
+    std::filesystem::remove(path);
+}
+
+TEST(GssChecksum, IsReadToItsLastByte) {
+    const std::vector<uint8_t> delegation = {1, 2, 3};
+    const std::vector<uint8_t> good = MakeGssChecksum({kGssMutual | kGssDelegate, delegation});
+    std::vector<uint8_t> extended = good;
+    extended.push_back(9);
+    for (const auto& bytes : {good, extended}) {
+        const auto checksum = ReadGssChecksum(bytes);
+        ASSERT_TRUE(checksum && checksum->m_nFlags == 3);
+        EXPECT_TRUE(std::equal(delegation.begin(), delegation.end(), checksum->m_delegation.begin()));
+        EXPECT_EQ(checksum->m_delegation.size(), delegation.size());
+    }
+    // Which byte is changed, and whether the flags can be read all the same.
+    for (const auto& [nAt, bFlags] :
+         {std::pair<size_t, bool>{0, false}, {3, false}, {24, true}, {25, true}, {26, true}}) {
+        std::vector<uint8_t> changed = good;
+        ++changed[nAt];
+        EXPECT_FALSE(ReadGssChecksum(changed)) << nAt;
+        EXPECT_EQ(ReadGssFlags(changed).has_value(), bFlags) << nAt;
+    }
+    for (size_t nLength = 0; nLength < good.size(); ++nLength) {
+        EXPECT_FALSE(ReadGssChecksum(std::span(good).first(nLength))) << nLength;
+        EXPECT_EQ(ReadGssFlags(std::span(good).first(nLength)).has_value(), nLength >= 24) << nLength;
+    }
+    EXPECT_TRUE(ReadGssChecksum(MakeGssChecksum({kGssMutual, {}}))->m_delegation.empty());
 }
 
 }  // namespace

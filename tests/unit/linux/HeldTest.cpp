@@ -6,7 +6,9 @@
 #include <fstream>
 
 #include "harrow/lifetime/HeldMap.h"
+#include "platform/linux/identity/UnixAccount.h"
 #include "platform/linux/keys/SourceLook.h"
+#include "platform/linux/seam/HandleTable.h"
 
 namespace morwen {
 namespace {
@@ -35,6 +37,34 @@ TEST(SourceLook, TellsFilesThatHaveChanged) {
     }
     EXPECT_FALSE(bTrusted) << "it may be written once more and look the same";
     std::filesystem::remove(fresh);
+}
+
+TEST(HandleTable, KnowsItsOwnHandlesOnly) {
+    HandleTable<int> table(1), other(2);
+    const SecHandle own = table.Add(std::make_shared<int>(7)), foreign = other.Add(std::make_shared<int>(8));
+    ASSERT_EQ(own.dwLower, foreign.dwLower);  // else the kind would not be needed
+    const SecHandle beside = {own.dwLower + 1, own.dwUpper};
+    for (const SecHandle* const pWrong : {&foreign, &beside, static_cast<const SecHandle*>(nullptr)}) {
+        EXPECT_TRUE(table.Find(pWrong) == nullptr && table.Remove(pWrong) == nullptr);
+    }
+    EXPECT_TRUE(*table.Find(&own) == 7 && *table.Remove(&own) == 7 && table.Find(&own) == nullptr);
+    EXPECT_EQ(*other.Find(&foreign), 8);
+}
+
+TEST(UnixAccount, IsWhoMayDoTheSame) {
+    const UnixAccount account{1, 2, {2, 3, 4}};
+    const struct {
+        uid_t m_nUser;
+        gid_t m_nGroup;
+        std::vector<gid_t> m_groups;
+        bool m_bSame;
+    } kCases[] = {{1, 2, {2, 3, 4}, true},  {1, 2, {3, 4}, true},  {0, 2, {2, 3, 4}, false},
+                  {1, 3, {2, 3, 4}, false}, {1, 2, {2, 3}, false}, {1, 2, {2, 3, 4, 5}, false},
+                  {1, 2, {}, false}};
+    for (const auto& test : kCases) {
+        EXPECT_EQ(account.Is(test.m_nUser, test.m_nGroup, test.m_groups), test.m_bSame) << &test - kCases;
+        EXPECT_EQ((UnixAccount{test.m_nUser, test.m_nGroup, test.m_groups} == account), test.m_bSame);
+    }
 }
 
 TEST(HeldMap, IsEmptiedWhenItIsFull) {

@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "platform/linux/identity/TokenIdentity.h"
+#include "platform/linux/keys/AcceptorKeys.h"
 #include "platform/linux/krb5/Krb5Owners.h"
 #include "platform/linux/krb5/SspiFailure.h"
 #include "platform/linux/logon/PacCheck.h"
@@ -51,7 +52,10 @@ struct RecordedPac {
         part.authorization_data = list;
         const krb5_ticket ticket{0, nullptr, {0, ENCTYPE_AES256_CTS_HMAC_SHA1_96, 2, {}}, &part};
         try {
-            m_info = CheckPac(m_context, *m_pKeys, ticket);
+            const PacInformation information = CheckPac(m_context, &m_pKeys->Entries().front().key, ticket);
+            m_info = information.m_logonInfo;
+            EXPECT_EQ(information.m_accountName,
+                      m_info ? std::optional(std::u16string(m_client.begin(), m_client.end())) : std::nullopt);
             EXPECT_TRUE((m_info ? ReadPacLogonInfo(*m_info) : std::nullopt) == m_sids);
             return false;
         } catch (const SspiFailure& failure) {

@@ -44,7 +44,7 @@ std::optional<uid_t> AccountOf(Case& io_case, const std::string& i_user) {
         report.Fail("account-unmapped", lookedAt, io_case.Words(nCode),
                     "write a rule that names the realm to [realms] of the default realm: auth_to_local = "
                     "RULE:[1:$1@$0](.*@EXAMPLE[.]ORG)s/@.*// and after it auth_to_local = DEFAULT "
-                    "(auth_to_local_names would do for users of that name of every realm)");
+                    "(auth_to_local_names is for users of the default realm alone)");
         return std::nullopt;
     }
     errno = 0;

@@ -1,0 +1,24 @@
+// The look at a token before libkrb5 takes it apart.
+#pragma once
+
+#include <krb5/krb5.h>
+
+#include "platform/linux/keys/AcceptorKeys.h"
+#include "platform/linux/wire/ApRequest.h"
+
+namespace morwen {
+
+// Requests up to this size may go to libkrb5 unseen: what can be nested in them takes it a few hundred KiB and some
+// fifty microseconds.
+inline constexpr size_t kMostUnseenBytes = 4096;
+
+// Finds the key that opens the request's ticket: that of i_pService, or any when there is none; then for a service that
+// is known under another name. Keys that the ticket says it is for come first, none is tried twice, and not more than a
+// stranger's token is worth. Gives 0 and the key, which belongs to the keys; or the code of the last failure.
+//
+// Throws SspiFailure (SEC_E_INVALID_TOKEN) when ticket or authenticator bring authorization data that is not bounded,
+// and std::bad_alloc.
+krb5_error_code OpenTicket(krb5_context i_context, const AcceptorKeys& i_keys, const ApRequest& i_request,
+                           krb5_const_principal i_pService, const krb5_keyblock*& o_pKey);
+
+}  // namespace morwen
