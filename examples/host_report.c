@@ -29,10 +29,9 @@ static void PrintTemplate(const char* i_pszTemplate, const SSOSubstitution* i_pS
 
 void ReportFailure(const char* i_pszWhat, uint32_t i_nCode) {
     SSOError* record = NULL;
-    const char* reason = HarrowLogReason(); /* empty when the message says it all */
-    const char* colon = *reason != '\0' ? ": " : "";
+    const char* reason = HarrowLogReason();        /* empty when the message says it all */
     if (SSOGetError(i_nCode, &record) != SSO_OK) { /* some failures leave none: see the header */
-        fprintf(stderr, "%s: code %u%s%s\n", i_pszWhat, (unsigned)i_nCode, colon, reason);
+        fprintf(stderr, "%s: code %u%s%s\n", i_pszWhat, (unsigned)i_nCode, *reason != '\0' ? ": " : "", reason);
         return;
     }
     SSOChar* message = NULL;
@@ -47,8 +46,8 @@ void ReportFailure(const char* i_pszWhat, uint32_t i_nCode) {
         text[strcspn(text, "\r\n")] = '\0';
     }
     LockOutput(); /* several threads may report: one line each */
-    fprintf(stderr, "%s: code %u%s%s: message %u: ", i_pszWhat, (unsigned)i_nCode, colon, reason,
-            (unsigned)record->messageId);
+    fprintf(stderr, "%s: code %u, message %u: %s%s", i_pszWhat, (unsigned)i_nCode, (unsigned)record->messageId, reason,
+            *reason != '\0' ? ": " : "");
     PrintTemplate(text != NULL ? text : "(no text)", record->substitutions);
     fputc('\n', stderr);
     UnlockOutput();

@@ -91,10 +91,12 @@ std::string FaultIn(const std::string& i_file, int i_nDepth) {
         beginning.append(line).push_back('\n');
         if (const long nCode = Parsed(beginning); nCode != 0) {
             line = Trimmed(line);
-            std::string inner = FaultBehind(line, i_nDepth);
-            return !inner.empty()
-                       ? inner
-                       : i_file + ", line " + std::to_string(nLine) + ": \"" + line + "\": " + WordsFor(nCode);
+            std::string fault = FaultBehind(line, i_nDepth);
+            if (fault.empty()) {
+                fault.append(i_file).append(", line ").append(std::to_string(nLine));
+                fault.append(": \"").append(line).append("\": ").append(WordsFor(nCode));
+            }
+            return fault;
         }
     }
     return {};
