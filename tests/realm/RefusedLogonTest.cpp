@@ -87,7 +87,6 @@ TEST_F(RefusedLogon, ByAnonymity) {
         {"alice", TKT_FLG_PRE_AUTH, "1"},
         {"alice", TKT_FLG_PRE_AUTH | TKT_FLG_ANONYMOUS, "3/61215"},
         {"WELLKNOWN/ANONYMOUS", TKT_FLG_PRE_AUTH, "3/61215"},
-        {"WELLKNOWN/ANONYMOUS@WELLKNOWN:ANONYMOUS", TKT_FLG_PRE_AUTH, "3/61215"},
     };
     for (const auto& [pszClient, nFlags, pszVerdict] : kCases) {
         krb5_context context = nullptr;
