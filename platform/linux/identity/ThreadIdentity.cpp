@@ -16,6 +16,12 @@ namespace {
 struct Impersonation {
     ThreadCredentials m_service;
     std::shared_ptr<const TokenIdentity> m_pIdentity;
+
+    // As the identity. Who acts as the service itself keeps what that has; a user with the service's account does not.
+    int Exchange(bool& io_bStuck) noexcept {
+        const bool bItself = m_pIdentity->m_bService && *m_pIdentity->m_account == m_service.m_account;
+        return bItself ? 0 : m_service.Exchange(*m_pIdentity->m_account, io_bStuck);
+    }
 };
 
 // Plain data: a thread_local with a destructor would keep the library loaded. A thread that ends while it impersonates
@@ -48,7 +54,7 @@ int End(Impersonation* i_pImpersonation) noexcept {
 
 int Begin(std::unique_ptr<Impersonation> i_pImpersonation) noexcept {
     bool bStuck = false;
-    const int nError = i_pImpersonation->m_service.Exchange(*i_pImpersonation->m_pIdentity->m_account, bStuck);
+    const int nError = i_pImpersonation->Exchange(bStuck);
     if (nError == 0 || bStuck) {
         t_state.m_pImpersonation = i_pImpersonation.release();
     }
@@ -143,9 +149,7 @@ ServiceScope::~ServiceScope() {
         return;
     }
     bool bStuck = false;
-    Impersonation& impersonation = *t_state.m_pImpersonation;
-    if (const int nError = impersonation.m_service.Exchange(*impersonation.m_pIdentity->m_account, bStuck);
-        nError != 0) {
+    if (const int nError = t_state.m_pImpersonation->Exchange(bStuck); nError != 0) {
         // The service's rights stay with a thread that was to be the user: what it calls next fails until it reverts.
         GetStuck(nError);
     }
