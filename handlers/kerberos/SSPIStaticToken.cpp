@@ -1,10 +1,10 @@
 #include "handlers/kerberos/SSPIStaticToken.h"
 
-#include <limits>
 #include <new>
 #include <string_view>
 
 #include "errors/SSOException.h"
+#include "handlers/ActingThreads.h"
 #include "handlers/kerberos/ActingAsUser.h"
 #include "handlers/kerberos/Renegotiation.h"
 #include "harrow/log/STrace.h"
@@ -92,28 +92,25 @@ SSPIStaticToken::~SSPIStaticToken() {
 }
 
 void SSPIStaticToken::Impersonate() {
+    const ActingThreads::Place place;
     const CSmartWriteLocker locker(m_lock);
-    // Beyond the count's range the token could be removed while it is impersonated.
-    if (m_nImpersonationCount == std::numeric_limits<uint16_t>::max() ||
-        Platform::Sspi().ImpersonateSecurityContext(&m_handle) != SEC_E_OK) {
+    if (!MayBeCounted() || Platform::Sspi().ImpersonateSecurityContext(&m_handle) != SEC_E_OK) {
         S_TRACE("ssoplugin: SSPIStaticToken::Impersonate() -- Could not impersonate.");
         throw SSOException(SSO_ERROR, kMsgImpersonation);
     }
-    ++m_nImpersonationCount;
+    place.Begin(*this);
 }
 
 void SSPIStaticToken::Revert() {
     const CSmartWriteLocker locker(m_lock);
-    const bool bImpersonated = m_nImpersonationCount > 0;
+    const bool bImpersonated = GetImpersonationCount() > 0;
     if (!bImpersonated) {
         S_TRACE("ssoplugin: SSPIStaticToken::Revert() called for context that had not been impersonated.");
     }
     if (!(bImpersonated ? RevertFromUser(&m_handle, kRevertTexts) : RevertToProcess(kRevertTexts))) {
         throw SSOException(SSO_ERROR, kMsgImpersonation);
     }
-    if (bImpersonated) {
-        --m_nImpersonationCount;
-    }
+    ActingThreads::End();
 }
 
 std::optional<SDateTime> SSPIStaticToken::GetExpiry() const {

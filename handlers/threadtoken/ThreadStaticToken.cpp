@@ -1,8 +1,7 @@
 #include "handlers/threadtoken/ThreadStaticToken.h"
 
-#include <limits>
-
 #include "errors/SSOException.h"
+#include "handlers/ActingThreads.h"
 #include "handlers/SystemErrorText.h"
 #include "morwen/morwenplugin.h"
 
@@ -27,15 +26,16 @@ ThreadStaticToken::~ThreadStaticToken() {
 
 void ThreadStaticToken::Impersonate() {
     S_ASSERT_TEXT(m_pToken.get() != nullptr, "m_pToken");
+    const ActingThreads::Place place;
     const CSmartWriteLocker locker(m_lock);
-    if (m_pToken.get() == nullptr || m_nImpersonationCount == std::numeric_limits<uint16_t>::max()) {
+    if (m_pToken.get() == nullptr || !MayBeCounted()) {
         throw SSOException(SSO_ERROR, kMsgImpersonation);
     }
     if (!Platform::Tokens().ImpersonateLoggedOnUser(m_pToken.get())) {
         S_TRACE("ssoplugin: ThreadStaticToken::Impersonate() -- Could not impersonate: %1", GetLastErrorText());
         throw SSOException(SSO_ERROR, kMsgImpersonation);
     }
-    ++m_nImpersonationCount;
+    place.Begin(*this);
 }
 
 void ThreadStaticToken::Revert() {
@@ -44,9 +44,7 @@ void ThreadStaticToken::Revert() {
         S_TRACE("ssoplugin: ThreadStaticToken::Revert() -- Could not revert: %1", GetLastErrorText());
         throw SSOException(SSO_ERROR, kMsgImpersonation);
     }
-    if (m_nImpersonationCount > 0) {
-        --m_nImpersonationCount;
-    }
+    ActingThreads::End();
 }
 
 bool ThreadStaticToken::Expired(SDateTime i_now) {
