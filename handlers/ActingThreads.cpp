@@ -8,6 +8,7 @@
 #include "harrow/lifetime/NeverDestroyed.h"
 #include "harrow/locks/CS_Wrapper.h"
 #include "harrow/threads/ThreadRecords.h"
+#include "platform/Platform.h"
 
 namespace morwen {
 
@@ -15,7 +16,11 @@ using Harrowlib201::CS_Locker;
 
 namespace {
 
-using Threads = Harrowlib201::ThreadRecords<StaticToken*>;
+struct Acting {
+    StaticToken* m_pToken = nullptr;  // null when it has ended since
+    bool m_bActing = false;
+};
+using Threads = Harrowlib201::ThreadRecords<Acting>;
 
 struct Registry {
     Harrowlib201::CS_Wrapper m_section;
@@ -42,17 +47,17 @@ ActingThreads::Place::Place() {
 }
 
 ActingThreads::Place::~Place() {
-    if (!IsActing()) {
+    if (!Threads::Mine()->m_bActing) {
         End();
     }
 }
 
 void ActingThreads::Place::Begin(StaticToken& i_token) const noexcept {
     const CS_Locker locker(TheRegistry().m_section);
-    StaticToken* const pEarlier = std::exchange(*Threads::Mine(), &i_token);
+    const Acting earlier = std::exchange(*Threads::Mine(), {&i_token, true});
     ++i_token.m_nImpersonationCount;
-    if (pEarlier != nullptr) {
-        --pEarlier->m_nImpersonationCount;
+    if (earlier.m_pToken != nullptr) {
+        --earlier.m_pToken->m_nImpersonationCount;
     }
 }
 
@@ -62,15 +67,21 @@ void ActingThreads::End() noexcept {
     const CS_Locker locker(registry.m_section);
     ended = registry.m_threads.Take();
     for (const auto& record : ended) {
-        if (record.m_value != nullptr) {
-            --record.m_value->m_nImpersonationCount;
+        if (record.m_value.m_pToken != nullptr) {
+            --record.m_value.m_pToken->m_nImpersonationCount;
         }
     }
 }
 
-bool ActingThreads::IsActing() noexcept {
-    const auto* const pMine = Threads::Mine();
-    return pMine != nullptr && *pMine != nullptr;
+bool ActingThreads::Revert() noexcept {
+    if (Threads::Mine() == nullptr) {
+        return true;
+    }
+    if (!Platform::Tokens().RevertToSelf()) {
+        return false;
+    }
+    End();
+    return true;
 }
 
 void ActingThreads::Forget(StaticToken& i_token) noexcept {
@@ -79,9 +90,9 @@ void ActingThreads::Forget(StaticToken& i_token) noexcept {
     }
     Registry& registry = TheRegistry();
     const CS_Locker locker(registry.m_section);
-    registry.m_threads.ForEach([&](StaticToken*& io_pToken) {
-        if (io_pToken == &i_token) {
-            io_pToken = nullptr;
+    registry.m_threads.ForEach([&](Acting& io_acting) {
+        if (io_acting.m_pToken == &i_token) {
+            io_acting.m_pToken = nullptr;
         }
     });
 }
@@ -92,8 +103,8 @@ void ActingThreads::ForgetEnded() noexcept {
     const CS_Locker locker(registry.m_section);
     ended = registry.m_threads.TakeGone(std::numeric_limits<size_t>::max());
     for (const auto& record : ended) {
-        if (record.m_value != nullptr) {
-            --record.m_value->m_nImpersonationCount;
+        if (record.m_value.m_pToken != nullptr) {
+            --record.m_value.m_pToken->m_nImpersonationCount;
         }
     }
 }

@@ -23,9 +23,10 @@ public:
     };
     // The thread is itself again.
     static void End() noexcept;
-    static bool IsActing() noexcept;
+    // Makes the thread itself again if it acts through any token, be that gone or not. False when it could not.
+    static bool Revert() noexcept;
 
-    // No thread acts through the token any more that anybody would have to count.
+    // The token ends. Threads that act through it stay its user.
     static void Forget(StaticToken& i_token) noexcept;
     // Counts the threads out that have ended.
     static void ForgetEnded() noexcept;

@@ -7,6 +7,7 @@
 #include "errors/HostText.h"
 #include "errors/MessageTable.h"
 #include "errors/SSOException.h"
+#include "handlers/ActingThreads.h"
 #include "handlers/factory/SSOHandlerFactory.h"
 #include "harrow/lifetime/CSingleton.h"
 #include "harrow/lifetime/OwnProcess.h"
@@ -155,6 +156,10 @@ void SSOImpl::Shutdown() {
     }
     if (m_nInitRefcount != 0) {
         return;
+    }
+    // No key will be left to revert under.
+    if (!ActingThreads::Revert()) {
+        S_FAIL("ssoplugin: SSOImpl::Shutdown() -- The thread acts as a user, and cannot become itself again.");
     }
     SResManager::Terminate();
     SLogger::Terminate();

@@ -120,7 +120,9 @@ typedef struct SSOError {
 /* Starts the package, or counts up when it is started. One SSOTermPackage belongs to each success. No record. */
 SSO_API uint32_t SSOInitPackage(void);
 
-/* Counts down; the last call ends the package, and with it every session, kept context and error record. */
+/* Counts down; the last call ends the package, and with it every session, kept context and error record. It makes its
+ * own thread itself again, should that act as a user. Another thread that does stays the user: revert there before, or
+ * after the next SSOInitPackage by SSORevert under the key of any context of that time. */
 SSO_API uint32_t SSOTermPackage(void);
 
 /* Makes the handler of a provider type and gives it its settings. A setting that is absent keeps its value; a setting
@@ -157,10 +159,12 @@ SSO_API uint32_t SSOAcceptLogin(const SSOChar* i_pszType, const SSOChar* i_pszSe
                                 SSOLength i_nBufferLength, void** o_ppvBuffer, SSOLength* o_pnBufferLength,
                                 ParasSeq** o_ppLogonInformation, SSOChar** o_ppszSessionKey);
 
-/* The calling thread goes on as the user of the context, until SSORevert on the same thread. */
+/* The calling thread goes on as the user of the context, until SSORevert on the same thread, or until it acts as
+ * another user. */
 SSO_API uint32_t SSOImpersonate(const SSOChar* i_pszContextKey);
 
-/* The calling thread is itself again. Also for a context that has expired meanwhile. */
+/* The calling thread is itself again, whichever context's user it was. Also for a context that has expired meanwhile.
+ * Other threads that act through the context stay its user. */
 SSO_API uint32_t SSORevert(const SSOChar* i_pszContextKey);
 
 /* Gives a context a key of the host's choice; the old key names nothing afterwards. A context that has the new key
