@@ -47,17 +47,25 @@ ActingThreads::Place::Place() {
 }
 
 ActingThreads::Place::~Place() {
-    if (!Threads::Mine()->m_bActing) {
+    if (const Acting* const pMine = Threads::Mine(); pMine != nullptr && !pMine->m_bActing) {
         End();
     }
 }
 
 void ActingThreads::Place::Begin(StaticToken& i_token) const noexcept {
     const CS_Locker locker(TheRegistry().m_section);
-    const Acting earlier = std::exchange(*Threads::Mine(), {&i_token, true});
     ++i_token.m_nImpersonationCount;
-    if (earlier.m_pToken != nullptr) {
-        --earlier.m_pToken->m_nImpersonationCount;
+    CountOut(std::exchange(*Threads::Mine(), {&i_token, true}).m_pToken);
+}
+
+void ActingThreads::Place::Refuse(bool i_bItself) const noexcept {
+    const CS_Locker locker(TheRegistry().m_section);
+    CountOut(std::exchange(*Threads::Mine(), {nullptr, !i_bItself}).m_pToken);
+}
+
+void ActingThreads::CountOut(StaticToken* i_pToken) noexcept {
+    if (i_pToken != nullptr) {
+        --i_pToken->m_nImpersonationCount;
     }
 }
 
@@ -67,9 +75,7 @@ void ActingThreads::End() noexcept {
     const CS_Locker locker(registry.m_section);
     ended = registry.m_threads.Take();
     for (const auto& record : ended) {
-        if (record.m_value.m_pToken != nullptr) {
-            --record.m_value.m_pToken->m_nImpersonationCount;
-        }
+        CountOut(record.m_value.m_pToken);
     }
 }
 
@@ -103,9 +109,7 @@ void ActingThreads::ForgetEnded() noexcept {
     const CS_Locker locker(registry.m_section);
     ended = registry.m_threads.TakeGone(std::numeric_limits<size_t>::max());
     for (const auto& record : ended) {
-        if (record.m_value.m_pToken != nullptr) {
-            --record.m_value.m_pToken->m_nImpersonationCount;
-        }
+        CountOut(record.m_value.m_pToken);
     }
 }
 

@@ -20,6 +20,8 @@ public:
 
         // The thread acts through the token from now on, and no more through any other.
         void Begin(StaticToken& i_token) const noexcept;
+        // It has become a user that it cannot act as: through no token any more, and itself again, or not even that.
+        void Refuse(bool i_bItself) const noexcept;
     };
     // The thread is itself again.
     static void End() noexcept;
@@ -30,6 +32,9 @@ public:
     static void Forget(StaticToken& i_token) noexcept;
     // Counts the threads out that have ended.
     static void ForgetEnded() noexcept;
+
+private:
+    static void CountOut(StaticToken* i_pToken) noexcept;  // under the lock; null: nothing
 };
 
 }  // namespace morwen

@@ -3,6 +3,7 @@
 #include <new>
 
 #include "errors/SSOException.h"
+#include "handlers/ActingLevel.h"
 #include "handlers/HandlerToken.h"
 #include "handlers/kerberos/ActingAsUser.h"
 #include "handlers/kerberos/KerberosSSPICredentials.h"
@@ -64,7 +65,8 @@ Renegotiation::Renegotiation(const SSOHandlerPtr& i_pHandler)
 
 void Renegotiation::AcquireUserCredentials(CtxtHandle* i_pContext) {
     ActingAsUser user(i_pContext, kRevertTexts);
-    if (!user.Begin()) {
+    // Otherwise what is acquired would be the service's.
+    if (!user.Begin() || !IsThreadActing()) {
         S_TRACE("ssoplugin: SSPIStaticToken::RenegotiateImpl() -- Could not impersonate.");
         throw SSOException(SSO_ERROR, kMsgImpersonation);
     }

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "errors/SSOException.h"
+#include "handlers/ActingLevel.h"
 #include "handlers/ActingThreads.h"
 #include "handlers/kerberos/ActingAsUser.h"
 #include "handlers/kerberos/Renegotiation.h"
@@ -98,6 +99,11 @@ void SSPIStaticToken::Impersonate() {
         S_TRACE("ssoplugin: SSPIStaticToken::Impersonate() -- Could not impersonate.");
         throw SSOException(SSO_ERROR, kMsgImpersonation);
     }
+    if (!IsThreadActing()) {
+        place.Refuse(RevertFromUser(&m_handle, kRevertTexts));
+        S_TRACE("ssoplugin: SSPIStaticToken::Impersonate() -- Could not impersonate.");
+        throw SSOException(SSO_ERROR, kMsgImpersonation);
+    }
     place.Begin(*this);
 }
 
@@ -167,6 +173,10 @@ bool SSPIStaticToken::RenegotiateImpl() {
         if (!pSSPIToken) {
             throw SSOException(SSO_ERROR);
         }
+        if (!IsSameUser(*pSSPIToken)) {
+            S_TRACE("ssoplugin: SSPIStaticToken::RenegotiateImpl() -- The fresh context is not the same user's.");
+            throw SSOException(SSO_ERROR);
+        }
         TakeOver(*pSSPIToken);
         return true;
     } catch (...) {
@@ -174,6 +184,14 @@ bool SSPIStaticToken::RenegotiateImpl() {
         static_cast<void>(Platform::Tokens().RevertToSelf());
         throw;
     }
+}
+
+bool SSPIStaticToken::IsSameUser(SSPIStaticToken& io_other) {
+    const CSmartReadLocker otherLocker(io_other.m_lock);  // nobody else knows it
+    const CSmartReadLocker locker(m_lock);
+    const UserName old(&m_handle);
+    const UserName fresh(&io_other.m_handle);
+    return !old.Text().empty() && old.Text() == fresh.Text();
 }
 
 void SSPIStaticToken::TakeOver(SSPIStaticToken& io_other) {

@@ -1,6 +1,7 @@
 #include "handlers/threadtoken/ThreadStaticToken.h"
 
 #include "errors/SSOException.h"
+#include "handlers/ActingLevel.h"
 #include "handlers/ActingThreads.h"
 #include "handlers/SystemErrorText.h"
 #include "morwen/morwenplugin.h"
@@ -32,6 +33,13 @@ void ThreadStaticToken::Impersonate() {
         throw SSOException(SSO_ERROR, kMsgImpersonation);
     }
     if (!Platform::Tokens().ImpersonateLoggedOnUser(m_pToken.get())) {
+        S_TRACE("ssoplugin: ThreadStaticToken::Impersonate() -- Could not impersonate: %1", GetLastErrorText());
+        throw SSOException(SSO_ERROR, kMsgImpersonation);
+    }
+    if (!IsThreadActing()) {
+        const bool bItself = Platform::Tokens().RevertToSelf() != FALSE;
+        place.Refuse(bItself);
+        S_ASSERT_MSG(bItself, "ThreadStaticToken::Impersonate() failed to revert to security context of process.");
         S_TRACE("ssoplugin: ThreadStaticToken::Impersonate() -- Could not impersonate: %1", GetLastErrorText());
         throw SSOException(SSO_ERROR, kMsgImpersonation);
     }

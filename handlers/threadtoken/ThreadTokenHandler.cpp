@@ -3,6 +3,7 @@
 #include <new>
 
 #include "errors/SSOException.h"
+#include "handlers/ActingLevel.h"
 #include "handlers/SystemErrorText.h"
 #include "handlers/threadtoken/ThreadTokenSession.h"
 #include "harrow/log/STrace.h"
@@ -64,17 +65,28 @@ uint32_t ThreadTokenHandler::AcquireCurrentContext(const SSOSessionPtr& i_pSessi
     TokenCalls& tokens = Platform::Tokens();
     KernelCalls& kernel = Platform::Kernel();
     HANDLE hToken = nullptr;
-    if (!tokens.OpenThreadToken(kernel.GetCurrentThread(), kAccess, TRUE, &hToken)) {
+    if (tokens.OpenThreadToken(kernel.GetCurrentThread(), kAccess, TRUE, &hToken)) {
+        pSession->SetToken(hToken);
+        if (!IsOfActingLevel(hToken)) {
+            pSession->SetToken(nullptr);
+            throw SSOException(SSO_ERROR, kMsgContextUnusable);
+        }
+        return SSO_OK;
+    }
+    // Who has a token that does not open is somebody, and not the service: only without one it is the process's.
+    bool bOpened = false;
+    if (kernel.GetLastError() == ERROR_NO_TOKEN) {
         S_TRACE(
             "ssoplugin: ThreadTokenHandler::AcquireCurrentContext() -- OpenThreadToken() failed.  Trying process "
             "token.");
-        if (!tokens.OpenProcessToken(kernel.GetCurrentProcess(), kAccess, &hToken)) {
-            S_TRACE(
-                "ssoplugin: ThreadTokenHandler::AcquireCurrentSecurityContext() -- Could not get token for thread nor "
-                "process: %1",
-                GetLastErrorText());
-            throw SSOException(SSO_ERROR, kMsgContextUnusable);
-        }
+        bOpened = tokens.OpenProcessToken(kernel.GetCurrentProcess(), kAccess, &hToken) != FALSE;
+    }
+    if (!bOpened) {
+        S_TRACE(
+            "ssoplugin: ThreadTokenHandler::AcquireCurrentSecurityContext() -- Could not get token for thread nor "
+            "process: %1",
+            GetLastErrorText());
+        throw SSOException(SSO_ERROR, kMsgContextUnusable);
     }
     pSession->SetToken(hToken);
     return SSO_OK;

@@ -124,6 +124,11 @@ TEST_F(StaticTokenTest, ImpersonationsAreCounted) {
     EXPECT_TRUE(m_trace.Said({"Revert() called for context that had not been impersonated.", kNoSelf}));
     EXPECT_EQ(m_fake.Log("RevertToSelf").size(), 4U);
 
+    m_fake.m_nLevel = SecurityIdentification;  // which a client may choose
+    EXPECT_EQ(Switch(pToken, "i"), "100/61212 0");
+    m_fake.m_nLevel = SecurityImpersonation;
+    EXPECT_TRUE(m_trace.Said({"Could not impersonate."}));
+
     StaticTokenPtr pOther = MakeToken();
     EXPECT_EQ(Switch(pToken, "i"), " 1 acts");
     EXPECT_EQ(Switch(pOther, "i"), " 1 acts");
@@ -202,6 +207,8 @@ TEST_F(StaticTokenTest, AFailedRenewalLeavesEverythingAsItWas) {
         {{{pszClient, done}}, true, "", 1},  // a side that is complete is asked no more
         {{c, c, c, c, s, s, s, {pszServer, done}}, true, "", 5},
         {{c, c, c, c, c, s, s, s, s, s}, false, "SSPIStaticToken::RenegotiateImpl() -- Stuck in loop, aborting!", 5},
+        {{{pszAcquire, good}}, false, "The token says who its user is, and lets nobody act as that.", 0},
+        {{{pszAcquire, good}}, false, "RenegotiateImpl() -- The fresh context is not the same user's.", 2},
         {{}, false, "KerberosSSPIHandler::GetSPN() -- Could not determine spn!", 0},
     };
     for (const auto& [answers, bRenewed, says, nSteps] : aCases) {
@@ -211,11 +218,15 @@ TEST_F(StaticTokenTest, AFailedRenewalLeavesEverythingAsItWas) {
         m_clock.Set(kLogin + 10 * kHour);
         m_fake.m_lifespan.m_nExpiry = FakePlatform::LocalTime(kLogin + 20 * kHour);
         Script(answers);
+        m_fake.m_nLevel = says.find("who its user is") != std::string::npos ? 1 : SecurityImpersonation;
+        m_fake.m_nextUserName = says.find("same user's") != std::string::npos ? u"REALM\\other" : m_fake.m_userName;
         const size_t nClientSteps = m_fake.Log(pszClient).size();
         EXPECT_EQ(pToken->Renegotiate(SDateTime(kLogin + 10 * kHour)), bRenewed);
         EXPECT_EQ(m_fake.Log(pszClient).size() - nClientSteps, nSteps);
         EXPECT_TRUE(m_trace.Said({says, bRenewed ? "" : "-- Failed to renegotiate security context."}));
         EXPECT_FALSE(m_fake.IsImpersonating());
+        m_fake.m_nLevel = SecurityImpersonation;
+        m_fake.m_userName = m_fake.m_nextUserName = u"REALM\\user";
         EXPECT_TRUE(bRenewed || pToken->GetLifetime() == STimeSpan(10 * kHour));
         EXPECT_EQ(m_fake.Faults(), "not given back: context\n");  // the token's
         EXPECT_EQ(Switch(pToken, "ir"), " 1 acts 0");
