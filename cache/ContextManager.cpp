@@ -19,7 +19,7 @@ ContextManager::ContextManager(const CSmartRefCountPtr<SecContextCache>& i_pCont
 void ContextManager::Impersonate(const SWCharString& i_ssKey) {
     const TokenAtWork token = m_pContextCache->Find(i_ssKey);
     if (!token || token->IsExpired(SDateTime::GetCurrentDateTime())) {
-        S_TRACE("ssoplugin: ContextManager::Impersonate() -- token for %1 not found or expired.", i_ssKey);
+        S_REASON("ssoplugin: ContextManager::Impersonate() -- token for %1 not found or expired.", i_ssKey);
         throw SSOException(SSO_ERROR, kMsgContextUnusable);
     }
     token->Impersonate();
@@ -28,7 +28,7 @@ void ContextManager::Impersonate(const SWCharString& i_ssKey) {
 void ContextManager::Revert(const SWCharString& i_ssKey) {
     const TokenAtWork pToken = m_pContextCache->Find(i_ssKey);
     if (!pToken.IsFound()) {
-        S_TRACE("ssoplugin: ContextManager::Revert() -- token for %1 not found.", i_ssKey);
+        S_REASON("ssoplugin: ContextManager::Revert() -- token for %1 not found.", i_ssKey);
         throw SSOException(SSO_ERROR, kMsgNoContext);
     }
     S_ASSERT(pToken);

@@ -1,4 +1,4 @@
-# What an installation holds, in three parts: the libraries, what hosts are built with, and the tools.
+# What an installation holds, in four parts: the libraries, what hosts are built with, the tools, and the Python module.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -21,6 +21,8 @@ if(TARGET morwen-doctor)
     set_target_properties(morwen-doctor PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
   endif()
   install(TARGETS morwen-doctor RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+  install(FILES ${PROJECT_SOURCE_DIR}/packaging/completion/morwen-doctor
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
 endif()
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/morwen)
@@ -38,6 +40,24 @@ configure_file(${PROJECT_SOURCE_DIR}/packaging/morwen.pc.in ${PROJECT_BINARY_DIR
 install(FILES ${PROJECT_BINARY_DIR}/packaging/morwen.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
   COMPONENT development)
 
-install(FILES README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
-install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development
-  PATTERN ".clang-tidy" EXCLUDE)
+# The pages that its readers need, and none for those who build the library, in the folders that they have here, so that their
+# links hold. A link goes to a page of the same package, or of one that it depends on: the package test looks.
+set(pages ${CMAKE_INSTALL_DATADIR}/doc/morwen)
+if(WIN32)
+  set(pages .)
+  install(FILES docs/windows.md DESTINATION docs COMPONENT development)
+else()
+  install(CODE "file(MAKE_DIRECTORY \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${pages})
+    file(CREATE_LINK ../../../${CMAKE_INSTALL_INCLUDEDIR} \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${pages}/include SYMBOLIC)"
+    COMPONENT development)
+  install(FILES examples/myserver.service DESTINATION ${pages}/examples COMPONENT tools)
+  install(DIRECTORY python/morwen DESTINATION lib/python3/dist-packages COMPONENT python PATTERN "__pycache__" EXCLUDE)
+  install(FILES docs/python.md DESTINATION ${pages}/docs COMPONENT python)
+  install(PROGRAMS examples/first_login.py DESTINATION ${pages}/examples COMPONENT python)
+endif()
+install(FILES CHANGELOG.md SECURITY.md DESTINATION ${pages} COMPONENT tools)
+install(FILES docs/README.md docs/admin-guide.md docs/doctor.md docs/impersonation.md docs/messages.md docs/security.md
+  DESTINATION ${pages}/docs COMPONENT tools)
+install(FILES docs/host-guide.md DESTINATION ${pages}/docs COMPONENT development)
+install(DIRECTORY examples DESTINATION ${pages} COMPONENT development
+  PATTERN ".clang-tidy" EXCLUDE PATTERN "*.py" EXCLUDE PATTERN "*.service" EXCLUDE)

@@ -1,4 +1,4 @@
-# The manual, from the public headers and docs/doctor.md: man pages, and with the target "docs" an API reference as HTML.
+# The manual, from the public headers, docs/doctor.md and docs/README.md: man pages, and with the target "docs" an API reference as HTML.
 include(GNUInstallDirs)
 set(headers ${PROJECT_SOURCE_DIR}/include/morwen/morwenplugin.h ${PROJECT_SOURCE_DIR}/include/morwen/harrow_log.h)
 set(maker ${PROJECT_SOURCE_DIR}/packaging/man/man_pages.py)
@@ -28,7 +28,7 @@ function(man_pages component section pages)
   add_custom_command(OUTPUT ${compressed} VERBATIM
     COMMAND ${Python3_EXECUTABLE} ${maker} ${PROJECT_VERSION} ${man_folder} ${ARGN}
     COMMAND ${GZIP} -9nfk ${plain}
-    DEPENDS ${maker} ${headers} ${PROJECT_SOURCE_DIR}/docs/doctor.md $<$<STREQUAL:${section},1>:morwen-doctor>)
+    DEPENDS ${maker} ${headers} ${PROJECT_SOURCE_DIR}/docs/doctor.md ${PROJECT_SOURCE_DIR}/docs/README.md $<$<STREQUAL:${section},1>:morwen-doctor>)
   add_custom_target(man${section} ALL DEPENDS ${compressed})
   install(FILES ${compressed} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component})
 endfunction()
@@ -43,6 +43,7 @@ foreach(header ${headers})
 endforeach()
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${headers})
 man_pages(development 3 "${names}" --headers ${headers})
+man_pages(runtime 7 morwen --overview ${PROJECT_SOURCE_DIR}/docs/README.md)
 if(TARGET morwen-doctor)
   man_pages(tools 1 morwen-doctor --doctor $<TARGET_FILE:morwen-doctor> ${PROJECT_SOURCE_DIR}/docs/doctor.md)
 endif()

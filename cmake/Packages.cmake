@@ -10,7 +10,7 @@ set(CPACK_STRIP_FILES ON)
 if(WIN32)
   set(CPACK_GENERATOR ZIP)
   set(CPACK_PACKAGE_FILE_NAME morwen-${PROJECT_VERSION}-windows-x64)
-  install(FILES LICENSE README.md CHANGELOG.md DESTINATION . COMPONENT runtime)
+  install(FILES LICENSE DESTINATION . COMPONENT runtime)
   include(CPack)
   return()
 endif()
@@ -18,7 +18,7 @@ endif()
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_COMPONENTS_ALL runtime development tools)
+set(CPACK_COMPONENTS_ALL runtime development tools python)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/lib)
@@ -45,7 +45,9 @@ debian_package(runtime libmorwenplugin1 libs "single sign-on security plug-in - 
 debian_package(development libmorwenplugin-dev libdevel "single sign-on security plug-in - development files"
   "Headers, the link to the library, a CMake package, a pkg-config file and\n example hosts.")
 debian_package(tools morwen-tools admin "single sign-on security plug-in - administrators' command"
-  "morwen-doctor says what is wrong with the Kerberos set-up of a client or a\n server, and what mends it, and makes a real logon between two machines.")
+  "morwen-doctor says what is wrong with the Kerberos set-up of a client or a\n server, and what to do about it, and makes a real logon between two machines.\n The guides for administrators, and a unit for systemd to start from.")
+debian_package(python python3-morwen python "single sign-on security plug-in - Python module"
+  "Clients and servers in Python, with context managers, exceptions and asyncio.")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libmorwenplugin1 (= ${PROJECT_VERSION})")
@@ -57,5 +59,15 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/packaging/t
   ${PROJECT_BINARY_DIR}/packaging/shlibs)
 install(FILES packaging/lintian-overrides DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides
   COMPONENT runtime RENAME libmorwenplugin1)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libmorwenplugin1 (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
+  "libmorwenplugin1 (= ${PROJECT_VERSION}), morwen-tools (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= 3.11), libmorwenplugin1 (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
+# Python's own commands compile the module for the versions that are there, and remove what they made.
+set(maintainer ${PROJECT_BINARY_DIR}/packaging/python)
+file(WRITE ${maintainer}/postinst "#!/bin/sh\nset -e\nif command -v py3compile >/dev/null; then py3compile -p python3-morwen; fi\n")
+file(WRITE ${maintainer}/prerm "#!/bin/sh\nset -e\nif command -v py3clean >/dev/null; then py3clean -p python3-morwen; fi\n")
+file(CHMOD ${maintainer}/postinst ${maintainer}/prerm PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE
+  WORLD_READ WORLD_EXECUTE)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA ${maintainer}/postinst ${maintainer}/prerm)
 include(CPack)

@@ -13,9 +13,9 @@ constexpr Harrowlib201::SMessage kMessages[] = {
      "The parameter %1 has the wrong type. Check the type tag that the program gives it (1 text, 2 number, 3 "
      "boolean)."},
     {kMsgGeneral,
-     "The operation could not be carried out. The plug-in's trace says which step failed and why: set a log sink and "
-     "try "
-     "again."},
+     "The operation could not be carried out. The reason that goes with this message says why; where it is not enough, "
+     "\"morwen-doctor client --spn SERVICE/HOST\", or on the service's machine \"morwen-doctor server\", names the "
+     "cause and what to do."},
     {kMsgOutOfMemoryRecord,
      "Memory ran out while an error was reported. End other programs or raise the memory limit."},
     {kMsgOutOfMemory,
@@ -28,15 +28,13 @@ constexpr Harrowlib201::SMessage kMessages[] = {
      "EXAMPLE\\alice."},
     {kMsgLogonDeniedClient,
      "The logon was denied. Check the user name and the password, and whether the account is locked or expired; the "
-     "trace "
-     "names the reason that the domain gave."},
+     "reason that goes with this message is the domain's own."},
     {kMsgNoContext,
      "There is no security context under the given key. It was released, was given another key, or never "
      "existed; the user must log on again."},
     {kMsgImpersonation,
      "The identity of the thread could not be changed or read. Check that the service has the right to act as its "
-     "users; "
-     "the trace names the step that failed."},
+     "users; the reason that goes with this message names the step that failed."},
     {kMsgNoPackage,
      "The security package %1 cannot be used. Check that Kerberos is installed and configured on this "
      "computer."},
@@ -47,9 +45,8 @@ constexpr Harrowlib201::SMessage kMessages[] = {
     {kMsgCredentials,
      "The credentials were refused or cannot be used. On a server check the keytab: is it there, may the service read "
      "it, "
-     "does it hold the principal's current key? On a client check that the user is logged on (klist); the trace names "
-     "the "
-     "reason."},
+     "does it hold the principal's current key? On a client check that the user is logged on (klist). The reason "
+     "that goes with this message says which it is."},
     {kMsgUnknownProvider,
      "There is no provider of the type \"%1\". The types are SSPI and THREADTOKEN, in capital letters."},
     {kMsgContextUnusable,

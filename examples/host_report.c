@@ -1,4 +1,4 @@
-/* Error records as sentences, and a sink for traces, for the example hosts. */
+/* Reasons and error records as sentences, and a sink for traces, for the example hosts. */
 #include "host_report.h"
 
 #include <stdio.h>
@@ -29,8 +29,10 @@ static void PrintTemplate(const char* i_pszTemplate, const SSOSubstitution* i_pS
 
 void ReportFailure(const char* i_pszWhat, uint32_t i_nCode) {
     SSOError* record = NULL;
+    const char* reason = HarrowLogReason(); /* empty when the message says it all */
+    const char* colon = *reason != '\0' ? ": " : "";
     if (SSOGetError(i_nCode, &record) != SSO_OK) { /* some failures leave none: see the header */
-        fprintf(stderr, "%s: code %u\n", i_pszWhat, (unsigned)i_nCode);
+        fprintf(stderr, "%s: code %u%s%s\n", i_pszWhat, (unsigned)i_nCode, colon, reason);
         return;
     }
     SSOChar* message = NULL;
@@ -45,7 +47,8 @@ void ReportFailure(const char* i_pszWhat, uint32_t i_nCode) {
         text[strcspn(text, "\r\n")] = '\0';
     }
     LockOutput(); /* several threads may report: one line each */
-    fprintf(stderr, "%s: code %u, message %u: ", i_pszWhat, (unsigned)i_nCode, (unsigned)record->messageId);
+    fprintf(stderr, "%s: code %u%s%s: message %u: ", i_pszWhat, (unsigned)i_nCode, colon, reason,
+            (unsigned)record->messageId);
     PrintTemplate(text != NULL ? text : "(no text)", record->substitutions);
     fputc('\n', stderr);
     UnlockOutput();

@@ -4,8 +4,8 @@
 
 #include <stdint.h>
 
-/* Prints what failed and, from the calling thread's error record, why. To be called on the thread that got the code,
- * before it calls the plug-in again. */
+/* Prints what failed and why, from the calling thread's reason and its error record. To be called on the thread that
+ * got the code, before it calls the plug-in again. */
 void ReportFailure(const char* i_pszWhat, uint32_t i_nCode);
 
 /* From here on every trace and assertion of the plug-in is printed on standard error. */

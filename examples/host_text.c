@@ -1,6 +1,7 @@
-/* Conversion between UTF-8 and UTF-16, and wiping, for the example hosts. */
+/* Conversion between UTF-8 and UTF-16, parameter chains, and wiping, for the example hosts. */
 #include "host_text.h"
 
+#include <stdbool.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -91,6 +92,23 @@ char* TextToUtf8(const SSOChar* i_pszText) {
         *end = '\0';
     }
     return text;
+}
+
+static bool SameText(const SSOChar* i_pszText, const SSOChar* i_pszOther) {
+    while (*i_pszText != 0 && *i_pszText == *i_pszOther) {
+        ++i_pszText;
+        ++i_pszOther;
+    }
+    return *i_pszText == *i_pszOther;
+}
+
+const SSOChar* FindValue(const ParasSeq* i_pChain, const SSOChar* i_pszKey) {
+    for (; i_pChain != NULL; i_pChain = i_pChain->next) {
+        if (SameText(i_pChain->key, i_pszKey)) {
+            return i_pChain->value;
+        }
+    }
+    return NULL;
 }
 
 void WipeBytes(void* io_pvBytes, size_t i_nLength) {

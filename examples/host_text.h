@@ -13,6 +13,9 @@ SSOChar* TextFromUtf8(const char* i_pszText);
  * through free. */
 char* TextToUtf8(const SSOChar* i_pszText);
 
+/* The value under the key; null when the chain has none. */
+const SSOChar* FindValue(const ParasSeq* i_pChain, const SSOChar* i_pszKey);
+
 /* Overwrites a password in a way that the compiler does not take out; does nothing to null. */
 void WipeBytes(void* io_pvBytes, size_t i_nLength);
 

@@ -37,20 +37,27 @@ static SSOChar* ReadPassword(int i_nFd) {
     return password;
 }
 
-static int Usage(void) {
+static void PrintUsage(FILE* i_pFile) {
     fputs(
         "usage: sso_client --server HOST:PORT --spn SERVICE/HOST [--user 'DOMAIN\\USER' [--password-fd N]] [--trace]\n"
         "Without --user: with the tickets of the logged-on user. The password is read from descriptor N or asked "
         "for.\n",
-        stderr);
+        i_pFile);
+}
+
+static int Usage(void) {
+    PrintUsage(stderr);
     return kNoLogon;
 }
 
 static bool ParseOptions(int i_nArguments, char** i_ppszArguments, Options* o_pOptions) {
-    static const struct option kOptions[] = {
-        {"server", required_argument, NULL, 's'}, {"spn", required_argument, NULL, 'n'},
-        {"user", required_argument, NULL, 'u'},   {"password-fd", required_argument, NULL, 'p'},
-        {"trace", no_argument, NULL, 't'},        {NULL, 0, NULL, 0}};
+    static const struct option kOptions[] = {{"server", required_argument, NULL, 's'},
+                                             {"spn", required_argument, NULL, 'n'},
+                                             {"user", required_argument, NULL, 'u'},
+                                             {"password-fd", required_argument, NULL, 'p'},
+                                             {"trace", no_argument, NULL, 't'},
+                                             {"help", no_argument, NULL, 'h'},
+                                             {NULL, 0, NULL, 0}};
     for (int option = 0; (option = getopt_long(i_nArguments, i_ppszArguments, "", kOptions, NULL)) != -1;) {
         char* end = NULL;
         switch (option) {
@@ -74,6 +81,9 @@ static bool ParseOptions(int i_nArguments, char** i_ppszArguments, Options* o_pO
             case 't':
                 StartTrace();
                 break;
+            case 'h':
+                PrintUsage(stdout);
+                exit(0);
             default:
                 return false;
         }

@@ -32,23 +32,6 @@ static bool g_bAskWho = true;   /* set before the first client: whether the user
 static Work g_Work;             /* set before the first client; without a folder no contexts are kept */
 static unsigned g_nKeepSeconds; /* how long a context outlives its client */
 
-static bool SameText(const SSOChar* i_pszText, const SSOChar* i_pszOther) {
-    while (*i_pszText != 0 && *i_pszText == *i_pszOther) {
-        ++i_pszText;
-        ++i_pszOther;
-    }
-    return *i_pszText == *i_pszOther;
-}
-
-static const SSOChar* Find(const ParasSeq* i_pChain, const SSOChar* i_pszKey) {
-    for (; i_pChain != NULL; i_pChain = i_pChain->next) {
-        if (SameText(i_pChain->key, i_pszKey)) {
-            return i_pChain->value;
-        }
-    }
-    return NULL;
-}
-
 /* Greets the user. The SIDs are what a server grants rights to: they stay when an account is renamed. */
 static void Welcome(const Connection* i_pConnection, const ParasSeq* i_pLogon) {
     if (!g_bAskWho) {
@@ -56,8 +39,8 @@ static void Welcome(const Connection* i_pConnection, const ParasSeq* i_pLogon) {
         SendFrame(i_pConnection, FRAME_WELCOME, "Welcome.", 8);
         return;
     }
-    char* user = TextToUtf8(Find(i_pLogon, u"" SSO_KEY_USER_SID));
-    char* groups = TextToUtf8(Find(i_pLogon, u"" SSO_KEY_GROUP_SIDS));
+    char* user = TextToUtf8(FindValue(i_pLogon, u"" SSO_KEY_USER_SID));
+    char* groups = TextToUtf8(FindValue(i_pLogon, u"" SSO_KEY_GROUP_SIDS));
     if (user != NULL && groups != NULL) {
         char line[128];
         printf("logged on: %s, groups %s\n", user, *groups != '\0' ? groups : "(none)");
@@ -217,7 +200,7 @@ static bool WritePort(const char* i_pszFile, uint16_t i_nPort) {
     return fclose(file) == 0 && written && rename(temporary, i_pszFile) == 0;
 }
 
-static int Usage(void) {
+static void PrintUsage(FILE* i_pFile) {
     fputs(
         "usage: sso_server [--listen ADDRESS] [--port N] [--port-file FILE] [--trace] [--unnamed]\n"
         "                  [--work-in FOLDER [--spn SERVICE/HOST] [--forbidden FILE] [--keep SECONDS]\n"
@@ -225,18 +208,28 @@ static int Usage(void) {
         "Listens on 127.0.0.1 and a port of the system's choice unless told otherwise; a signal or Ctrl-C ends it.\n"
         "--unnamed lets users in without asking who they are (not every system can tell a service that). With\n"
         "--work-in it acts as each user for a moment; --spn is its own principal, under which contexts are renewed.\n",
-        stderr);
+        i_pFile);
+}
+
+static int Usage(void) {
+    PrintUsage(stderr);
     return 2;
 }
 
 int main(int i_nArguments, char** i_ppszArguments) {
-    static const struct option kOptions[] = {
-        {"listen", required_argument, NULL, 'l'},    {"port", required_argument, NULL, 'p'},
-        {"port-file", required_argument, NULL, 'f'}, {"trace", no_argument, NULL, 't'},
-        {"unnamed", no_argument, NULL, 'u'},         {"work-in", required_argument, NULL, 'w'},
-        {"spn", required_argument, NULL, 'n'},       {"forbidden", required_argument, NULL, 'd'},
-        {"keep", required_argument, NULL, 'k'},      {"back", required_argument, NULL, 'b'},
-        {"back-spn", required_argument, NULL, 'm'},  {NULL, 0, NULL, 0}};
+    static const struct option kOptions[] = {{"listen", required_argument, NULL, 'l'},
+                                             {"port", required_argument, NULL, 'p'},
+                                             {"port-file", required_argument, NULL, 'f'},
+                                             {"trace", no_argument, NULL, 't'},
+                                             {"unnamed", no_argument, NULL, 'u'},
+                                             {"work-in", required_argument, NULL, 'w'},
+                                             {"spn", required_argument, NULL, 'n'},
+                                             {"forbidden", required_argument, NULL, 'd'},
+                                             {"keep", required_argument, NULL, 'k'},
+                                             {"back", required_argument, NULL, 'b'},
+                                             {"back-spn", required_argument, NULL, 'm'},
+                                             {"help", no_argument, NULL, 'h'},
+                                             {NULL, 0, NULL, 0}};
     const char* address = "127.0.0.1";
     const char* portFile = NULL;
     const char* spn = NULL;
@@ -262,6 +255,9 @@ int main(int i_nArguments, char** i_ppszArguments) {
             case 't':
                 StartTrace();
                 break;
+            case 'h':
+                PrintUsage(stdout);
+                exit(0);
             case 'u':
                 g_bAskWho = false;
                 break;

@@ -1,6 +1,7 @@
 #include "handlers/SSOHandler.h"
 
 #include "errors/SSOException.h"
+#include "harrow/log/STrace.h"
 
 namespace morwen {
 
@@ -31,6 +32,7 @@ uint8_t SSOHandler::GetRenewalThreshold() const {
 }
 
 void SSOHandler::ThrowNotSupported() {
+    Harrowlib201::SetReason("the provider type does not offer this operation");
     throw SSOException(SSO_NOT_SUPPORTED);
 }
 

@@ -14,8 +14,8 @@ SSOSession::SessionIdentifier::SessionIdentifier(const SSOSession& i_session) no
 
 SSOSession::SessionIdentifier::SessionIdentifier(const SWCharString& i_ssKey) {
     if (!SWCharStringConv::FromString(i_ssKey, m_nValue)) {
-        S_TRACE("ssoplugin: SSOSession::SessionIdentifier::SessionIdentifier() -- Could not convert %1 to a number.",
-                i_ssKey);
+        S_REASON("ssoplugin: SSOSession::SessionIdentifier::SessionIdentifier() -- Could not convert %1 to a number.",
+                 i_ssKey);
         throw SSOException(SSO_ERROR);
     }
 }

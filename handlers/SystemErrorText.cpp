@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "harrow/log/STrace.h"
 #include "harrow/text/SWCharStringConv.h"
 #include "platform/Platform.h"
 
@@ -36,6 +37,11 @@ private:
     WCHAR* m_pszText = nullptr;
 };
 
+// The system ends its texts with a line break.
+std::u16string_view WithoutLineBreak(const SWCharString& i_ssText) {
+    return i_ssText.view().substr(0, i_ssText.view().find_last_not_of(u" \t\r\n") + 1);
+}
+
 }  // namespace
 
 SWCharString FormatSystemText(DWORD i_nCode) {
@@ -52,13 +58,22 @@ SWCharString GetErrorText(SECURITY_STATUS i_nStatus) {
         return {};
     }
     const SWCharString ssSystem = FormatSystemText(static_cast<DWORD>(i_nStatus));
-    // The system ends its texts with a line break.
-    const std::u16string_view words = ssSystem.view().substr(0, ssSystem.view().find_last_not_of(u" \t\r\n") + 1);
+    const std::u16string_view words = WithoutLineBreak(ssSystem);
     std::u16string text = u"Error ";
     text += SWCharStringConv::ToString(static_cast<int64_t>(i_nStatus)).view();
     text += u": ";
     text += words.empty() ? std::u16string_view(u"???") : words;
     return SWCharString(text);
+}
+
+void NoteReason(SECURITY_STATUS i_nStatus) noexcept {
+    try {
+        const SWCharString ssSystem = FormatSystemText(static_cast<DWORD>(i_nStatus));
+        const std::string words = SWCharStringConv::ToUtf8(WithoutLineBreak(ssSystem));
+        Harrowlib201::SetReason(words.empty() ? ("status " + std::to_string(i_nStatus)).c_str() : words.c_str());
+    } catch (const std::bad_alloc&) {
+        Harrowlib201::SetReason("memory is short");
+    }
 }
 
 }  // namespace morwen

@@ -16,6 +16,10 @@ SWCharString FormatSystemText(DWORD i_nCode);
 // called on the thread that received the status. Throws std::bad_alloc.
 SWCharString GetErrorText(SECURITY_STATUS i_nStatus);
 
+// The system's text for a status becomes the calling thread's reason (harrow_log.h). To be called on the thread that
+// received the status, before it calls the system again.
+void NoteReason(SECURITY_STATUS i_nStatus) noexcept;
+
 // The text of the calling thread's last error, or "Unknown error.". Throws std::bad_alloc.
 SWCharString GetLastErrorText();
 

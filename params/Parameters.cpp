@@ -87,6 +87,7 @@ bool Parameters::GetParameter(const SString& i_ssKey, int64_t& o_nValue) const {
     const bool bConverted = SWCharStringConv::FromString(p.m_ssValue, o_nValue);
     S_ASSERT(bConverted);
     if (!bConverted) {
+        S_REASON("ssoplugin: Parameters::GetParameter(long) -- The value of %1 is no number.", i_ssKey);
         throw SSOException(SSO_ERROR);
     }
     return true;
@@ -114,6 +115,7 @@ bool Parameters::GetParameter(const SString& i_ssKey, bool& o_bValue) const {
                                         SWCharStringConv::ToUtf8(i_ssKey.view());
             S_FAIL(message.c_str());
         }
+        S_REASON("ssoplugin: Parameters::GetParameter(bool) -- The value of %1 is neither 1 nor 0.", i_ssKey);
         throw SSOException(SSO_ERROR);
     }
     return true;

@@ -47,6 +47,10 @@ public:
     // thread can be asked returns SEC_E_UNSUPPORTED_FUNCTION, and the caller impersonates. Out: goes back through
     // TokenCalls' CloseHandle.
     virtual SECURITY_STATUS OpenContextToken(PCtxtHandle i_pContext, HANDLE* o_phToken) noexcept = 0;
+
+    // Not a call of the system: the package has ended. A platform that holds keys and tickets between logons lets go of
+    // them, and wipes them; it gets them anew when somebody logs on after all.
+    virtual void ReleaseHeld() noexcept {}
 };
 
 }  // namespace morwen

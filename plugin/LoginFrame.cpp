@@ -25,7 +25,7 @@ SSOChar** CheckedOutputs(void** o_ppvBuffer, SSOLength* o_pnBufferLength, SSOCha
     S_ASSERT(o_pnBufferLength);
     S_ASSERT(o_ppSessionKey);
     if (o_ppvBuffer == nullptr || o_pnBufferLength == nullptr || o_ppSessionKey == nullptr) {
-        S_TRACE(i_pszMissing);
+        S_REASON(i_pszMissing);
         throw SSOException(SSO_ERROR);
     }
     RequireNull(*o_ppvBuffer, "*o_ppvBuffer == NULL", i_pszNotEmpty);

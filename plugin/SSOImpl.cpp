@@ -23,8 +23,15 @@ using namespace Harrowlib201;
 
 template <class Operation>
 uint32_t SSOImpl::Run(Operation i_operation) {
+    SetReason("");  // what this call fails with, no call before has failed with
+    return Guarded(i_operation);
+}
+
+template <class Operation>
+uint32_t SSOImpl::Guarded(Operation i_operation) {
     const CSmartReadLocker locker(m_lock);
     if (m_nInitRefcount == 0) {
+        SetReason("the package is not started (SSOInitPackage)");
         return SSO_ERROR;
     }
     try {
@@ -76,6 +83,7 @@ SSOImpl::~SSOImpl() {
 // ---- Start and end ----
 
 bool SSOImpl::Initialize() {
+    SetReason("");
     const CSmartWriteLocker locker(m_lock);
     if (m_nInitRefcount > 0) {
         ++m_nInitRefcount;
@@ -90,7 +98,7 @@ bool SSOImpl::Initialize() {
         StartThreadLibrary();
         CreateComponents();
     } catch (const SSOException&) {
-        S_TRACE("ssoplugin: SSOImpl::Initialize() -- Failed to initialize components.");
+        S_REASON("ssoplugin: SSOImpl::Initialize() -- Failed to initialize components.");
         S_ASSERT(m_nInitRefcount == 0);
         ReleaseComponents();
         SResManager::Terminate();
@@ -267,7 +275,7 @@ uint32_t SSOImpl::SSOContinueLogin(const void* i_pvBuffer, SSOLength i_nBufferLe
         S_ASSERT(o_pnBufferLength);
         if (i_pvBuffer == nullptr || i_pSessionKey == nullptr || o_ppvBuffer == nullptr ||
             o_pnBufferLength == nullptr || i_nBufferLength == 0) {
-            S_TRACE("ssoplugin: SSOImpl::ContinueLogin() -- Bad parameters!");
+            S_REASON("ssoplugin: SSOImpl::ContinueLogin() -- Bad parameters!");
             throw SSOException(SSO_ERROR);
         }
         RequireNull(*o_ppvBuffer, "*o_ppvBuffer == NULL",
@@ -403,7 +411,7 @@ uint32_t SSOImpl::GetError(uint32_t i_ErrorCode, SSOError** o_ppError) {
     RequireNull(*o_ppError, nullptr,
                 "ssoplugin: SSOImpl::GetError() -- Assigning error to a non-NULL object; possible memory leak!");
     *o_ppError = nullptr;
-    return Run([&] {
+    return Guarded([&] {
         *o_ppError = m_pErrorManager->GetThreadError();
         if (*o_ppError == nullptr) {
             S_TRACE("ssoplugin: SSOImpl::GetError() -- Could not get error details.");

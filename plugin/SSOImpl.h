@@ -62,10 +62,13 @@ private:
     ~SSOImpl() override;
 
     // The frame of every operation: the core lock for reading, the check that the core is initialised, and the turning
-    // of an SSOException into the thread's error record and its code.
+    // of an SSOException into the thread's error record and its code. Forgets why the thread's call before has failed.
     template <class Operation>
     uint32_t Run(Operation i_operation);
-    // The same for an operation on cached contexts.
+    // The same without forgetting.
+    template <class Operation>
+    uint32_t Guarded(Operation i_operation);
+    // As Run, for an operation on cached contexts.
     template <class Operation>
     uint32_t RunOnContexts(Operation i_operation);
 

@@ -36,7 +36,7 @@ public:
     SessionStep(SessionCache& i_cache, const SSOSessionPtr& i_pSession, bool i_bNew)
         : m_cache(i_cache), m_pSession(i_pSession), m_bRelease(i_bNew) {
         if (!i_bNew && !m_pSession->TryBegin()) {
-            S_TRACE("ssoplugin: SessionStep::SessionStep() -- Another call is at work on the session.");
+            S_REASON("ssoplugin: SessionStep::SessionStep() -- Another call is at work on the session.");
             throw SSOException(SSO_ERROR);
         }
     }
@@ -111,7 +111,7 @@ uint32_t SessionManager::GenerateClientContext(const SWCharString& i_ssUser, con
     if (!bNewLogin) {
         pSession = FindSession(io_step.m_ssSessionKey);
         if (!pSession) {
-            S_TRACE(
+            S_REASON(
                 "ssoplugin: SessionManager::GenerateClientContext() -- Could not determine SSOProvider: No cached "
                 "session!");
             throw SSOException(SSO_ERROR);
@@ -206,7 +206,7 @@ uint32_t SessionManager::AcquireCurrentContext(const SWCharString& i_ssType, con
     const SSOHandlerPtr pHandler =
         FindHandler(i_ssType, "ssoplugin: SessionManager::AcquireCurrentContext() -- NULL handler for session type %1");
     if (!pHandler->IsCachingOn()) {
-        S_TRACE(
+        S_REASON(
             "ssoplugin: SessionManager::AcquireCurrentContext() -- Caching is turned off.  No sense in continuing!");
         throw SSOException(SSO_ERROR);
     }

@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "handlers/SystemErrorText.h"
 #include "harrow/log/STrace.h"
 #include "platform/Platform.h"
 
@@ -31,6 +32,7 @@ bool RevertFromUser(CtxtHandle* i_pContext, const RevertTexts& i_texts) noexcept
     if (nStatus == SEC_E_OK) {
         return true;
     }
+    NoteReason(nStatus);
     TraceRefused(i_texts.m_pszRefused, nStatus);
     return RevertToProcess(i_texts);
 }
@@ -44,7 +46,11 @@ bool RevertToProcess(const RevertTexts& i_texts) noexcept {
 }
 
 bool ActingAsUser::Begin() noexcept {
-    m_bActing = Platform::Sspi().ImpersonateSecurityContext(m_pContext) == SEC_E_OK;
+    const SECURITY_STATUS nStatus = Platform::Sspi().ImpersonateSecurityContext(m_pContext);
+    m_bActing = nStatus == SEC_E_OK;
+    if (!m_bActing) {
+        NoteReason(nStatus);
+    }
     return m_bActing;
 }
 

@@ -71,7 +71,7 @@ std::unique_ptr<AuthIdentity> MakeIdentity(const SWCharString& i_ssUser, const S
             i_ssUser);
     const size_t nBackslash = i_ssUser.view().find(u'\\');
     if (nBackslash == std::u16string_view::npos) {
-        S_TRACE(
+        S_REASON(
             "ssoplugin: KerberosSSPICredentials::KerberosSSPICredentials() -- %1 is not the right format for the "
             "username.",
             i_ssUser);
@@ -81,6 +81,7 @@ std::unique_ptr<AuthIdentity> MakeIdentity(const SWCharString& i_ssUser, const S
 }
 
 [[noreturn]] void ThrowForStatus(SECURITY_STATUS i_nStatus) {
+    NoteReason(i_nStatus);
     switch (i_nStatus) {
         case SEC_E_INSUFFICIENT_MEMORY:
             S_TRACE(

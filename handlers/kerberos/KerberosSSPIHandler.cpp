@@ -107,6 +107,10 @@ KerberosSSPIHandler::KerberosSSPIHandler() {
     S_ASSERT(statFree == SEC_E_OK);
 }
 
+KerberosSSPIHandler::~KerberosSSPIHandler() {
+    Platform::Sspi().ReleaseHeld();
+}
+
 void KerberosSSPIHandler::InitHandler(const Parameters& i_globalParameters) {
     if (!i_globalParameters.CheckParameters(m_requiredGlobalParameters)) {
         S_TRACE("ssoplugin: KerberosSSPIHandler::InitHandler() -- Missing global parameters.");
@@ -170,7 +174,7 @@ uint32_t KerberosSSPIHandler::InitializeContext(const SSOCredentialsPtr& i_pCred
 
     SWCharString ssSPN;
     if (!session.GetParameters().GetParameter(u"SI_SERVER_SSPI_SPN", ssSPN)) {
-        S_TRACE("ssoplugin: KerberosSSPIHandler::InitializeContext() -- Missing SPN!");
+        S_REASON("ssoplugin: KerberosSSPIHandler::InitializeContext() -- Missing SPN!");
         throw SSOException(SSO_ERROR, kMsgServerPrincipal);
     }
     const OsText spn(ssSPN);
@@ -200,15 +204,18 @@ uint32_t KerberosSSPIHandler::InitializeContext(const SSOCredentialsPtr& i_pCred
         case SEC_I_CONTINUE_NEEDED:
             return SSO_CONTINUE;
         case SEC_E_LOGON_DENIED:
+            NoteReason(nStatus);
             S_TRACE("ssoplugin: KerberosSSPIHandler::InitializeContext() -- Logon denied.");
             // Who denied it, and why.
             S_TRACE("ssoplugin: KerberosSSPIHandler::InitializeContext() -- %1", GetErrorText(nStatus));
             throw SSOException(SSO_DENIED, kMsgLogonDeniedClient);
         case SEC_E_WRONG_PRINCIPAL:
+            NoteReason(nStatus);
             S_TRACE("ssoplugin: KerberosSSPIHandler::InitializeContext() -- Mutual authentication failed.");
             S_TRACE("ssoplugin: KerberosSSPIHandler::InitializeContext() -- %1", GetErrorText(nStatus));
             throw SSOException(SSO_ERROR, kMsgServerPrincipal);
         default:
+            NoteReason(nStatus);
             S_TRACE("ssoplugin: KerberosSSPIHandler::InitializeContext() -- Failure in InitializeSecurityContext(). %1",
                     GetErrorText(nStatus));
             throw SSOException(SSO_ERROR);
@@ -233,7 +240,7 @@ uint32_t KerberosSSPIHandler::AcceptContext(const SSOCredentialsPtr& i_pCredenti
         // The client has nothing more to say. That ends a handshake whose context is complete; it must not end one
         // whose earlier passes failed or still wait for the client, or nobody's logon would be accepted.
         if (!session.IsEstablished()) {
-            S_TRACE("ssoplugin: KerberosSSPIHandler::AcceptContext() -- The context is not complete.");
+            S_REASON("ssoplugin: KerberosSSPIHandler::AcceptContext() -- The context is not complete.");
             throw SSOException(SSO_ERROR);
         }
         if (i_bWantLogonInformation) {
@@ -262,6 +269,7 @@ uint32_t KerberosSSPIHandler::AcceptContext(const SSOCredentialsPtr& i_pCredenti
             S_FAIL("ssoplugin: KerberosSSPIHandler::AcceptContext() -- Out of memory!");
             throw SSOException(SSOException::OutOfMemory());
         case SEC_E_LOGON_DENIED:
+            NoteReason(nStatus);
             S_TRACE("ssoplugin: KerberosSSPIHandler::AcceptContext() -- Logon denied.");
             S_TRACE("ssoplugin: KerberosSSPIHandler::AcceptContext() -- %1", GetErrorText(nStatus));
             throw SSOException(SSO_DENIED, kMsgCredentials);
@@ -276,6 +284,7 @@ uint32_t KerberosSSPIHandler::AcceptContext(const SSOCredentialsPtr& i_pCredenti
             session.SetEstablished();
             return SSO_OK;
         default:
+            NoteReason(nStatus);
             S_TRACE("ssoplugin: KerberosSSPIHandler::AcceptContext() -- Failure in AcceptSecurityContext(). %1",
                     GetErrorText(nStatus));
             throw SSOException(SSO_ERROR);

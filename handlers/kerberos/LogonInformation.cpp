@@ -34,6 +34,7 @@ public:
         if (nStatus == SEC_E_UNSUPPORTED_FUNCTION) {
             OpenByImpersonating();
         } else if (nStatus != SEC_E_OK) {
+            NoteReason(nStatus);
             static_cast<void>(End());  // the destructor does not run when the constructor throws
             S_TRACE("ssoplugin: KerberosSSPIHandler::GetLogonInformation() -- OpenContextToken() failed: %1",
                     GetErrorText(nStatus));
@@ -69,6 +70,7 @@ private:
         }
         const auto nError = static_cast<SECURITY_STATUS>(Platform::Kernel().GetLastError());
         m_hUser = nullptr;
+        NoteReason(nError);
         const bool bReverted = m_user.End();
         S_TRACE("ssoplugin: KerberosSSPIHandler::GetLogonInformation() -- OpenThreadToken() failed: %1",
                 GetErrorText(nError));

@@ -6,6 +6,7 @@
 #include "errors/SSOException.h"
 #include "handlers/ActingLevel.h"
 #include "handlers/ActingThreads.h"
+#include "handlers/SystemErrorText.h"
 #include "handlers/kerberos/ActingAsUser.h"
 #include "handlers/kerberos/Renegotiation.h"
 #include "harrow/log/STrace.h"
@@ -95,7 +96,10 @@ SSPIStaticToken::~SSPIStaticToken() {
 void SSPIStaticToken::Impersonate() {
     const ActingThreads::Place place;
     const CSmartWriteLocker locker(m_lock);
-    if (!MayBeCounted() || Platform::Sspi().ImpersonateSecurityContext(&m_handle) != SEC_E_OK) {
+    const bool bMay = MayBeCounted();
+    const SECURITY_STATUS nStatus = bMay ? Platform::Sspi().ImpersonateSecurityContext(&m_handle) : SEC_E_OK;
+    if (!bMay || nStatus != SEC_E_OK) {
+        NoteReason(nStatus);
         S_TRACE("ssoplugin: SSPIStaticToken::Impersonate() -- Could not impersonate.");
         throw SSOException(SSO_ERROR, kMsgImpersonation);
     }

@@ -33,7 +33,7 @@ void ThreadStaticToken::Impersonate() {
         throw SSOException(SSO_ERROR, kMsgImpersonation);
     }
     if (!Platform::Tokens().ImpersonateLoggedOnUser(m_pToken.get())) {
-        S_TRACE("ssoplugin: ThreadStaticToken::Impersonate() -- Could not impersonate: %1", GetLastErrorText());
+        S_REASON("ssoplugin: ThreadStaticToken::Impersonate() -- Could not impersonate: %1", GetLastErrorText());
         throw SSOException(SSO_ERROR, kMsgImpersonation);
     }
     if (!IsThreadActing()) {
@@ -49,7 +49,7 @@ void ThreadStaticToken::Impersonate() {
 void ThreadStaticToken::Revert() {
     const CSmartWriteLocker locker(m_lock);
     if (!Platform::Tokens().RevertToSelf()) {
-        S_TRACE("ssoplugin: ThreadStaticToken::Revert() -- Could not revert: %1", GetLastErrorText());
+        S_REASON("ssoplugin: ThreadStaticToken::Revert() -- Could not revert: %1", GetLastErrorText());
         throw SSOException(SSO_ERROR, kMsgImpersonation);
     }
     ActingThreads::End();

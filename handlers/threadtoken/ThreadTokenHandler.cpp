@@ -82,7 +82,7 @@ uint32_t ThreadTokenHandler::AcquireCurrentContext(const SSOSessionPtr& i_pSessi
         bOpened = tokens.OpenProcessToken(kernel.GetCurrentProcess(), kAccess, &hToken) != FALSE;
     }
     if (!bOpened) {
-        S_TRACE(
+        S_REASON(
             "ssoplugin: ThreadTokenHandler::AcquireCurrentSecurityContext() -- Could not get token for thread nor "
             "process: %1",
             GetLastErrorText());

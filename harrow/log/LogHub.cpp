@@ -1,9 +1,13 @@
 // The log hub: a shared library of its own, so that a host can set its sink before it loads the plug-in and keep it
 // when the plug-in goes.
+#include <array>
 #include <atomic>
+#include <cstring>
 #include <mutex>
 #include <shared_mutex>
+#include <string_view>
 
+#include "harrow/text/HideControls.h"
 #include "morwen/harrow_log.h"
 
 namespace {
@@ -22,6 +26,9 @@ Hub& TheHub() {
 
 // A plain bool: a thread-local object with a destructor would keep this library loaded.
 thread_local bool t_bInsideSink = false;
+
+// Ends with a zero byte.
+constinit thread_local std::array<char, 1024> t_aReason{};
 
 }  // namespace
 
@@ -49,4 +56,19 @@ void HarrowLogWrite(uint32_t i_nKind, const char* i_pszFile, int i_nLine, const 
     t_bInsideSink = true;
     hub.m_pfnSink(i_nKind, i_pszFile, i_nLine, i_pszMessage, hub.m_pvUser);
     t_bInsideSink = false;
+}
+
+const char* HarrowLogReason(void) {
+    return t_aReason.data();
+}
+
+void HarrowLogSetReason(const char* i_pszReason) {
+    if (t_bInsideSink) {
+        return;  // the call that speaks to the sink goes on, and may yet fail
+    }
+    const std::string_view text = i_pszReason != nullptr ? i_pszReason : "";
+    const size_t nLength = Harrowlib201::FittingLength(text, t_aReason.size() - 1);
+    std::memmove(t_aReason.data(), text.data(), nLength);  // the text may be a part of the one before
+    t_aReason[nLength] = '\0';
+    Harrowlib201::HideControls(std::span(t_aReason).first(nLength));
 }

@@ -1,6 +1,7 @@
 #include "harrow/log/STrace.h"
 
 #include <memory>
+#include <string_view>
 #include <utility>
 
 #include "harrow/locks/LocksHeld.h"
@@ -60,6 +61,21 @@ void WriteShort(uint32_t i_nKind, const char* i_pszFile, int i_nLine, const char
     }
 }
 
+// The text with its parameters in their places. Throws std::bad_alloc.
+std::string Filled(const char* i_pszText, std::initializer_list<STraceParameter> i_parameters) {
+    std::string message;
+    for (const char* p = i_pszText; *p != '\0'; ++p) {
+        const size_t nIndex = static_cast<size_t>(p[1] - '1');
+        if (*p == '%' && p[1] >= '1' && nIndex < i_parameters.size()) {
+            message += (i_parameters.begin() + nIndex)->Text();
+            ++p;
+        } else {
+            message += *p;
+        }
+    }
+    return message;
+}
+
 }  // namespace
 
 STraceParameter::STraceParameter(const SWCharString& i_ssText) : m_text(SWCharStringConv::ToUtf8(i_ssText.view())) {}
@@ -67,32 +83,36 @@ STraceParameter::STraceParameter(const SWCharString& i_ssText) : m_text(SWCharSt
 void STrace(const char* i_pszFile, int i_nLine, const char* i_pszText,
             std::initializer_list<STraceParameter> i_parameters) noexcept {
     try {
-        std::string message;
-        for (const char* p = i_pszText; *p != '\0'; ++p) {
-            const size_t nIndex = static_cast<size_t>(p[1] - '1');
-            if (*p == '%' && p[1] >= '1' && nIndex < i_parameters.size()) {
-                message += (i_parameters.begin() + nIndex)->Text();
-                ++p;
-            } else {
-                message += *p;
-            }
+        Write(HARROW_LOG_TRACE, i_pszFile, i_nLine, Filled(i_pszText, i_parameters));
+    } catch (const std::bad_alloc&) {
+        WriteShort(HARROW_LOG_TRACE, i_pszFile, i_nLine, i_pszText);
+    }
+}
+
+void SReason(const char* i_pszFile, int i_nLine, const char* i_pszText,
+             std::initializer_list<STraceParameter> i_parameters) noexcept {
+    try {
+        const std::string message = Filled(i_pszText, i_parameters);
+        const size_t nSpeaker = message.find(" -- ");
+        SetReason(message.c_str() + (nSpeaker != std::string::npos ? nSpeaker + 4 : 0));
+        if (ShouldTrace()) {
+            Write(HARROW_LOG_TRACE, i_pszFile, i_nLine, message);
         }
-        Write(HARROW_LOG_TRACE, i_pszFile, i_nLine, std::move(message));
     } catch (const std::bad_alloc&) {
         WriteShort(HARROW_LOG_TRACE, i_pszFile, i_nLine, i_pszText);
     }
 }
 
 void SAssert(const char* i_pszFile, int i_nLine, const char* i_pszExpression, const char* i_pszMessage) noexcept {
-    const char* const pszFirst = i_pszMessage != nullptr ? i_pszMessage : i_pszExpression;
+    const std::string_view first = i_pszMessage != nullptr ? i_pszMessage : i_pszExpression;
     try {
-        std::string message = pszFirst;
+        std::string message(first);
         if (i_pszExpression != nullptr && i_pszMessage != nullptr) {
             message.append(" (").append(i_pszExpression).append(")");
         }
         Write(HARROW_LOG_ASSERTION, i_pszFile, i_nLine, std::move(message));
     } catch (const std::bad_alloc&) {
-        WriteShort(HARROW_LOG_ASSERTION, i_pszFile, i_nLine, pszFirst);
+        WriteShort(HARROW_LOG_ASSERTION, i_pszFile, i_nLine, first.data());
     }
 }
 

@@ -47,6 +47,16 @@ private:
 void STrace(const char* i_pszFile, int i_nLine, const char* i_pszText,
             std::initializer_list<STraceParameter> i_parameters) noexcept;
 
+// The same, and what stands behind the first " -- " is from now on the thread's reason in the hub, whoever listens. To
+// be called through S_REASON.
+void SReason(const char* i_pszFile, int i_nLine, const char* i_pszText,
+             std::initializer_list<STraceParameter> i_parameters) noexcept;
+
+// Why the call under way has failed, in words that do not stand in a trace; empty forgets the call before.
+inline void SetReason(const char* i_pszReason) noexcept {
+    HarrowLogSetReason(i_pszReason);
+}
+
 // Reports a failed assertion: the expression, the message or both (either may be null). Execution goes on.
 void SAssert(const char* i_pszFile, int i_nLine, const char* i_pszExpression, const char* i_pszMessage) noexcept;
 
@@ -62,6 +72,16 @@ void SAssert(const char* i_pszFile, int i_nLine, const char* i_pszExpression, co
             } catch (const std::bad_alloc&) {                                      \
             }                                                                      \
         }                                                                          \
+    } while (false)
+
+// S_REASON(text, parameter...): the trace of what a call fails with. Its parameters are always built, because hosts
+// that listen to nothing are told too.
+#define S_REASON(text, ...)                                                     \
+    do {                                                                        \
+        try {                                                                   \
+            ::Harrowlib201::SReason(__FILE__, __LINE__, (text), {__VA_ARGS__}); \
+        } catch (const std::bad_alloc&) {                                       \
+        }                                                                       \
     } while (false)
 
 // S_ASSERT(condition): reports the condition's text when it does not hold, and goes on.

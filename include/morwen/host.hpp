@@ -2,8 +2,8 @@
 //
 // 1. Text is UTF-8 (std::string, std::string_view) on this side. Text that is not UTF-8 throws std::invalid_argument; a
 //    unit without sense in a text of the plug-in becomes U+FFFD.
-// 2. A failed call throws morwen::host::Error with the code and the plug-in's own words. Nothing else is thrown but
-//    std::bad_alloc, and std::logic_error for misuse.
+// 2. A failed call throws morwen::host::Error with the code, the reason and the plug-in's own words. Nothing else is
+//    thrown but std::bad_alloc, and std::logic_error for misuse.
 // 3. A Package must live as long as every other object. One object is used by one thread at a time, an Impersonation by
 //    the thread that made it.
 #ifndef MORWEN_HOST_HPP
@@ -21,6 +21,7 @@
 #include <utility>
 #include <vector>
 
+#include "morwen/harrow_log.h"
 #include "morwen/morwenplugin.h"
 
 namespace morwen::host {
@@ -147,18 +148,24 @@ inline std::string Words(const SSOError& i_record) {
 
 }  // namespace detail
 
-// A failed call. what() is UTF-8, for people.
+// A failed call. what() is UTF-8, for the people who look after the program: function, code, reason and message.
 class Error : public std::runtime_error {
 public:
-    // Takes the calling thread's record. i_pszWhat: which function failed.
+    // Takes the calling thread's record and reason. i_pszWhat: which function failed.
     static Error OfThread(const char* i_pszWhat, std::uint32_t i_nCode) {
         detail::HandedError record;
-        const std::string words = std::string(i_pszWhat) + ": code " + std::to_string(i_nCode);
+        const std::string reason = HarrowLogReason();
+        std::string words = std::string(i_pszWhat) + ": code " + std::to_string(i_nCode);
+        words += reason.empty() ? reason : ": " + reason;
         if (SSOGetError(i_nCode, record.Out()) != SSO_OK) {
-            return {words, i_nCode, 0};
+            return {words, reason, i_nCode, 0};
         }
-        return {words + ": " + detail::Words(*record.get()), i_nCode, record.get()->messageId};
+        return {words + ": " + detail::Words(*record.get()), reason, i_nCode, record.get()->messageId};
     }
+
+    // Why, as harrow_log.h says it: which ticket, key, file, account or KDC. Empty when the message says it all.
+    // Nothing for the peer.
+    const std::string& Reason() const noexcept { return *m_pReason; }
 
     std::uint32_t Code() const noexcept { return m_nCode; }  // enum SSOCode
     // 0 for a failure that leaves no record.
@@ -167,9 +174,13 @@ public:
     bool IsDenied() const noexcept { return m_nCode == SSO_DENIED; }
 
 private:
-    Error(const std::string& i_words, std::uint32_t i_nCode, std::uint32_t i_nMessageId)
-        : std::runtime_error(i_words), m_nCode(i_nCode), m_nMessageId(i_nMessageId) {}
+    Error(const std::string& i_words, const std::string& i_reason, std::uint32_t i_nCode, std::uint32_t i_nMessageId)
+        : std::runtime_error(i_words),
+          m_pReason(std::make_shared<const std::string>(i_reason)),
+          m_nCode(i_nCode),
+          m_nMessageId(i_nMessageId) {}
 
+    std::shared_ptr<const std::string> m_pReason;  // shared, because copying an exception must not throw
     std::uint32_t m_nCode;
     std::uint32_t m_nMessageId;
 };

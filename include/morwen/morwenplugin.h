@@ -101,8 +101,8 @@ typedef struct SSOError {
 /* Bool: keep the contexts of accepted logins; true unless set. */
 #define SSO_KEY_CACHE_CONTEXTS "SI_CACHE_SECCONTEXT"
 /* Long: seconds that a context serves, counted from the login. SSPI: 0 unless set, which means as long as its ticket;
- * SSOImpersonate and renewal look at it, lookup and clean-up go by the ticket. THREADTOKEN: one day unless set, 0 for
- * ever; lookup and clean-up go by it too. */
+ * SSOImpersonate and renewal look at it, lookup and clean-up go by the ticket. THREADTOKEN: one day unless set, 0: no
+ * limit; lookup and clean-up go by it too. */
 #define SSO_KEY_CACHE_EXPIRY "SSPI_CTXT_CACHE_EXPIRY"
 /* Bool: renew kept contexts of SSPI before their tickets run out; true unless set. Nothing is renewed without tickets
  * that the user has delegated, SSO_KEY_SPN among the provider's settings, and a SSO_KEY_CACHE_EXPIRY that is longer

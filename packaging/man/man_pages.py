@@ -1,7 +1,8 @@
 """Writes the man pages from what is there already: one of each exported function from the comments of the public headers,
-and that of morwen-doctor from docs/doctor.md and from what the program itself says of its options.
+that of morwen-doctor from docs/doctor.md and from what the program itself says of its options, and morwen(7) from docs/README.md.
 
-Usage: man_pages.py VERSION FOLDER [--headers HEADER...] [--doctor PROGRAM DOCUMENT]. A function without a comment fails.
+Usage: man_pages.py VERSION FOLDER [--headers HEADER...] [--doctor PROGRAM DOCUMENT] [--overview DOCUMENT]. A function without a
+comment fails.
 """
 import argparse
 import os
@@ -122,13 +123,23 @@ def doctor_page(folder, version, program, document):
     begin, rest = text.split("\n## ", 1)
     options = "".join(f'.SS "{command}"\n' + literal(said(command)).replace(".PP\n", "")
                       for command in ("client", "server", "login", "accept", "findings"))
-    write(folder, "morwen-doctor", 1, "says what is wrong with a Kerberos set-up, and what mends it", version, [
+    write(folder, "morwen-doctor", 1, "says what is wrong with a Kerberos set-up, and what to do about it", version, [
         ("Synopsis", ".B morwen\\-doctor\n.I COMMAND\n.RI [ OPTIONS ]"),
         ("Description", markdown(begin).removeprefix(".PP\n")),
         ("Options", options)])
     page = folder / "morwen-doctor.1"
     page.write_text(page.read_text(encoding="utf-8") + markdown("## " + rest) + ".SH SEE ALSO\n.BR kinit (1),\n"
-                    ".BR klist (1),\n.BR krb5.conf (5),\n.BR morwenplugin (3)\n", encoding="utf-8")
+                    ".BR klist (1),\n.BR krb5.conf (5),\n.BR morwen (7)\n", encoding="utf-8")
+
+
+def overview_page(folder, version, document):
+    text = document.read_text(encoding="utf-8").split("\n", 1)[1]
+    begin, rest = text.split("\n## ", 1)
+    write(folder, "morwen", 7, "single sign-on with Kerberos: what there is, and where to read on", version, [
+        ("Description", markdown(begin).removeprefix(".PP\n"))])
+    page = folder / "morwen.7"
+    page.write_text(page.read_text(encoding="utf-8") + markdown("## " + rest) + ".SH SEE ALSO\n.BR morwen\\-doctor (1),\n"
+                    ".BR morwenplugin (3),\n.BR krb5.conf (5)\n", encoding="utf-8")
 
 
 def main():
@@ -137,11 +148,14 @@ def main():
     parser.add_argument("folder", type=pathlib.Path)
     parser.add_argument("--headers", nargs="*", type=pathlib.Path, default=[])
     parser.add_argument("--doctor", nargs=2, type=pathlib.Path)
+    parser.add_argument("--overview", type=pathlib.Path)
     arguments = parser.parse_args()
     arguments.folder.mkdir(parents=True, exist_ok=True)
     header_pages(arguments.folder, arguments.version, arguments.headers)
     if arguments.doctor:
         doctor_page(arguments.folder, arguments.version, *arguments.doctor)
+    if arguments.overview:
+        overview_page(arguments.folder, arguments.version, arguments.overview)
 
 
 main()

@@ -1,4 +1,4 @@
-"""Compiles, parses or runs every fenced block of the documents, and looks for the files that they name.
+"""Compiles, parses or runs every fenced block of the documents, and looks for the files and headings that they name.
 
 Usage: scripts/realm docs_test.py SOURCES PROGRAMS. What a block's first line says, besides its language: "run" for one that is
 run in the realm (with localhost in the place of server.example.org), "trial" for one that scripts/try-guide runs, and a reason
@@ -18,18 +18,18 @@ def do(where, command, text="", silent=False):
         faults.append(f"{where}: {done.stdout}{done.stderr}")
 
 
-def unit(where, text):
-    name = os.path.join(SCRATCH.name, "example.service")
+def unit(path):
+    name = os.path.join(SCRATCH.name, path.name)
     with open(name, "w") as file:  # the program of the example is not installed
-        file.write(re.sub(r"^ExecStart=.*\n", "", text, flags=re.M).replace("[Service]\n", "[Service]\nExecStart=/bin/true\n"))
-    do(where, ["systemd-analyze", "verify", name], silent=True)
+        file.write(re.sub(r"^ExecStart=.*", "ExecStart=/bin/true", path.read_text(), flags=re.M))
+    do(path.name, ["systemd-analyze", "verify", name], silent=True)
 
 
 COMPILE = ["-fsyntax-only", "-Wall", "-Wextra", "-Werror", "-Iinclude", "-"]
 CHECKS = {"c": lambda where, text: do(where, ["gcc", "-std=c11", "-xc", *COMPILE], text),
           "cpp": lambda where, text: do(where, ["g++", "-std=c++17", "-xc++", *COMPILE], text),
           "python": lambda where, text: compile(text, where, "exec"),
-          "sh": lambda where, text: do(where, ["bash", "-n"], text), "ini": unit, "text": lambda where, text: None}
+          "sh": lambda where, text: do(where, ["bash", "-n"], text), "text": lambda where, text: None}
 
 
 def block(where, info, text):
@@ -53,11 +53,16 @@ def document(path):
     names += [SOURCES / file for file in re.findall(
         r"`((?:cmake|docs|examples|include|packaging|platform|plugin|scripts|tests|tools)/[\w./-]*)[` ]", prose)]
     faults.extend(f"{name}: no file {file}" for file in names if not file.exists())
+    for page, heading in re.findall(r"\]\((?!https?:)([^)#]*)#([^)]*)\)", prose):
+        there = re.findall(r"^#+ (.*)", (path.parent / page if page else path).read_text(), flags=re.M)
+        if heading not in [re.sub(r"[^\w -]", "", text.lower()).replace(" ", "-") for text in there]:
+            faults.append(f"{name}: no heading {page}#{heading}")
     count["files"] = count.get("files", 0) + len(names)
 
 
 for found in sorted([*SOURCES.glob("*.md"), *SOURCES.glob("docs/*.md"), *SOURCES.glob("tests/*.md")]):
     document(found)
+unit(SOURCES / "examples/myserver.service")
 print(count)
 assert not faults, "\n".join(faults)
-assert all(count.get(kind) for kind in ("c", "cpp", "sh run", "sh trial", "ini", "files")), count
+assert all(count.get(kind) for kind in ("c", "cpp", "sh run", "sh trial", "files")), count

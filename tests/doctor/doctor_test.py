@@ -1,7 +1,7 @@
-"""Breaks a private realm in every way that morwen-doctor has a finding for. Usage: scripts/realm doctor_test.py PROGRAM DOCUMENT"""
+"""Breaks a private realm in every way that morwen-doctor has a finding for. Usage: scripts/realm doctor_test.py PROGRAM DOCUMENT COMPLETION"""
 import json, os, pwd, re, socket, subprocess, sys, threading, time  # noqa: E401
 
-DOCTOR, DOCUMENT = sys.argv[1:]
+DOCTOR, DOCUMENT, COMPLETION = sys.argv[1:]
 DIR = os.environ["MORWEN_REALM_DIR"]
 ROOT = os.geteuid() == 0
 AS_NOBODY = ["setpriv", "--reuid", "nobody", "--regid", "nogroup", "--clear-groups"]
@@ -53,15 +53,17 @@ def report_in(text):
     return json.JSONDecoder().raw_decode(text[text.index("{\n"):])[0]
 
 
-def check(name, args, env, expected, library="", nobody=False):
-    if nobody and not ROOT:
+def check(name, args, env, expected, library="", nobody=False, words="", prefix=()):
+    if (nobody or prefix or "--account" in args) and not ROOT:
         return (faults.append if os.environ.get("CI") == "true" else print)(f"skipped, needs root: {name}")
     sh("cp -p fresh.cc alice.cc")  # without the tickets for services that the row before has left
-    command = (AS_NOBODY if nobody else []) + [DOCTOR, *args.split(), "--json", "--timeout", "1"]
+    command = [*prefix, *(AS_NOBODY if nobody else []), DOCTOR, *args.split(), "--json", "--timeout", "1"]
     whole = {name: value for name, value in {**os.environ, **env}.items() if value is not None}
-    done = subprocess.run(command, env=whole, capture_output=True, text=True, timeout=40)
+    done = subprocess.run(command, env=whole, capture_output=True, text=True, timeout=40, input="bob-secret\n")
     report = report_in(done.stdout + done.stderr)
     expect(name, report, done.returncode, expected)
+    if words not in "".join(f["found"] + f.get("remedy", "") for f in report["findings"] if f["status"] in ("warning", "error")):
+        faults.append(f"{name}: findings and remedies lack \"{words}\": {json.dumps(report, indent=1)}")
     if library not in "".join(f.get("library", "") for f in report["findings"]):
         faults.append(f"{name}: the library's words lack \"{library}\": {json.dumps(report, indent=1)}")
 
@@ -113,6 +115,8 @@ addprinc -randkey typed/localhost
 ktadd -k all.keytab typed/localhost
 addprinc -randkey other/localhost
 addprinc -randkey -allow_svr u2u/localhost
+addprinc -pw bob-secret -pwexpire 2001-01-01 lapsed
+addprinc -pw bob-secret -allow_tix locked
 """)
     for cache, options, user in (("short", "-l 1s", "alice"), ("fixed", "-F", "alice"), ("stale", "", "alice"), ("bob", "", "bob"),
                                  ("service", "-S morwen/localhost", "alice")):
@@ -122,8 +126,10 @@ addprinc -randkey -allow_svr u2u/localhost
     sh("ktutil", "rkt all.keytab\ndelent 1\nwkt typed.keytab\nclear\n"
        "addent -password -p other/localhost@MORWEN.TEST -k 1 -e aes256-cts-hmac-sha1-96\nwrong\nwkt other.keytab\n")
     sh("cp alice.cc exposed.cc; cp service.keytab exposed.keytab; chmod 644 exposed.*; cp alice.cc owned.cc;"
-       "cp service.keytab owned.keytab; cp -p alice.cc fresh.cc; mkdir open link; ln -s nowhere link/krb5_$(id -u).rcache2; chmod 1777 open;"
-       "chmod 711 .; [ $(id -u) != 0 ] || chown nobody owned.*")
+       "cp service.keytab owned.keytab; cp -p alice.cc fresh.cc; mkdir open link own; chmod 700 own; ln -s nowhere link/krb5_$(id -u).rcache2; chmod 1777 open;"
+       "chmod 711 .; [ $(id -u) != 0 ] || chown nobody owned.* own")
+    write("alias.hosts", "127.0.0.1 localhost\n127.0.0.1 www.localhost.test\n", 0o644)
+    write("included.conf", "\n[logging]\n kdc here\n", 0o644)
 
 
 def run_checks(skewed, half):
@@ -136,10 +142,34 @@ def run_checks(skewed, half):
         ("healthy server", server + " --user alice", {}, {}),
         ("healthy server without a user's ticket", server, cache("none.cc"), {}),
         ("no configuration", client, {"KRB5_CONFIG": path("nowhere")}, {"config-missing": error}),
-        ("configuration with a brace open", client, config("syntax", ("[domain_realm]", "[domain_realm")), {"config-syntax": error}),
+        ("configuration with a brace open", client, config("syntax", ("[domain_realm]", "[domain_realm")), {"config-syntax": error}, "", False, 'syntax.conf, line %d: "[domain_realm"' % (1 + CONF[:CONF.index("[domain_")].count("\n"))),
+        ("included configuration", client, config("includes", ("[realms]", f"include {path('included.conf')}\n[realms]")),
+         {"config-syntax": error}, "", False, 'included.conf, line 3: "kdc here"'),
         ("configuration of others", client, {"KRB5_CONFIG": write("secret.conf", CONF)}, {"config-unreadable": error}, "", True),
         ("no default realm", client, config("norealm", ("default_realm = MORWEN.TEST", "")), {"realm-missing": error}),
         ("unknown realm", client, config("unknown", ("default_realm = MORWEN.TEST", "default_realm = NO.TEST")), {"kdc-unknown": error}),
+        ("small realm", client, config("small", ("MORWEN.TEST", "morwen.test")), {"realm-case": error}, "", False, "write MORWEN.TEST"),
+        ("small realm, server", server, {**config("small", ("MORWEN.TEST", "morwen.test")), **cache("none.cc")}, {"realm-case": error}),
+        ("small realm in one place", client, config("mixed", ("localhost = MORWEN.TEST", "localhost = morwen.test")), {"realm-case": error}),
+        ("host in another realm", client, config("moved", ("localhost = MORWEN.TEST", "localhost = OTHER.TEST")), {"host-realm": error},
+         "krbtgt/OTHER.TEST@MORWEN.TEST", False, "it must say MORWEN.TEST"),
+        ("host in another realm, server", server, {**config("moved", ("localhost = MORWEN.TEST", "localhost = OTHER.TEST")), **cache("none.cc")},
+         {"host-realm": error}),
+        ("slip in the name", "client --spn morwne/localhost", {}, {"spn-typo": error}, "not found", False, "use morwen/localhost"),
+        ("slip in the name, server", "server --spn morwem/localhost", cache("none.cc"), {"spn-typo": error}, "", False, "use morwen/localhost"),
+        ("alias on its own line", "client --spn morwen/www.localhost.test", {}, {"spn-alias": error}, "", False, "is known: morwen/localhost",
+         ["unshare", "-m", "sh", "-c", f'mount --bind {path("alias.hosts")} /etc/hosts && exec "$@"', "sh"]),
+        ("tickets kept by nobody", client, {"KRB5CCNAME": "KCM:"}, {"cache-service": error}, "No KCM server", False, "sssd-kcm.socket"),
+        ("root's keytab", server + " --account nobody", {"KRB5RCACHEDIR": path("own")}, {"keytab-unreadable": error}, "cannot be read", False, "chown nobody"),
+        ("healthy service account", server + " --account nobody --impersonate --user alice", {**keytab("owned.keytab"), "KRB5RCACHEDIR": path("own")}, {}),
+        ("service account without its folder", server + " --account nobody", keytab("owned.keytab"), {"replay-cache-unwritable": error}),
+        ("good password", client + " --user MORWEN\\bob --password-fd 0", cache("none.cc"), {}),
+        ("wrong password", client + " --user alice --password-fd 0", {}, {"password-wrong": error}),
+        ("old password", client + " --user lapsed --password-fd 0", {}, {"password-expired": error}),
+        ("locked user", client + " --user locked --password-fd 0", {}, {"user-locked": error}),
+        ("unknown user", client + " --user bobb --password-fd 0", {}, {"user-unknown": error}),
+        ("user of a dead realm", client + " --user DEAD.TEST\\bob --password-fd 0", {}, {"password-refused": error}),
+        ("no realm", "client --spn morwen/localhost@:", {}, {"spn-malformed": error}),
         ("KDC without address", client, kdcs("address", "kdc.invalid:88"), {"kdc-unresolvable": error}, "host name not found"),
         ("closed port", client, kdcs("closed", "127.0.0.1:1"), {"kdc-refused": error}, "Connection refused"),
         ("silent KDC", client, kdcs("silent", listen(None)), {"kdc-silent": error}),
@@ -164,7 +194,7 @@ def run_checks(skewed, half):
         ("unknown host", "client --spn morwen/no.invalid", {}, {"host-unresolvable": warning, "spn-unknown": error}),
         ("no common type", client, config("type", ("rdns", "default_tgs_enctypes = camellia128-cts-cmac\nrdns")), {"spn-enctype": error}),
         ("service that takes no tickets", "client --spn u2u/localhost", {}, {"ticket-refused": error}),
-        ("old ticket", "client --spn stale/localhost", cache("stale.cc"), {"ticket-stale": warning}),
+        ("old ticket", "client --spn stale/localhost", cache("stale.cc"), {"ticket-stale": error}, "", False, "it is for key version 1; the KDC uses version 2"),
         ("untrusted service", client + " --delegation", {}, {"delegation-untrusted": error}),
         ("no keytab", server, keytab("none.keytab"), {"keytab-missing": error}, "keytab"),
         ("unreadable keytab", server, {**nobody_server, **keytab("service.keytab")}, {"keytab-unreadable": error}, "cannot be read", True),
@@ -188,7 +218,9 @@ def run_checks(skewed, half):
         ("root", server + " --impersonate --user bob", {}, {"account-root": error} if ROOT else {}),
         ("no privilege", server + " --impersonate --user bob", nobody_server, {"account-root": error}, "", True),
         ("no right", server + " --impersonate", nobody_server, {"impersonation-privilege": error}, "", True),
-        ("client's old ticket", "server --spn stale/localhost", {**keytab("stale.keytab"), **cache("stale.cc")}, {"logon-fails": error}),
+        ("user who may not be acted as", server + " --impersonate", cache("bob.cc"), {"logon-fails": error} if ROOT else {"impersonation-privilege": error}),
+        ("client's old ticket", "server --spn stale/localhost", {**keytab("stale.keytab"), **cache("stale.cc")}, {"ticket-stale": error},
+         "the ticket is for key version 1, the keytab has 2", False, "it is for key version 1; the keytab has 2"),
     ):
         check(*row)
 
@@ -257,13 +289,16 @@ def run_logons():
 
 
 def run_usage():
-    for args, status in (("", 2), ("client --no-such", 2), ("login", 2), ("--help", 0), ("findings", 0)):
+    for args, status in (("", 2), ("clinet", 2), ("client --no-such", 2), ("login", 2), ("server --account no-such", 2), ("--help", 0), ("findings", 0)):
         done = subprocess.run([DOCTOR, *args.split()], capture_output=True, text=True)
         assert done.returncode == status, done
     listed = {line.split("\t")[0] for line in done.stdout.splitlines()}
     documented = set(re.findall(r"^### `([a-z0-9-]+)`", open(DOCUMENT).read(), re.M))
     assert listed == documented, f"findings and document differ: {listed ^ documented}"
     assert not ROOT or listed == seen, f"findings that no broken realm here has: {listed ^ seen}"
+    completed = subprocess.run(["bash", "-c", f'. "{COMPLETION}"; COMP_WORDS=(d server --imp) COMP_CWORD=2; _morwen_doctor; echo "$COMPREPLY"'],
+                               capture_output=True, text=True, env={**os.environ, "PATH": os.path.dirname(DOCTOR) + ":" + os.environ["PATH"]})
+    assert completed.stdout == "--impersonate\n", completed
     shown = subprocess.run([DOCTOR, "client", "--spn", "\x1b[31m/x"], capture_output=True, text=True).stdout
     assert "\x1b" not in shown and "Mend it: " in shown, shown
 

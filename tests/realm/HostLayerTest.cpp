@@ -24,7 +24,8 @@ protected:
         try {
             i_call();
         } catch (const host::Error& error) {
-            EXPECT_FALSE(std::string(error.what()).empty());
+            EXPECT_FALSE(error.Reason().empty());
+            EXPECT_NE(std::string(error.what()).find(error.Reason() + ": "), std::string::npos) << error.what();
             EXPECT_EQ(error.IsDenied(), error.Code() == SSO_DENIED);
             return std::to_string(error.Code()) + "/" + std::to_string(error.MessageId());
         } catch (const std::logic_error&) {

@@ -178,7 +178,7 @@ TEST(Harrow, LogKindsSubstitutionsAndReentrance) {
     s_seen.clear();
     const auto sink = [](uint32_t i_nKind, const char*, int, const char* i_pszMessage, void*) {
         s_seen += std::to_string(i_nKind) + i_pszMessage + "\n";
-        S_TRACE("from inside");
+        S_REASON("from inside");
         S_FAIL("from inside");
     };
     const auto speak = [](bool i_bHolds) {
@@ -196,6 +196,11 @@ TEST(Harrow, LogKindsSubstitutionsAndReentrance) {
     speak(false);
     const std::string trace = "1one then \xE2\x82\xAC-2, %4 and 100%\n";
     EXPECT_EQ(s_seen, trace + trace + "2i_bHolds\n2why (i_bHolds)\n2text\n");
+    S_REASON("X() -- no key for %1", "a\x1B[m\xC2\x9B");  // nobody listens
+    EXPECT_STREQ(HarrowLogReason(), "no key for a?[m??");
+    S_REASON(std::string(1022, 'x').append("\xE2\x82\xAC").c_str());
+    EXPECT_EQ(HarrowLogReason(), std::string(1022, 'x'));
+    std::thread([] { EXPECT_STREQ(HarrowLogReason(), ""); }).join();
 }
 
 }  // namespace

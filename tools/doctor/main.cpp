@@ -6,8 +6,11 @@
 #include <cstdlib>
 #include <iostream>
 
+#include "tools/doctor/SecretLine.h"
+#include "tools/doctor/ServiceAccount.h"
 #include "tools/doctor/checks/Checks.h"
 #include "tools/doctor/logon/LogonCommands.h"
+#include "tools/doctor/logon/TraceLog.h"
 #include "tools/doctor/report/ReportWriter.h"
 
 namespace morwen::doctor {
@@ -27,7 +30,9 @@ void CheckAll(Case& io_case) {
     CheckKdcs(io_case);
     // A service has no tickets of its own as a rule; a user's are of use for comparing keys.
     if (!io_case.m_options.m_bServer) {
-        CheckCache(io_case);
+        if (!io_case.m_options.m_ssPassword || CheckPassword(io_case)) {
+            CheckCache(io_case);
+        }
         CheckService(io_case);
     } else {
         FindTickets(io_case);
@@ -76,8 +81,25 @@ int Run(int i_nArguments, char** i_ppszArguments) {
         addCommon(pCommand, "seconds to wait for KDCs [3]");
     }
     pClient->add_flag("--delegation", options.m_bDelegation, "the server is to act as the user on other servers");
+    CLI::Option* const pUser =
+        pClient->add_option("--user", options.m_user, "DOMAIN\\USER, or USER of the default realm, for --password");
+    bool bPassword = false;
+    int nPassword = -1;
+    CLI::Option* const pPassword = pClient
+                                       ->add_flag("--password", bPassword,
+                                                  "asks for the user's password and tries it, once, in place of the "
+                                                  "tickets that are there")
+                                       ->needs(pUser);
+    pClient->add_option("--password-fd", nPassword, "the same, and reads the password from this descriptor")
+        ->check(CLI::NonNegativeNumber)
+        ->needs(pUser)
+        ->excludes(pPassword);
     pServer->add_option("--user", options.m_user, "a user's principal, whose local account is looked up");
-    pServer->add_flag("--impersonate", options.m_bImpersonate, "the server is to act as its users on this machine");
+    pServer->add_option("--account", options.m_account,
+                        "the service's account, as which everything is looked at (root may ask this)");
+    pServer->add_flag("--impersonate", options.m_bImpersonate,
+                      "the server is to act as its users on this machine; with --account, the account keeps the two "
+                      "capabilities for it, which the service's unit must give then");
 
     CLI::App* const pLogin = app.add_subcommand("login", "the client's half of a real logon, with the user's tickets");
     pLogin->add_option("--spn", logon.m_spn, "the service's principal")->required();
@@ -96,6 +118,13 @@ int Run(int i_nArguments, char** i_ppszArguments) {
             "two terminals; the report is on standard error then.");
     }
     CLI::App* const pFindings = app.add_subcommand("findings", "lists every finding: identifier, check, meaning");
+    const char* const pszCommand = i_nArguments > 1 ? i_ppszArguments[1] : "-";
+    if (*pszCommand != '-' &&
+        app.get_subcommands([&](const CLI::App* i_p) { return i_p->check_name(pszCommand); }).empty()) {
+        std::cerr << "morwen-doctor: there is no command " << pszCommand
+                  << "; there are client, server, login, accept and findings (--help)\n";
+        return kUsage;
+    }
     try {
         app.parse(i_nArguments, i_ppszArguments);
     } catch (const CLI::ParseError& error) {
@@ -114,19 +143,30 @@ int Run(int i_nArguments, char** i_ppszArguments) {
         if (pAccept->parsed() && !bStandard) {
             logon.m_peer = listen;
         }
-        (pLogin->parsed() ? LogIn : AcceptLogon)(logon, report, trace);
+        (pLogin->parsed() ? LogIn : AcceptLogon)(logon, report);
     } else {
         options.m_bServer = pServer->parsed();
         options.m_wait = std::chrono::seconds(nWait > 0 ? nWait : 3);
-        Case subject{options, report, trace};
+        if (bPassword || nPassword >= 0) {
+            options.m_ssPassword = ReadSecretLine(nPassword);
+        }
+        if (!options.m_account.empty()) {
+            BecomeAccount(options.m_account, options.m_bImpersonate);
+        }
+        Case subject{options, report};
         CheckAll(subject);
     }
     const bool bTokensOnOutput = (pLogin->parsed() || pAccept->parsed()) && logon.m_peer.empty();
     std::ostream& out = bTokensOnOutput ? std::cerr : std::cout;
     if (bJson) {
-        WriteJson(report, pCommand->get_name(), bTrace ? trace.Lines() : std::vector<std::string>(), out);
+        WriteJson(report, pCommand->get_name(), trace.Lines(), out);
     } else {
         WriteText(report, WantsColour(bTokensOnOutput ? STDERR_FILENO : STDOUT_FILENO), out);
+        if (pClient->parsed() && report.Count(Status::Error) == 0) {
+            out << "Only the client's half was tried. Whether the server accepts it: morwen-doctor server there, or a "
+                   "real "
+                   "logon (morwen-doctor accept there, login here).\n";
+        }
     }
     out.flush();
     return !out ? kUsage : report.Count(Status::Error) == 0 ? kFine : kWrong;

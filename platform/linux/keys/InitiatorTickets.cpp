@@ -56,7 +56,7 @@ Identities& DefaultIdentities() {
 }
 
 // Tickets do not stay in the process when the library leaves it.
-const Harrowlib201::AtUnload s_clear([] { DefaultIdentities().Clear(); });
+const Harrowlib201::AtUnload s_clear([] { InitiatorTickets::ReleaseHeld(); });
 
 std::string CacheText(krb5_context i_context, krb5_ccache i_cache) {
     Krb5String name(i_context);
@@ -121,6 +121,10 @@ std::shared_ptr<InitiatorTickets> InitiatorTickets::Default(krb5_context i_conte
         FailKrb5(i_context, nCode != 0 ? nCode : ENOMEM, "looking for the default credential cache");
     }
     return DefaultIdentities().Get(pszName);
+}
+
+void InitiatorTickets::ReleaseHeld() noexcept {
+    DefaultIdentities().Clear();
 }
 
 InitiatorTickets::InitiatorTickets(std::string i_cacheName, bool i_bNamed)

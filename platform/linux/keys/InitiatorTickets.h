@@ -33,6 +33,9 @@ public:
     // ticket shows when one is needed. Throws SspiFailure, std::bad_alloc.
     static std::shared_ptr<InitiatorTickets> Default(krb5_context i_context);
 
+    // Lets go of all that are shared by who has the same cache.
+    static void ReleaseHeld() noexcept;
+
     // With the cache of this name, which somebody has named or nobody has (FaultOfDefaultCache).
     explicit InitiatorTickets(std::string i_cacheName, bool i_bNamed = true);
     explicit InitiatorTickets(std::unique_ptr<PasswordLogon> i_pLogon);

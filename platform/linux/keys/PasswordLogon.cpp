@@ -131,7 +131,9 @@ void PasswordLogon::LogOn(krb5_context i_context) {
     int64_t nEnd = 0;
     nCode = GetInitialTicket(i_context, user.get(), Password(m_ssPassword.view()), cache, nEnd);
     if (nCode != 0) {
-        Fail(StatusOfLogon(nCode), "logging on " + name + " with a password: " + ErrorWords(i_context, nCode));
+        throw SspiFailure(
+            FailWith(StatusOfLogon(nCode), "logging on " + name + " with a password: " + ErrorWords(i_context, nCode)),
+            nCode);
     }
     S_TRACE("ssoplugin: PasswordLogon::LogOn() -- %1 has logged on until %2.", name, TimeText(nEnd));
     m_cacheName = cacheName.get();

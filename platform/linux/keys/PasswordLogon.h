@@ -22,7 +22,7 @@ public:
     PasswordLogon& operator=(const PasswordLogon&) = delete;
 
     // The name of a MEMORY cache that holds a ticket-granting ticket and goes away with this object. Throws
-    // SspiFailure: SEC_E_LOGON_DENIED when the KDC does not accept the user or the password.
+    // SspiFailure: SEC_E_LOGON_DENIED when the KDC does not accept the user or the password, with libkrb5's code.
     std::string Cache(krb5_context i_context);
 
 private:

@@ -29,21 +29,6 @@ std::string ErrorWords(krb5_context i_context, krb5_error_code i_nCode) {
     return text;
 }
 
-void HideControls(std::span<char> io_text) noexcept {
-    const auto isBelowSpace = [](unsigned char i_c) { return i_c < 0x20 || i_c == 0x7F; };
-    const auto isUpperHalf = [](char i_c, char i_next) {
-        return i_c == '\xC2' && static_cast<unsigned char>(i_next) >= 0x80 && static_cast<unsigned char>(i_next) < 0xA0;
-    };
-    for (auto it = io_text.begin(); it != io_text.end(); ++it) {
-        if (isBelowSpace(static_cast<unsigned char>(*it))) {
-            *it = '?';
-        } else if (it + 1 != io_text.end() && isUpperHalf(*it, *(it + 1))) {
-            *it++ = '?';
-            *it = '?';
-        }
-    }
-}
-
 std::string TimeText(int64_t i_nUtcSeconds) {
     const std::time_t nTime = i_nUtcSeconds;
     std::tm date = {};

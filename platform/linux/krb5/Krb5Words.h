@@ -7,7 +7,11 @@
 #include <span>
 #include <string>
 
+#include "harrow/text/HideControls.h"
+
 namespace morwen {
+
+using Harrowlib201::HideControls;
 
 // "alice@REALM", or "an unreadable name". Without control characters, as all texts here are; those that return one
 // throw std::bad_alloc.
@@ -15,10 +19,6 @@ std::string PrincipalText(krb5_context i_context, krb5_const_principal i_princip
 
 // The library's own words for a code; the context adds what it knows about its last failure.
 std::string ErrorWords(krb5_context i_context, krb5_error_code i_nCode);
-
-// Whoever reads a text on a terminal must see what it says, and names in it can come from strangers: control characters
-// of UTF-8 text become question marks.
-void HideControls(std::span<char> io_text) noexcept;
 
 // UTC, "2026-01-31 12:00:00 UTC".
 std::string TimeText(int64_t i_nUtcSeconds);

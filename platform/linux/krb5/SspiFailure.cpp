@@ -19,23 +19,11 @@ struct LastFailure {
 };
 constinit thread_local LastFailure t_lastFailure{};
 
-// How much of the text fits without cutting a character in two.
-size_t FittingLength(std::string_view i_text, size_t i_nRoom) {
-    if (i_text.size() <= i_nRoom) {
-        return i_text.size();
-    }
-    size_t nLength = i_nRoom;
-    while (nLength > 0 && (static_cast<unsigned char>(i_text[nLength]) & 0xC0U) == 0x80U) {
-        --nLength;
-    }
-    return nLength;
-}
-
 }  // namespace
 
 SECURITY_STATUS FailWith(SECURITY_STATUS i_nStatus, std::string_view i_text) noexcept {
     LastFailure& last = t_lastFailure;
-    const size_t nLength = FittingLength(i_text, last.m_aText.size());
+    const size_t nLength = Harrowlib201::FittingLength(i_text, last.m_aText.size());
     last.m_nStatus = i_nStatus;
     last.m_nLength = static_cast<uint32_t>(nLength);
     if (nLength > 0) {

@@ -13,11 +13,15 @@ namespace morwen {
 // Thrown after the thread's failure text is set; LinuxSspi turns it into the call's status.
 class SspiFailure {
 public:
-    explicit SspiFailure(SECURITY_STATUS i_nStatus) noexcept : m_nStatus(i_nStatus) {}
+    explicit SspiFailure(SECURITY_STATUS i_nStatus, krb5_error_code i_nCode = 0) noexcept
+        : m_nStatus(i_nStatus), m_nCode(i_nCode) {}
     SECURITY_STATUS Status() const noexcept { return m_nStatus; }
+    // libkrb5's code behind the status; 0 where nobody needs to know.
+    krb5_error_code Krb5Code() const noexcept { return m_nCode; }
 
 private:
     SECURITY_STATUS m_nStatus;
+    krb5_error_code m_nCode;
 };
 
 // Remembers the text (UTF-8, cut at 511 bytes on a character border, control characters hidden) for the status on the

@@ -38,6 +38,7 @@ public:
     SECURITY_STATUS RevertSecurityContext(PCtxtHandle i_pContext) noexcept override;
     SECURITY_STATUS DeleteSecurityContext(PCtxtHandle i_pContext) noexcept override;
     SECURITY_STATUS OpenContextToken(PCtxtHandle i_pContext, HANDLE* o_phToken) noexcept override;
+    void ReleaseHeld() noexcept override;
 
 private:
     std::shared_ptr<LinuxCredential> Credential(PCredHandle i_pCredential) const;

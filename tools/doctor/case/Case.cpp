@@ -6,6 +6,10 @@
 
 namespace morwen::doctor {
 
+namespace {
+constexpr const char* kLettersAndDigits = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+}
+
 Krb5Principal ServiceOf(Case& io_case) {
     const std::string& spn = io_case.m_options.m_spn;
     Krb5Principal principal(io_case.Context());
@@ -15,10 +19,13 @@ Krb5Principal ServiceOf(Case& io_case) {
     std::string fault;
     try {
         Krb5Principal named = ServicePrincipal(io_case.Context(), spn);
-        if (named->length >= 2 && named->data[0].length != 0 && named->data[1].length != 0) {
+        const size_t nRealm = spn.rfind('@');
+        if (nRealm != std::string::npos && spn.find_first_of(kLettersAndDigits, nRealm) == std::string::npos) {
+            fault = "what follows the @ is no realm";
+        } else if (named->length >= 2 && named->data[0].length != 0 && named->data[1].length != 0) {
             return named;
         }
-        fault = io_case.Words(KRB5_PARSE_MALFORMED);
+        fault = fault.empty() ? io_case.Words(KRB5_PARSE_MALFORMED) : fault;
     } catch (const SspiFailure& failure) {
         fault = FailureText(failure.Status());
     }

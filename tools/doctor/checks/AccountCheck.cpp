@@ -84,7 +84,12 @@ void CheckAccount(Case& io_case) {
     const uint64_t nHas = EffectiveCapabilities();
     const bool bMay = (nHas >> kSetGid & 1U) != 0 && (nHas >> kSetUid & 1U) != 0;
     if (bMay || (account && *account == geteuid())) {
-        io_case.m_report.Ok("privilege", lookedAt, bMay ? "it may" : "the user is this account itself");
+        const bool bGiven = bMay && !io_case.m_options.m_account.empty();
+        io_case.m_report.Ok(
+            "privilege", lookedAt,
+            bGiven ? "it may, if the unit gives what this check did: AmbientCapabilities=CAP_SETUID CAP_SETGID"
+            : bMay ? "it may"
+                   : "the user is this account itself");
     } else if (!io_case.m_options.m_bImpersonate) {
         io_case.m_report.Skip("privilege", lookedAt, "it may not, nor was it asked for (--impersonate)");
     } else {

@@ -72,6 +72,12 @@ void LookAtTicket(Case& io_case, const std::string& i_client, const krb5_creds& 
     }
 }
 
+// Whether a process that keeps tickets could not be talked to.
+bool IsAtTheSocket(krb5_error_code i_nCode) {
+    return i_nCode == ECONNREFUSED || i_nCode == ENOENT || i_nCode == EACCES || i_nCode == ECONNRESET ||
+           i_nCode == EPIPE || i_nCode == KRB5_KCM_RPC_ERROR;
+}
+
 }  // namespace
 
 void CheckCache(Case& io_case) {
@@ -86,6 +92,13 @@ void CheckCache(Case& io_case) {
     krb5_error_code nCode = krb5_cc_default(context, cache.Receive());
     if (nCode == 0) {
         nCode = krb5_cc_get_principal(context, cache.get(), client.Receive());
+    }
+    if (nCode == KRB5_KCM_NO_SERVER || (nCode != 0 && name.starts_with("KCM:") && IsAtTheSocket(nCode))) {
+        io_case.m_report.Fail(
+            "cache-service", "the credential cache " + name, io_case.Words(nCode),
+            "systemctl enable --now sssd-kcm.socket (package sssd-kcm); or files: default_ccache_name "
+            "= FILE:/tmp/krb5cc_%{uid} in [libdefaults], and kinit");
+        return;
     }
     if (nCode != 0) {
         const bool bNone = nCode == KRB5_FCC_NOFILE || nCode == KRB5_CC_NOTFOUND;

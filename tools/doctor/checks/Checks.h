@@ -13,6 +13,9 @@ void CheckConfiguration(Case& io_case);
 void CheckHost(Case& io_case);
 // Each KDC of the realms concerned, and the clock against it.
 void CheckKdcs(Case& io_case);
+// Client: whether the realm takes the user's password; the tickets that it gives are then those to look at. Tries it
+// once, for a wrong one counts against the account.
+bool CheckPassword(Case& io_case);
 // The default credential cache and the ticket in it.
 void CheckCache(Case& io_case);
 // Server: whether there happens to be a usable ticket; no finding, for a service needs none.

@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "platform/linux/contexts/ServiceProfile.h"
+#include "tools/doctor/case/SyntaxFault.h"
 #include "tools/doctor/checks/Checks.h"
 
 namespace morwen::doctor {
@@ -16,16 +17,27 @@ namespace {
 constexpr const char* kSample =
     R"(write [libdefaults] default_realm = EXAMPLE.ORG and [realms] EXAMPLE.ORG = { kdc = kdc.example.org } to it)";
 
+std::string ListOfFiles() {
+    const char* const pszConfigured = secure_getenv("KRB5_CONFIG");
+    return pszConfigured != nullptr ? pszConfigured : "/etc/krb5.conf";
+}
+
+std::vector<std::string> Files() {
+    std::vector<std::string> files;
+    std::istringstream list(ListOfFiles());
+    for (std::string file; std::getline(list, file, ':');) {
+        if (!file.starts_with("FILE")) {  // the kind before the colon
+            files.push_back(file);
+        }
+    }
+    return files;
+}
+
 // True when one of the files can be read.
 bool LookAtFiles(Report& io_report) {
-    const char* const pszConfigured = secure_getenv("KRB5_CONFIG");
-    const std::string list = pszConfigured != nullptr ? pszConfigured : "/etc/krb5.conf";
+    const std::string list = ListOfFiles();
     std::string refused;
-    std::istringstream files(list);
-    for (std::string file; std::getline(files, file, ':');) {
-        if (file.starts_with("FILE")) {  // the kind before the colon
-            continue;
-        }
+    for (const std::string& file : Files()) {
         if (eaccess(file.c_str(), R_OK) == 0) {
             return true;
         }
@@ -58,9 +70,12 @@ void CheckConfiguration(Case& io_case) {
     }
     if (nCode != 0) {
         io_case.m_pContext.reset();
-        io_case.m_report.Fail("config-syntax", "the configuration", ErrorWords(nullptr, nCode),
-                              "look for a line that is neither [section] nor name = value, and for a brace left open; "
-                              "KRB5_TRACE=/dev/stderr klist names the file");
+        std::string fault;
+        for (const std::string& file : Files()) {
+            fault = fault.empty() ? SyntaxFault(file) : fault;
+        }
+        io_case.m_report.Fail("config-syntax", "the configuration", fault.empty() ? ErrorWords(nullptr, nCode) : fault,
+                              "correct that line: outside a comment there are [section], name = value, name = { and }");
         return;
     }
     Krb5Owner<char*, krb5_free_default_realm> realm(context);

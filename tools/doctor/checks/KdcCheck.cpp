@@ -1,5 +1,6 @@
 // Each KDC of the realms concerned, and the clock against it.
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <ctime>
 #include <new>
@@ -19,17 +20,30 @@ constexpr krb5_ui_4 kWrongRealm = 68;  // the protocol's own number
 constexpr int kUsualSkew = 300;        // seconds, libkrb5's default
 
 // The names of the realms in the configuration: a misspelt realm often stands beside the right one.
-std::string KnownRealms(const Case& i_case) {
+std::vector<std::string> KnownRealms(const Case& i_case) {
     const char* aNames[] = {"realms", nullptr};  // the call takes no const array
     char** ppszRealms = nullptr;
-    std::string text;
+    std::vector<std::string> realms;
     if (profile_get_subsection_names(i_case.m_system.get(), aNames, &ppszRealms) == 0) {
         for (char** ppsz = ppszRealms; *ppsz != nullptr; ++ppsz) {
-            text += std::string(text.empty() ? "; the configuration has " : ", ") + *ppsz;
+            realms.emplace_back(*ppsz);
         }
         profile_free_list(ppszRealms);
     }
-    return text;
+    return realms;
+}
+
+std::string Upper(std::string i_text) {
+    std::transform(i_text.begin(), i_text.end(), i_text.begin(),
+                   [](unsigned char i_c) { return static_cast<char>(std::toupper(i_c)); });
+    return i_text;
+}
+
+void SayCase(Case& io_case, const std::string& i_realm, const std::string& i_right, const std::string& i_found) {
+    io_case.m_report.Fail("realm-case", "the name of the realm " + i_realm, i_found,
+                          "write " + i_right +
+                              " wherever the realm is named: default_realm, [realms], [domain_realm], and in the "
+                              "programs' settings");
 }
 
 std::vector<std::string> KdcsOf(Case& io_case, const std::string& i_realm) {
@@ -37,6 +51,13 @@ std::vector<std::string> KdcsOf(Case& io_case, const std::string& i_realm) {
     std::vector<std::string> kdcs;
     if (io_case.m_system.Values(aNames, kdcs) == 0) {
         return kdcs;
+    }
+    const std::vector<std::string> known = KnownRealms(io_case);
+    for (const std::string& realm : known) {
+        if (Upper(realm) == Upper(i_realm)) {
+            SayCase(io_case, i_realm, Upper(realm), "[realms] of the configuration has it as " + realm);
+            return {};
+        }
     }
     std::string found = "none in the configuration, and asking DNS is switched off (dns_lookup_kdc)";
     if (MayAskDns(io_case.m_system)) {
@@ -51,7 +72,10 @@ std::vector<std::string> KdcsOf(Case& io_case, const std::string& i_realm) {
                 break;
         }
     }
-    io_case.m_report.Fail("kdc-unknown", "the KDCs of the realm " + i_realm, found + KnownRealms(io_case),
+    for (const std::string& realm : known) {
+        found += (&realm == known.data() ? "; the configuration has " : ", ") + realm;
+    }
+    io_case.m_report.Fail("kdc-unknown", "the KDCs of the realm " + i_realm, found,
                           "check the realm's spelling (usually capital letters); write [realms] " + i_realm +
                               " = { kdc = HOST } to the configuration, or publish _kerberos._tcp." + i_realm +
                               " in DNS");
@@ -59,17 +83,18 @@ std::vector<std::string> KdcsOf(Case& io_case, const std::string& i_realm) {
 }
 
 // A question that every KDC answers with an error, which tells its time: who asks is no user of the realm, so that no
-// account is touched, and the KDC's log says who it was.
-std::vector<uint8_t> Question(Case& io_case, const std::string& i_realm) {
+// account is touched, and the KDC's log says who it was. Or, with the instance: who asks is the realm's own principal,
+// which every KDC of the realm knows.
+std::vector<uint8_t> Question(Case& io_case, const std::string& i_realm, bool i_bAsRealm = false) {
     Krb5Principal client(io_case.Context());
     krb5_init_creds_context pState = nullptr;
     Krb5Data request(io_case.Context());
     Krb5Data realm(io_case.Context());
     krb5_data none{};
     unsigned nFlags = 0;
-    krb5_error_code nCode =
-        krb5_build_principal(io_case.Context(), client.Receive(), static_cast<unsigned>(i_realm.size()),
-                             i_realm.c_str(), "morwen-doctor", nullptr);
+    krb5_error_code nCode = krb5_build_principal(
+        io_case.Context(), client.Receive(), static_cast<unsigned>(i_realm.size()), i_realm.c_str(),
+        i_bAsRealm ? KRB5_TGS_NAME : "morwen-doctor", i_bAsRealm ? i_realm.c_str() : nullptr, nullptr);
     if (nCode == 0) {
         nCode = krb5_init_creds_init(io_case.Context(), client.get(), nullptr, nullptr, 0, nullptr, &pState);
     }
@@ -176,6 +201,18 @@ void CheckClock(Case& io_case, const std::string& i_kdc, int64_t i_nOffset) {
     }
 }
 
+// Whether one of the KDCs serves the realm under exactly this name.
+bool IsServed(Case& io_case, const std::vector<KdcName>& i_kdcs, const std::string& i_realm) {
+    constexpr krb5_ui_4 kUnknownClient = 6;
+    const std::vector<uint8_t> question = Question(io_case, i_realm, true);
+    const std::vector<KdcReply> replies = AskKdcs(i_kdcs, question, io_case.m_options.m_wait, true);
+    return std::any_of(replies.begin(), replies.end(), [&](const KdcReply& i_reply) {
+        Verdict unused;
+        const auto number = i_reply.m_answer.empty() ? std::nullopt : ReadAnswer(io_case, i_reply.m_answer, unused);
+        return number && *number != kUnknownClient && *number != kWrongRealm;
+    });
+}
+
 std::string NameOf(const std::string& i_kdc, const std::string& i_realm) {
     return "the KDC " + i_kdc + " of " + i_realm;
 }
@@ -188,6 +225,11 @@ void CheckRealm(Case& io_case, const std::string& i_realm) {
         } else {
             io_case.m_report.Skip("kdc", NameOf(text, i_realm), "only libkrb5 can reach this kind");
         }
+    }
+    if (const std::string upper = Upper(i_realm);
+        upper != i_realm && IsServed(io_case, kdcs, upper) && !IsServed(io_case, kdcs, i_realm)) {
+        SayCase(io_case, i_realm, upper, "its KDCs serve " + upper);
+        return;
     }
     const std::vector<uint8_t> question = Question(io_case, i_realm);
     const std::vector<KdcReply> replies = AskKdcs(kdcs, question, io_case.m_options.m_wait, false);

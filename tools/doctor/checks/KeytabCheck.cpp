@@ -1,6 +1,5 @@
 // Server: the keytab's file and keys, and the keys against those of the KDC.
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <set>
 #include <system_error>
@@ -8,96 +7,14 @@
 #include "tools/doctor/case/EncTypes.h"
 #include "tools/doctor/case/FileLook.h"
 #include "tools/doctor/case/FreshTickets.h"
+#include "tools/doctor/case/KeytabKeys.h"
 #include "tools/doctor/checks/Checks.h"
+#include "tools/doctor/checks/StaleTicket.h"
+#include "tools/doctor/checks/UnknownService.h"
 
 namespace morwen::doctor {
 
 namespace {
-
-// The entries of a keytab.
-class KeytabKeys {
-public:
-    explicit KeytabKeys(krb5_context i_context) : m_context(i_context), m_keytab(i_context) {}
-    ~KeytabKeys();
-    KeytabKeys(const KeytabKeys&) = delete;
-    KeytabKeys& operator=(const KeytabKeys&) = delete;
-
-    // libkrb5's code.
-    krb5_error_code Read(const std::string& i_name);
-
-    krb5_keytab Keytab() const noexcept { return m_keytab.get(); }
-    bool IsEmpty() const noexcept { return m_entries.empty(); }
-    // The entries of a principal; of all principals for null.
-    std::vector<const krb5_keytab_entry*> Of(krb5_const_principal i_principal) const;
-    // "2 aes256-cts-hmac-sha1-96, 2 aes128-cts-hmac-sha1-96", versions and types; never a key.
-    std::string Text(const std::vector<const krb5_keytab_entry*>& i_entries) const;
-    // The principals, each once.
-    std::vector<krb5_principal> Principals() const;
-
-private:
-    krb5_context m_context;
-    Krb5Keytab m_keytab;
-    std::vector<krb5_keytab_entry> m_entries;
-};
-
-KeytabKeys::~KeytabKeys() {
-    for (krb5_keytab_entry& entry : m_entries) {
-        krb5_free_keytab_entry_contents(m_context, &entry);
-    }
-}
-
-krb5_error_code KeytabKeys::Read(const std::string& i_name) {
-    krb5_kt_cursor pCursor = nullptr;
-    krb5_error_code nCode = krb5_kt_resolve(m_context, i_name.c_str(), m_keytab.Receive());
-    if (nCode == 0) {
-        nCode = krb5_kt_start_seq_get(m_context, m_keytab.get(), &pCursor);
-    }
-    if (nCode != 0) {
-        return nCode;
-    }
-    krb5_keytab_entry entry{};
-    while ((nCode = krb5_kt_next_entry(m_context, m_keytab.get(), &entry, &pCursor)) == 0) {
-        m_entries.push_back(entry);
-    }
-    krb5_kt_end_seq_get(m_context, m_keytab.get(), &pCursor);
-    return nCode == KRB5_KT_END ? 0 : nCode;
-}
-
-std::vector<const krb5_keytab_entry*> KeytabKeys::Of(krb5_const_principal i_principal) const {
-    std::vector<const krb5_keytab_entry*> entries;
-    for (const krb5_keytab_entry& entry : m_entries) {
-        if (i_principal == nullptr || krb5_principal_compare(m_context, entry.principal, i_principal) != 0) {
-            entries.push_back(&entry);
-        }
-    }
-    return entries;
-}
-
-std::vector<krb5_principal> KeytabKeys::Principals() const {
-    std::vector<krb5_principal> principals;
-    for (const krb5_keytab_entry& entry : m_entries) {
-        const auto same = [&](krb5_principal i_p) {
-            return krb5_principal_compare(m_context, i_p, entry.principal) != 0;
-        };
-        if (std::none_of(principals.begin(), principals.end(), same)) {
-            principals.push_back(entry.principal);
-        }
-    }
-    return principals;
-}
-
-std::string KeytabKeys::Text(const std::vector<const krb5_keytab_entry*>& i_entries) const {
-    std::string text;
-    for (const krb5_keytab_entry* const pEntry : i_entries) {
-        Enumerate(text, std::to_string(pEntry->vno) + " " + TypeText(pEntry->key.enctype));
-    }
-    return text;
-}
-
-std::string DefaultKeytab(krb5_context i_context) {
-    std::array<char, 4096> aName{};
-    return krb5_kt_default_name(i_context, aName.data(), int{aName.size()}) == 0 ? aName.data() : "";
-}
 
 // The command that writes the service's current keys.
 std::string AddKeys(const std::string& i_spn, const std::string& i_keytab) {
@@ -123,9 +40,11 @@ bool LookAtFile(Case& io_case, const std::string& i_name) {
     }
     if (file.m_nError != 0) {
         const bool bSeen = file.m_status.st_nlink != 0;
-        report.Fail("keytab-unreadable", lookedAt,
-                    std::generic_category().message(file.m_nError) + (bSeen ? "; it belongs to " + file.Text() : ""),
-                    "chown SERVICE-ACCOUNT " + Quoted(path) + " && chmod 600 " + Quoted(path));
+        report.Fail(
+            "keytab-unreadable", lookedAt,
+            std::generic_category().message(file.m_nError) + (bSeen ? "; it belongs to " + file.Text() : ""),
+            "chown " + (io_case.m_options.m_account.empty() ? "SERVICE-ACCOUNT" : Quoted(io_case.m_options.m_account)) +
+                " " + Quoted(path) + " && chmod 600 " + Quoted(path));
         return false;
     }
     if ((file.m_status.st_mode & 07U) != 0) {
@@ -199,6 +118,12 @@ void CompareKeys(Case& io_case, const KeytabKeys& i_keys, const std::string& i_k
     nCode = krb5_server_decrypt_ticket_keytab(context, i_keys.Keytab(), ticket.get());
     if (nCode == 0 && (bVersion || entries.empty())) {
         io_case.m_report.Ok("keytab", lookedAt, found);
+        std::set<krb5_kvno> held{part.kvno};
+        for (const krb5_keytab_entry* const pEntry : entries) {
+            held.insert(pEntry->vno);
+        }
+        LookForStaleTicket(io_case, i_service, held, "the keytab has " + i_keys.Text(entries));
+
     } else if (entries.empty()) {
         io_case.m_report.Fail("keytab-no-spn", lookedAt, "none of its keys is the service's; " + kdc, remedy);
     } else if (!bVersion) {
@@ -237,9 +162,7 @@ void CompareWithKdc(Case& io_case, const KeytabKeys& i_keys, const std::string& 
     }
     nCode = tickets.Get(i_service, credentials);
     if (nCode == KRB5KDC_ERR_S_PRINCIPAL_UNKNOWN) {
-        io_case.m_report.Fail("spn-unknown", "the service " + name, io_case.Words(nCode),
-                              "kadmin addprinc -randkey " + Quoted(name) + "; in a directory: setspn -S " +
-                                  Quoted(io_case.m_options.m_spn) + " ACCOUNT");
+        SayUnknown(io_case, &tickets, i_service, io_case.Words(nCode));
     } else if (nCode != 0) {
         io_case.m_report.Skip("keytab", lookedAt, "no ticket for it: " + io_case.Words(nCode));
     } else {
@@ -282,8 +205,10 @@ void CheckKeytab(Case& io_case) {
         krb5_set_principal_realm(context, service.get(), io_case.m_realm.c_str());
     }
     if (keys.Of(service.get()).empty() && !io_case.m_bTickets) {
-        report.Fail("keytab-no-spn", lookedAt, "no key of " + PrincipalText(context, service.get()),
-                    AddKeys(io_case.m_options.m_spn, name));
+        if (!SayUnknown(io_case, nullptr, service.get(), name + " has no key of it")) {
+            report.Fail("keytab-no-spn", lookedAt, "no key of " + PrincipalText(context, service.get()),
+                        AddKeys(io_case.m_options.m_spn, name));
+        }
         return;
     }
     CompareWithKdc(io_case, keys, name, service.get());

@@ -15,7 +15,7 @@ namespace {
 
 constexpr int kMostRounds = 10;  // of a handshake
 
-void ActAsUser(Report& io_report, TraceLog& io_trace, const host::Context& i_context) {
+void ActAsUser(Report& io_report, const host::Context& i_context) {
     const std::string lookedAt = "acting as the user";
     try {
         host::Impersonation acting = i_context.Impersonate();
@@ -24,7 +24,7 @@ void ActAsUser(Report& io_report, TraceLog& io_trace, const host::Context& i_con
         io_report.Ok("impersonation", lookedAt, "the thread was " + account + ", and is " + ThisAccount() + " again");
         io_report.Tell("impersonated", {account});
     } catch (const host::Error& error) {
-        io_report.Fail("impersonation-failed", lookedAt, WordsOf(error, io_trace),
+        io_report.Fail("impersonation-failed", lookedAt, WordsOf(error),
                        "morwen-doctor server --impersonate --user PRINCIPAL says what is missing");
     }
 }
@@ -48,7 +48,7 @@ void TakeTokens(PeerChannel& io_channel, host::ServerLogin& io_login) {
 
 }  // namespace
 
-void AcceptLogon(const LogonOptions& i_options, Report& io_report, TraceLog& io_trace) {
+void AcceptLogon(const LogonOptions& i_options, Report& io_report) {
     const std::string lookedAt = "a client's logon";
     const auto deadline = PeerChannel::Clock::now() + i_options.m_wait;
     try {
@@ -63,7 +63,7 @@ void AcceptLogon(const LogonOptions& i_options, Report& io_report, TraceLog& io_
         try {
             TakeTokens(channel, login);
         } catch (const host::Error& error) {
-            io_report.Fail("accept-refused", lookedAt, WordsOf(error, io_trace),
+            io_report.Fail("accept-refused", lookedAt, WordsOf(error),
                            "morwen-doctor server --spn SERVICE/HOST, with a user's ticket (kinit) if there is one");
             channel.Send("refused");
             return;
@@ -78,11 +78,11 @@ void AcceptLogon(const LogonOptions& i_options, Report& io_report, TraceLog& io_
         io_report.Tell("groups", login.Information().m_groupSids);
         const host::Context context = login.TakeContext();
         if (i_options.m_bImpersonate) {
-            ActAsUser(io_report, io_trace, context);
+            ActAsUser(io_report, context);
         }
         channel.Send("accepted");
     } catch (const host::Error& error) {
-        io_report.Fail("accept-refused", lookedAt, WordsOf(error, io_trace), "morwen-doctor server");
+        io_report.Fail("accept-refused", lookedAt, WordsOf(error), "morwen-doctor server");
     } catch (const PeerError& error) {
         io_report.Fail("peer-unusable", lookedAt, error.what(),
                        "run morwen-doctor login on the other side, and check host, port and firewall");

@@ -7,13 +7,11 @@ Library::Library(bool i_bKeepContexts) {
     m_package.Use(SSO_PROVIDER_SSPI, host::Parameters().Set(SSO_KEY_CACHE_CONTEXTS, i_bKeepContexts));
 }
 
-std::string WordsOf(const host::Error& i_error, TraceLog& io_trace) {
-    const std::string reason = io_trace.TakeReason();
-    std::string words = i_error.what();
-    if (i_error.MessageId() != 0) {
-        words += " (message " + std::to_string(i_error.MessageId()) + ")";
-    }
-    return reason.empty() ? words : reason + "; " + words;
+std::string WordsOf(const host::Error& i_error) {
+    // The message sends readers here, so it is of no use here.
+    std::string words = i_error.Reason().empty() ? i_error.what() : i_error.Reason();
+    words += " (code " + std::to_string(i_error.Code());
+    return words + (i_error.MessageId() != 0 ? ", message " + std::to_string(i_error.MessageId()) : "") + ")";
 }
 
 }  // namespace morwen::doctor

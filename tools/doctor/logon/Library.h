@@ -4,7 +4,6 @@
 #include <string>
 
 #include "morwen/host.hpp"
-#include "tools/doctor/logon/TraceLog.h"
 
 namespace morwen::doctor {
 
@@ -17,7 +16,7 @@ private:
     host::Package m_package;
 };
 
-// The security package's words first, then those of the error record.
-std::string WordsOf(const host::Error& i_error, TraceLog& io_trace);
+// The reason, with the numbers of code and message.
+std::string WordsOf(const host::Error& i_error);
 
 }  // namespace morwen::doctor

@@ -16,7 +16,6 @@ namespace {
 struct Talk {
     const std::string& m_lookedAt;
     Report& m_report;
-    TraceLog& m_trace;
     PeerChannel& m_channel;
 };
 
@@ -32,7 +31,7 @@ void CarryTokens(Talk& io_talk, host::ClientLogin& io_login) {
         try {
             io_login.Continue(message.m_token);
         } catch (const host::Error& error) {
-            io_talk.m_report.Fail("login-unproven", io_talk.m_lookedAt, WordsOf(error, io_talk.m_trace),
+            io_talk.m_report.Fail("login-unproven", io_talk.m_lookedAt, WordsOf(error),
                                   "check that this is the server that is meant; on it: morwen-doctor server --spn SPN");
             io_talk.m_channel.Send("refused");
             return;
@@ -53,7 +52,7 @@ void CarryTokens(Talk& io_talk, host::ClientLogin& io_login) {
 
 }  // namespace
 
-void LogIn(const LogonOptions& i_options, Report& io_report, TraceLog& io_trace) {
+void LogIn(const LogonOptions& i_options, Report& io_report) {
     const std::string lookedAt = "a logon to " + i_options.m_spn;
     const auto deadline = PeerChannel::Clock::now() + i_options.m_wait;
     PeerChannel standard(STDIN_FILENO, STDOUT_FILENO, deadline);
@@ -66,10 +65,10 @@ void LogIn(const LogonOptions& i_options, Report& io_report, TraceLog& io_trace)
             connection.emplace(Connect(i_options.m_peer, deadline));
         }
         PeerChannel channel = connection ? PeerChannel(connection->get(), connection->get(), deadline) : standard;
-        Talk talk{lookedAt, io_report, io_trace, channel};
+        Talk talk{lookedAt, io_report, channel};
         CarryTokens(talk, login);
     } catch (const host::Error& error) {
-        io_report.Fail("login-failed", lookedAt, WordsOf(error, io_trace),
+        io_report.Fail("login-failed", lookedAt, WordsOf(error),
                        "morwen-doctor client --spn " + Quoted(i_options.m_spn));
         if (i_options.m_peer.empty()) {
             standard.Send("refused");  // so that the other side does not wait

@@ -4,7 +4,6 @@
 #include <chrono>
 #include <string>
 
-#include "tools/doctor/logon/TraceLog.h"
 #include "tools/doctor/report/Report.h"
 
 namespace morwen::doctor {
@@ -17,7 +16,7 @@ struct LogonOptions {
 };
 
 // Both add to the report what came of it, and throw std::bad_alloc alone.
-void LogIn(const LogonOptions& i_options, Report& io_report, TraceLog& io_trace);
-void AcceptLogon(const LogonOptions& i_options, Report& io_report, TraceLog& io_trace);
+void LogIn(const LogonOptions& i_options, Report& io_report);
+void AcceptLogon(const LogonOptions& i_options, Report& io_report);
 
 }  // namespace morwen::doctor

@@ -13,12 +13,11 @@ namespace morwen::doctor {
 namespace {
 
 constexpr size_t kMostLines = 5000;
-constexpr std::string_view kFailed = " -- Failed with ";
 
 }  // namespace
 
-TraceLog::TraceLog(bool i_bShow) : m_bShow(i_bShow) {
-    HarrowLogSetSink(Write, this, HARROW_LOG_TRACE | HARROW_LOG_ASSERTION);
+TraceLog::TraceLog(bool i_bShow) {
+    HarrowLogSetSink(i_bShow ? Write : nullptr, this, HARROW_LOG_TRACE | HARROW_LOG_ASSERTION);
 }
 
 TraceLog::~TraceLog() {
@@ -33,18 +32,11 @@ void TraceLog::Write(uint32_t i_nKind, const char* i_pszFile, int i_nLine, const
         std::string line = (i_nKind == HARROW_LOG_ASSERTION ? "assertion " : "trace ") + std::string(i_pszFile) + ":" +
                            std::to_string(i_nLine) + ": " + message;
         const std::lock_guard lock(self.m_mutex);
-        if (self.m_bShow) {
-            std::osyncstream(std::cerr) << line << '\n';
-        }
+        std::osyncstream(std::cerr) << line << '\n';
         if (self.m_lines.size() >= kMostLines) {
             self.m_lines.erase(self.m_lines.begin(), self.m_lines.begin() + kMostLines / 2);
         }
         self.m_lines.push_back(std::move(line));
-        const size_t nFailed = message.find(kFailed);
-        const size_t nWords = nFailed != std::string::npos ? message.find(": ", nFailed) : nFailed;
-        if (nWords != std::string::npos) {
-            self.m_reason = message.substr(nWords + 2);
-        }
     } catch (...) {
         // A line is lost; nothing may be thrown into the library.
         return;
@@ -54,11 +46,6 @@ void TraceLog::Write(uint32_t i_nKind, const char* i_pszFile, int i_nLine, const
 std::vector<std::string> TraceLog::Lines() const {
     const std::lock_guard lock(m_mutex);
     return m_lines;
-}
-
-std::string TraceLog::TakeReason() {
-    const std::lock_guard lock(m_mutex);
-    return std::exchange(m_reason, {});
 }
 
 }  // namespace morwen::doctor
