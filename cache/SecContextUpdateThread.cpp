@@ -2,6 +2,7 @@
 
 #include "cache/SecContextCache.h"
 #include "errors/SSOException.h"
+#include "handlers/ActingThreads.h"
 #include "harrow/log/STrace.h"
 #include "platform/Platform.h"
 
@@ -108,6 +109,7 @@ void SecContextUpdateThread::CleanUp() {
 }
 
 void SecContextUpdateThread::CleanUpAll() {
+    ActingThreads::ForgetEnded();  // a context is in use no more when its thread is gone
     const auto mapSnapshot = m_pCache->Snapshot();
     const SDateTime now = SDateTime::GetCurrentDateTime();
     m_silent.BeginPass();

@@ -1,6 +1,7 @@
 #include "handlers/StaticToken.h"
 
 #include "errors/SSOException.h"
+#include "handlers/ActingThreads.h"
 #include "handlers/RenewalRule.h"
 #include "handlers/SSOHandler.h"
 #include "harrow/log/STrace.h"
@@ -15,7 +16,9 @@ StaticToken::StaticToken(const SWCharString& i_ssType, const SSOHandlerPtr& i_pH
       m_created(SDateTime::GetCurrentDateTime()),
       m_lastNegotiated(m_created) {}
 
-StaticToken::~StaticToken() = default;
+StaticToken::~StaticToken() {
+    ActingThreads::Forget(*this);
+}
 
 SWCharString StaticToken::GetAuthority() {
     return {};

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <limits>
 
 #include "harrow/lifetime/CRefCount.h"
 #include "harrow/locks/CRWLock.h"
@@ -16,6 +17,7 @@ using Harrowlib201::SDateTime;
 using Harrowlib201::STimeSpan;
 using Harrowlib201::SWCharString;
 
+class ActingThreads;
 class SSOHandler;
 class StaticToken;
 
@@ -36,8 +38,8 @@ protected:
 class StaticToken : public Harrowlib201::CRefCount {
 public:
     // The order of the operations is part of the interface.
-    virtual void Impersonate() = 0;  // the calling thread runs as the token's user
-    virtual void Revert() = 0;       // undoes the last Impersonate
+    virtual void Impersonate() = 0;  // the calling thread runs as the token's user, and through no other token any more
+    virtual void Revert() = 0;       // the calling thread is itself, through whichever token it was the user
     virtual bool Expired(SDateTime i_now) = 0;
     virtual bool RenegotiateImpl() = 0;  // takes a fresh context for the same user over; false, or throws, if it cannot
     virtual STimeSpan GetTimeToExpiry(SDateTime i_now) = 0;
@@ -63,6 +65,9 @@ public:
         }
     }
     bool IsAtWork() const noexcept { return m_nAtWork.load() != 0; }
+    // Whether one thread more may act through it: beyond the count's range it could be removed while one does.
+    bool MayBeCounted() const noexcept { return GetImpersonationCount() != std::numeric_limits<uint16_t>::max(); }
+
     // Whether somebody works with it or acts as its user. No lock is waited for.
     bool IsInUse() const noexcept { return IsAtWork() || GetImpersonationCount() != 0; }
     // Until nobody works with it any more.
@@ -81,9 +86,11 @@ protected:
     // Held for copying only: lookups and the clean-up ask about times, and wait for nobody's work.
     mutable Harrowlib201::CS_Wrapper m_times;
     SDateTime m_lastNegotiated S_GUARDED_BY(m_times);
-    std::atomic<uint16_t> m_nImpersonationCount{0};  // successful ones not yet reverted; changes under the lock
 
 private:
+    friend ActingThreads;
+
+    std::atomic<uint16_t> m_nImpersonationCount{0};  // threads that act through it
     std::atomic<uint32_t> m_nAtWork{0};
 
     bool NeedsRenewal(SDateTime i_now);

@@ -51,6 +51,10 @@ public:
     // Neither: whether credentials for accepting are the service's, also on a thread that acts as a user. Where they
     // are the thread's, the caller makes the thread the service meanwhile.
     virtual bool AcceptsAsService() const noexcept = 0;
+
+    // Not a call of the system: the package has ended. A platform that holds keys and tickets between logons lets go of
+    // them, and wipes them; it gets them anew when somebody logs on after all.
+    virtual void ReleaseHeld() noexcept {}
 };
 
 }  // namespace morwen

@@ -21,6 +21,9 @@ public:
     virtual BOOL ImpersonateLoggedOnUser(HANDLE i_hToken) noexcept = 0;
     virtual BOOL RevertToSelf() noexcept = 0;
     virtual BOOL CloseHandle(HANDLE i_hToken) noexcept = 0;
+    // Not a call of the system: whether a thread may have somebody's token and not act as that, so that the token's
+    // level (GetTokenInformation, TokenImpersonationLevel) must be asked for.
+    virtual bool HasImpersonationLevels() noexcept = 0;
 
     virtual BOOL IsValidSid(PSID i_pSid) noexcept = 0;
     virtual SID_IDENTIFIER_AUTHORITY* GetSidIdentifierAuthority(PSID i_pSid) noexcept = 0;

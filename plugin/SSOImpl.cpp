@@ -5,16 +5,11 @@
 
 #include "errors/ErrorRecord.h"
 #include "errors/HostText.h"
-#include "errors/MessageTable.h"
 #include "errors/SSOException.h"
 #include "handlers/factory/SSOHandlerFactory.h"
 #include "harrow/lifetime/CSingleton.h"
-#include "harrow/lifetime/OwnProcess.h"
-#include "harrow/log/SLogger.h"
-#include "harrow/log/SResManager.h"
 #include "harrow/log/STrace.h"
 #include "plugin/LoginFrame.h"
-#include "plugin/Version.h"
 
 namespace morwen {
 
@@ -75,170 +70,6 @@ const JTCHandleT<SSOImpl>& SSOImpl::instance() {
 }
 
 SSOImpl::~SSOImpl() = default;
-
-// ---- Start and end ----
-
-bool SSOImpl::CountUp() {
-    const CS_Locker counting(m_counting);
-    if (m_nInitRefcount == 0) {
-        return false;
-    }
-    ++m_nInitRefcount;
-    S_TRACE("ssoplugin: SSOImpl::Initialize() -- Already initialized; incrementing refcount (%1)", m_nInitRefcount);
-    return true;
-}
-
-bool SSOImpl::CountDown() {
-    const CS_Locker counting(m_counting);
-    if (m_nInitRefcount < 2) {
-        return false;
-    }
-    --m_nInitRefcount;
-    return true;
-}
-
-bool SSOImpl::Initialize() {
-    SetReason("");
-    if (CountUp()) {
-        return true;
-    }
-    const CS_Locker transition(m_transition);
-    return CountUp() || Start();  // another thread may have been the first
-}
-
-bool SSOImpl::Start() {
-    if (OwnProcess::IsForkedChild()) {
-        m_gate.ForgetAll();
-    }
-    OwnProcess::Note();
-    SLogger::Initialize("morwen " MORWEN_VERSION);
-    SResManager::Initialize(MessageTable());
-    try {
-        StartThreadLibrary();
-        CreateComponents();
-    } catch (const SSOException&) {
-        S_REASON("ssoplugin: SSOImpl::Initialize() -- Failed to initialize components.");
-        ReleaseComponents();
-        SResManager::Terminate();
-        SLogger::Terminate();
-        return false;
-    }
-    m_hold.Take();
-    const CS_Locker counting(m_counting);
-    ++m_nInitRefcount;
-    S_ASSERT(m_nInitRefcount == 1);
-    S_TRACE("ssoplugin: SSOImpl::Initialize() -- Successfully initialized.  Refcount is now %1", m_nInitRefcount);
-    m_gate.Open();
-    return true;
-}
-
-void SSOImpl::StartThreadLibrary() {
-    if (!m_pJtcInit) {
-        try {
-            m_pJtcInit = std::make_unique<JTCInitialize>();
-            S_ASSERT(m_pJtcInit);
-            S_ASSERT(JTCInitialize::initialized());
-        } catch (const std::bad_alloc&) {
-            S_TRACE("ssoplugin: SSOImpl::Initialize() -- Out of memory initializing JTC!");
-        } catch (...) {
-            S_TRACE("ssoplugin: SSOImpl::Initialize() -- Unexpected exception initializing JTC!");
-        }
-    }
-    if (!m_pJtcInit || !JTCInitialize::initialized()) {
-        throw SSOException(SSO_ERROR);
-    }
-}
-
-void SSOImpl::CreateComponents() {
-    try {
-        const auto pCache = MakeCounted<SecContextCache>(0);
-        m_pSessionManager = MakeCounted<SessionManager>(pCache);
-        m_pContextManager = MakeCounted<ContextManager>(pCache);
-        m_pErrorManager = MakeCounted<ErrorManager>();
-    } catch (const std::bad_alloc&) {
-        S_TRACE("ssoplugin: SSOImpl::Initialize() -- Out of memory intializing components!");
-    } catch (...) {
-        S_TRACE("ssoplugin: SSOImpl::Initialize() -- Unexpected exception initializing components!");
-    }
-    S_ASSERT(m_pSessionManager);
-    S_ASSERT(m_pContextManager);
-    S_ASSERT(m_pErrorManager);
-    if (!m_pSessionManager || !m_pContextManager || !m_pErrorManager) {
-        throw SSOException(SSO_ERROR);
-    }
-}
-
-void SSOImpl::ReleaseComponents() {
-    m_pContextManager = nullptr;
-    m_pSessionManager = nullptr;
-    m_pErrorManager = nullptr;
-    m_pJtcInit.reset();
-}
-
-void SSOImpl::Shutdown() {
-    if (CountDown()) {
-        return;
-    }
-    const CS_Locker transition(m_transition);
-    {
-        const CS_Locker counting(m_counting);
-        S_ASSERT(m_nInitRefcount > 0);
-        if (m_nInitRefcount == 0) {
-            S_TRACE("ssoplugin: SSOImpl::Shutdown() -- Called more times than Initialize()!");
-        } else {
-            --m_nInitRefcount;
-        }
-        if (m_nInitRefcount != 0) {
-            return;  // another thread has started it meanwhile
-        }
-        m_gate.Shut();
-    }
-    // In a fork those inside do not exist: they never leave, nor let go of what they had locked.
-    const bool bAbandoned = OwnProcess::IsForkedChild() && !m_gate.IsEmpty();
-    if (!bAbandoned) {
-        m_gate.AwaitEmpty();
-    }
-    SResManager::Terminate();
-    SLogger::Terminate();
-    if (bAbandoned) {
-        AbandonComponents();
-    } else {
-        EndComponents();
-    }
-}
-
-void SSOImpl::AbandonComponents() noexcept {
-    const auto leave = [](auto& io_pComponent) {
-        if (io_pComponent) {
-            io_pComponent->addRef();
-            io_pComponent = nullptr;
-        }
-    };
-    leave(m_pContextManager);
-    leave(m_pSessionManager);
-    leave(m_pErrorManager);
-    m_pJtcInit.reset();
-    m_hold.Release();
-}
-
-void SSOImpl::EndComponents() {
-    if (m_pContextManager) {
-        m_pContextManager->StopUpdateThread();
-        m_pContextManager->Clear();
-    }
-    ReleaseComponents();
-    try {
-        const SSOHandlerFactoryPtr pHandlerFactory = SSOHandlerFactory::instance();
-        if (pHandlerFactory) {
-            pHandlerFactory->ReleaseHandlers();
-        } else {
-            S_ASSERT_MSG(pHandlerFactory, "SSOImpl::Shutdown(): unexpected NULL HandlerFactory");
-        }
-    } catch (...) {
-        S_TRACE("SSOImpl::Shutdown(): caught xn when cleaning up SSOHandlers");
-    }
-    m_hold.Release();
-}
 
 // ---- Providers ----
 
@@ -456,14 +287,23 @@ uint32_t SSOImpl::AcquireCurrentSecurityContext(const SWCharString& i_ssType, co
 
 // ---- Errors ----
 
+// Whether there is an output, which is empty then.
+template <class T>
+static bool ClearOutput(T** o_ppOutput, const char* i_pszName, const char* i_pszNotEmpty) {
+    S_ASSERT_TEXT(o_ppOutput != nullptr, i_pszName);
+    if (o_ppOutput == nullptr) {
+        return false;
+    }
+    RequireNull(*o_ppOutput, nullptr, i_pszNotEmpty);
+    *o_ppOutput = nullptr;
+    return true;
+}
+
 uint32_t SSOImpl::GetError(uint32_t i_ErrorCode, SSOError** o_ppError) {
-    S_ASSERT(o_ppError);
-    if (o_ppError == nullptr) {
+    if (!ClearOutput(o_ppError, "o_ppError",
+                     "ssoplugin: SSOImpl::GetError() -- Assigning error to a non-NULL object; possible memory leak!")) {
         return SSO_ERROR;
     }
-    RequireNull(*o_ppError, nullptr,
-                "ssoplugin: SSOImpl::GetError() -- Assigning error to a non-NULL object; possible memory leak!");
-    *o_ppError = nullptr;
     return Guarded([&] {
         *o_ppError = m_pErrorManager->GetThreadError();
         if (*o_ppError == nullptr) {
@@ -476,14 +316,11 @@ uint32_t SSOImpl::GetError(uint32_t i_ErrorCode, SSOError** o_ppError) {
 }
 
 uint32_t SSOImpl::GetErrorMessage(uint32_t i_nMessageId, SSOChar** o_ppMessage) {
-    S_ASSERT(o_ppMessage);
-    if (o_ppMessage == nullptr) {
+    if (!ClearOutput(o_ppMessage, "o_ppMessage",
+                     "ssoplugin: SSOImpl::GetErrorMessage() -- Assigning error message to a non-NULL string; possible "
+                     "memory leak!")) {
         return SSO_ERROR;
     }
-    RequireNull(*o_ppMessage, nullptr,
-                "ssoplugin: SSOImpl::GetErrorMessage() -- Assigning error message to a non-NULL string; possible "
-                "memory leak!");
-    *o_ppMessage = nullptr;
     const CPassage passage(m_gate);
     if (!passage) {
         return SSO_ERROR;

@@ -6,6 +6,7 @@
 #include "errors/HostText.h"
 #include "harrow/log/STrace.h"
 #include "harrow/threads/JTCThread.h"
+#include "harrow/threads/Uncancellable.h"
 #include "morwen/morwenplugin.h"
 #include "plugin/SSOImpl.h"
 
@@ -30,11 +31,9 @@ bool IsInsideSink() noexcept {
     return t_nInside > 1 || JTCThread::isOwn();
 }
 
-// The fence of every export: the singleton, the call, and the end of every exception. An operation without a result
-// counts as success.
+// The singleton, the call, and the end of every exception. An operation without a result counts as success.
 template <class Operation>
-uint32_t Export(const char* i_pszUnexpected, Operation i_operation, const char* i_pszNoCore = "pImpl") noexcept {
-    const Inside inside;
+uint32_t Fenced(const char* i_pszUnexpected, Operation& i_operation, const char* i_pszNoCore) noexcept {
     try {
         const JTCHandleT<SSOImpl>& pImpl = SSOImpl::instance();
         S_ASSERT_TEXT(pImpl, i_pszNoCore);
@@ -55,6 +54,14 @@ uint32_t Export(const char* i_pszUnexpected, Operation i_operation, const char* 
         S_FAIL(i_pszUnexpected);
         return SSO_ERROR;
     }
+}
+
+// The fence of every export. A cancellation of the thread waits outside it: what it unwinds then is the host's.
+template <class Operation>
+uint32_t Export(const char* i_pszUnexpected, Operation i_operation, const char* i_pszNoCore = "pImpl") {
+    const Uncancellable uncancellable;
+    const Inside inside;
+    return Fenced(i_pszUnexpected, i_operation, i_pszNoCore);
 }
 
 uint32_t InitializePlugin(SSOImpl& i_core) {
@@ -161,6 +168,7 @@ uint32_t SSOFreeBuffer(void* i_pvBuffer) {
 }
 
 uint32_t SSOFreeString(SSOChar* i_pszText) {
+    const Uncancellable uncancellable;
     FreeHostText(i_pszText);
     return SSO_OK;
 }

@@ -54,6 +54,7 @@ EarlierUser::EarlierUser() {
     }
     m_hUser = nullptr;
     if (const DWORD nError = Platform::Kernel().GetLastError(); nError != ERROR_NO_TOKEN) {
+        NoteReason(static_cast<SECURITY_STATUS>(nError));
         S_TRACE("ssoplugin: KerberosSSPIHandler -- Whom the thread acts as cannot be found out: %1",
                 GetErrorText(static_cast<SECURITY_STATUS>(nError)));
         throw SSOException(SSO_ERROR, kMsgImpersonation);

@@ -112,6 +112,10 @@ KerberosSSPIHandler::KerberosSSPIHandler() {
     S_ASSERT(statFree == SEC_E_OK);
 }
 
+KerberosSSPIHandler::~KerberosSSPIHandler() {
+    Platform::Sspi().ReleaseHeld();
+}
+
 void KerberosSSPIHandler::InitHandler(const Parameters& i_globalParameters) {
     if (!i_globalParameters.CheckParameters(m_requiredGlobalParameters)) {
         S_TRACE("ssoplugin: KerberosSSPIHandler::InitHandler() -- Missing global parameters.");

@@ -10,6 +10,8 @@ class KerberosSSPIHandler : public SSOHandler {
 public:
     // Asks the package for its largest token. Throws SSOException (kMsgNoPackage) when there is no such package.
     KerberosSSPIHandler();
+    // Keys and tickets do not outlive the package in the process's memory.
+    ~KerberosSSPIHandler() override;
 
     // Reads the settings; those that are absent stay. On failure nothing is changed.
     void InitHandler(const Parameters& i_globalParameters) override;

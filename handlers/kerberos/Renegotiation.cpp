@@ -3,6 +3,7 @@
 #include <new>
 
 #include "errors/SSOException.h"
+#include "handlers/ActingLevel.h"
 #include "handlers/HandlerToken.h"
 #include "handlers/SystemFailure.h"
 #include "handlers/kerberos/ActingAsUser.h"
@@ -65,7 +66,8 @@ Renegotiation::Renegotiation(const SSOHandlerPtr& i_pHandler)
 
 void Renegotiation::AcquireUserCredentials(CtxtHandle* i_pContext) {
     ActingAsUser user(i_pContext, kRevertTexts);
-    if (const SECURITY_STATUS nStatus = user.Begin(); nStatus != SEC_E_OK) {
+    // Otherwise what is acquired would be the service's.
+    if (const SECURITY_STATUS nStatus = user.Begin(); nStatus != SEC_E_OK || !IsThreadActing()) {
         S_TRACE("ssoplugin: SSPIStaticToken::RenegotiateImpl() -- Could not impersonate.");
         ThrowSystemFailure(nStatus, kMsgImpersonation);
     }

@@ -1,10 +1,11 @@
 #include "handlers/kerberos/SSPIStaticToken.h"
 
-#include <limits>
 #include <new>
 #include <string_view>
 
 #include "errors/SSOException.h"
+#include "handlers/ActingLevel.h"
+#include "handlers/ActingThreads.h"
 #include "handlers/SystemErrorText.h"
 #include "handlers/SystemFailure.h"
 #include "handlers/kerberos/ActingAsUser.h"
@@ -94,31 +95,33 @@ SSPIStaticToken::~SSPIStaticToken() {
 }
 
 void SSPIStaticToken::Impersonate() {
+    const ActingThreads::Place place;
     const CSmartWriteLocker locker(m_lock);
-    // Beyond the count's range the token could be removed while it is impersonated.
-    const bool bCounts = m_nImpersonationCount != std::numeric_limits<uint16_t>::max();
     const SECURITY_STATUS nStatus =
-        bCounts ? Platform::Sspi().ImpersonateSecurityContext(&m_handle) : SEC_E_NO_IMPERSONATION;
+        MayBeCounted() ? Platform::Sspi().ImpersonateSecurityContext(&m_handle) : SEC_E_NO_IMPERSONATION;
     if (nStatus != SEC_E_OK) {
         NoteReason(nStatus);
         S_TRACE("ssoplugin: SSPIStaticToken::Impersonate() -- Could not impersonate.");
         ThrowSystemFailure(nStatus, kMsgImpersonation);
     }
-    ++m_nImpersonationCount;
+    if (!IsThreadActing()) {
+        place.Refuse(RevertFromUser(&m_handle, kRevertTexts));
+        S_TRACE("ssoplugin: SSPIStaticToken::Impersonate() -- Could not impersonate.");
+        throw SSOException(SSO_ERROR, kMsgImpersonation);
+    }
+    place.Begin(*this);
 }
 
 void SSPIStaticToken::Revert() {
     const CSmartWriteLocker locker(m_lock);
-    const bool bImpersonated = m_nImpersonationCount > 0;
+    const bool bImpersonated = GetImpersonationCount() > 0;
     if (!bImpersonated) {
         S_TRACE("ssoplugin: SSPIStaticToken::Revert() called for context that had not been impersonated.");
     }
     if (!(bImpersonated ? RevertFromUser(&m_handle, kRevertTexts) : RevertToProcess(kRevertTexts))) {
         throw SSOException(SSO_ERROR, kMsgImpersonation);
     }
-    if (bImpersonated) {
-        --m_nImpersonationCount;
-    }
+    ActingThreads::End();
 }
 
 std::optional<SDateTime> SSPIStaticToken::GetExpiry() const {
@@ -175,6 +178,10 @@ bool SSPIStaticToken::RenegotiateImpl() {
         if (!pSSPIToken) {
             throw SSOException(SSO_ERROR);
         }
+        if (!IsSameUser(*pSSPIToken)) {
+            S_TRACE("ssoplugin: SSPIStaticToken::RenegotiateImpl() -- The fresh context is not the same user's.");
+            throw SSOException(SSO_ERROR);
+        }
         TakeOver(*pSSPIToken);
         return true;
     } catch (...) {
@@ -182,6 +189,14 @@ bool SSPIStaticToken::RenegotiateImpl() {
         static_cast<void>(Platform::Tokens().RevertToSelf());
         throw;
     }
+}
+
+bool SSPIStaticToken::IsSameUser(SSPIStaticToken& io_other) {
+    const CSmartReadLocker otherLocker(io_other.m_lock);  // nobody else knows it
+    const CSmartReadLocker locker(m_lock);
+    const UserName old(&m_handle);
+    const UserName fresh(&io_other.m_handle);
+    return !old.Text().empty() && old.Text() == fresh.Text();
 }
 
 void SSPIStaticToken::TakeOver(SSPIStaticToken& io_other) {

@@ -27,6 +27,7 @@ private:
     ~SSPIStaticToken() override;
 
     std::optional<SDateTime> GetExpiry() const;
+    bool IsSameUser(SSPIStaticToken& io_other);
     void TakeOver(SSPIStaticToken& io_other);
 
     CtxtHandle m_handle S_GUARDED_BY(m_lock){};

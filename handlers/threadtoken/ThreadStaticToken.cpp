@@ -1,8 +1,8 @@
 #include "handlers/threadtoken/ThreadStaticToken.h"
 
-#include <limits>
-
 #include "errors/SSOException.h"
+#include "handlers/ActingLevel.h"
+#include "handlers/ActingThreads.h"
 #include "handlers/SystemErrorText.h"
 #include "handlers/SystemFailure.h"
 #include "morwen/morwenplugin.h"
@@ -28,8 +28,9 @@ ThreadStaticToken::~ThreadStaticToken() {
 
 void ThreadStaticToken::Impersonate() {
     S_ASSERT_TEXT(m_pToken.get() != nullptr, "m_pToken");
+    const ActingThreads::Place place;
     const CSmartWriteLocker locker(m_lock);
-    if (m_pToken.get() == nullptr || m_nImpersonationCount == std::numeric_limits<uint16_t>::max()) {
+    if (m_pToken.get() == nullptr || !MayBeCounted()) {
         throw SSOException(SSO_ERROR, kMsgImpersonation);
     }
     if (!Platform::Tokens().ImpersonateLoggedOnUser(m_pToken.get())) {
@@ -37,7 +38,14 @@ void ThreadStaticToken::Impersonate() {
         S_REASON("ssoplugin: ThreadStaticToken::Impersonate() -- Could not impersonate: %1", GetLastErrorText());
         ThrowSystemFailure(nError, kMsgImpersonation);
     }
-    ++m_nImpersonationCount;
+    if (!IsThreadActing()) {
+        const bool bItself = Platform::Tokens().RevertToSelf() != FALSE;
+        place.Refuse(bItself);
+        S_ASSERT_MSG(bItself, "ThreadStaticToken::Impersonate() failed to revert to security context of process.");
+        S_TRACE("ssoplugin: ThreadStaticToken::Impersonate() -- Could not impersonate: %1", GetLastErrorText());
+        throw SSOException(SSO_ERROR, kMsgImpersonation);
+    }
+    place.Begin(*this);
 }
 
 void ThreadStaticToken::Revert() {
@@ -46,9 +54,7 @@ void ThreadStaticToken::Revert() {
         S_REASON("ssoplugin: ThreadStaticToken::Revert() -- Could not revert: %1", GetLastErrorText());
         throw SSOException(SSO_ERROR, kMsgImpersonation);
     }
-    if (m_nImpersonationCount > 0) {
-        --m_nImpersonationCount;
-    }
+    ActingThreads::End();
 }
 
 bool ThreadStaticToken::Expired(SDateTime i_now) {

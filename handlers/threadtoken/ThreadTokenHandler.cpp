@@ -4,6 +4,7 @@
 #include <new>
 
 #include "errors/SSOException.h"
+#include "handlers/ActingLevel.h"
 #include "handlers/SystemErrorText.h"
 #include "handlers/SystemFailure.h"
 #include "handlers/threadtoken/ThreadTokenSession.h"
@@ -69,21 +70,29 @@ uint32_t ThreadTokenHandler::AcquireCurrentContext(const SSOSessionPtr& i_pSessi
     TokenCalls& tokens = Platform::Tokens();
     KernelCalls& kernel = Platform::Kernel();
     HANDLE hToken = nullptr;
-    if (!tokens.OpenThreadToken(kernel.GetCurrentThread(), kAccess, TRUE, &hToken)) {
-        const DWORD nThreadError = kernel.GetLastError();
+    if (tokens.OpenThreadToken(kernel.GetCurrentThread(), kAccess, TRUE, &hToken)) {
+        pSession->SetToken(hToken);
+        if (!IsOfActingLevel(hToken)) {
+            pSession->SetToken(nullptr);
+            throw SSOException(SSO_ERROR, kMsgContextUnusable);
+        }
+        return SSO_OK;
+    }
+    // Who has a token that does not open is somebody, and not the service: only without one it is the process's.
+    bool bOpened = false;
+    if (kernel.GetLastError() == ERROR_NO_TOKEN) {
         S_TRACE(
             "ssoplugin: ThreadTokenHandler::AcquireCurrentContext() -- OpenThreadToken() failed.  Trying process "
             "token.");
-        if (!tokens.OpenProcessToken(kernel.GetCurrentProcess(), kAccess, &hToken)) {
-            const DWORD nProcessError = kernel.GetLastError();
-            S_REASON(
-                "ssoplugin: ThreadTokenHandler::AcquireCurrentSecurityContext() -- Could not get token for thread nor "
-                "process: %1",
-                GetLastErrorText());
-            // A thread that acts as a user is refused the process's token, whatever its own could not be opened for.
-            ThrowSystemFailure(nThreadError == ERROR_NOT_ENOUGH_MEMORY ? nThreadError : nProcessError,
-                               kMsgContextUnusable);
-        }
+        bOpened = tokens.OpenProcessToken(kernel.GetCurrentProcess(), kAccess, &hToken) != FALSE;
+    }
+    if (!bOpened) {
+        const DWORD nError = kernel.GetLastError();
+        S_REASON(
+            "ssoplugin: ThreadTokenHandler::AcquireCurrentSecurityContext() -- Could not get token for thread nor "
+            "process: %1",
+            GetLastErrorText());
+        ThrowSystemFailure(nError, kMsgContextUnusable);
     }
     pSession->SetToken(hToken);
     return SSO_OK;

@@ -131,8 +131,10 @@ SSO_API uint32_t SSOInitPackage(void);
 
 /* Counts down at once; the last call ends the package, and with it every session, kept context and error record. It
  * waits for the calls that are under way, as long as they take, and for a renewal under way, but for no call that comes
- * later. In a forked child it waits for nobody: what its parent's threads were at work with stays in memory. SSO_ERROR
- * from a log sink (see harrow_log.h), and nothing is ended. No record. */
+ * later. It makes its own thread itself again, should that act as a user; another thread that does stays the user:
+ * revert there before, or after the next SSOInitPackage by SSORevert under the key of any context of that time. In a
+ * forked child it waits for nobody: what its parent's threads were at work with stays in memory. SSO_ERROR from a log
+ * sink (see harrow_log.h), and nothing is ended. No record. */
 SSO_API uint32_t SSOTermPackage(void);
 
 /* Makes the handler of a provider type and gives it its settings. A setting that is absent keeps its value; a setting
@@ -169,10 +171,12 @@ SSO_API uint32_t SSOAcceptLogin(const SSOChar* i_pszType, const SSOChar* i_pszSe
                                 SSOLength i_nBufferLength, void** o_ppvBuffer, SSOLength* o_pnBufferLength,
                                 ParasSeq** o_ppLogonInformation, SSOChar** o_ppszSessionKey);
 
-/* The calling thread goes on as the user of the context, until SSORevert on the same thread. */
+/* The calling thread goes on as the user of the context, until SSORevert on the same thread, or until it acts as
+ * another user. */
 SSO_API uint32_t SSOImpersonate(const SSOChar* i_pszContextKey);
 
-/* The calling thread is itself again. Also for a context that has expired meanwhile. */
+/* The calling thread is itself again, whichever context's user it was. Also for a context that has expired meanwhile.
+ * Other threads that act through the context stay its user. */
 SSO_API uint32_t SSORevert(const SSOChar* i_pszContextKey);
 
 /* Gives a context a key of the host's choice; the old key names nothing afterwards. A context that has the new key

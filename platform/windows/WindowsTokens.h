@@ -20,6 +20,7 @@ public:
     BOOL ImpersonateLoggedOnUser(HANDLE i_hToken) noexcept override { return ::ImpersonateLoggedOnUser(i_hToken); }
     BOOL RevertToSelf() noexcept override { return ::RevertToSelf(); }
     BOOL CloseHandle(HANDLE i_hToken) noexcept override { return ::CloseHandle(i_hToken); }
+    bool HasImpersonationLevels() noexcept override { return true; }
 
     BOOL IsValidSid(PSID i_pSid) noexcept override { return ::IsValidSid(i_pSid); }
     SID_IDENTIFIER_AUTHORITY* GetSidIdentifierAuthority(PSID i_pSid) noexcept override {

@@ -298,11 +298,15 @@ static void Contexts(void) {
     FAILS(g_Sso.SSOReleaseAllProviderSecContexts(&anything), SSO_ERROR, 0);
 }
 
-/* A user of the package on a thread of its own: between its start and its end everything works, whatever others do. */
+/* A user of the package on a thread of its own: between its start and its end everything works, whatever others do. The
+ * thread is cancelled, which takes effect in no call of the library. */
 static void* StartUseEnd(void* i_pvName) {
+    const ParasSeq keep = {u"" SSO_KEY_CACHE_CONTEXTS, SSO_PARAMETER_BOOL, u"1", NULL};
+    CHECK(pthread_cancel(pthread_self()) == 0);
     for (int round = 0; round < 300; ++round) {
         ParasSeq* chain = NULL;
         CHECK(g_Sso.SSOInitPackage() == SSO_OK);
+        CHECK(g_Sso.SSOInitProvider(u"SSPI", &keep) == SSO_OK); /* with a thread, for whose end somebody waits */
         FAILS_WITH(g_Sso.SSOInitProvider(i_pvName, NULL), SSO_ERROR, 61216, i_pvName);
         CHECK(g_Sso.SSOGetRequiredParameters(u"SSPI", &chain) == SSO_OK && chain != NULL);
         CHECK(g_Sso.SSOFreeParameters(chain) == SSO_OK);
@@ -310,6 +314,7 @@ static void* StartUseEnd(void* i_pvName) {
         CHECK(g_Sso.SSOInitProvider(i_pvName, NULL) == SSO_ERROR); /* a record that nobody takes */
         CHECK(g_Sso.SSOTermPackage() == SSO_OK);
     }
+    pthread_testcancel();
     return NULL;
 }
 
@@ -321,7 +326,8 @@ static void Threads(void) {
         CHECK(pthread_create(&threads[i], NULL, StartUseEnd, s_aaNames[i]) == 0);
     }
     for (size_t i = 0; i < 8; ++i) {
-        CHECK(pthread_join(threads[i], NULL) == 0);
+        void* ended = NULL;
+        CHECK(pthread_join(threads[i], &ended) == 0 && ended == PTHREAD_CANCELED);
     }
     CHECK(g_Sso.SSOLookupSecurityContext(u"1") == SSO_ERROR); /* every start was taken back */
 }

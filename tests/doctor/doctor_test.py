@@ -58,7 +58,8 @@ def check(name, args, env, expected, library="", nobody=False, words="", prefix=
         return (faults.append if os.environ.get("CI") == "true" else print)(f"skipped, needs root: {name}")
     sh("cp -p fresh.cc alice.cc")  # without the tickets for services that the row before has left
     command = [*prefix, *(AS_NOBODY if nobody else []), DOCTOR, *args.split(), "--json", "--timeout", "1"]
-    done = subprocess.run(command, env={**os.environ, **env}, capture_output=True, text=True, timeout=40, input="bob-secret\n")
+    whole = {name: value for name, value in {**os.environ, **env}.items() if value is not None}
+    done = subprocess.run(command, env=whole, capture_output=True, text=True, timeout=40, input="bob-secret\n")
     report = report_in(done.stdout + done.stderr)
     expect(name, report, done.returncode, expected)
     if words not in "".join(f["found"] + f.get("remedy", "") for f in report["findings"] if f["status"] in ("warning", "error")):
@@ -180,6 +181,8 @@ def run_checks(skewed, half):
         ("no cache", client, cache("none.cc"), {"cache-missing": error}, "there are no tickets to log on with"),
         ("unreadable cache", client, {}, {"cache-unreadable": error}, "there are no tickets", True),
         ("cache of another", client, cache("owned.cc"), {"cache-owner": warning} if ROOT else {}),
+        ("default cache of another", client, {"KRB5CCNAME": None, **config("planted", ("rdns", f"default_ccache_name = FILE:{path('owned.cc')}\nrdns"))},
+         {"cache-planted": error} if ROOT else {}, "is a file of the account with the number" if ROOT else ""),
         ("readable cache", client, cache("exposed.cc"), {"cache-exposed": warning}),
         ("no cache at all", client, cache("old.keytab"), {"cache-broken": error}, "there are no tickets"),
         ("cache with a service's ticket", "client --spn fwd/localhost", cache("service.cc"), {"ticket-missing": error}),

@@ -95,6 +95,9 @@ public:
 
     FakeAnswer m_lifespan;  // of every context
     bool m_bAcceptsAsService = false;
+    std::u16string m_userName = u"REALM\\user";  // of the context that is asked about next
+    std::u16string m_nextUserName = m_userName;  // of those after it
+    DWORD m_nLevel = SecurityImpersonation;      // of every token
     std::string m_userSid = MakeSid({0, 0, 0, 0, 0, 5}, {18});
     std::vector<std::string> m_groupSids;
     std::u16string m_systemText = u"The fake failed. \r\n";  // what every error means; empty: no text
@@ -160,6 +163,11 @@ public:
         }
         if (answer.m_nStatus == SEC_E_OK && i_nAttribute == SECPKG_ATTR_LIFESPAN) {
             SetTime(answer.m_nExpiry, &static_cast<SecPkgContext_Lifespan*>(o_pvBuffer)->tsExpiry);
+        } else if (answer.m_nStatus == SEC_E_OK) {
+            const std::u16string name = std::exchange(m_userName, m_nextUserName);
+            const size_t nBytes = (name.size() + 1) * sizeof(char16_t);
+            void* const pvName = std::memcpy(MakeBlock("buffer", nBytes), name.c_str(), nBytes);
+            static_cast<SecPkgContext_NamesW*>(o_pvBuffer)->sUserName = static_cast<SEC_WCHAR*>(pvName);
         }
         return answer.m_nStatus;
     }
@@ -196,6 +204,10 @@ public:
         if (!IsLive(i_hToken, "token", "GetTokenInformation")) {
             return Finish(Error(ERROR_INVALID_HANDLE));
         }
+        if (i_eClass == TokenImpersonationLevel) {
+            std::memcpy(o_pvBuffer, &m_nLevel, sizeof(m_nLevel));
+            return Finish(answer.m_nStatus);
+        }
         // The record, its elements, and behind them the identifiers to which they point.
         const bool bGroups = i_eClass == TokenGroups;
         const auto sids = bGroups ? m_groupSids : std::vector<std::string>{m_userSid};
@@ -224,6 +236,7 @@ public:
     }
     BOOL RevertToSelf() noexcept override { return Finish(Switch(HANDLE(), "RevertToSelf", false)); }
     BOOL CloseHandle(HANDLE i_h) noexcept override { return Finish(Release("CloseHandle", i_h, "token")); }
+    bool HasImpersonationLevels() noexcept override { return true; }
     BOOL IsValidSid(PSID i_p) noexcept override { return i_p != nullptr && static_cast<SID*>(i_p)->Revision == 1; }
     SID_IDENTIFIER_AUTHORITY* GetSidIdentifierAuthority(PSID i_p) noexcept override {
         return &static_cast<SID*>(i_p)->IdentifierAuthority;

@@ -67,15 +67,6 @@ protected:
         return text;
     }
 
-    // Impersonates as often as can be counted, and what comes of once more; then reverts all.
-    std::string SwitchOftenest(const StaticTokenPtr& i_pToken) {
-        const std::string most(65535, 'i'), back(65535, 'r');
-        Switch(i_pToken, most);
-        std::string text = Switch(i_pToken, "i");
-        Switch(i_pToken, back);
-        return text + (i_pToken->GetImpersonationCount() != 0 ? " not reverted" : "");
-    }
-
     FakePlatform m_fake;
     TraceCapture m_trace;
 };

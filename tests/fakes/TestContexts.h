@@ -7,6 +7,7 @@
 #include "cache/ContextManager.h"
 #include "cache/SecContextUpdateThread.h"
 #include "fakes/PlatformTest.h"
+#include "handlers/ActingThreads.h"
 
 namespace morwen {
 
@@ -17,13 +18,9 @@ public:
 
     void Impersonate() override {
         m_onImpersonate();
-        const Harrowlib201::CSmartWriteLocker locker(m_lock);
-        ++m_nImpersonationCount;
+        ActingThreads::Place().Begin(*this);
     }
-    void Revert() override {
-        const Harrowlib201::CSmartWriteLocker locker(m_lock);
-        --m_nImpersonationCount;
-    }
+    void Revert() override { ActingThreads::End(); }
     bool Expired(SDateTime) override {
         const bool bExpired = m_bExpired;
         std::exchange(m_onExpired, [] {})();

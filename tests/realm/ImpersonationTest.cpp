@@ -272,6 +272,8 @@ TEST_F(DISABLED_NobodyAsService, ActsAsWhomItMay) {
         EXPECT_EQ(thread.Impersonate(key, nUser), pszVerdict) << pszUser;
         EXPECT_EQ(LogOn(PasswordOf(pszUser)).m_verdict, kLoggedOn);
         thread.ExpectUnchanged();
+        // A program that the user's thread starts makes itself root no more than the user does.
+        EXPECT_EQ(system("setpriv --reuid 0 true 2>> refused") == 0, bMay && nUser == 0);
         EXPECT_EQ(thread.Revert(key), "0");
     }
     EXPECT_TRUE(m_trace.Said({bMay ? "" : "the service needs CAP_SETUID and CAP_SETGID"}));

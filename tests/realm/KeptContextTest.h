@@ -36,7 +36,9 @@ inline ThreadState StateOf(ThreadState i_service, uid_t i_nUser, const std::stri
             i_service[pszIds] = real + "\t" + user + real + "\t" + user;
         }
         i_service["Groups"] = "\t" + (i_groups.empty() ? user + " " : i_groups);
-        i_service["CapEff"] = "\t0000000000000000";
+    }
+    for (const char* pszNotHandedOn : {"CapEff", "CapInh", "CapAmb"}) {
+        i_service[pszNotHandedOn] = i_nUser != 0 ? "\t0000000000000000" : i_service[pszNotHandedOn];
     }
     return i_service;
 }
@@ -46,8 +48,8 @@ inline std::string VerdictOf(uint32_t i_nCode) {
 }
 
 // Watches the thread that made it, which is the service at that time. No call may succeed unless the thread is then
-// whom it promises, with its capabilities out of effect and its real and saved ids as they were; and none that fails
-// may change the thread. Each gives the code; of a failure "code/message".
+// whom it promises, with no capability in effect or to hand on and its real and saved ids as they were; and none that
+// fails may change the thread. Each gives the code; of a failure "code/message".
 class ActingThread {
 public:
     std::string Impersonate(const std::string& i_key, uid_t i_nUser, const std::string& i_groups = {}) {

@@ -1,4 +1,5 @@
 // A kernel that refuses the calls by which a thread changes who it is, each in its turn.
+#include <linux/capability.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sys/ioctl.h>
@@ -22,7 +23,7 @@ public:
     StubbornKernel() {
         std::vector<sock_filter> filter = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
         for (const long nCall : {SYS_setresuid, SYS_setresgid, SYS_setgroups, SYS_capset, SYS_capget, SYS_geteuid,
-                                 SYS_getegid, SYS_getgroups, SYS_getresuid, SYS_getresgid}) {
+                                 SYS_getegid, SYS_getgroups, SYS_getresuid, SYS_getresgid, SYS_prctl}) {
             filter.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<uint32_t>(nCall), 0, 1));
             filter.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_USER_NOTIF));
         }
@@ -65,8 +66,9 @@ private:
                 continue;
             }
             const auto nWhich = static_cast<long>(asked.data.nr);
-            const bool bChanges =
-                nWhich == SYS_setresuid || nWhich == SYS_setresgid || nWhich == SYS_setgroups || nWhich == SYS_capset;
+            const bool bChanges = nWhich == SYS_setresuid || nWhich == SYS_setresgid || nWhich == SYS_setgroups ||
+                                  nWhich == SYS_capset ||
+                                  (nWhich == SYS_prctl && asked.data.args[1] == PR_CAP_AMBIENT_RAISE);
             const size_t nCall = m_nRefused == 0 || (m_nError == 0 && !bChanges) ? 0 : ++m_nCalls;
             const bool bRefused = nCall != 0 && (m_bRefuseAll ? nCall >= m_nRefused : nCall == m_nRefused);
             answer.id = asked.id;
@@ -98,6 +100,12 @@ TEST_F(RefusedCalls, LeaveNoThreadWhoItIsNotSaidToBe) {
     const std::string alice = KeptLogin({"", "", "fwd/localhost"});
     const std::string bin = KeptLogin(PasswordOf("bin"));
     std::thread([&] {
+        __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+        __user_cap_data_struct aData[2] = {};
+        syscall(SYS_capget, &header, aData);
+        aData[0].inheritable = 1U << CAP_SETUID | 1U << CAP_KILL;  // one of them is ambient too
+        syscall(SYS_capset, &header, aData);
+        prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_RAISE, CAP_SETUID, 0, 0);
         const ThreadState service = CurrentThreadState();
         StubbornKernel kernel;
         if (!kernel.Works()) {

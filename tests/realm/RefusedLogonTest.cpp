@@ -43,6 +43,26 @@ TEST_F(RefusedLogon, ByTheEndOfTheTicket) {
     EXPECT_TRUE(m_trace.Said({"the ticket of alice@MORWEN.TEST in " + name + " expired at"}));
 }
 
+// Not the default cache of somebody else, nor a link, unless it is named.
+TEST_F(RefusedLogon, ByWhoHasMadeTheTicketCache) {
+    const std::string name = Kinit("bob", "default.cc");
+    const auto logsOn = [&](const std::string& i_change, const std::string& i_reason) {
+        RunCommand("cd $MORWEN_REALM_DIR; " + i_change);
+        UseTickets(name);
+        EXPECT_EQ(LogOn().m_verdict, kLoggedOn) << i_change;
+        unsetenv("KRB5CCNAME");
+        EXPECT_EQ(LogOn().m_verdict, i_reason.empty() ? kLoggedOn : "100/42254") << i_change;
+        EXPECT_TRUE(m_trace.Said({i_reason}));
+    };
+    // It is looked at once a second.
+    logsOn("sed -i \"/.libdefaults/a default_ccache_name = FILE:$PWD/default.cc\" krb5.conf; sleep 1.1", "");
+    logsOn("mv default.cc there.cc; ln -s there.cc default.cc", "default.cc is not used, because it is a link of the");
+    if (getuid() == 0) {
+        logsOn("mv there.cc default.cc; chown nobody default.cc",
+               "a file of the account with the number 65534, not of 0");
+    }
+}
+
 TEST_F(RefusedLogon, ByTheKeytab) {
     const std::string rekeyed = AddService("rekeyed/localhost", "rekeyed.keytab");
     Kadmin("cpw -randkey rekeyed/localhost");

@@ -185,8 +185,11 @@ TEST_F(ContextCacheTest, APassRemovesAndRenews) {
         EXPECT_TRUE(m_pCache->Snapshot()[u"f"] == StaticTokenPtr(pFresh));
         EXPECT_EQ(pDue->m_nRenewals * 100 + pLate->m_nRenewals * 10 + pFresh->m_nRenewals, i * 110);
     }
+    std::thread([&] { pUsed->Impersonate(); }).join();  // and ends
     pUsed->Revert();
-    cleaner->m_pThread->CleanUp();
+    for (int i = 0; i < 1000 && m_pCache->Snapshot().size() == 5; ++i) {
+        cleaner->m_pThread->CleanUp();  // a thread that has been joined is gone soon
+    }
     EXPECT_TRUE(m_trace.Said({"CleanUp() -- b has been removed."}));
     const std::pair<std::function<void()>, std::string> aEnds[] = {
         {[] { throw SSOException(SSO_ERROR); }, "CleanUp() -- Caught an internal exception!"},

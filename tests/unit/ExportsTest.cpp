@@ -35,6 +35,11 @@ TEST_F(ExportsTest, LoginsOfBothSides) {
     EXPECT_EQ(Accept(server, "x"), "1|#|from server");
     EXPECT_EQ(Accept(server, ""), "2|#|");
     EXPECT_EQ(Switch(server), "0 here 0");
+    EXPECT_EQ(SSOImpersonate(Host(server.c_str())) + SSOInitPackage() + SSOTermPackage(), 0U);
+    EXPECT_TRUE(m_fake.IsImpersonating());
+    EXPECT_EQ(SSOTermPackage(), 0U);
+    EXPECT_FALSE(m_fake.IsImpersonating());
+    EXPECT_EQ(SSOInitPackage(), 0U);
     EXPECT_EQ(SSOAcquireCurrentSecurityContext(Host(u"SSPI"), nullptr, &pszKey), 101U);
 }
 

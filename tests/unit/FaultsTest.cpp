@@ -22,7 +22,11 @@ protected:
         m_bAllGood &= i_result == i_good;
     }
     void Act(const Key& i_key, bool i_bOn) {
-        Expect(std::to_string((i_bOn ? SSOImpersonate : SSORevert)(Host(i_key.c_str()))), "0", i_bOn);
+        const std::string result = std::to_string((i_bOn ? SSOImpersonate : SSORevert)(Host(i_key.c_str())));
+        if (i_bOn && result != "0" && m_trace.Contains(kNoSelf)) {
+            m_bActs = m_fake.IsImpersonating();  // a user that it can neither act as nor leave
+        }
+        Expect(result, "0", i_bOn);
     }
     // Until the update thread has ended its first pass, which would renew beside this thread.
     void WaitForUpdateThread() const {

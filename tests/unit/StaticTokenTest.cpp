@@ -1,5 +1,6 @@
 // The contexts of finished Kerberos logins: their end, impersonation and renewal.
 #include <limits>
+#include <thread>
 
 #include "fakes/PlatformTest.h"
 #include "fakes/TestClock.h"
@@ -113,16 +114,32 @@ TEST_F(StaticTokenTest, ImpersonationsAreCounted) {
     const StaticTokenPtr pToken = MakeToken();
     const CallAnswers::value_type noRevert = {"RevertSecurityContext", {kNo}}, noSelf = {"RevertToSelf", {kNo}};
     EXPECT_EQ(Switch(pToken, "i", {{"ImpersonateSecurityContext", {kNo}}}), "100/61212 0");
-    EXPECT_EQ(Switch(pToken, "iir"), " 1 acts 2 acts 1");
-    EXPECT_EQ(Switch(pToken, "i"), " 2 acts");
-    EXPECT_EQ(Switch(pToken, "r", {noRevert, noSelf}), "100/61212 2 acts");
-    EXPECT_EQ(Switch(pToken, "rr", {noRevert}), " 1 0");
+    EXPECT_EQ(Switch(pToken, "iir"), " 1 acts 1 acts 0");  // the thread's second replaces its first
+    EXPECT_EQ(Switch(pToken, "i"), " 1 acts");
+    EXPECT_EQ(Switch(pToken, "r", {noRevert, noSelf}), "100/61212 1 acts");
+    EXPECT_EQ(Switch(pToken, "r", {noRevert}), " 0");
     EXPECT_TRUE(m_trace.Said({"Could not impersonate.", kNoSelf, "using RevertToSelf(). Error -2146893054"}));
     EXPECT_EQ(Switch(pToken, "r"), " 0");
     EXPECT_EQ(Switch(pToken, "r", {noSelf}), "100/61212 0");
     EXPECT_TRUE(m_trace.Said({"Revert() called for context that had not been impersonated.", kNoSelf}));
     EXPECT_EQ(m_fake.Log("RevertToSelf").size(), 4U);
-    EXPECT_EQ(SwitchOftenest(pToken), "100/61212 65535 acts");
+
+    m_fake.m_nLevel = SecurityIdentification;  // which a client may choose
+    EXPECT_EQ(Switch(pToken, "i"), "100/61212 0");
+    m_fake.m_nLevel = SecurityImpersonation;
+    EXPECT_TRUE(m_trace.Said({"Could not impersonate."}));
+
+    StaticTokenPtr pOther = MakeToken();
+    EXPECT_EQ(Switch(pToken, "i"), " 1 acts");
+    EXPECT_EQ(Switch(pOther, "i"), " 1 acts");
+    EXPECT_EQ(pToken->GetImpersonationCount(), 0U);
+    std::thread([&] { EXPECT_EQ(Switch(pOther, "r"), " 1"); }).join();  // another thread's
+    EXPECT_EQ(Switch(pToken, "r"), " 0");
+    EXPECT_EQ(pOther->GetImpersonationCount(), 0U);
+    EXPECT_EQ(Switch(pOther, "i"), " 1 acts");
+    pOther = nullptr;
+    EXPECT_EQ(Switch(pToken, "r"), " 0");
+    EXPECT_TRUE(m_trace.Said({"for context that had not been impersonated."}));
 }
 
 TEST_F(StaticTokenTest, OneContextIsDeletedOnce) {
@@ -190,6 +207,8 @@ TEST_F(StaticTokenTest, AFailedRenewalLeavesEverythingAsItWas) {
         {{{pszClient, done}}, true, "", 1},  // a side that is complete is asked no more
         {{c, c, c, c, s, s, s, {pszServer, done}}, true, "", 5},
         {{c, c, c, c, c, s, s, s, s, s}, false, "SSPIStaticToken::RenegotiateImpl() -- Stuck in loop, aborting!", 5},
+        {{{pszAcquire, good}}, false, "The token says who its user is, and lets nobody act as that.", 0},
+        {{{pszAcquire, good}}, false, "RenegotiateImpl() -- The fresh context is not the same user's.", 2},
         {{}, false, "KerberosSSPIHandler::GetSPN() -- Could not determine spn!", 0},
     };
     for (const auto& [answers, bRenewed, says, nSteps] : aCases) {
@@ -199,11 +218,15 @@ TEST_F(StaticTokenTest, AFailedRenewalLeavesEverythingAsItWas) {
         m_clock.Set(kLogin + 10 * kHour);
         m_fake.m_lifespan.m_nExpiry = FakePlatform::LocalTime(kLogin + 20 * kHour);
         Script(answers);
+        m_fake.m_nLevel = says.find("who its user is") != std::string::npos ? 1 : SecurityImpersonation;
+        m_fake.m_nextUserName = says.find("same user's") != std::string::npos ? u"REALM\\other" : m_fake.m_userName;
         const size_t nClientSteps = m_fake.Log(pszClient).size();
         EXPECT_EQ(pToken->Renegotiate(SDateTime(kLogin + 10 * kHour)), bRenewed);
         EXPECT_EQ(m_fake.Log(pszClient).size() - nClientSteps, nSteps);
         EXPECT_TRUE(m_trace.Said({says, bRenewed ? "" : "-- Failed to renegotiate security context."}));
         EXPECT_FALSE(m_fake.IsImpersonating());
+        m_fake.m_nLevel = SecurityImpersonation;
+        m_fake.m_userName = m_fake.m_nextUserName = u"REALM\\user";
         EXPECT_TRUE(bRenewed || pToken->GetLifetime() == STimeSpan(10 * kHour));
         EXPECT_EQ(m_fake.Faults(), "not given back: context\n");  // the token's
         EXPECT_EQ(Switch(pToken, "ir"), " 1 acts 0");

@@ -19,6 +19,7 @@ LSA_STRING s_innerName = {sizeof(s_szInnerAnsi) - 1, sizeof(s_szInnerAnsi), s_sz
 SECPKG_FUNCTION_TABLE s_system;             // the system's
 SECPKG_FUNCTION_TABLE s_inner;              // the same, but for the name
 std::atomic<LONGLONG> s_nLifespan{3600};    // seconds from now, of every context
+std::atomic<int> s_nLevel{2};               // of every impersonation: SecurityImpersonation
 std::atomic<ULONG_PTR> s_nInnerPackage{0};  // the upper word of a handle, by which Wine finds the package
 
 // A handle as the package of the system knows it.
@@ -55,7 +56,13 @@ SECURITY_STATUS SEC_ENTRY Query(CtxtHandle*, ULONG i_nAttribute, void* o_pvBuffe
     if (i_nAttribute == SECPKG_ATTR_LIFESPAN) {
         static_cast<SecPkgContext_Lifespan*>(o_pvBuffer)->tsExpiry.QuadPart = static_cast<LONGLONG>(end.QuadPart);
     }
-    return i_nAttribute == SECPKG_ATTR_LIFESPAN ? SEC_E_OK : SEC_E_UNSUPPORTED_FUNCTION;
+    if (i_nAttribute == SECPKG_ATTR_NAMES) {
+        auto* const pszName = static_cast<wchar_t*>(HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, 2 * sizeof(wchar_t)));
+        pszName[0] = L'u';
+        static_cast<SecPkgContext_NamesW*>(o_pvBuffer)->sUserName = pszName;
+    }
+    const bool bKnown = i_nAttribute == SECPKG_ATTR_LIFESPAN || i_nAttribute == SECPKG_ATTR_NAMES;
+    return bKnown ? SEC_E_OK : SEC_E_UNSUPPORTED_FUNCTION;
 }
 
 }  // namespace
@@ -102,7 +109,8 @@ SecurityFunctionTableW* SEC_ENTRY MakeTable() {
     s_table.DeleteSecurityContext = [](auto i_p) { return DeleteSecurityContext(Inner(i_p)); };
     s_table.QueryContextAttributesW = Query;
     s_table.ImpersonateSecurityContext = [](CtxtHandle*) -> SECURITY_STATUS {
-        return ImpersonateSelf(SecurityImpersonation) ? SEC_E_OK : SEC_E_NO_IMPERSONATION;
+        return ImpersonateSelf(static_cast<SECURITY_IMPERSONATION_LEVEL>(s_nLevel.load())) ? SEC_E_OK
+                                                                                           : SEC_E_NO_IMPERSONATION;
     };
     s_table.RevertSecurityContext = [](CtxtHandle*) -> SECURITY_STATUS {
         return RevertToSelf() ? SEC_E_OK : SEC_E_NO_IMPERSONATION;
@@ -113,6 +121,9 @@ SecurityFunctionTableW* SEC_ENTRY MakeTable() {
 
 void SetLifespan(LONGLONG i_nSeconds) {
     s_nLifespan = i_nSeconds;
+}
+void SetLevel(int i_nLevel) {
+    s_nLevel = i_nLevel;
 }
 
 }  // extern "C"

@@ -77,6 +77,10 @@ TEST_F(Logon, TheIdentityOfAThreadIsKept) {
     ASSERT_TRUE(ImpersonateSelf(SecurityImpersonation));
     const HostText ofThread = capture();
     ASSERT_TRUE(RevertToSelf());
+    ASSERT_TRUE(ImpersonateSelf(SecurityIdentification));
+    SSOChar* pszNone = nullptr;
+    EXPECT_EQ(SSOAcquireCurrentSecurityContext(L"THREADTOKEN", nullptr, &pszNone), SSO_ERROR);
+    ASSERT_TRUE(RevertToSelf());
     for (const HostText& key : {ofProcess, ofThread}) {
         EXPECT_EQ(Switch(key), "0 acts 0");
         EXPECT_EQ(SSOReleaseSecurityContext(key.c_str()), SSO_OK);
@@ -139,6 +143,11 @@ TEST_F(TestPackageOnly, ALoginIsKeptActsRevertsRenewsAndExpires) {
     EXPECT_NEAR(static_cast<double>(pToken->GetTimeToExpiry(now).GetTotalMilliseconds()), 3600e3, 20e3);
     SetLifespan(7200);
     EXPECT_FALSE(pToken->Renegotiate(after(50)));
+    auto* const pfnSetLevel = Find<void(int)>(GetModuleHandleW(L"test_package.dll"), "SetLevel");
+    pfnSetLevel(SecurityIdentification);
+    EXPECT_EQ(Switch(Wide(login.m_key)), "100 0");  // knows the user, and cannot act as that
+    EXPECT_FALSE(pToken->Renegotiate(after(58)));
+    pfnSetLevel(SecurityImpersonation);
     EXPECT_TRUE(pToken->Renegotiate(after(58)));
     EXPECT_FALSE(pToken->Renegotiate(after(58)));
     EXPECT_EQ(Switch(Wide(login.m_key)), "0 acts 0");

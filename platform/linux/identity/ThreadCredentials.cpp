@@ -1,6 +1,5 @@
 #include "platform/linux/identity/ThreadCredentials.h"
 
-#include <linux/capability.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -17,8 +16,6 @@ namespace {
 constexpr size_t kUsualGroups = 64;
 constexpr auto kUnchanged = static_cast<unsigned>(-1);
 
-using CapabilityData = std::array<__user_cap_data_struct, 2>;
-
 long Checked(long i_nResult) {
     if (i_nResult < 0) {
         throw std::system_error(errno, std::generic_category());
@@ -28,11 +25,6 @@ long Checked(long i_nResult) {
 
 int ErrorOf(long i_nResult) noexcept {
     return i_nResult < 0 ? errno : 0;
-}
-
-int ReadCapabilities(CapabilityData& o_data) noexcept {
-    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
-    return ErrorOf(syscall(SYS_capget, &header, o_data.data()));
 }
 
 long ReadGroups(std::vector<gid_t>& o_room) noexcept {
@@ -58,21 +50,6 @@ UnixAccount ReadAccount(std::vector<gid_t>& o_room) {
     return account;
 }
 
-// Permitted and inheritable capabilities stay.
-int SetEffectiveCapabilities(const std::array<uint32_t, 2>& i_aEffective) noexcept {
-    CapabilityData data{};
-    if (const int nError = ReadCapabilities(data); nError != 0) {
-        return nError;
-    }
-    if (data[0].effective == i_aEffective[0] && data[1].effective == i_aEffective[1]) {
-        return 0;
-    }
-    data[0].effective = i_aEffective[0];
-    data[1].effective = i_aEffective[1];
-    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
-    return ErrorOf(syscall(SYS_capset, &header, data.data()));
-}
-
 int SetUser(uid_t i_nUser) noexcept {
     return ErrorOf(syscall(SYS_setresuid, kUnchanged, i_nUser, kUnchanged));
 }
@@ -85,18 +62,24 @@ int SetGroups(const std::vector<gid_t>& i_groups) noexcept {
     return ErrorOf(syscall(SYS_setgroups, i_groups.size(), i_groups.data()));
 }
 
-int Become(const UnixAccount& i_account, const UnixAccount& i_now) noexcept {
+// Whether it is the kernel that sees to the capabilities of the service: root's come and go with the user.
+bool IsLeftToKernel(const ThreadCredentials& i_service) noexcept {
+    return i_service.m_account.m_nUser == 0 &&
+           i_service.m_capabilities.m_nInheritable == i_service.m_capabilities.WhileActing().m_nInheritable;
+}
+
+int Become(const UnixAccount& i_account, const ThreadCredentials& i_service) noexcept {
+    const UnixAccount& now = i_service.m_account;
     // Groups first and the user last, because the right to change groups goes with the user. What is the same already
     // is left alone: a service without privilege may still act as itself.
-    int nError = i_account.m_groups != i_now.m_groups ? SetGroups(i_account.m_groups) : 0;
-    if (nError == 0 && i_account.m_nGroup != i_now.m_nGroup) {
+    int nError = i_account.m_groups != now.m_groups ? SetGroups(i_account.m_groups) : 0;
+    if (nError == 0 && i_account.m_nGroup != now.m_nGroup) {
         nError = SetGroup(i_account.m_nGroup);
     }
-    if (nError == 0 && i_account.m_nUser != i_now.m_nUser) {
+    if (nError == 0 && i_account.m_nUser != now.m_nUser) {
         nError = SetUser(i_account.m_nUser);
     }
-    // The kernel clears the capabilities when root becomes somebody else, and only then.
-    return nError == 0 && i_now.m_nUser != 0 ? SetEffectiveCapabilities({}) : nError;
+    return nError == 0 && !IsLeftToKernel(i_service) ? i_service.m_capabilities.WhileActing().Set() : nError;
 }
 
 }  // namespace
@@ -109,45 +92,47 @@ UnixAccount ThreadCredentials::AccountOfThisThread() {
 ThreadCredentials ThreadCredentials::OfThisThread() {
     ThreadCredentials credentials;
     credentials.m_account = ReadAccount(credentials.m_room);
-    CapabilityData data{};
-    if (const int nError = ReadCapabilities(data); nError != 0) {
+    if (const int nError = Capabilities::Read(credentials.m_capabilities); nError != 0) {
         throw std::system_error(nError, std::generic_category());
     }
-    credentials.m_aEffectiveCapabilities = {data[0].effective, data[1].effective};
     return credentials;
 }
 
-bool ThreadCredentials::IsThisThread(const UnixAccount& i_account,
-                                     const std::array<uint32_t, 2>& i_aEffective) noexcept {
+bool ThreadCredentials::IsThisThread(const UnixAccount& i_account, const Capabilities& i_capabilities) noexcept {
     const long nUser = syscall(SYS_geteuid);
     const long nGroup = syscall(SYS_getegid);
     const long nGroups = ReadGroups(m_room);  // more than there is room for are somebody else's
-    CapabilityData data{};
-    if (nUser < 0 || nGroup < 0 || nGroups < 0 || ReadCapabilities(data) != 0) {
+    Capabilities capabilities;
+    if (nUser < 0 || nGroup < 0 || nGroups < 0 || Capabilities::Read(capabilities) != 0) {
         return false;
     }
     std::sort(m_room.begin(), m_room.begin() + nGroups);
     return i_account.Is(static_cast<uid_t>(nUser), static_cast<gid_t>(nGroup),
                         std::span(m_room).first(static_cast<size_t>(nGroups))) &&
-           data[0].effective == i_aEffective[0] && data[1].effective == i_aEffective[1];
+           capabilities == i_capabilities;
 }
 
 int ThreadCredentials::Exchange(const UnixAccount& i_account, bool& io_bStuck) noexcept {
-    if (i_account == m_account) {
-        return 0;  // the service acts as itself, and keeps what it has
+    const Capabilities acting = m_capabilities.WhileActing();
+    if (i_account == m_account && m_capabilities == acting) {
+        return 0;
     }
     try {
         m_room.resize(std::max(m_room.size(), i_account.m_groups.size()));
     } catch (const std::bad_alloc&) {
         return ENOMEM;
     }
-    int nError = Become(i_account, m_account);
+    if (!m_capabilities.CanComeBack()) {
+        return EPERM;
+    }
+    // A user with the service's account is that already: only the capabilities are none of the user's.
+    int nError = i_account == m_account ? acting.Set() : Become(i_account, *this);
     // Read back, because a filter or a security module can answer "done" and do nothing. What cannot be read is not
     // known to have taken, so it is undone.
-    bool bTaken = nError == 0 && IsThisThread(i_account, {});
+    bool bTaken = nError == 0 && IsThisThread(i_account, acting);
     if (nError == 0 && !bTaken) {  // a thread of root whose capabilities do not follow the user
-        nError = SetEffectiveCapabilities({});
-        bTaken = nError == 0 && IsThisThread(i_account, {});
+        nError = acting.Set();
+        bTaken = nError == 0 && IsThisThread(i_account, acting);
     }
     if (bTaken) {
         return 0;
@@ -161,23 +146,23 @@ int ThreadCredentials::Restore(const UnixAccount* i_pNow) noexcept {
     int nError = SetUser(m_account.m_nUser);
     const auto keepFirst = [&nError](int i_nError) { nError = nError == 0 ? i_nError : nError; };
     keepFirst(SetGroup(m_account.m_nGroup));
-    if (m_account.m_nUser != 0) {
-        keepFirst(SetEffectiveCapabilities(m_aEffectiveCapabilities));
+    if (!IsLeftToKernel(*this)) {
+        keepFirst(m_capabilities.Set());
     }
     if (i_pNow == nullptr || i_pNow->m_groups != m_account.m_groups) {
         // A service without the right to change groups has kept its own, which shows below.
         keepFirst(SetGroups(m_account.m_groups));
     }
-    if (IsThisThread(m_account, m_aEffectiveCapabilities)) {
+    if (IsThisThread(m_account, m_capabilities)) {
         return 0;
     }
     // Once more, with the rights that the thread may have got back meanwhile.
-    keepFirst(SetEffectiveCapabilities(m_aEffectiveCapabilities));
+    keepFirst(m_capabilities.Set());
     keepFirst(SetGroup(m_account.m_nGroup));
     keepFirst(SetGroups(m_account.m_groups));
     keepFirst(SetUser(m_account.m_nUser));
-    keepFirst(SetEffectiveCapabilities(m_aEffectiveCapabilities));
-    return IsThisThread(m_account, m_aEffectiveCapabilities) ? 0 : nError != 0 ? nError : EPERM;
+    keepFirst(m_capabilities.Set());
+    return IsThisThread(m_account, m_capabilities) ? 0 : nError != 0 ? nError : EPERM;
 }
 
 }  // namespace morwen

@@ -1,9 +1,7 @@
-// What the kernel knows the calling thread by: effective ids, supplementary groups, effective capabilities.
+// What the kernel knows the calling thread by: effective ids, supplementary groups, capabilities.
 #pragma once
 
-#include <array>
-#include <cstdint>
-
+#include "platform/linux/identity/Capabilities.h"
 #include "platform/linux/identity/UnixAccount.h"
 
 namespace morwen {
@@ -13,13 +11,12 @@ namespace morwen {
 // signal the thread.
 struct ThreadCredentials {
     UnixAccount m_account;
-    std::array<uint32_t, 2> m_aEffectiveCapabilities{};
+    Capabilities m_capabilities;
     // To read groups back into: whom a thread has become must be told without asking for memory.
     std::vector<gid_t> m_room;
 
     friend bool operator==(const ThreadCredentials& i_left, const ThreadCredentials& i_right) noexcept {
-        return i_left.m_account == i_right.m_account &&
-               i_left.m_aEffectiveCapabilities == i_right.m_aEffectiveCapabilities;
+        return i_left.m_account == i_right.m_account && i_left.m_capabilities == i_right.m_capabilities;
     }
 
     // Those of the calling thread. Throws std::bad_alloc, std::system_error.
@@ -27,9 +24,9 @@ struct ThreadCredentials {
     // Only its account. Throws the same.
     static UnixAccount AccountOfThisThread();
 
-    // The calling thread, which has these credentials, goes on as the account, without effective capabilities. 0, or an
-    // errno (ENOMEM only the first time for an account) and the thread as it was, or an errno and io_bStuck set:
-    // somewhere between, and not even these credentials could be put back.
+    // The calling thread, which has these credentials, goes on as the account, with the capabilities of one that acts.
+    // 0, or an errno (ENOMEM only the first time for an account) and the thread as it was, or an errno and io_bStuck
+    // set: somewhere between, and not even these credentials could be put back.
     int Exchange(const UnixAccount& i_account, bool& io_bStuck) noexcept;
 
     // The calling thread gets these credentials back, whatever it has now. 0, or an errno. Whom it is thought to be now
@@ -37,8 +34,8 @@ struct ThreadCredentials {
     int Restore(const UnixAccount* i_pNow = nullptr) noexcept;
 
 private:
-    // Whether the calling thread has this account and these effective capabilities; no when it cannot be told.
-    bool IsThisThread(const UnixAccount& i_account, const std::array<uint32_t, 2>& i_aEffective) noexcept;
+    // Whether the calling thread has this account and these capabilities; no when it cannot be told.
+    bool IsThisThread(const UnixAccount& i_account, const Capabilities& i_capabilities) noexcept;
 };
 
 }  // namespace morwen

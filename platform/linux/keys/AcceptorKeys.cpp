@@ -94,7 +94,7 @@ struct Cursor {
 };
 
 // Keys do not stay in the process when the library leaves it.
-const Harrowlib201::AtUnload s_clear([] { Held().Clear(); });
+const Harrowlib201::AtUnload s_clear([] { AcceptorKeys::ReleaseHeld(); });
 
 // No two keytabs of the process get one name, not even from two copies of this library.
 std::string NewMemoryName() {
@@ -120,6 +120,10 @@ std::shared_ptr<const AcceptorKeys> AcceptorKeys::Default(krb5_context i_context
         FailUnreadable(i_context, nCode, "(the default keytab)");
     }
     return Held().Get(i_context, WithKind(aName.data()));
+}
+
+void AcceptorKeys::ReleaseHeld() noexcept {
+    Held().Clear();
 }
 
 AcceptorKeys::AcceptorKeys(krb5_context i_context, std::string i_name) : m_name(std::move(i_name)) {

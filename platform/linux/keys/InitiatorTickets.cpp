@@ -2,11 +2,13 @@
 
 #include <unistd.h>
 
+#include <tuple>
 #include <utility>
 
 #include "harrow/lifetime/AtUnload.h"
 #include "harrow/lifetime/NeverDestroyed.h"
 #include "harrow/log/STrace.h"
+#include "platform/linux/keys/DefaultCache.h"
 #include "platform/linux/keys/ServiceName.h"
 #include "platform/linux/krb5/Krb5Words.h"
 #include "platform/linux/krb5/SspiFailure.h"
@@ -28,11 +30,12 @@ class Identities {
 public:
     std::shared_ptr<InitiatorTickets> Get(const std::string& i_cacheName) {
         const CS_Locker locker(m_section);
-        const Key key(i_cacheName, geteuid());
+        const bool bNamed = IsCacheNamed();
+        const Key key(i_cacheName, geteuid(), bNamed);
         if (const auto* const pHeld = m_identities.Find(key)) {
             return *pHeld;
         }
-        return m_identities.Hold(key, std::make_shared<InitiatorTickets>(i_cacheName));
+        return m_identities.Hold(key, std::make_shared<InitiatorTickets>(i_cacheName, bNamed));
     }
 
     void Clear() {
@@ -41,7 +44,7 @@ public:
     }
 
 private:
-    using Key = std::pair<std::string, uid_t>;
+    using Key = std::tuple<std::string, uid_t, bool>;
 
     Harrowlib201::CS_Wrapper m_section;
     Harrowlib201::HeldMap<Key, std::shared_ptr<InitiatorTickets>, kMostIdentities> m_identities S_GUARDED_BY(m_section);
@@ -53,7 +56,7 @@ Identities& DefaultIdentities() {
 }
 
 // Tickets do not stay in the process when the library leaves it.
-const Harrowlib201::AtUnload s_clear([] { DefaultIdentities().Clear(); });
+const Harrowlib201::AtUnload s_clear([] { InitiatorTickets::ReleaseHeld(); });
 
 std::string CacheText(krb5_context i_context, krb5_ccache i_cache) {
     Krb5String name(i_context);
@@ -120,8 +123,12 @@ std::shared_ptr<InitiatorTickets> InitiatorTickets::Default(krb5_context i_conte
     return DefaultIdentities().Get(pszName);
 }
 
-InitiatorTickets::InitiatorTickets(std::string i_cacheName)
-    : m_cacheName(std::move(i_cacheName)), m_cachePath(PathOfKrb5Name(m_cacheName)) {}
+void InitiatorTickets::ReleaseHeld() noexcept {
+    DefaultIdentities().Clear();
+}
+
+InitiatorTickets::InitiatorTickets(std::string i_cacheName, bool i_bNamed)
+    : m_cacheName(std::move(i_cacheName)), m_cachePath(PathOfKrb5Name(m_cacheName)), m_bCacheNamed(i_bNamed) {}
 
 InitiatorTickets::InitiatorTickets(std::unique_ptr<PasswordLogon> i_pLogon) : m_pLogon(std::move(i_pLogon)) {}
 
@@ -136,7 +143,15 @@ std::shared_ptr<const InitiatorTickets::ServiceTicket> InitiatorTickets::Get(krb
     return pTicket;
 }
 
+void InitiatorTickets::RequireOwnCache() const {
+    if (const std::string fault = m_bCacheNamed ? std::string() : FaultOfDefaultCache(m_cacheName); !fault.empty()) {
+        Fail(SEC_E_NO_CREDENTIALS, "the default credential cache " + m_cacheName + " is not used, because it " + fault +
+                                       "; KRB5CCNAME can name another, or this one");
+    }
+}
+
 Krb5CacheOwner InitiatorTickets::OpenCache(krb5_context i_context) {
+    RequireOwnCache();
     const std::string name = m_pLogon ? m_pLogon->Cache(i_context) : m_cacheName;
     Krb5CacheOwner cache(i_context);
     if (const krb5_error_code nCode = krb5_cc_resolve(i_context, name.c_str(), cache.Receive()); nCode != 0) {
@@ -223,6 +238,7 @@ std::shared_ptr<const InitiatorTickets::ServiceTicket> InitiatorTickets::Fetch(k
     if (pTicket->m_nEnd <= Now(i_context)) {
         FailExpired(PrincipalText(i_context, client.get()), CacheText(i_context, cache.get()), pTicket->m_nEnd);
     }
+    RequireOwnCache();  // it may have come just after the first look
     S_TRACE("ssoplugin: InitiatorTickets::Fetch() -- Got a ticket for %1 that ends at %2.", i_targetName,
             TimeText(pTicket->m_nEnd));
     return pTicket;

@@ -33,7 +33,11 @@ public:
     // ticket shows when one is needed. Throws SspiFailure, std::bad_alloc.
     static std::shared_ptr<InitiatorTickets> Default(krb5_context i_context);
 
-    explicit InitiatorTickets(std::string i_cacheName);
+    // Lets go of all that are shared by who has the same cache.
+    static void ReleaseHeld() noexcept;
+
+    // With the cache of this name, which somebody has named or nobody has (FaultOfDefaultCache).
+    explicit InitiatorTickets(std::string i_cacheName, bool i_bNamed = true);
     explicit InitiatorTickets(std::unique_ptr<PasswordLogon> i_pLogon);
 
     // A ticket for the service that is good now, from memory, from the cache or from the KDC; what the KDC gives goes
@@ -49,12 +53,14 @@ private:
     std::shared_ptr<const ServiceTicket> Held(krb5_context i_context, const std::string& i_targetName,
                                               uint64_t& o_nGeneration);
     void Hold(const std::string& i_targetName, std::shared_ptr<const ServiceTicket> i_pTicket, uint64_t i_nGeneration);
+    void RequireOwnCache() const;
     bool NeedsLook();
     void ForgetWhenChanged();
     std::shared_ptr<const ServiceTicket> Fetch(krb5_context i_context, const std::string& i_targetName);
 
     const std::string m_cacheName;  // empty with a password
     const std::string m_cachePath;  // empty unless the cache is a file
+    const bool m_bCacheNamed = true;
     const std::unique_ptr<PasswordLogon> m_pLogon;
 
     Harrowlib201::CS_Wrapper m_section;

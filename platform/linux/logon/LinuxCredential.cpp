@@ -63,4 +63,9 @@ std::shared_ptr<LinuxCredential> LinuxCredential::Acquire(krb5_context i_context
     return pCredential;
 }
 
+void LinuxCredential::ReleaseHeld() noexcept {
+    AcceptorKeys::ReleaseHeld();
+    InitiatorTickets::ReleaseHeld();
+}
+
 }  // namespace morwen

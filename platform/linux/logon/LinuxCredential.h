@@ -24,6 +24,9 @@ struct LinuxCredential {
     // std::bad_alloc.
     static std::shared_ptr<LinuxCredential> Acquire(krb5_context i_context, uint32_t i_nUse,
                                                     const SEC_WINNT_AUTH_IDENTITY_W* i_pIdentity);
+
+    // Lets go of the keys and tickets that are held for those to come.
+    static void ReleaseHeld() noexcept;
 };
 
 }  // namespace morwen

@@ -287,6 +287,10 @@ SECURITY_STATUS LinuxSspi::OpenContextToken(PCtxtHandle i_pContext, HANDLE* o_ph
     });
 }
 
+void LinuxSspi::ReleaseHeld() noexcept {
+    LinuxCredential::ReleaseHeld();
+}
+
 std::shared_ptr<const TokenIdentity> LinuxSspi::IdentityOf(SecurityContext& io_logon, Need i_eNeed) {
     const Harrowlib201::CS_Locker locker(io_logon.m_section);
     if (!io_logon.m_bAccepted || !io_logon.m_bEstablished) {

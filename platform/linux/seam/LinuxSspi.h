@@ -39,6 +39,7 @@ public:
     SECURITY_STATUS DeleteSecurityContext(PCtxtHandle i_pContext) noexcept override;
     SECURITY_STATUS OpenContextToken(PCtxtHandle i_pContext, HANDLE* o_phToken) noexcept override;
     bool AcceptsAsService() const noexcept override { return true; }
+    void ReleaseHeld() noexcept override;
 
 private:
     std::shared_ptr<LinuxCredential> Credential(PCredHandle i_pCredential) const;

@@ -14,6 +14,7 @@ public:
     BOOL ImpersonateLoggedOnUser(HANDLE i_hToken) noexcept override;
     BOOL RevertToSelf() noexcept override;
     BOOL CloseHandle(HANDLE i_hToken) noexcept override;
+    bool HasImpersonationLevels() noexcept override { return false; }
 
     BOOL IsValidSid(PSID i_pSid) noexcept override;
     SID_IDENTIFIER_AUTHORITY* GetSidIdentifierAuthority(PSID i_pSid) noexcept override;

@@ -169,7 +169,14 @@ struct TOKEN_GROUPS {
     SID_AND_ATTRIBUTES Groups[1];
 };
 
-enum TOKEN_INFORMATION_CLASS { TokenUser = 1, TokenGroups = 2 };
+enum TOKEN_INFORMATION_CLASS { TokenUser = 1, TokenGroups = 2, TokenImpersonationLevel = 9 };
+
+enum SECURITY_IMPERSONATION_LEVEL {
+    SecurityAnonymous = 0,
+    SecurityIdentification = 1,
+    SecurityImpersonation = 2,
+    SecurityDelegation = 3
+};
 
 inline constexpr DWORD TOKEN_DUPLICATE = 0x2;
 inline constexpr DWORD TOKEN_IMPERSONATE = 0x4;

@@ -23,6 +23,10 @@ TEST(Krb5Words, NamesWithoutControlCharacters) {
     // The library's own words name strangers too.
     krb5_set_error_message(lease.get(), KRB5_KT_NOTFOUND, "no key for \x1B]0;\xC2\x9B\x07\xC3\x9B\xC2");
     EXPECT_EQ(ErrorWords(lease.get(), KRB5_KT_NOTFOUND), "no key for ?]0;???\xC3\x9B\xC2");
+    EXPECT_EQ(shown("a\xC2\x9B"
+                    "2J\xE2\x80\xAE"
+                    "b\xE2\x81\xA6\xD8\x9C\x9B\xE2\x82\xAC\xC4\x9B@HERE"),
+              "a??2J???b??????\xE2\x82\xAC\xC4\x9B@HERE");
     FailWith(SEC_E_WRONG_PRINCIPAL, "\x1B[2J");
     EXPECT_EQ(FailureText(SEC_E_WRONG_PRINCIPAL), "?[2J");
 }

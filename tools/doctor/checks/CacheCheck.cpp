@@ -5,6 +5,7 @@
 #include <ctime>
 #include <system_error>
 
+#include "platform/linux/keys/DefaultCache.h"
 #include "tools/doctor/case/FileLook.h"
 #include "tools/doctor/case/FreshTickets.h"
 #include "tools/doctor/checks/Checks.h"
@@ -24,6 +25,12 @@ bool LookAtFile(Case& io_case, const std::string& i_name) {
     Report& report = io_case.m_report;
     const std::string lookedAt = "the credential cache " + i_name + ", as " + ThisAccount();
     const FileLook file(path);
+    if (const std::string fault = IsCacheNamed() ? std::string() : FaultOfDefaultCache(i_name); !fault.empty()) {
+        report.Fail(
+            "cache-planted", lookedAt, "it " + fault + " (" + file.Owner() + ")",
+            "find out who has put it there, remove it, and kinit; or name the cache that is meant in KRB5CCNAME");
+        return false;
+    }
     if (file.m_nError == ENOENT || file.m_nError == ENOTDIR) {
         report.Fail("cache-missing", lookedAt, "there is no such file", kGetTickets);
         return false;

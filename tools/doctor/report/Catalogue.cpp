@@ -37,6 +37,8 @@ constexpr Problem kProblems[] = {
     {"cache-missing", "cache", "This user has no tickets, and a logon without a password needs one."},
     {"cache-unreadable", "cache", "The tickets belong to somebody else or lie where this account must not look."},
     {"cache-owner", "cache", "These are another account's tickets: logons happen in that user's name."},
+    {"cache-planted", "cache",
+     "Nobody has named this cache, and it is not certainly this account's: logons without a password are refused."},
     {"cache-exposed", "cache", "Whoever can read the file can act as this user until the tickets end."},
     {"cache-broken", "cache", "What lies there is no credential cache."},
     {"ticket-missing", "cache", "The cache holds no ticket-granting ticket, so tickets for services cannot be had."},

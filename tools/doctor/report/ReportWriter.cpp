@@ -1,9 +1,10 @@
 // A report as text for people and as JSON for machines.
 #include "tools/doctor/report/ReportWriter.h"
 
-#include <algorithm>
 #include <array>
 #include <nlohmann/json.hpp>
+
+#include "harrow/text/HideControls.h"
 
 namespace morwen::doctor {
 
@@ -25,8 +26,7 @@ const Look& LookOf(Status i_eStatus) {
 
 // File names and peers choose parts of the texts; none of them is to steer the terminal.
 std::string Harmless(std::string i_text) {
-    std::replace_if(
-        i_text.begin(), i_text.end(), [](unsigned char i_c) { return i_c < 0x20 || i_c == 0x7F; }, '?');
+    Harrowlib201::HideControls(i_text);
     return i_text;
 }
 
@@ -90,8 +90,9 @@ void WriteJson(const Report& i_report, const std::string& i_command, const std::
     }
     report["errors"] = i_report.Count(Status::Error);
     report["warnings"] = i_report.Count(Status::Warning);
-    // A name that is not UTF-8 must not cost the whole report.
-    o_stream << report.dump(2, ' ', false, ordered_json::error_handler_t::replace) << '\n';
+    // A name that is not UTF-8 must not cost the whole report; what is not ASCII is escaped, as it may steer a
+    // terminal.
+    o_stream << report.dump(2, ' ', true, ordered_json::error_handler_t::replace) << '\n';
 }
 
 }  // namespace morwen::doctor

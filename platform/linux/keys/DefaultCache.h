@@ -1,0 +1,17 @@
+// The ticket cache that is used when nobody has named one.
+#pragma once
+
+#include <string>
+
+namespace morwen {
+
+// Whether the environment names it: then it is somebody's decision, and used whosesoever it is.
+bool IsCacheNamed() noexcept;
+
+// Why the default cache, of this name, must not be used although nobody has named it: its place is known to everybody,
+// often in a folder where everybody may write, and tickets that somebody else has put there would log this process on
+// elsewhere as somebody else. It counts as this account's, or root's, if it is a regular file of theirs, and no link.
+// Empty when it does, when there is none, or when it is no file. Throws std::bad_alloc.
+std::string FaultOfDefaultCache(const std::string& i_name);
+
+}  // namespace morwen
