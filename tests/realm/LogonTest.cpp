@@ -106,11 +106,11 @@ size_t CopiesInHeap(std::string_view i_bytes) {
 }
 
 TEST_F(Logon, LeavesNoKeyOfTheServiceBehind) {
-    char aKey[32];  // of the last entry, which ends with a version of four bytes
+    char aKey[16];  // the end of the last entry's, behind which stands a version of four bytes
     std::ifstream keytab;
     keytab.rdbuf()->pubsetbuf(nullptr, 0);
     keytab.open(RealmPath("service.keytab"), std::ios::binary);
-    keytab.seekg(-36, std::ios::end).read(aKey, sizeof(aKey));
+    keytab.seekg(-20, std::ios::end).read(aKey, sizeof(aKey));
     const std::string_view key(aKey, sizeof(aKey));
     EXPECT_EQ(LogOn().m_verdict, kLoggedOn);
     const size_t nHeld = CopiesInHeap(key);
