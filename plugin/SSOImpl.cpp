@@ -7,7 +7,6 @@
 #include "errors/HostText.h"
 #include "errors/SSOException.h"
 #include "handlers/factory/SSOHandlerFactory.h"
-#include "harrow/lifetime/CSingleton.h"
 #include "harrow/log/STrace.h"
 #include "plugin/LoginFrame.h"
 
@@ -57,16 +56,6 @@ uint32_t SSOImpl::RunOnContexts(Operation i_operation) {
         }
         return i_operation(*m_pContextManager);
     });
-}
-
-const JTCHandleT<SSOImpl>& SSOImpl::instance() {
-    try {
-        return CSingleton<SSOImpl>::Get();
-    } catch (const std::bad_alloc&) {
-        S_TRACE("ssoplugin: SSOImpl::instance() -- Out of memory!");
-        static const JTCHandleT<SSOImpl> s_none;
-        return s_none;
-    }
 }
 
 SSOImpl::~SSOImpl() = default;
