@@ -33,8 +33,8 @@ struct Hub {
     uint32_t m_nWantedKinds = 0;          // written by a change, read anywhere with a relaxed load
 };
 
-// Nothing in it needs a destructor, so threads may speak while the process ends.
-constinit Hub g_hub;
+// Nothing in it that who speaks needs has a destructor: threads may speak while the process ends.
+Hub g_hub;
 
 // A plain bool: a thread-local object with a destructor would keep this library loaded.
 thread_local bool t_bInsideSink = false;
