@@ -154,10 +154,9 @@ TEST_F(ExportsTest, OnlyTheLastEndWaitsForALoginUnderWay) {
     const auto isOver = [](auto& i_call, int i_nSeconds) {
         return i_call.wait_for(std::chrono::seconds(i_nSeconds)) == std::future_status::ready;
     };
-    auto login = std::async(std::launch::async, [] {
-        Key key;
-        return Start(key);
-    });
+    Outputs held;  // which can only be given back while the package is started
+    Key key;
+    auto login = std::async(std::launch::async, [&] { return held.Result(held.Start(SpnChain()), key); });
     inside.get_future().wait();
     for (int i = 0; i < 2; ++i) {
         auto counted = call(i == 0 ? SSOInitPackage : SSOTermPackage);
