@@ -17,7 +17,7 @@ for package in libmorwenplugin1 morwen-tools libmorwenplugin-dev python3-morwen;
         libmorwenplugin-dev) cp -a "$scratch"/{libmorwenplugin1,morwen-tools}/usr "$scratch/$package" ;;
         morwen-tools | python3-morwen) cp -a "$scratch/libmorwenplugin1/usr" "$scratch/$package" ;;
     esac
-    broken=$(find "$scratch/$package" -name '*.md' -exec grep -HoP '\]\((?!https?:)\K[^)#]+' {} + |
+    broken=$(find "$scratch/$package" -name '*.md' -exec grep -HoP '\]\((?!https?:)\K[^)#@]+(?=[)#])' {} + |
         while IFS=: read -r page link; do [ -e "$(dirname "$page")/$link" ] || echo "${page#"$scratch"/}: no $link"; done)
     [ -z "$broken" ] || { echo "$broken" >&2; exit 1; }
     cp -a "$scratch/$package/usr" "$scratch"
