@@ -26,7 +26,9 @@ public:
     }
     bool Expired(SDateTime) override {
         const bool bExpired = m_bExpired;
-        std::exchange(m_onExpired, [] {})();
+        if (m_onExpired) {
+            std::exchange(m_onExpired, nullptr)();
+        }
         return bExpired;
     }
     bool RenegotiateImpl() override {
@@ -45,7 +47,7 @@ public:
     SWCharString m_ssAuthority;
     int m_nRenewals = 0;
     std::function<void()> m_onImpersonate = [] {};
-    std::function<void()> m_onExpired = [] {};  // once, after the answer is fixed
+    std::function<void()> m_onExpired;  // once, after the answer is fixed
     std::function<void()> m_onRenew = [] {};
 
 private:
