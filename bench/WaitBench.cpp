@@ -41,7 +41,11 @@ public:
         for (int i = 0; i < kThreads; ++i) {
             m_threads.emplace_back([this, &i_core] {
                 while (!m_bStop) {
-                    m_nLogons += LogOn(i_core) ? 1 : 0;
+                    if (LogOn(i_core)) {
+                        ++m_nLogons;
+                    } else {  // as a host's, which is not to take processors from those that the end waits for
+                        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                    }
                 }
             });
         }

@@ -52,8 +52,7 @@ def targets(found):
     # The program divides the time by the calls of both threads.
     yield limit("a call of two threads ÷ of one", lookups[1] and lookups[0] and 2 * lookups[1] / lookups[0], 2, "times")
     yield limit("longest wait during a clean-up pass, 100,000 contexts", get("cache/pass-waits/100000"), 2000, "µs")
-    for call, name in (("nested-start-and-end", "a start and an end that only count"), ("insert-and-release", "a context's insertion and release"),
-                       ("last-end", "the last end")):
+    for call, name in (("nested-start-and-end", "a start and an end that only count"), ("insert-and-release", "a context's insertion and release")):
         yield limit(f"the longest of {name}, beside the logons of 16 threads", get(f"waits/{call}"), 10000, "µs")
     yield limit("a kept context, beside libkrb5's part", memory, 2048, "bytes")
     yield limit("a trace nobody listens to", get("trace/unheard"), 2, "ns")

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <map>
 #include <random>
 #include <string>
@@ -124,6 +125,7 @@ extern "C" __attribute__((visibility("default"))) void RunHost(const char* i_psz
         return static_cast<ssize_t>(i_nLength);
     };
     std::fputs("the end", fopencookie(nullptr, "w", {nullptr, write, nullptr, nullptr}));
+    tzset();  // first here: the thread sanitizer does not see the C library's lock around it
     HarrowLogSetSink(Listen, nullptr, HARROW_LOG_TRACE | HARROW_LOG_ASSERTION);
     SSOInitPackage();
     FailAndConfigure();
