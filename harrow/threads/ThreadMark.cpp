@@ -20,7 +20,8 @@ namespace {
 uint64_t StartOf(uintptr_t i_nThread) noexcept {
     constexpr int kFieldsBetween = 20;  // from the name's end on
     std::array<char, 512> aText{};
-    std::snprintf(aText.data(), aText.size(), "/proc/self/task/%lu/stat", static_cast<unsigned long>(i_nThread));
+    static_cast<void>(
+        std::snprintf(aText.data(), aText.size(), "/proc/self/task/%lu/stat", static_cast<unsigned long>(i_nThread)));
     const int nFile = open(aText.data(), O_RDONLY | O_CLOEXEC);
     if (nFile < 0) {
         return 0;

@@ -9,7 +9,7 @@ class ThreadMark {
 public:
     // Of the calling thread.
     ThreadMark() noexcept;
-    ~ThreadMark();
+    ~ThreadMark();  // NOLINT(performance-trivially-destructible): on some systems it closes a handle
     ThreadMark(const ThreadMark&) = delete;
     ThreadMark& operator=(const ThreadMark&) = delete;
 
