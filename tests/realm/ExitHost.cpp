@@ -124,7 +124,7 @@ extern "C" __attribute__((visibility("default"))) void RunHost(const char* i_psz
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
         return static_cast<ssize_t>(i_nLength);
     };
-    std::fputs("the end", fopencookie(nullptr, "w", {nullptr, write, nullptr, nullptr}));
+    static_cast<void>(std::fputs("the end", fopencookie(nullptr, "w", {nullptr, write, nullptr, nullptr})));
     tzset();  // first here: the thread sanitizer does not see the C library's lock around it
     HarrowLogSetSink(Listen, nullptr, HARROW_LOG_TRACE | HARROW_LOG_ASSERTION);
     SSOInitPackage();

@@ -58,14 +58,14 @@ int main(int argc, char** argv) {
     if (first == "run") {
         return RunHost(only.c_str(), module.empty() ? nullptr : module.c_str());
     }
-    const int nRuns = std::atoi(first.c_str());
+    const long nRuns = std::strtol(first.c_str(), nullptr, 10);
     bool bGood = nRuns > 0;
     for (const char* const pszWay : kWays) {
         if (!only.empty() && only != "all" && only != pszWay) {
             continue;
         }
-        std::map<int, int> ends;
-        for (int i = 0; i < nRuns; ++i) {
+        std::map<int, long> ends;
+        for (long i = 0; i < nRuns; ++i) {
             ++ends[StatusOfHost(pszWay, module)];
         }
         std::cout << pszWay << ':';
