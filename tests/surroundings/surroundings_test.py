@@ -176,6 +176,13 @@ def account():
     slow.result()
 
 
+def children(count=300, close=True):
+    with logging_on():
+        seen = [subprocess.run(["ls", "-l", "/proc/self/fd"], close_fds=close, capture_output=True, text=True).stdout for _ in range(count)]
+    inherited = sum("rcache2" in files for files in seen)
+    assert all(seen) and not inherited, f"{inherited} of {count} have the replay file"
+
+
 @contextlib.contextmanager
 def logging_on():
     def log_on():
@@ -224,11 +231,11 @@ def run(name):
 
 
 if len(sys.argv) == 2:
-    cases = ("kdc", "end", "configuration", "clock", "fork", "keytab", "tickets", "full_disk", "descriptors")
+    cases = ("kdc", "end", "configuration", "clock", "fork", "children", "keytab", "tickets", "full_disk", "descriptors")
     cases += ("account",) * (os.geteuid() == 0)
     with concurrent.futures.ThreadPoolExecutor(3) as pool:
         sys.exit("\n".join(filter(None, pool.map(run, cases))) or 0)
 package = morwen.Package()
 package.__enter__()
 expect("")
-globals()[sys.argv[2]]()  # and ends without ending the package
+globals()[sys.argv[2]](*map(int, sys.argv[3:]))  # and ends without ending the package
