@@ -62,7 +62,7 @@ protected:
     // A client's token as the system's library makes it, with data that the KDC copies into the ticket and such that
     // the client puts into the authenticator.
     static Bytes Token(const std::string& i_service, Bytes i_inTicket, Bytes i_inAuthenticator,
-                       Bytes i_delegated = {}) {
+                       const Bytes& i_delegated = {}) {
         krb5_context context = nullptr;
         krb5_ccache cache = nullptr;
         krb5_creds wanted{};
@@ -94,7 +94,7 @@ protected:
         krb5_auth_con_set_req_cksumtype(context, exchange, 0x8003);
         check(krb5_mk_req_extended(context, &exchange, AP_OPTS_USE_SUBKEY, &checksum, pTicket, &message));
         pTicket->authdata = pOwn;
-        const Bytes token = Framed(Bytes(message.data, message.data + message.length));
+        Bytes token = Framed(Bytes(message.data, message.data + message.length));
         krb5_free_data_contents(context, &message);
         krb5_auth_con_free(context, exchange);
         krb5_free_creds(context, pTicket);

@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <fstream>
+#include <sstream>
 #include <thread>
 
 #include "realm/GssPeer.h"
@@ -94,7 +96,8 @@ size_t CopiesInHeap(std::string_view i_bytes) {
     uintptr_t nBegin = 0, nEnd = 0;
     for (std::string line; std::getline(maps, line);) {
         if (line.ends_with("[heap]")) {
-            std::sscanf(line.c_str(), "%zx-%zx", &nBegin, &nEnd);
+            char cDash = 0;
+            std::istringstream(line) >> std::hex >> nBegin >> cDash >> nEnd;
         }
     }
     const std::string_view heap(reinterpret_cast<const char*>(nBegin), nEnd - nBegin);
