@@ -129,6 +129,7 @@ TEST_F(ContextCacheTest, AContextIsInsertedWhileOthersAreUsedWithoutAPause) {
     Add(u"a");
     std::atomic<bool> bStop = false;
     std::vector<std::thread> users;
+    users.reserve(8);
     for (int i = 0; i < 8; ++i) {
         users.emplace_back([&, this] {
             while (!bStop) {
@@ -211,7 +212,7 @@ TEST_F(ContextCacheTest, SilentRealmsCostTheirOwnUsersOnly) {
     const Cleaner cleaner(m_pCache.get());
     int64_t nNow = 1000000;
     const auto add = [&](const char16_t* i_pszKey, const char16_t* i_pszRealm, bool i_bAnswers) {
-        const auto pToken = Add(i_pszKey);
+        auto pToken = Add(i_pszKey);
         pToken->m_bDue = true;
         pToken->m_ssAuthority = i_pszRealm;
         pToken->m_bAnswers = i_bAnswers;

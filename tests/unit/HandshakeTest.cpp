@@ -26,7 +26,7 @@ protected:
     // One step: what it returns or throws, and "=token" when it handed out a buffer, which is given back.
     std::string Step(bool i_bClient, const SSOSessionPtr& i_pSession, const std::string& i_input) {
         SSOCredentialsPtr pCredentials;
-        const std::string none = Thrown([&] {
+        std::string none = Thrown([&] {
             pCredentials = m_pHandler->CreateCredentials({}, {}, m_nCredentials);
             return 0;
         });

@@ -157,6 +157,7 @@ TEST(Harrow, AWriterWaitsForNoReaderThatComesLater) {
     std::atomic<bool> bStop = false;
     const auto sink = [](uint32_t, const char*, int, const char*, void*) { std::this_thread::yield(); };
     std::vector<std::thread> readers;
+    readers.reserve(8);
     for (int i = 0; i < 8; ++i) {
         readers.emplace_back([&] {
             while (!bStop) {

@@ -26,7 +26,7 @@ TEST_F(LastResort, OfEachExport) {
     const auto check = [&](const std::string& i_before, const std::string& i_behind, const Calls& i_calls) {
         for (const auto& [pszName, call] : i_calls) {
             EXPECT_EQ(call(), 100U) << pszName;
-            EXPECT_TRUE(m_trace.Said({i_before + pszName + "() -- " + i_behind}));
+            EXPECT_TRUE(m_trace.Said({std::string(i_before).append(pszName).append("() -- ").append(i_behind)}));
         }
     };
     check("", "Unexpected exception!", {{"InitializePlugin", [&] { return SSOInitPackage(); }}});

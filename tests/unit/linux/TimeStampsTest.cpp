@@ -23,7 +23,7 @@ SDateTime ReadBack(TimeStamp i_stamp) {
 
 TEST(TimeStamps, ComeBackAsTheInstantThatTheyWere) {
     constexpr int64_t kNewYear2026 = 1'767'225'600;
-    constexpr int64_t kQuarterHours = 365 * 24 * 4;
+    constexpr int64_t kQuarterHours = int64_t{365} * 24 * 4;
     // In force only if nothing has asked for the local time before, as where each test has a process of its own.
     setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
     for (int64_t i = 0; i <= kQuarterHours; ++i) {
