@@ -62,18 +62,25 @@ SSOImpl::~SSOImpl() = default;
 
 // ---- Providers ----
 
+// Never null; the text is the operation's own. Throws SSOException.
+static SSOHandlerPtr HandlerFor(const SWCharString& i_ssType, const char* i_pszNone) {
+    const SSOHandlerFactoryPtr pHandlerFactory = SSOHandlerFactory::instance();
+    S_ASSERT(pHandlerFactory);
+    if (!pHandlerFactory) {
+        throw SSOException(SSO_ERROR);
+    }
+    SSOHandlerPtr pHandler = pHandlerFactory->GetHandler(i_ssType);
+    if (!pHandler) {
+        S_TRACE(i_pszNone, i_ssType);
+        throw SSOException(SSO_ERROR, kMsgUnknownProvider, {i_ssType});
+    }
+    return pHandler;
+}
+
 uint32_t SSOImpl::InitSSOProvider(const SWCharString& i_ssType, const ParasSeq* i_pParameters) {
     return RunOnContexts([&](ContextManager& i_contexts) {
-        const SSOHandlerFactoryPtr pHandlerFactory = SSOHandlerFactory::instance();
-        S_ASSERT(pHandlerFactory);
-        if (!pHandlerFactory) {
-            throw SSOException(SSO_ERROR);
-        }
-        const SSOHandlerPtr pHandler = pHandlerFactory->GetHandler(i_ssType);
-        if (!pHandler) {
-            S_TRACE("ssoplugin: SSOImpl::InitSSOProvider() -- Could not get a handler for %1", i_ssType);
-            throw SSOException(SSO_ERROR, kMsgUnknownProvider, {i_ssType});
-        }
+        const SSOHandlerPtr pHandler =
+            HandlerFor(i_ssType, "ssoplugin: SSOImpl::InitSSOProvider() -- Could not get a handler for %1");
         const Parameters parameters(i_pParameters);
         pHandler->InitHandler(parameters);
         bool bCacheContexts = false;
@@ -101,16 +108,8 @@ uint32_t SSOImpl::InitSSOProvider(const SWCharString& i_ssType, const ParasSeq* 
 uint32_t SSOImpl::GetRequiredParameters(const SWCharString& i_ssType, ParasSeq** o_ppParameters) {
     return Run([&] {
         Parameters().ToParasSeq(o_ppParameters);  // nothing, should what follows fail
-        const SSOHandlerFactoryPtr pHandlerFactory = SSOHandlerFactory::instance();
-        S_ASSERT(pHandlerFactory);
-        if (!pHandlerFactory) {
-            throw SSOException(SSO_ERROR);
-        }
-        const SSOHandlerPtr pHandler = pHandlerFactory->GetHandler(i_ssType);
-        if (!pHandler) {
-            S_TRACE("ssoplugin: SSOImpl::GetRequiredParameters() -- Could not get a handler for %1", i_ssType);
-            throw SSOException(SSO_ERROR, kMsgUnknownProvider, {i_ssType});
-        }
+        const SSOHandlerPtr pHandler =
+            HandlerFor(i_ssType, "ssoplugin: SSOImpl::GetRequiredParameters() -- Could not get a handler for %1");
         pHandler->GetRequiredParameters().ToParasSeq(o_ppParameters);
         return SSO_OK;
     });

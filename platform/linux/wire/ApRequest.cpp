@@ -10,10 +10,6 @@ namespace {
 
 using Bytes = std::span<const uint8_t>;
 
-constexpr uint8_t kIntegerTag = 0x02;
-constexpr uint8_t kBitsTag = 0x03;
-constexpr uint8_t kBytesTag = 0x04;
-constexpr uint8_t kSequenceTag = 0x30;
 constexpr uint8_t kTicketTag = 0x61;
 constexpr uint8_t kAuthenticatorTag = 0x62;
 constexpr uint8_t kTicketPartTag = 0x63;
@@ -21,7 +17,7 @@ constexpr uint8_t kRequestTag = 0x6E;
 
 // A number of 32 bits, which some senders write with their sign and others with a zero in front.
 std::optional<uint32_t> TakeNumber(Bytes& io_fields, uint8_t i_nField) noexcept {
-    const auto bytes = TakeDerField(io_fields, i_nField, kIntegerTag);
+    const auto bytes = TakeDerField(io_fields, i_nField, kDerInteger);
     if (!bytes || bytes->empty() || bytes->size() > sizeof(uint32_t) + 1) {
         return std::nullopt;
     }
@@ -33,20 +29,20 @@ std::optional<uint32_t> TakeNumber(Bytes& io_fields, uint8_t i_nField) noexcept 
 }
 
 std::optional<EncryptedPart> TakeEncrypted(Bytes& io_fields, uint8_t i_nField) noexcept {
-    auto fields = TakeDerField(io_fields, i_nField, kSequenceTag);
+    auto fields = TakeDerField(io_fields, i_nField, kDerSequence);
     const auto type = fields ? TakeNumber(*fields, 0) : std::nullopt;
     if (!type) {
         return std::nullopt;
     }
     const uint32_t nVersion = TakeNumber(*fields, 1).value_or(0);
-    const auto cipher = TakeDerField(*fields, 2, kBytesTag);
+    const auto cipher = TakeDerField(*fields, 2, kDerBytes);
     return cipher ? std::optional(EncryptedPart{static_cast<int32_t>(*type), nVersion, *cipher}) : std::nullopt;
 }
 
 // The fields of the structure with this tag at the front.
 std::optional<Bytes> FieldsOf(Bytes i_bytes, uint8_t i_nTag) noexcept {
     const auto content = TakeDer(i_bytes);
-    return content && content->m_nTag == i_nTag ? OnlyDer(content->m_content, kSequenceTag) : std::nullopt;
+    return content && content->m_nTag == i_nTag ? OnlyDer(content->m_content, kDerSequence) : std::nullopt;
 }
 
 // The content of the field, empty when it is missing. Nothing unless all fields are in order: libkrb5 passes over what
@@ -73,7 +69,7 @@ std::optional<Bytes> ElementsIn(uint32_t i_nType, Bytes i_content) noexcept {
     constexpr uint32_t kMandatoryForKdc = 8;
     constexpr uint32_t kCammac = 96;
     const auto inField = [i_content](uint8_t i_nField) {
-        const auto fields = OnlyDer(i_content, kSequenceTag);
+        const auto fields = OnlyDer(i_content, kDerSequence);
         return fields ? FindField(*fields, i_nField) : std::nullopt;
     };
     switch (i_nType) {
@@ -95,7 +91,7 @@ std::optional<Bytes> ElementsIn(uint32_t i_nType, Bytes i_content) noexcept {
 
 std::optional<ApRequest> ApRequest::Read(std::span<const uint8_t> i_message) noexcept {
     auto fields = FieldsOf(i_message, kRequestTag);
-    if (!fields || !TakeNumber(*fields, 0) || !TakeNumber(*fields, 1) || !TakeDerField(*fields, 2, kBitsTag)) {
+    if (!fields || !TakeNumber(*fields, 0) || !TakeNumber(*fields, 1) || !TakeDerField(*fields, 2, kDerBits)) {
         return std::nullopt;
     }
     const auto ticket = TakeDer(*fields);
@@ -122,12 +118,12 @@ std::optional<TicketPart> TicketPart::Read(std::span<const uint8_t> i_part) noex
     constexpr uint8_t kAuthorizationData = 10;
     auto fields = FieldsOf(i_part, kTicketPartTag);
     const auto data = fields ? FindField(*fields, kAuthorizationData) : std::nullopt;
-    if (!data || !TakeDerField(*fields, 0, kBitsTag)) {
+    if (!data || !TakeDerField(*fields, 0, kDerBits)) {
         return std::nullopt;
     }
-    auto key = TakeDerField(*fields, 1, kSequenceTag);
+    auto key = TakeDerField(*fields, 1, kDerSequence);
     const auto type = key ? TakeNumber(*key, 0) : std::nullopt;
-    const auto bytes = type ? TakeDerField(*key, 1, kBytesTag) : std::nullopt;
+    const auto bytes = type ? TakeDerField(*key, 1, kDerBytes) : std::nullopt;
     return bytes ? std::optional(TicketPart{static_cast<int32_t>(*type), *bytes, *data}) : std::nullopt;
 }
 
@@ -146,7 +142,7 @@ bool IsBoundedAuthorizationData(std::span<const uint8_t> i_data) noexcept {
     Bytes list = i_data;
     while (true) {
         if (!list.empty()) {
-            const auto elements = OnlyDer(list, kSequenceTag);
+            const auto elements = OnlyDer(list, kDerSequence);
             if (!elements || nDeep == kMostDeep) {
                 return false;
             }
@@ -159,12 +155,12 @@ bool IsBoundedAuthorizationData(std::span<const uint8_t> i_data) noexcept {
             return true;
         }
         const auto element = TakeDer(aOpen[nDeep - 1]);
-        if (!element || element->m_nTag != kSequenceTag || ++nElements > kMostElements) {
+        if (!element || element->m_nTag != kDerSequence || ++nElements > kMostElements) {
             return false;
         }
         Bytes fields = element->m_content;
         const auto type = TakeNumber(fields, 0);
-        const auto content = type ? TakeDerField(fields, 1, kBytesTag) : std::nullopt;
+        const auto content = type ? TakeDerField(fields, 1, kDerBytes) : std::nullopt;
         const auto within = content ? ElementsIn(*type, *content) : std::nullopt;
         if (!within || !fields.empty()) {
             return false;

@@ -6,9 +6,6 @@ namespace morwen {
 
 namespace {
 
-constexpr uint8_t kIntegerTag = 0x02;
-constexpr uint8_t kBytesTag = 0x04;
-constexpr uint8_t kSequenceTag = 0x30;
 constexpr uint8_t kTicketTag = 0x61;
 constexpr uint8_t kMessageTag = 0x76;
 constexpr uint8_t kPartTag = 0x7D;
@@ -46,20 +43,20 @@ bool NamesClientAndServer(std::span<const uint8_t> i_info) noexcept {
 
 std::optional<CredMessage> CredMessage::Read(std::span<const uint8_t> i_message) noexcept {
     const auto content = OnlyDer(i_message, kMessageTag);
-    auto fields = content ? OnlyDer(*content, kSequenceTag) : std::nullopt;
-    if (!fields || !TakeDerField(*fields, 0, kIntegerTag) || !TakeDerField(*fields, 1, kIntegerTag)) {
+    auto fields = content ? OnlyDer(*content, kDerSequence) : std::nullopt;
+    if (!fields || !TakeDerField(*fields, 0, kDerInteger) || !TakeDerField(*fields, 1, kDerInteger)) {
         return std::nullopt;
     }
-    const auto tickets = TakeDerField(*fields, 2, kSequenceTag);
+    const auto tickets = TakeDerField(*fields, 2, kDerSequence);
     const auto nTickets = tickets ? CountOf(*tickets, kTicketTag, [](auto) { return true; }) : std::nullopt;
-    auto encrypted = TakeDerField(*fields, 3, kSequenceTag);
-    const auto type = encrypted ? TakeDerField(*encrypted, 0, kIntegerTag) : std::nullopt;
+    auto encrypted = TakeDerField(*fields, 3, kDerSequence);
+    const auto type = encrypted ? TakeDerField(*encrypted, 0, kDerInteger) : std::nullopt;
     if (!nTickets || !type || type->empty() || type->size() > sizeof m_nEncryptionType) {
         return std::nullopt;
     }
-    static_cast<void>(TakeDerField(*encrypted, 1, kIntegerTag));  // the key's version, which may be missing
+    static_cast<void>(TakeDerField(*encrypted, 1, kDerInteger));  // the key's version, which may be missing
     constexpr size_t kMostPartBytes = 4096;
-    const auto part = TakeDerField(*encrypted, 2, kBytesTag);
+    const auto part = TakeDerField(*encrypted, 2, kDerBytes);
     if (!part || part->size() > kMostPartBytes) {
         return std::nullopt;
     }
@@ -75,9 +72,9 @@ std::optional<CredMessage> CredMessage::Read(std::span<const uint8_t> i_message)
 
 bool CredMessage::IsDescribedBy(std::span<const uint8_t> i_part) const noexcept {
     const auto content = TakeDer(i_part);  // some ciphers pad what follows
-    auto fields = content && content->m_nTag == kPartTag ? OnlyDer(content->m_content, kSequenceTag) : std::nullopt;
-    const auto infos = fields ? TakeDerField(*fields, 0, kSequenceTag) : std::nullopt;
-    return infos && CountOf(*infos, kSequenceTag, NamesClientAndServer) == m_nTickets;
+    auto fields = content && content->m_nTag == kPartTag ? OnlyDer(content->m_content, kDerSequence) : std::nullopt;
+    const auto infos = fields ? TakeDerField(*fields, 0, kDerSequence) : std::nullopt;
+    return infos && CountOf(*infos, kDerSequence, NamesClientAndServer) == m_nTickets;
 }
 
 }  // namespace morwen

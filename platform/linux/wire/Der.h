@@ -19,6 +19,10 @@ std::optional<DerElement> TakeDer(std::span<const uint8_t>& io_bytes) noexcept;
 // The content when the bytes are exactly one element with this tag.
 std::optional<std::span<const uint8_t>> OnlyDer(std::span<const uint8_t> i_bytes, uint8_t i_nTag) noexcept;
 
+constexpr uint8_t kDerInteger = 0x02;
+constexpr uint8_t kDerBits = 0x03;
+constexpr uint8_t kDerBytes = 0x04;
+constexpr uint8_t kDerSequence = 0x30;
 constexpr uint8_t kDerField = 0xA0;  // the tag of a sequence's first field, the next ones follow
 
 // Takes this field off a sequence's front. The content of the one element in it, which must have this tag; nothing, and
