@@ -11,7 +11,6 @@ namespace morwen {
 namespace {
 
 constexpr uint8_t kTicketTag = 0x61;
-constexpr uint8_t kSequenceTag = 0x30;
 constexpr uint8_t kTextTag = 0x1B;
 
 using Bytes = std::span<const uint8_t>;
@@ -24,15 +23,14 @@ bool AreSame(Bytes i_left, const krb5_data& i_right) noexcept {
 }  // namespace
 
 std::optional<TicketService> TicketService::Read(std::span<const uint8_t> i_ticket) noexcept {
-    constexpr uint8_t kIntegerTag = 0x02;
     const auto content = OnlyDer(i_ticket, kTicketTag);
-    auto fields = content ? OnlyDer(*content, kSequenceTag) : std::nullopt;
-    if (!fields || !TakeDerField(*fields, 0, kIntegerTag)) {
+    auto fields = content ? OnlyDer(*content, kDerSequence) : std::nullopt;
+    if (!fields || !TakeDerField(*fields, 0, kDerInteger)) {
         return std::nullopt;
     }
     const auto realm = TakeDerField(*fields, 1, kTextTag);
-    auto name = realm ? TakeDerField(*fields, 2, kSequenceTag) : std::nullopt;
-    auto texts = name && TakeDerField(*name, 0, kIntegerTag) ? TakeDerField(*name, 1, kSequenceTag) : std::nullopt;
+    auto name = realm ? TakeDerField(*fields, 2, kDerSequence) : std::nullopt;
+    auto texts = name && TakeDerField(*name, 0, kDerInteger) ? TakeDerField(*name, 1, kDerSequence) : std::nullopt;
     if (!texts) {
         return std::nullopt;
     }

@@ -1,0 +1,20 @@
+# A shared library of the product: its version, and the names that leave it, which stand in a .map file beside its list of
+# sources, for Windows in a .def file.
+if(WIN32)
+  include(${CMAKE_CURRENT_LIST_DIR}/WindowsLibrary.cmake)
+endif()
+
+function(morwen_shared_library target description)
+  target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>)
+  set_target_properties(${target} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 1)
+  if(WIN32)
+    morwen_windows_library(${target} ${description})
+    return()
+  endif()
+  set(names ${CMAKE_CURRENT_SOURCE_DIR}/${target}.map)
+  target_link_options(${target} PRIVATE -Wl,--version-script=${names})
+  set_target_properties(${target} PROPERTIES LINK_DEPENDS ${names})
+  if(NOT MORWEN_SANITIZE)
+    target_link_options(${target} PRIVATE -Wl,--no-undefined)
+  endif()
+endfunction()
