@@ -33,7 +33,8 @@ public:
     // Holds Entries and nothing else.
     krb5_keytab Keytab() const noexcept { return m_keytab.get(); }
     const std::vector<krb5_keytab_entry>& Entries() const noexcept { return m_entries; }
-    // The name as it is in the keytab; null when that has no key for the service.
+    // The name as it is in the keytab: the very same, or the same in capitals and small letters, as directories give
+    // tickets for any spelling. Null when the keytab has no key for the service.
     krb5_const_principal Find(const TicketService& i_service) const noexcept;
 
 private:

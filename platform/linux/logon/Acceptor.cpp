@@ -69,6 +69,26 @@ std::string VersionText(const Exchange& i_exchange) {
     return text;
 }
 
+// Says which services the keytab has when the ticket's is none of them; else nothing.
+std::string ServicesText(const Exchange& i_exchange, krb5_error_code i_nCode) {
+    constexpr size_t kMostNames = 5;
+    std::set<std::string> names;
+    if (i_nCode == KRB5KRB_AP_ERR_NOT_US) {
+        for (const krb5_keytab_entry& entry : i_exchange.m_keys.Entries()) {
+            if (names.insert(PrincipalText(i_exchange.m_context, entry.principal)).second &&
+                names.size() > kMostNames) {
+                break;
+            }
+        }
+    }
+    std::string text;
+    for (const std::string& name : names) {
+        text += text.empty() ? "; the keytab has " : ", ";
+        text += names.size() > kMostNames && name == *names.rbegin() ? "others" : name;
+    }
+    return text;
+}
+
 // Says what is not permitted, and where an administrator can permit it; else nothing.
 std::string CipherText(const krb5_ticket& i_ticket, krb5_error_code i_nCode) {
     std::array<char, 64> name{"?"};
@@ -94,7 +114,8 @@ SECURITY_STATUS StatusOfRequest(krb5_error_code i_nCode) {
                                                          io_exchange.m_authenticator.Receive()));
     }
     Fail(StatusOfRequest(i_nCode),
-         io_exchange.Text(words + VersionText(io_exchange) + CipherText(*io_exchange.m_ticket.get(), i_nCode)));
+         io_exchange.Text(words + ServicesText(io_exchange, i_nCode) + VersionText(io_exchange) +
+                          CipherText(*io_exchange.m_ticket.get(), i_nCode)));
 }
 
 // As the library finds it.
@@ -131,7 +152,10 @@ void ReadRequest(Exchange& io_exchange, std::span<const uint8_t> i_request) {
         Fail(SEC_E_INVALID_TOKEN, "the initiator's token holds no Kerberos ticket for a service");
     }
     const krb5_const_principal pName = io_exchange.m_keys.Find(*service);
-    if (pName == nullptr || i_request.size() > kMostUnseenBytes) {
+    if (pName == nullptr) {
+        Refuse(io_exchange, KRB5KRB_AP_ERR_NOT_US);
+    }
+    if (i_request.size() > kMostUnseenBytes) {
         nCode = OpenTicket(io_exchange.m_context, io_exchange.m_keys, io_exchange.m_request, pName, io_exchange.m_pKey);
         nCode = nCode == 0 ? UseKey(io_exchange, *io_exchange.m_pKey) : nCode;
     }
