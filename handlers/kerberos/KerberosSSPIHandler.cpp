@@ -100,6 +100,7 @@ KerberosSSPIHandler::KerberosSSPIHandler() {
         if (nStatus == SEC_E_INSUFFICIENT_MEMORY) {
             throw SSOException(SSOException::OutOfMemory());
         }
+        NoteReason(nStatus);
         ThrowNoPackage();
     }
     S_ASSERT(pPackageInfo);

@@ -214,8 +214,9 @@ std::optional<UnixAccount> LocalAccount(krb5_context i_context, krb5_const_princ
     }
     std::string name;
     if (const krb5_error_code nCode = LocalName(i_context, i_principal, name); nCode != 0) {
-        o_nStatus =
-            FailWithKrb5(i_context, nCode, "mapping " + PrincipalText(i_context, i_principal) + " to a local account");
+        o_nStatus = FailWithKrb5(
+            i_context, nCode,
+            "mapping " + PrincipalText(i_context, i_principal) + " to a local account by " + WhoseRules(i_context));
         return std::nullopt;
     }
     const auto fail = [&](const std::string& i_reason) {

@@ -13,6 +13,7 @@
 #include "harrow/log/STrace.h"
 #include "harrow/text/SWCharStringConv.h"
 #include "platform/linux/contexts/Krb5ContextPool.h"
+#include "platform/linux/contexts/SystemProfile.h"
 #include "platform/linux/identity/ThreadIdentity.h"
 #include "platform/linux/krb5/Krb5Words.h"
 #include "platform/linux/krb5/SspiFailure.h"
@@ -72,6 +73,12 @@ SECURITY_STATUS Guarded(const char* i_pszCall, Work i_work) noexcept {
 
 Krb5ContextLease TakeContext() {
     Krb5ContextLease lease = LendKrb5Context();
+    // Without a context the library has no words for its own codes.
+    if (!lease && lease.Code() == KRB5_CONFIG_BADFORMAT) {
+        Fail(StatusFromKrb5(KRB5_CONFIG_BADFORMAT), "a line of the Kerberos configuration cannot be read (" +
+                                                        ConfigurationFiles() +
+                                                        ", or a file that it includes); morwen-doctor names the line");
+    }
     if (!lease) {
         FailKrb5(nullptr, lease.Code(), "starting the Kerberos library");
     }
