@@ -11,7 +11,7 @@
 namespace Harrowlib201 {
 
 // Many readers or one writer. A writer waits for those who hold it and for nobody who comes later: readers without a
-// pause between them would else keep it waiting for ever. Not recursive, not even for reading: a thread that holds it
+// pause between them would else keep it waiting forever. Not recursive, not even for reading: a thread that holds it
 // must not take it again.
 class S_CAPABILITY("CRWLock") CRWLock {
 public:

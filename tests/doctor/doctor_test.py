@@ -335,7 +335,7 @@ def run_usage():
                                capture_output=True, text=True, env={**os.environ, "PATH": os.path.dirname(DOCTOR) + ":" + os.environ["PATH"]})
     assert completed.stdout == "--impersonate\n", completed
     shown = subprocess.run([DOCTOR, "client", "--spn", "\x1b[31m/x"], capture_output=True, text=True).stdout
-    assert "\x1b" not in shown and "Mend it: " in shown, shown
+    assert "\x1b" not in shown and "Remedy: " in shown, shown
 
 
 try:

@@ -234,7 +234,7 @@ def main():
     if "--write" in sys.argv:
         page.write_text(before + begin + text + end + after)
     elif old != text:
-        wrong.append(f"{page} shows something else; with --write this program mends it")
+        wrong.append(f"{page} shows something else; run it with --write to update the page")
     wrong += [f"{page} does not state the reason {reason}" for reason in REASONS if f"**{reason}**" not in before + after]
     sys.exit("\n".join(wrong) or 0)
 

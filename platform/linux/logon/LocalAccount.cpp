@@ -112,7 +112,7 @@ const Harrowlib201::AtUnload s_clear([] {
     Naming().Clear();
 });
 
-// Far beyond any real record; a directory service that answers "too small" for ever must not eat the memory.
+// Far beyond any real record; a directory service that answers "too small" endlessly must not eat the memory.
 constexpr size_t kMostBytes = size_t{1} << 20;
 // The kernel allows 65,536 groups to a process.
 constexpr size_t kMostGroups = size_t{1} << 17;

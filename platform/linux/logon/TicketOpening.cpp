@@ -41,11 +41,6 @@ private:
     size_t m_nLength = 0;
 };
 
-bool AreSame(const krb5_keyblock& i_left, const krb5_keyblock& i_right) noexcept {
-    return i_left.length == i_right.length &&
-           std::equal(i_left.contents, i_left.contents + i_left.length, i_right.contents);
-}
-
 // Those that the ticket may be encrypted with: one, unless it names no version.
 std::vector<const krb5_keyblock*> KeysFor(krb5_context i_context, const AcceptorKeys& i_keys,
                                           const EncryptedPart& i_ticket, krb5_const_principal i_pService) {
@@ -54,8 +49,7 @@ std::vector<const krb5_keyblock*> KeysFor(krb5_context i_context, const Acceptor
     for (const krb5_keytab_entry& entry : i_keys.Entries()) {
         const bool bVersionFits = i_ticket.m_nKeyVersion == 0 || entry.vno == i_ticket.m_nKeyVersion;
         if (keys.size() < nMost && bVersionFits && entry.key.enctype == i_ticket.m_nType &&
-            krb5_principal_compare(i_context, entry.principal, i_pService) != 0 &&
-            std::none_of(keys.begin(), keys.end(), [&](const auto* i_pKey) { return AreSame(*i_pKey, entry.key); })) {
+            krb5_principal_compare(i_context, entry.principal, i_pService) != 0) {
             keys.push_back(&entry.key);
         }
     }
