@@ -327,7 +327,7 @@ def run_usage():
         done = subprocess.run([DOCTOR, *args.split()], capture_output=True, text=True)
         assert done.returncode == status, done
     listed = {line.split("\t")[0] for line in done.stdout.splitlines()}
-    documented = set(re.findall(r"^### `([a-z0-9-]+)`", open(DOCUMENT).read(), re.M))
+    documented = set(re.findall(r"^\| `([a-z0-9-]+)` \| ", open(DOCUMENT).read(), re.M))
     assert listed == documented, f"findings and document differ: {listed ^ documented}"
     assert not ROOT or not REASONS, f"breakages that no row has: {REASONS}"
     assert not ROOT or listed == seen, f"findings that no broken realm here has: {listed ^ seen}"
