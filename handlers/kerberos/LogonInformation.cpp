@@ -258,7 +258,7 @@ void ReadUser(HANDLE i_hUser, Parameters& o_parameters) {
     const UserData user(i_hUser, TokenUser);
     SIDToSString(user.As<TOKEN_USER>().User.Sid, ssSid);
     S_TRACE("ssoplugin: KerberosSSPIHandler::GetLogonInformation() -- User's SID is %1", ssSid);
-    o_parameters.SetParameter(u"SSPI_USER_SID", ssSid);
+    o_parameters.SetParameter(u"SSPI_USER_SID"_ss, ssSid);
 }
 
 void ReadGroups(HANDLE i_hUser, Parameters& o_parameters) {
@@ -274,7 +274,7 @@ void ReadGroups(HANDLE i_hUser, Parameters& o_parameters) {
                 SWCharString(texts.From(nBefore)));
         texts.AppendSeparator();
     }
-    o_parameters.SetParameter(u"SSPI_USER_GROUP_SIDS", SWCharString(texts.From(0)));
+    o_parameters.SetParameter(u"SSPI_USER_GROUP_SIDS"_ss, SWCharString(texts.From(0)));
 }
 
 }  // namespace
