@@ -1,6 +1,6 @@
-// A client program's whole life: loads a library, makes its first token with a ticket at hand, ends. By the exports or by
-// GSS-API, each loaded the same way: first_token exports|gss SERVICE HOST LIBRARIES... (in the order of loading, the last one's
-// functions are called; one that is loaded already is not looked for).
+// A client program's whole life: loads a library, makes its first token with a ticket at hand, ends. By the exports or
+// by GSS-API, each loaded the same way: first_token exports|gss SERVICE HOST LIBRARIES... (in the order of loading, the
+// last one's functions are called; one that is loaded already is not looked for).
 #include <dlfcn.h>
 #include <gssapi/gssapi.h>
 #include <stdio.h>
@@ -17,13 +17,13 @@ static void* Function(void* i_pvLibrary, const char* i_pszName) {
 }
 
 // The functions have their declared types; the conversion goes through memory, because C knows none from void*.
-#define TAKE(library, name)                             \
-    __typeof__(name)* p_##name = NULL;                  \
-    {                                                   \
-        void* pv_##name = Function(library, #name);     \
-        if (pv_##name == NULL) {                        \
-            return 1;                                   \
-        }                                               \
+#define TAKE(library, name)                              \
+    __typeof__(name)* p_##name = NULL;                   \
+    {                                                    \
+        void* pv_##name = Function(library, #name);      \
+        if (pv_##name == NULL) {                         \
+            return 1;                                    \
+        }                                                \
         memcpy(&p_##name, &pv_##name, sizeof pv_##name); \
     }
 
@@ -47,10 +47,10 @@ static int ByExports(void* i_pvLibrary, const char* i_pszService, const char* i_
     SSOChar* pszKey = NULL;
     void* pvToken = NULL;
     SSOLength nToken = 0;
-    const int nFailed = p_SSOInitPackage() != SSO_OK ||
-                        p_SSOStartLogin(NULL, NULL, u"" SSO_PROVIDER_SSPI, &parameters, &pszKey, &pvToken, &nToken) !=
-                            SSO_CONTINUE ||
-                        nToken == 0;
+    const int nFailed =
+        p_SSOInitPackage() != SSO_OK ||
+        p_SSOStartLogin(NULL, NULL, u"" SSO_PROVIDER_SSPI, &parameters, &pszKey, &pvToken, &nToken) != SSO_CONTINUE ||
+        nToken == 0;
     p_SSOFreeBuffer(pvToken);
     p_SSOFreeString(pszKey);
     p_SSOTermPackage();
@@ -75,12 +75,11 @@ static int ByGss(void* i_pvLibrary, const char* i_pszService, const char* i_pszH
     gss_ctx_id_t context = GSS_C_NO_CONTEXT;
     gss_buffer_desc token = GSS_C_EMPTY_BUFFER;
     OM_uint32 nMinor = 0;
-    const int nFailed =
-        p_gss_import_name(&nMinor, &text, *pHostBased, &name) != GSS_S_COMPLETE ||
-        p_gss_init_sec_context(&nMinor, GSS_C_NO_CREDENTIAL, &context, name, &kerberos, GSS_C_MUTUAL_FLAG, 0,
-                               GSS_C_NO_CHANNEL_BINDINGS, GSS_C_NO_BUFFER, NULL, &token, NULL, NULL) !=
-            GSS_S_CONTINUE_NEEDED ||
-        token.length == 0;
+    const int nFailed = p_gss_import_name(&nMinor, &text, *pHostBased, &name) != GSS_S_COMPLETE ||
+                        p_gss_init_sec_context(&nMinor, GSS_C_NO_CREDENTIAL, &context, name, &kerberos,
+                                               GSS_C_MUTUAL_FLAG, 0, GSS_C_NO_CHANNEL_BINDINGS, GSS_C_NO_BUFFER, NULL,
+                                               &token, NULL, NULL) != GSS_S_CONTINUE_NEEDED ||
+                        token.length == 0;
     (void)p_gss_release_buffer(&nMinor, &token);
     (void)p_gss_delete_sec_context(&nMinor, &context, GSS_C_NO_BUFFER);
     (void)p_gss_release_name(&nMinor, &name);

@@ -15,8 +15,8 @@ namespace morwen::bench {
 
 namespace {
 
-// The program beside this one. The libraries are found as those of the system are, in no folder of a build: scripts/bench
-// has put them into one of their own, stripped and without a search path.
+// The program beside this one. The libraries are found as those of the system are, in no folder of a build:
+// scripts/bench has put them into one of their own, stripped and without a search path.
 void RegisterLife(const std::string& i_kind, const std::vector<std::string>& i_libraries) {
     Register("life/" + i_kind, [i_kind, i_libraries](benchmark::State& io_state) {
         const Krb5Logon ticketAtHand{Target()};
