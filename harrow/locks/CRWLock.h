@@ -31,6 +31,10 @@ public:
         NoteUnlocked();
     }
     void LockWrite() S_ACQUIRE() {
+        if (m_nWaitingWriters.load(std::memory_order_relaxed) == 0 && m_mutex.try_lock()) {
+            NoteLocked();
+            return;  // nobody was there
+        }
         m_nWaitingWriters.fetch_add(1, std::memory_order_relaxed);
         {
             const std::lock_guard turn(m_turn);

@@ -13,8 +13,8 @@
 #include "platform/linux/krb5/SspiFailure.h"
 #include "platform/linux/logon/Delegation.h"
 #include "platform/linux/logon/LocalAccount.h"
-#include "platform/linux/logon/PacCheck.h"
 #include "platform/linux/logon/TicketOpening.h"
+#include "platform/linux/pac/PacCheck.h"
 #include "platform/linux/wire/GssChecksum.h"
 #include "platform/linux/wire/GssToken.h"
 
@@ -216,6 +216,19 @@ GssChecksum ReadChecksum(const Exchange& i_exchange) {
     return *checksum;
 }
 
+// The check of a ticket that has been checked with the same key before would find the same again.
+std::shared_ptr<const PacInformation> PacOf(const Exchange& i_exchange) {
+    KeptPacs& kept = i_exchange.m_keys.Pacs();
+    const krb5_enc_data& sealed = i_exchange.m_ticket->enc_part;
+    auto pPac = kept.Find(sealed, i_exchange.m_pKey);
+    if (pPac == nullptr) {
+        pPac = std::make_shared<const PacInformation>(
+            CheckPac(i_exchange.m_context, i_exchange.m_pKey, *i_exchange.m_ticket.get()));
+        kept.Keep(sealed, i_exchange.m_pKey, pPac);
+    }
+    return pPac;
+}
+
 std::vector<uint8_t> MakeReply(const Exchange& i_exchange) {
     krb5_auth_con_setflags(i_exchange.m_context, i_exchange.m_authContext.get(),
                            KRB5_AUTH_CONTEXT_DO_SEQUENCE | KRB5_AUTH_CONTEXT_USE_SUBKEY);
@@ -240,7 +253,7 @@ void UseMachineClock(krb5_context i_context) {
 }
 
 std::shared_ptr<SecurityContext> MakeContext(const Exchange& i_exchange, const GssChecksum& i_checksum,
-                                             PacInformation i_pac) {
+                                             const PacInformation& i_pac) {
     const krb5_enc_tkt_part& ticket = *i_exchange.m_ticket->enc_part2;
     auto pLogon = std::make_shared<SecurityContext>();
     pLogon->m_bAccepted = true;
@@ -253,11 +266,11 @@ std::shared_ptr<SecurityContext> MakeContext(const Exchange& i_exchange, const G
     }
     pLogon->m_client = KeptPrincipal(client);
     auto pIdentity = std::make_shared<TokenIdentity>();
-    pIdentity->m_pacLogonInfo = std::move(i_pac.m_logonInfo);
+    pIdentity->m_pPacLogonInfo = i_pac.m_pLogonInfo;
     if (i_pac.m_accountName) {
         NoteNamingRealm(*client);
     }
-    pLogon->m_accountName = std::move(i_pac.m_accountName);
+    pLogon->m_accountName = i_pac.m_accountName;
     if (!i_checksum.m_delegation.empty()) {
         pIdentity->m_pDelegated =
             ReceivedTickets(i_exchange.m_context, i_exchange.m_authContext.get(), i_checksum.m_delegation, client);
@@ -292,9 +305,9 @@ std::shared_ptr<SecurityContext> AcceptToken(krb5_context i_context, const Accep
     ReadRequest(exchange, token->m_message);
     CheckEnd(exchange);
     CheckNamed(exchange);
-    PacInformation pac = CheckPac(i_context, exchange.m_pKey, *exchange.m_ticket.get());
+    const auto pPac = PacOf(exchange);
     const GssChecksum checksum = ReadChecksum(exchange);
-    auto pLogon = MakeContext(exchange, checksum, std::move(pac));
+    auto pLogon = MakeContext(exchange, checksum, *pPac);
     o_reply = (checksum.m_nFlags & kGssMutual) != 0 ? MakeReply(exchange) : std::vector<uint8_t>();
     return pLogon;
 }

@@ -304,7 +304,7 @@ std::shared_ptr<const TokenIdentity> LinuxSspi::IdentityOf(SecurityContext& io_l
         Fail(SEC_E_INVALID_HANDLE, "the context is not that of a user who has logged on here");
     }
     auto& pIdentity = io_logon.m_pIdentity;
-    const bool bInTicket = i_eNeed == Need::Sids && pIdentity->m_pacLogonInfo;
+    const bool bInTicket = i_eNeed == Need::Sids && pIdentity->m_pPacLogonInfo != nullptr;
     if (!bInTicket && !pIdentity->m_account) {
         SECURITY_STATUS nStatus = SEC_E_INTERNAL_ERROR;
         auto account = LocalAccount(TakeContext().get(), io_logon.m_client.get(), io_logon.m_accountName, nStatus);
