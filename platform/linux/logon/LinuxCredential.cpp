@@ -34,7 +34,7 @@ std::shared_ptr<InitiatorTickets> TicketsOf(const SEC_WINNT_AUTH_IDENTITY_W& i_i
 }
 
 // The service's own tickets must not go out in the name of a user that a thread acts as.
-std::shared_ptr<InitiatorTickets> DefaultTickets(krb5_context i_context) {
+std::shared_ptr<LogonTickets> DefaultTickets(krb5_context i_context) {
     const auto pIdentity = ImpersonatedIdentity();
     if (pIdentity == nullptr || pIdentity->m_bService) {
         return InitiatorTickets::Default(i_context);
