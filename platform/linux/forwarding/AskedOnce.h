@@ -55,6 +55,10 @@ public:
         return pAnswer;
     }
 
+    void Forget(const std::string& i_name) {
+        const Harrowlib201::CS_Locker locker(m_section);
+        m_answers.Forget(i_name);
+    }
     void Clear() {
         const Harrowlib201::CS_Locker locker(m_section);
         m_answers.Clear();
