@@ -21,8 +21,18 @@ constexpr std::chrono::minutes kUsedAgain(5);
 constexpr std::chrono::seconds kNotAskedAgain(1);  // after a failure that may be over soon
 constexpr int64_t kSpareSeconds = 60;              // which the server is left with at least
 
-// The identity's own ticket-granting ticket, which its caller frees with krb5_free_cred_contents; false when there is
-// none.
+// The contents of a ticket that a call has filled.
+struct TicketContents {
+    krb5_context m_context;
+    krb5_creds m_ticket{};
+
+    explicit TicketContents(krb5_context i_context) noexcept : m_context(i_context) {}
+    ~TicketContents() { krb5_free_cred_contents(m_context, &m_ticket); }
+    TicketContents(const TicketContents&) = delete;
+    TicketContents& operator=(const TicketContents&) = delete;
+};
+
+// The identity's own ticket-granting ticket; false when there is none.
 bool FindOwnTicket(krb5_context i_context, krb5_ccache i_cache, krb5_principal i_client, krb5_creds& o_found) {
     Krb5Principal service(i_context);
     const krb5_data& realm = i_client->realm;
@@ -101,14 +111,13 @@ std::shared_ptr<const ForwardedTickets::Finding> ForwardedTickets::Find(krb5_con
     std::string words = "the ticket is not forwardable";
     try {
         const Krb5CacheOwner cache = io_source.OpenCache(i_context);
-        krb5_creds own{};
-        if (!FindOwnTicket(i_context, cache.get(), client, own)) {
+        TicketContents own(i_context);
+        if (!FindOwnTicket(i_context, cache.get(), client, own.m_ticket)) {
             return pFinding;
         }
-        const bool bForwardable = (own.ticket_flags & TKT_FLG_FORWARDABLE) != 0;
-        const auto ticket = BytesOf(own.ticket);
+        const bool bForwardable = (own.m_ticket.ticket_flags & TKT_FLG_FORWARDABLE) != 0;
+        const auto ticket = BytesOf(own.m_ticket.ticket);
         pFinding->m_madeFrom.assign(ticket.begin(), ticket.end());
-        krb5_free_cred_contents(i_context, &own);
         if (i_pEarlier != nullptr && i_pEarlier->IsRecent(i_context) &&
             i_pEarlier->m_madeFrom == pFinding->m_madeFrom) {
             pFinding->m_pTicket = i_pEarlier->m_pTicket;
