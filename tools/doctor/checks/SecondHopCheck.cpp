@@ -42,7 +42,8 @@ void CheckConstrained(Case& io_case, const Hop& i_hop, const krb5_creds& i_ticke
             "add the key of the account behind the service under its own name, HOST$ for a computer: samba-tool domain "
             "exportkeytab " +
                 Quoted(DefaultKeytab(context)) +
-                " --principal=ACCOUNT, or what the machine was joined with (msktutil, ktpass); or name a keytab that has "
+                " --principal=ACCOUNT, or what the machine was joined with (msktutil, ktpass); or name a keytab that "
+                "has "
                 "it in KRB5_CLIENT_KTNAME");
         return;
     }
