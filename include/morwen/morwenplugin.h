@@ -109,8 +109,9 @@ typedef struct SSOError {
  * limit; lookup and clean-up go by it too. */
 #define SSO_KEY_CACHE_EXPIRY "SSPI_CTXT_CACHE_EXPIRY"
 /* Bool: renew kept contexts of SSPI before their tickets run out; true unless set. Nothing is renewed without tickets
- * that the user has delegated, SSO_KEY_SPN among the provider's settings, and a SSO_KEY_CACHE_EXPIRY that is longer
- * than the ticket's life and not over. */
+ * that the user has delegated (on Linux also, where the directory lets the service delegate to itself, without),
+ * SSO_KEY_SPN among the provider's settings, and a SSO_KEY_CACHE_EXPIRY that is longer than the ticket's life and not
+ * over. */
 #define SSO_KEY_RENEWALS "CONTEXT_RENEWALS_ALLOWED"
 /* Bool: accept only tickets with a directory's logon information (its PAC); false unless set. For services all of whose
  * users come from directories: a user may have asked for a ticket without it, and is then known by the name alone that

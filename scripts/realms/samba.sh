@@ -44,16 +44,21 @@ make_principals() {
     samba-tool domain provision --configfile="$dir/smb.conf" --realm=MORWEN.TEST --domain=MORWEN --server-role=dc \
         --dns-backend=NONE --host-name=dc --host-ip="$address" --adminpass=Admin-secret-1
     entries | ldbmodify --configfile="$dir/smb.conf" --url="$dir/samba/private/sam.ldb"
-    /usr/bin/python3 - "$dir/smb.conf" "$dir/service.keytab" "${services[@]}" <<'PYTHON'
+    export_keys service.keytab "${services[@]/%//localhost}"
+    export_keys front.keytab front front/localhost morwen/localhost fwd/localhost
+}
+
+export_keys() { # keytab, principals...
+    /usr/bin/python3 - "$dir/smb.conf" "$dir/$1" "${@:2}" <<'PYTHON'
 import sys
 from samba import param
 from samba.dckeytab import Net  # gives Net the method below
 lp = param.LoadParm(sys.argv[1])
 net = Net(None, lp)
 for name in sys.argv[3:]:
-    net.export_keytab(keytab=sys.argv[2], principal=name + "/localhost")
+    net.export_keytab(keytab=sys.argv[2], principal=name)
 PYTHON
-    [ -s "$dir/service.keytab" ]
+    [ -s "$dir/$1" ]
 }
 
 entry() { # name, class, lines...
@@ -75,7 +80,9 @@ group() { # name, type, members...
 
 # All users have the password NAME-secret. "nested" is in a global group that is in a universal one that is in a
 # domain-local one; "many" is in 300 groups. "mail", "sys" and "daemon$", a machine, have or want names of local accounts;
-# the second names of "mallory" and "sys" are "games" and "odd@elsewhere.test".
+# the second names of "mallory" and "sys" are "games" and "odd@elsewhere.test". "news" is sensitive and cannot be delegated.
+# The account "front" of front/localhost may delegate to morwen/localhost and to itself; front.keytab has its keys under both
+# names, and those of morwen/localhost and fwd/localhost.
 entries() {
     local name types i
     local global=-2147483646 domain_local=-2147483644 universal=-2147483640
@@ -86,6 +93,9 @@ entries() {
     account mallory 66048 'userPrincipalName: games@MORWEN.TEST'
     account sys 66048 'userPrincipalName: odd@elsewhere.test'
     account 'daemon$' 69632
+    account news $((66048 + 1048576))
+    account front 66048 'servicePrincipalName: front/localhost' 'msDS-SupportedEncryptionTypes: 24' \
+        'msDS-AllowedToDelegateTo: morwen/localhost' 'msDS-AllowedToDelegateTo: front/localhost'
     for name in "${services[@]}"; do
         case $(only_key "$name") in
             aes256-sha1) types=16 ;;

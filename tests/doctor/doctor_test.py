@@ -151,6 +151,7 @@ addprinc -randkey other/localhost
 addprinc -randkey -allow_svr u2u/localhost
 addprinc -pw bob-secret -pwexpire 2001-01-01 lapsed
 addprinc -pw bob-secret -allow_tix locked
+ktadd -k lapsed.keytab -norandkey lapsed
 """)
     for cache, options, user in (("short", "-l 1s", "alice"), ("fixed", "-F", "alice"), ("stale", "", "alice"), ("bob", "", "bob"),
                                  ("service", "-S morwen/localhost", "alice")):
@@ -247,6 +248,12 @@ def run_checks(skewed, half):
         ("no replay cache", server, {"KRB5RCACHENAME": "none:"}, {"replay-cache-off": warning}),
         ("no folder for the replay cache", server, {"KRB5RCACHEDIR": path("none")}, {"replay-cache-unwritable": error}, "refused a logon"),
         ("replay cache behind a link", server, {"KRB5RCACHEDIR": path("link")}, {"replay-cache-owner": error}, "refused"),
+        ("trusted service that goes on", "server --spn fwd/localhost --second-hop morwen/localhost", {}, {}),
+        ("no list", server + " --second-hop fwd/localhost", {}, {"hop-refused": error}, "", False, "add-service morwen/localhost fwd/localhost"),
+        ("no account", server + " --second-hop fwd/localhost", {"KRB5_CLIENT_KTNAME": path("lapsed.keytab")}, {"hop-no-account": error}, "", False,
+         "lapsed.keytab has no account"),
+        ("user who is not forwarded", server + " --second-hop fwd/localhost", cache("fixed.cc"), {"hop-not-forwardable": error}),
+        ("slip in the other service", server + " --second-hop fwdd/localhost", {}, {"spn-typo": error}, "", False, "use fwd/localhost"),
         ("no rule", server + " --user erin@DEAD.TEST", {}, {"account-unmapped": error}),
         ("no account", server + " --user erin", {}, {"account-missing": error}),
         ("root", server + " --impersonate --user bob", {}, {"account-root": error} if ROOT else {}),

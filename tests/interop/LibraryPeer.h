@@ -23,7 +23,12 @@ public:
     }
 
     Bytes Initiate(const std::string& i_service, uint32_t, std::span<const uint8_t> i_token = {}) {
+        const std::u16string user = Wide(s_kept);
+        const bool bActs = i_token.empty() && !user.empty() && SSOImpersonate(user.c_str()) == SSO_OK;
         LoginResult login = i_token.empty() ? StartLogin({"", "", i_service}) : ContinueLogin(m_key, i_token);
+        if (bActs != (i_token.empty() && !user.empty()) || (bActs && SSORevert(user.c_str()) != SSO_OK)) {
+            login.m_verdict = "as somebody else";
+        }
         m_key = i_token.empty() ? login.m_key : m_key;
         m_outcome = login.m_verdict == "0" ? "logged on" : OutcomeOf(login);
         return login.m_token;
@@ -41,7 +46,11 @@ public:
             m_outcome += SSORevert(key.c_str()) == SSO_OK ? "" : " and never the service again";
             prctl(PR_SET_DUMPABLE, 1);  // the sanitizers look at the process at its end
         }
-        SSOReleaseSecurityContext(key.c_str());
+        if (getenv("MORWEN_GOES_ON") != nullptr) {
+            s_kept = closed.m_key;  // as whom it initiates
+        } else {
+            SSOReleaseSecurityContext(key.c_str());
+        }
         return accepted.m_token;
     }
 
@@ -58,6 +67,7 @@ private:
     }
 
     static inline std::string s_reason;
+    static inline std::string s_kept;
     std::string m_key;
     std::string m_outcome;
 };

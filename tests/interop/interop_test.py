@@ -112,6 +112,23 @@ class Logon:
         return reason or ("tickets" if delegates else "yes"), outcome
 
 
+class SecondHop(Logon):
+    """The user logs on to a service that speaks through morwen, which goes on with the KDC's leave alone."""
+
+    def outcome(self, pair):
+        initiator, token, _ = self.initiate(pair[0])
+        service, back_end = (Peer(*who, self.configuration) for who in (("morwen", "front"), (pair[1], "acceptor")))
+        for peer, keytab in ((service, "front.keytab"), (back_end, "service.keytab")):
+            peer.ask("set", "KRB5_KTNAME", f"FILE:{REALM}/{keytab}")
+        service.ask("set", "MORWEN_GOES_ON", "1")
+        first = service.ask("accept", token=token)[1]
+        token, said = service.ask("init", "morwen/localhost", 0)
+        answer, accepted = back_end.ask("accept", token=token) if token else (b"", "")
+        said = service.ask("step", "morwen/localhost", 0, answer)[1] if answer else said
+        who = identifier(self.client) if pair[1] == "morwen" else f"{self.who} to morwen/localhost@MORWEN.TEST"
+        return "yes" if (accepted, said) == (who, "logged on") else f"{first}; {said}; {accepted}"
+
+
 def matrix(kdc):
     """The product of all that can be chosen freely."""
     for key_type, allowed in [*itertools.product(TYPES, [False]), ("rc4-hmac", True)]:
@@ -133,6 +150,7 @@ def situations(kdc):
     unmapped = lambda pair: "account" if pair[1] == "morwen" else None
     morwen, host, other = "morwen/localhost", "host/localhost", {"keytab": "other.keytab"}
     if kdc == "samba":
+        yield "to a morwen server with nothing delegated, from there on to the second library's server", SecondHop("front/localhost")
         yield "a user in 300 groups; the KDC's reply needs TCP", Logon(morwen, "many", least=1400)
         yield "the same, with the user's tickets", Logon("fwd/localhost", "many", MUTUAL | IF_TRUSTED,
                                                          configuration="changed.conf", least=2800)

@@ -1,37 +1,15 @@
 // Users of a directory: who they are comes from their tickets, as a real directory server makes them.
 #include <algorithm>
+#include <atomic>
+#include <thread>
 
-#include "realm/KeptContextTest.h"
+#include "realm/DirectoryTest.h"
+#include "realm/GssPeer.h"
 
 namespace morwen {
 namespace {
 
-class Directory : public KeptContextTest {
-protected:
-    static void SetUpTestSuite() {}  // this realm has users of its own
-};
-
-// What the directory itself says of a user: the user, the group of all users, and the groups of its domain, also those
-// that other groups bring; and what the KDC adds: that it is the one who says so.
-LoginResult Listed(const std::string& i_user) {
-    RunCommand("ldbsearch -H $MORWEN_REALM_DIR/samba/private/sam.ldb -s base -b CN=" + i_user +
-               ",CN=Users,DC=morwen,DC=test objectSid tokenGroups");
-    LoginResult listed;
-    std::string primary;
-    std::ifstream file(RealmPath("output"));
-    for (std::string name, sid; file >> name;) {
-        if (name == "objectSid:" && file >> sid) {
-            listed.m_userSid = sid;
-            primary = sid.substr(0, sid.rfind('-')) + "-513;";
-        } else if (name == "tokenGroups:" && file >> sid && sid.starts_with("S-1-5-21-")) {
-            listed.m_groupSids += sid + ";";
-        }
-    }
-    const size_t nAt = listed.m_groupSids.find(primary);
-    EXPECT_NE(nAt, std::string::npos) << i_user;
-    listed.m_groupSids = primary + listed.m_groupSids.erase(nAt, primary.size()) + "S-1-18-1;";
-    return listed;
-}
+class Directory : public DirectoryTest {};
 
 TEST_F(Directory, UsersAreWhoTheDirectorySaysTheyAre) {
     const std::pair<const char*, ptrdiff_t> kMembers[] = {{"alice", 2}, {"bob", 2}, {"nested", 5}, {"many", 302}};
@@ -105,6 +83,98 @@ TEST_F(Directory, NamesStandForAccountsThatHaveThem) {
     ++m_nHalfDone;  // the client's half
     EXPECT_EQ(LogOn(PasswordOf("mail")).m_verdict, kLoggedOn);
     require(u"0");
+}
+
+// Constrained delegation: with the user's ticket as evidence, where the directory lets the service's account.
+TEST_F(Directory, ServicesGoOnAsUsersWhoHaveDelegatedNothing) {
+    const struct {
+        const char *m_pszUser, *m_pszOptions, *m_pszService, *m_pszKeytab, *m_pszBackEnd, *m_pszSays;
+        uid_t m_nUser = 65534;
+        const char* m_pszClientKeytab = "none.keytab";
+    } kCases[] = {
+        {"alice", "", "front/localhost", "front.keytab", "morwen/localhost", ""},
+        {"mail", "", "front/localhost", "front.keytab", "morwen/localhost", "", 8},
+        {"alice", "", "front/localhost", "front.keytab", "front/localhost", ""},
+        {"alice", "", "fwd/localhost", "front.keytab", "fwd/localhost", ""},  // delegated tickets come first
+        {"alice", "", "front/localhost", "front.keytab", "fwd/localhost", "the KDC does not let front@MORWEN.TEST log"},
+        {"alice", "", "front/localhost", "front.keytab", "none/localhost", "Server not found in Kerberos database"},
+        {"alice", "-F", "front/localhost", "front.keytab", "morwen/localhost", "whose own ticket may not be forwarded"},
+        {"news", "", "front/localhost", "front.keytab", "morwen/localhost", "whose own ticket may not be forwarded", 9},
+        {"alice", "", "morwen/localhost", "front.keytab", "morwen/localhost",
+         "is not for this account, but for another"},
+        {"alice", "", "morwen/localhost", "service.keytab", "morwen/localhost", "has no account with a ticket"},
+        {"alice", "", "front/localhost", "front.keytab", "morwen/localhost", "service.keytab has no account", 65534,
+         "service.keytab"},
+    };
+    for (const auto& test : kCases) {
+        SCOPED_TRACE(std::string(test.m_pszUser) + test.m_pszOptions + " " + test.m_pszKeytab + " " +
+                     test.m_pszBackEnd);
+        const LoginResult listed = Listed(test.m_pszUser);
+        UseKeytab("FILE:" + RealmPath(test.m_pszKeytab));
+        setenv("KRB5_CLIENT_KTNAME", RealmPath(test.m_pszClientKeytab).c_str(), 1);
+        UseTickets(Kinit(test.m_pszUser, "asked.cc", test.m_pszOptions));
+        const std::string key = KeptLogin({"", "", test.m_pszService}, Information::NotWanted);
+        UseTickets(Kinit("bob", "service.cc"));  // nobody may be taken for him
+        ActingThread thread;
+        EXPECT_EQ(thread.Impersonate(key, test.m_nUser), "0");
+        const bool bAllowed = *test.m_pszSays == '\0';
+        for (int i = 0; i < 2; ++i) {
+            const LoginResult hop = LogOn({"", "", test.m_pszBackEnd});
+            EXPECT_EQ(hop.m_verdict, bAllowed ? kLoggedOn : kUnusable);
+            EXPECT_EQ(hop.m_userSid, bAllowed ? listed.m_userSid : "");
+            EXPECT_EQ(hop.m_groupSids, bAllowed ? listed.m_groupSids : "");
+        }
+        EXPECT_TRUE(m_trace.Said({test.m_pszSays}));
+        EXPECT_EQ(thread.Revert(key), "0");
+        RunCommand("export KRB5CCNAME=FILE:$MORWEN_REALM_DIR/asked.cc; " + std::string(bAllowed ? "" : "! ") +
+                   std::filesystem::read_symlink("/proc/self/exe").replace_filename("morwen-doctor").string() +
+                   " server --spn " + test.m_pszService + " --second-hop " + test.m_pszBackEnd);
+    }
+    unsetenv("KRB5_CLIENT_KTNAME");
+}
+
+// From any thread, and kept identities: one request for each user and service, and nobody is taken for another.
+TEST_F(Directory, SecondHopsMixNoUsers) {
+    UseKeytab("FILE:" + RealmPath("front.keytab"));
+    const std::pair<std::string, uid_t> kWho[] = {{"alice", 65534}, {"mail", 8}};
+    std::string keys[2], captured[2], sids[2];
+    std::atomic<int> nRequests = 0;
+    m_trace.m_onSaid = [&](const std::string& i_said) {
+        nRequests += i_said.find("The KDC lets") != std::string::npos;
+    };
+    for (size_t i = 0; i < 2; ++i) {
+        UseTickets(Kinit(kWho[i].first, "asked.cc"));
+        sids[i] = Listed(kWho[i].first).m_userSid;
+        keys[i] = KeptLogin({"", "", "front/localhost"});
+        ActingThread thread;
+        EXPECT_EQ(thread.Impersonate(keys[i], kWho[i].second), "0");
+        captured[i] = CaptureThread();
+        EXPECT_EQ(thread.Revert(keys[i]), "0");
+    }
+    {
+        std::vector<std::jthread> threads;
+        for (size_t nThread = 0; nThread < 8; ++nThread) {
+            threads.emplace_back([&, nThread] {
+                ActingThread thread;
+                for (size_t i = nThread; i < nThread + 8; ++i) {
+                    const std::string& key = (nThread < 4 ? keys : captured)[i % 2];
+                    EXPECT_EQ(thread.Impersonate(key, kWho[i % 2].second), "0");
+                    EXPECT_EQ(LogOn().m_userSid, sids[i % 2]);
+                }
+                EXPECT_EQ(thread.Revert(keys[0]), "0");
+            });
+        }
+    }
+    EXPECT_EQ(nRequests, 2);
+    EXPECT_EQ(SSOReleaseSecurityContext(Wide(keys[1]).c_str()), SSO_OK);
+    ActingThread thread;
+    EXPECT_EQ(thread.Impersonate(captured[1], 8), "0");
+    const LoginResult hop = StartLogin();
+    EXPECT_EQ(thread.Revert(captured[1]), "0");
+    GssPeer acceptor;
+    EXPECT_EQ(ContinueLogin(hop.m_key, acceptor.Accept(hop.m_token)).m_verdict, "0");
+    EXPECT_EQ(acceptor.Outcome(), "mail@MORWEN.TEST to morwen/localhost@MORWEN.TEST");
+    m_trace.m_onSaid = [](const std::string&) {};
 }
 
 }  // namespace

@@ -2,10 +2,12 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <array>
 #include <chrono>
 #include <fstream>
 #include <sstream>
 #include <thread>
+#include <vector>
 
 #include "realm/GssPeer.h"
 #include "realm/PluginTest.h"
@@ -59,11 +61,50 @@ TEST_F(Logon, OnlyLogonInformationNeedsALocalAccount) {
     EXPECT_TRUE(m_trace.Said({"stranger@MORWEN.TEST maps to the local account \"stranger\", which does not exist"}));
 }
 
-TEST_F(Logon, WithAPasswordDelegatesToTrustedServices) {
-    const LoginResult started = StartLogin({"MORWEN\\bob", "bob-secret", "fwd/localhost"});
-    GssPeer acceptor;
-    EXPECT_EQ(ContinueLogin(started.m_key, acceptor.Accept(started.m_token)).m_verdict, "0");
-    EXPECT_EQ(acceptor.Outcome(), "bob@MORWEN.TEST to fwd/localhost@MORWEN.TEST delegating bob@MORWEN.TEST");
+TEST_F(Logon, DelegatesWithOneRequestForAsLongAsTheTicketIsTheSame) {
+    AddService("+ok_as_delegate fwd-too/localhost", "service.keytab");
+    const std::string cache = Kinit("alice", "handed.cc");
+    UseTickets(cache);
+    const struct {
+        const char* m_pszBefore;
+        Client m_client;
+        std::string m_delegating;
+        size_t m_nRequests;  // for forwarded tickets
+    } kCases[] = {
+        {"true", {"", "", "fwd/localhost"}, "alice", 1},
+        {"kvno -c $MORWEN_REALM_DIR/handed.cc morwen/localhost", {"", "", "fwd/localhost"}, "alice", 0},
+        {"true", {"", "", "fwd-too/localhost"}, "alice", 1},
+        {"echo alice-secret | kinit -c $MORWEN_REALM_DIR/handed.cc alice", {"", "", "fwd/localhost"}, "alice", 1},
+        {"echo bob-secret | kinit -c $MORWEN_REALM_DIR/handed.cc bob", {"", "", "fwd/localhost"}, "bob", 1},
+        {"echo bob-secret | kinit -F -c $MORWEN_REALM_DIR/handed.cc bob", {"", "", "fwd/localhost"}, "", 0},
+        {"true", {"MORWEN\\bob", "bob-secret", "fwd/localhost"}, "bob", 4},  // each with a logon of its own
+    };
+    for (const auto& test : kCases) {
+        SCOPED_TRACE(std::string(test.m_pszBefore) + " " + test.m_client.m_spn);
+        RunCommand(std::string(test.m_pszBefore) + "; kvno -c $MORWEN_REALM_DIR/handed.cc " + test.m_client.m_spn);
+        const auto requests = [] {
+            RunCommand("grep TGS_REQ $MORWEN_REALM_DIR/kdc.log | grep -c 'for krbtgt/MORWEN' || true");
+            size_t nRequests = 0;
+            std::ifstream(RealmPath("output")) >> nRequests;
+            return nRequests;
+        };
+        const size_t nBefore = requests();
+        std::vector<std::jthread> threads;
+        std::array<LoginResult, 4> started;
+        for (LoginResult& mine : started) {
+            threads.emplace_back([&] { mine = StartLogin(test.m_client); });
+        }
+        threads.clear();
+        EXPECT_EQ(requests() - nBefore, test.m_nRequests);
+        const std::string user = test.m_delegating.empty() ? "bob" : test.m_delegating;
+        for (const LoginResult& mine : started) {
+            GssPeer acceptor;
+            EXPECT_EQ(ContinueLogin(mine.m_key, acceptor.Accept(mine.m_token)).m_verdict, "0");
+            EXPECT_EQ(acceptor.Outcome(),
+                      user + "@MORWEN.TEST to " + test.m_client.m_spn + "@MORWEN.TEST" +
+                          (test.m_delegating.empty() ? "" : " delegating " + user + "@MORWEN.TEST"));
+        }
+    }
 }
 
 // Tickets and keys are held in memory, and must not be held longer than the files behind them.

@@ -1,10 +1,16 @@
 // The renewal of kept contexts, with a clock that is moved by hand; the core's own, because the library's is hidden.
+#include <algorithm>
 #include <ctime>
 #include <thread>
 
 #include "handlers/StaticToken.h"
 #include "platform/Platform.h"
-#include "realm/KeptContextTest.h"
+#include "platform/linux/contexts/Krb5ContextPool.h"
+#include "platform/linux/delegation/LogonEvidence.h"
+#include "platform/linux/keys/InitiatorTickets.h"
+#include "platform/linux/krb5/Krb5Words.h"
+#include "platform/linux/krb5/SspiFailure.h"
+#include "realm/DirectoryTest.h"
 
 namespace morwen {
 namespace {
@@ -77,7 +83,8 @@ TEST_F(Renewal, TakesTheTicketsThatTheUserHasDelegatedAndNoOthers) {
     EXPECT_TRUE(Renew(key));
     EXPECT_FALSE(Renew(key));
     EXPECT_FALSE(Renew(withoutTickets));
-    EXPECT_TRUE(m_trace.Said({"has delegated no tickets", "Failed to renegotiate security context."}));
+    EXPECT_TRUE(m_trace.Said({"has delegated no tickets to this service, and the KDC does not let",
+                              "Failed to renegotiate security context."}));
     thread.ExpectUnchanged();
     EXPECT_EQ(thread.Revert(key), "0");
     s_nAhead = 15L * 60;
@@ -88,6 +95,76 @@ TEST_F(Renewal, TakesTheTicketsThatTheUserHasDelegatedAndNoOthers) {
     EXPECT_EQ(thread.Revert(key), "0");
     EXPECT_EQ(thread.Impersonate(key, 65534), "100/61217");
     SDateTime::SetClock(nullptr);
+}
+
+class DirectoryRenewal : public DirectoryTest {};
+
+// The users' contexts last twenty minutes. The service may go on to itself in their names, and has no tickets of
+// theirs.
+TEST_F(DirectoryRenewal, TakesWhatTheDirectorySaysOfTheUserThen) {
+    UseKeytab("FILE:" + RealmPath("front.keytab"));
+    ParasSeq spn = {u"" SSO_KEY_SPN, SSO_PARAMETER_STRING, u"front/localhost", nullptr};
+    const ParasSeq settings = {u"" SSO_KEY_CACHE_EXPIRY, SSO_PARAMETER_LONG, u"3600", &spn};
+    ASSERT_EQ(SSOInitProvider(u"SSPI", &settings), SSO_OK);
+    s_nAhead = 0;
+    SDateTime::SetClock([]() noexcept { return 1000 * (int64_t{time(nullptr)} + s_nAhead); });
+    const auto kept = [](const std::string& i_user) {
+        UseTickets(Kinit(i_user, "brief.cc", "-l 20m"));
+        return KeptLogin({"", "", "front/localhost"});
+    };
+    const std::string mail = kept("mail"), disabled = kept("sys"), deleted = kept("sys");
+    UseTickets("FILE:" + RealmPath("none.cc"));
+    const std::string database = " --configfile=$MORWEN_REALM_DIR/smb.conf -H $MORWEN_REALM_DIR/samba/private/sam.ldb";
+    RunCommand("samba-tool group addmembers staff mail" + database);
+    RunCommand("samba-tool user disable sys" + database);
+    const LoginResult listed = Listed("mail");
+    EXPECT_FALSE(Renew(mail));  // not yet
+    s_nAhead = 20L * 60 - 10;
+    EXPECT_TRUE(Renew(mail));
+    EXPECT_FALSE(Renew(mail));
+    EXPECT_FALSE(Renew(disabled));
+    EXPECT_TRUE(m_trace.Said({"in the name of sys@MORWEN.TEST: KDC policy rejects request", "Failed to renegotiate"}));
+    RunCommand("samba-tool user delete sys" + database);
+    EXPECT_FALSE(Renew(deleted));
+    EXPECT_TRUE(m_trace.Said({"in the name of sys@MORWEN.TEST: Client not found", "Failed to renegotiate"}));
+    s_nAhead = 21L * 60;
+    ActingThread thread;
+    EXPECT_EQ(thread.Impersonate(disabled, 3), "100/61217");
+    EXPECT_EQ(thread.Impersonate(mail, 8), "0");
+    const LoginResult hop = LogOn();  // also with the evidence that the renewal has brought
+    EXPECT_EQ(hop.m_userSid, listed.m_userSid);
+    EXPECT_EQ(hop.m_groupSids, listed.m_groupSids);
+    EXPECT_EQ(std::count(hop.m_groupSids.begin(), hop.m_groupSids.end(), ';'), 5);
+    EXPECT_EQ(thread.Revert(mail), "0");
+    SDateTime::SetClock(nullptr);
+}
+
+// Evidence that is not what it is said to be; a KDC would have to be mistaken, too.
+TEST_F(DirectoryRenewal, EvidenceIsOfOneUserAndLastsAsLongAsTheTicket) {
+    UseKeytab("FILE:" + RealmPath("front.keytab"));
+    const Krb5ContextLease lease = LendKrb5Context();
+    const auto pTicket = InitiatorTickets("FILE:" + RealmPath("alice.cc")).Get(lease.get(), "front/localhost");
+    const auto ticket = BytesOf(pTicket->m_credentials.get()->ticket);
+    const struct {
+        const char *m_pszUser, *m_pszSays;
+        int64_t m_nLeft;
+        SECURITY_STATUS m_nStatus;
+    } kCases[] = {{"alice", "", 60, SEC_E_OK},
+                  {"mail", "has given a ticket of alice@MORWEN.TEST", 60, SEC_E_LOGON_DENIED},
+                  {"alice", "the ticket of alice@MORWEN.TEST for it expired", 0, SEC_E_NO_CREDENTIALS}};
+    for (const auto& test : kCases) {
+        krb5_principal user = nullptr;
+        ASSERT_EQ(krb5_parse_name(lease.get(), test.m_pszUser, &user), 0);
+        SECURITY_STATUS nStatus = SEC_E_OK;
+        try {
+            LogonEvidence(ticket, KeptPrincipal(user), Now(lease.get()) + test.m_nLeft)
+                .Get(lease.get(), "morwen/localhost");
+        } catch (const SspiFailure& failure) {
+            nStatus = failure.Status();
+        }
+        EXPECT_EQ(nStatus, test.m_nStatus) << test.m_pszUser;
+        EXPECT_NE(FailureText(nStatus).find(test.m_pszSays), std::string_view::npos) << FailureText(nStatus);
+    }
 }
 
 }  // namespace

@@ -39,6 +39,7 @@ void CheckAll(Case& io_case) {
         CheckKeytab(io_case);
         CheckReplayCache(io_case);
         CheckAccount(io_case);
+        CheckSecondHop(io_case);
     }
     CheckLibrary(io_case);
 }
@@ -100,6 +101,11 @@ int Run(int i_nArguments, char** i_ppszArguments) {
     pServer->add_flag("--impersonate", options.m_bImpersonate,
                       "the server is to act as its users on this machine; with --account, the account keeps the two "
                       "capabilities for it, which the service's unit must give then");
+
+    pServer->add_option(
+        "--second-hop", options.m_secondHop,
+        "another service, SERVICE/HOST, that the server is to log on to as its users; needs --spn and a "
+        "user's ticket");
 
     CLI::App* const pLogin = app.add_subcommand("login", "the client's half of a real logon, with the user's tickets");
     pLogin->add_option("--spn", logon.m_spn, "the service's principal")->required();

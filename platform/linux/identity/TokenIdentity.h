@@ -12,6 +12,7 @@
 namespace morwen {
 
 class DelegatedTickets;
+class LogonEvidence;
 
 // Never changed once a token exists.
 struct TokenIdentity {
@@ -24,8 +25,10 @@ struct TokenIdentity {
     std::optional<UnixAccount> m_account;
     // The service itself, which logs on elsewhere with its own tickets.
     bool m_bService = false;
-    // With what anybody else logs on elsewhere; null without delegation.
+    // With what anybody else logs on elsewhere: tickets that the user has delegated, or else, where the KDC allows it,
+    // the user's ticket for the service. Each may be null.
     std::shared_ptr<DelegatedTickets> m_pDelegated;
+    std::shared_ptr<LogonEvidence> m_pEvidence{};
 };
 
 // The SIDs of an identity: the PAC's, else the account's. Nothing when the PAC's cannot be read, or there is neither:

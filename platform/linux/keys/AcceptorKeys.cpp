@@ -119,7 +119,11 @@ std::shared_ptr<const AcceptorKeys> AcceptorKeys::Default(krb5_context i_context
     if (const krb5_error_code nCode = krb5_kt_default_name(i_context, aName.data(), int{aName.size()}); nCode != 0) {
         FailUnreadable(i_context, nCode, "(the default keytab)");
     }
-    return Held().Get(i_context, WithKind(aName.data()));
+    return Named(i_context, aName.data());
+}
+
+std::shared_ptr<const AcceptorKeys> AcceptorKeys::Named(krb5_context i_context, const std::string& i_name) {
+    return Held().Get(i_context, WithKind(i_name));
 }
 
 void AcceptorKeys::ReleaseHeld() noexcept {

@@ -20,6 +20,8 @@ public:
     // The keys behind the default keytab, shared by all who ask until the file changes. Throws SspiFailure
     // (SEC_E_NO_CREDENTIALS, the text naming the keytab) when there is none, or none that can be read, or no key in it.
     static std::shared_ptr<const AcceptorKeys> Default(krb5_context i_context);
+    // The same of another keytab, by its name.
+    static std::shared_ptr<const AcceptorKeys> Named(krb5_context i_context, const std::string& i_name);
     // Lets go of all that are shared; the memory of those that nobody uses is wiped.
     static void ReleaseHeld() noexcept;
 

@@ -109,10 +109,6 @@ int64_t EndOfOwnTicket(krb5_context i_context, krb5_ccache i_cache, krb5_princip
 
 }  // namespace
 
-bool InitiatorTickets::ServiceTicket::MayDelegate() const noexcept {
-    return (m_credentials.get()->ticket_flags & TKT_FLG_OK_AS_DELEGATE) != 0;
-}
-
 std::shared_ptr<InitiatorTickets> InitiatorTickets::Default(krb5_context i_context) {
     // A context remembers the name that it has seen first; the environment may have changed since.
     krb5_error_code nCode = krb5_cc_set_default_name(i_context, nullptr);
@@ -141,6 +137,18 @@ std::shared_ptr<const InitiatorTickets::ServiceTicket> InitiatorTickets::Get(krb
     auto pTicket = Fetch(i_context, i_targetName);
     Hold(i_targetName, pTicket, nGeneration);
     return pTicket;
+}
+
+std::shared_ptr<const ForwardedTicket> InitiatorTickets::Forwarded(krb5_context i_context,
+                                                                   const std::string& i_targetName,
+                                                                   const ServiceTicket& i_ticket) {
+    return m_forwarded.Get(i_context, *this, i_targetName, *i_ticket.m_credentials.get());
+}
+
+uint64_t InitiatorTickets::Generation() {
+    ForgetWhenChanged();
+    const CS_Locker locker(m_section);
+    return m_nGeneration;
 }
 
 void InitiatorTickets::RequireOwnCache() const {

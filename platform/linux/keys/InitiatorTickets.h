@@ -10,6 +10,7 @@
 #include "harrow/lifetime/HeldMap.h"
 #include "harrow/locks/CS_Wrapper.h"
 #include "platform/linux/contexts/Krb5Kept.h"
+#include "platform/linux/forwarding/ForwardedTickets.h"
 #include "platform/linux/keys/PasswordLogon.h"
 #include "platform/linux/keys/SourceLook.h"
 #include "platform/linux/krb5/Krb5Owners.h"
@@ -18,17 +19,8 @@ namespace morwen {
 
 // Shared by all credential handles of the identity. Any method on any thread. No lock is held while a file is looked at
 // or a KDC asked for a service ticket; a password is checked once, and who needs its tickets meanwhile waits.
-class InitiatorTickets {
+class InitiatorTickets : public LogonTickets, private ForwardedTickets::Source {
 public:
-    // Never changed, and read by many threads at once.
-    struct ServiceTicket {
-        KeptCredentials m_credentials;
-        int64_t m_nStart = 0;
-        int64_t m_nEnd = 0;
-
-        bool MayDelegate() const noexcept;
-    };
-
     // The tickets in the default cache of the user that the process runs as. Nothing is looked at yet: that there is no
     // ticket shows when one is needed. Throws SspiFailure, std::bad_alloc.
     static std::shared_ptr<InitiatorTickets> Default(krb5_context i_context);
@@ -44,12 +36,17 @@ public:
     // into the cache too. Throws SspiFailure: SEC_E_NO_CREDENTIALS when the user has no ticket or an expired one (the
     // text names user, cache and time), SEC_E_TARGET_UNKNOWN for an unknown service, SEC_E_LOGON_DENIED for a refused
     // password.
-    std::shared_ptr<const ServiceTicket> Get(krb5_context i_context, const std::string& i_targetName);
+    std::shared_ptr<const ServiceTicket> Get(krb5_context i_context, const std::string& i_targetName) override;
+
+    // Of the cache's ticket-granting ticket.
+    std::shared_ptr<const ForwardedTicket> Forwarded(krb5_context i_context, const std::string& i_targetName,
+                                                     const ServiceTicket& i_ticket) override;
 
     // The cache with the identity's ticket-granting ticket, good for libkrb5's own functions. Throws SspiFailure.
-    Krb5CacheOwner OpenCache(krb5_context i_context);
+    Krb5CacheOwner OpenCache(krb5_context i_context) override;
 
 private:
+    uint64_t Generation() override;
     std::shared_ptr<const ServiceTicket> Held(krb5_context i_context, const std::string& i_targetName,
                                               uint64_t& o_nGeneration);
     void Hold(const std::string& i_targetName, std::shared_ptr<const ServiceTicket> i_pTicket, uint64_t i_nGeneration);
@@ -69,6 +66,7 @@ private:
         S_GUARDED_BY(m_section);
     SourceLook m_look S_GUARDED_BY(m_section);
     uint64_t m_nGeneration S_GUARDED_BY(m_section) = 0;  // goes up whenever the tickets are forgotten
+    ForwardedTickets m_forwarded;
 };
 
 }  // namespace morwen

@@ -8,6 +8,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/linux/delegation/LogonEvidence.h"
 #include "platform/linux/krb5/Krb5Owners.h"
 #include "platform/linux/krb5/Krb5Words.h"
 #include "platform/linux/krb5/SspiFailure.h"
@@ -275,6 +276,9 @@ std::shared_ptr<SecurityContext> MakeContext(const Exchange& i_exchange, const G
         pIdentity->m_pDelegated =
             ReceivedTickets(i_exchange.m_context, i_exchange.m_authContext.get(), i_checksum.m_delegation, client);
         pLogon->m_nAttributes |= pIdentity->m_pDelegated != nullptr ? ASC_RET_DELEGATE : 0;
+    }
+    if (pIdentity->m_pDelegated == nullptr) {
+        pIdentity->m_pEvidence = LogonEvidence::Of(i_exchange.m_context, i_exchange.m_request.m_ticket, ticket);
     }
     if ((i_checksum.m_nFlags & kGssMutual) != 0) {
         pLogon->m_nAttributes |= ASC_RET_MUTUAL_AUTH;

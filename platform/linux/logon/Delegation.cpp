@@ -101,17 +101,15 @@ krb5_error_code ReadMessage(krb5_context i_context, krb5_auth_context io_exchang
 
 }  // namespace
 
-std::vector<uint8_t> ForwardedTicket(krb5_context i_context, krb5_auth_context io_exchange,
-                                     krb5_creds* i_pServiceTicket, krb5_ccache i_cache) {
-    Krb5Data message(i_context);
+std::vector<uint8_t> DelegationMessage(krb5_context i_context, krb5_auth_context io_exchange,
+                                       const krb5_creds& i_serviceTicket, const krb5_creds& i_forwarded) {
+    Krb5Owner<krb5_data*, krb5_free_data> message(i_context);
     krb5_error_code nCode = 0;
     {
         const WithoutFlags plain(i_context, io_exchange);
         const WithoutSubKey sessionKey(i_context, io_exchange);
-        krb5_principal_data server = *i_pServiceTicket->server;
-        server.type = KRB5_NT_SRV_HST;  // or the library does not look for the host in it
-        nCode = krb5_fwd_tgt_creds(i_context, io_exchange, nullptr, i_pServiceTicket->client, &server, i_cache, 1,
-                                   message.Receive());
+        krb5_creds forwarded = i_forwarded;  // read only
+        nCode = krb5_mk_1cred(i_context, io_exchange, &forwarded, message.Receive(), nullptr);
     }
     if (nCode == ENOMEM) {
         throw std::bad_alloc();
@@ -119,13 +117,13 @@ std::vector<uint8_t> ForwardedTicket(krb5_context i_context, krb5_auth_context i
     // The two tickets share one token with their wrapping and the authenticator's own fields.
     constexpr size_t kRoomForTheRest = 2048;
     constexpr size_t kMostOfBoth = kMostTokenBytes - kRoomForTheRest;
-    if (nCode != 0 || message->length + size_t{i_pServiceTicket->ticket.length} > kMostOfBoth) {
-        S_TRACE("ssoplugin: ForwardedTicket() -- Going on without delegation to %1: %2",
-                PrincipalText(i_context, i_pServiceTicket->server),
+    if (nCode != 0 || message->length + size_t{i_serviceTicket.ticket.length} > kMostOfBoth) {
+        S_TRACE("ssoplugin: DelegationMessage() -- Going on without delegation to %1: %2",
+                PrincipalText(i_context, i_serviceTicket.server),
                 nCode != 0 ? ErrorWords(i_context, nCode) : std::string("the message is too long"));
         return {};
     }
-    const auto bytes = BytesOf(*message);
+    const auto bytes = BytesOf(*message.get());
     return {bytes.begin(), bytes.end()};
 }
 

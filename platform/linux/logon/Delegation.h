@@ -12,10 +12,10 @@
 
 namespace morwen {
 
-// A KRB-CRED with a forwarded ticket-granting ticket, from the KDC, encrypted with the session key of the exchange.
-// Empty when there is none to send: delegation is asked for, never required. Throws std::bad_alloc.
-std::vector<uint8_t> ForwardedTicket(krb5_context i_context, krb5_auth_context io_exchange,
-                                     krb5_creds* i_pServiceTicket, krb5_ccache i_cache);
+// A KRB-CRED with a forwarded ticket-granting ticket, encrypted with the session key of the exchange, which is that of
+// the service's ticket. Empty when there is no room for it in a token. Throws std::bad_alloc.
+std::vector<uint8_t> DelegationMessage(krb5_context i_context, krb5_auth_context io_exchange,
+                                       const krb5_creds& i_serviceTicket, const krb5_creds& i_forwarded);
 
 // The ticket-granting ticket of a received KRB-CRED, held in memory; null when it brings none. All in it must be the
 // client's own. Throws SspiFailure.

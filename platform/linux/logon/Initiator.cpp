@@ -13,36 +13,27 @@ namespace {
 
 // What the checksum is made from, and the checksum itself, which libkrb5 reads until the request is built.
 struct ChecksumRequest {
-    InitiatorTickets& m_tickets;
     krb5_creds* m_pServiceTicket;
+    std::shared_ptr<const ForwardedTicket> m_pForwarded;  // null: nothing is delegated
     bool m_bMutual;
-    bool m_bDelegate;
 
+    bool m_bDelegated = false;
     std::vector<uint8_t> m_bytes;
     krb5_data m_data{};
 };
-
-// Empty when nothing is to be delegated, or nothing can be: the logon itself goes on.
-std::vector<uint8_t> DelegationFor(krb5_context i_context, krb5_auth_context io_exchange, ChecksumRequest& i_request) {
-    if (!i_request.m_bDelegate) {
-        return {};
-    }
-    try {
-        const Krb5CacheOwner cache = i_request.m_tickets.OpenCache(i_context);
-        return ForwardedTicket(i_context, io_exchange, i_request.m_pServiceTicket, cache.get());
-    } catch (const SspiFailure&) {
-        return {};
-    }
-}
 
 // Called by libkrb5 while it builds the request, once the keys of the exchange are known.
 krb5_error_code MakeChecksum(krb5_context i_context, krb5_auth_context io_exchange, void* io_pvRequest,
                              krb5_data** o_ppChecksum) noexcept {
     auto& request = *static_cast<ChecksumRequest*>(io_pvRequest);
     try {
-        const std::vector<uint8_t> delegation = DelegationFor(i_context, io_exchange, request);
-        request.m_bDelegate = !delegation.empty();
-        const uint32_t nFlags = (request.m_bMutual ? kGssMutual : 0U) | (request.m_bDelegate ? kGssDelegate : 0U);
+        std::vector<uint8_t> delegation;
+        if (request.m_pForwarded != nullptr) {
+            delegation =
+                DelegationMessage(i_context, io_exchange, *request.m_pServiceTicket, *request.m_pForwarded->get());
+        }
+        request.m_bDelegated = !delegation.empty();
+        const uint32_t nFlags = (request.m_bMutual ? kGssMutual : 0U) | (request.m_bDelegated ? kGssDelegate : 0U);
         request.m_bytes = MakeGssChecksum({nFlags, delegation});
         request.m_data = DataOf(request.m_bytes);
         *o_ppChecksum = &request.m_data;
@@ -84,15 +75,17 @@ krb5_error_code MakeRequest(krb5_context i_context, ChecksumRequest& io_request,
 
 }  // namespace
 
-std::shared_ptr<SecurityContext> InitiateLogon(krb5_context i_context, InitiatorTickets& i_tickets,
+std::shared_ptr<SecurityContext> InitiateLogon(krb5_context i_context, LogonTickets& i_tickets,
                                                const std::string& i_targetName, uint32_t i_nRequirements,
                                                std::vector<uint8_t>& o_token) {
     const auto pTicket = i_tickets.Get(i_context, i_targetName);
-    ChecksumRequest request{.m_tickets = i_tickets,
-                            .m_pServiceTicket = pTicket->m_credentials.get(),
+    ChecksumRequest request{.m_pServiceTicket = pTicket->m_credentials.get(),
+                            .m_pForwarded = nullptr,
                             .m_bMutual = (i_nRequirements & ISC_REQ_MUTUAL_AUTH) != 0,
-                            .m_bDelegate = (i_nRequirements & ISC_REQ_DELEGATE) != 0 && pTicket->MayDelegate(),
                             .m_bytes = {}};
+    if ((i_nRequirements & ISC_REQ_DELEGATE) != 0 && pTicket->MayDelegate()) {
+        request.m_pForwarded = i_tickets.Forwarded(i_context, i_targetName, *pTicket);
+    }
     Krb5AuthContext exchange(i_context);
     Krb5Data message(i_context);
     if (const krb5_error_code nCode = MakeRequest(i_context, request, exchange, message.Receive()); nCode != 0) {
@@ -106,7 +99,7 @@ std::shared_ptr<SecurityContext> InitiateLogon(krb5_context i_context, Initiator
     const Harrowlib201::CS_Locker locker(pLogon->m_section);
     pLogon->m_bEstablished = !request.m_bMutual;
     pLogon->m_nAttributes =
-        (request.m_bMutual ? ISC_RET_MUTUAL_AUTH : 0U) | (request.m_bDelegate ? ISC_RET_DELEGATE : 0U);
+        (request.m_bMutual ? ISC_RET_MUTUAL_AUTH : 0U) | (request.m_bDelegated ? ISC_RET_DELEGATE : 0U);
     if (request.m_bMutual) {
         pLogon->m_exchange = KeptAuthContext(exchange.Detach());
     }

@@ -9,14 +9,14 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/keys/InitiatorTickets.h"
+#include "platform/linux/forwarding/LogonTickets.h"
 #include "platform/linux/logon/SecurityContext.h"
 
 namespace morwen {
 
 // The first pass: a context and the token for the service. The requirements are ISC_REQ_DELEGATE and
 // ISC_REQ_MUTUAL_AUTH; without the latter the context is established at once. Throws SspiFailure, std::bad_alloc.
-std::shared_ptr<SecurityContext> InitiateLogon(krb5_context i_context, InitiatorTickets& i_tickets,
+std::shared_ptr<SecurityContext> InitiateLogon(krb5_context i_context, LogonTickets& i_tickets,
                                                const std::string& i_targetName, uint32_t i_nRequirements,
                                                std::vector<uint8_t>& o_token);
 

@@ -3,6 +3,8 @@
 #include <string_view>
 
 #include "harrow/text/SWCharStringConv.h"
+#include "platform/linux/delegation/LogonEvidence.h"
+#include "platform/linux/delegation/ServiceLogon.h"
 #include "platform/linux/identity/ThreadIdentity.h"
 #include "platform/linux/keys/DelegatedTickets.h"
 #include "platform/linux/krb5/SspiFailure.h"
@@ -34,13 +36,13 @@ std::shared_ptr<InitiatorTickets> TicketsOf(const SEC_WINNT_AUTH_IDENTITY_W& i_i
 }
 
 // The service's own tickets must not go out in the name of a user that a thread acts as.
-std::shared_ptr<InitiatorTickets> DefaultTickets(krb5_context i_context) {
+std::shared_ptr<LogonTickets> DefaultTickets(krb5_context i_context) {
     const auto pIdentity = ImpersonatedIdentity();
     if (pIdentity == nullptr || pIdentity->m_bService) {
         return InitiatorTickets::Default(i_context);
     }
     if (pIdentity->m_pDelegated == nullptr) {
-        return nullptr;  // which leaves a logon to be finished that was started with other credentials
+        return pIdentity->m_pEvidence;  // null leaves a logon to be finished that was started with other credentials
     }
     return {pIdentity->m_pDelegated, &pIdentity->m_pDelegated->Tickets()};
 }
@@ -66,6 +68,7 @@ std::shared_ptr<LinuxCredential> LinuxCredential::Acquire(krb5_context i_context
 void LinuxCredential::ReleaseHeld() noexcept {
     AcceptorKeys::ReleaseHeld();
     InitiatorTickets::ReleaseHeld();
+    ServiceLogon::ReleaseHeld();
 }
 
 }  // namespace morwen

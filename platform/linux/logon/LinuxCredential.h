@@ -15,8 +15,8 @@ namespace morwen {
 // Never changed once it exists; what it points at takes care of its own threads.
 struct LinuxCredential {
     bool m_bInitiates = false;
-    std::shared_ptr<InitiatorTickets> m_pTickets;  // null for a user who has delegated none: no logon can be started
-    std::shared_ptr<const AcceptorKeys> m_pKeys;   // null when good for initiating only
+    std::shared_ptr<LogonTickets> m_pTickets;     // null for a user who has none for here: no logon can be started
+    std::shared_ptr<const AcceptorKeys> m_pKeys;  // null when good for initiating only
 
     // For the use SECPKG_CRED_INBOUND, SECPKG_CRED_OUTBOUND or SECPKG_CRED_BOTH. An identity is whose logon is
     // initiated; null means the default one. A service is known by its keytab, whoever asks. Nothing is asked of a KDC

@@ -343,8 +343,9 @@ SECURITY_STATUS LinuxSspi::StartLogon(const LinuxCredential& i_credential, const
     RequireOutput(o_pNewContext);
     if (i_credential.m_pTickets == nullptr) {
         Fail(SEC_E_NO_CREDENTIALS,
-             "the thread acts as a user who has delegated no tickets to this service; is the service trusted for "
-             "delegation, and is the user's ticket forwardable?");
+             "the thread acts as a user who has delegated no tickets to this service, and whose own ticket may not be "
+             "forwarded; is the account marked as sensitive or protected, or was the ticket not asked for as "
+             "forwardable?");
     }
     if (i_pszTargetName == nullptr || *i_pszTargetName == u'\0') {
         Fail(SEC_E_TARGET_UNKNOWN, "the call names no service to log on to");

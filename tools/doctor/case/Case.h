@@ -29,6 +29,7 @@ struct Options {
     std::string m_account;  // server: the account that the service has; empty: the one that runs this
     std::optional<Harrowlib201::SWCharString> m_ssPassword;  // client: to be tried in place of the cache's tickets
     bool m_bDelegation = false;
+    std::string m_secondHop;  // server: another service, to be reached in a user's name
     bool m_bImpersonate = false;
     std::chrono::milliseconds m_wait{3000};  // for the KDCs of a realm, all asked at once
 };

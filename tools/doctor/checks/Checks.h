@@ -27,6 +27,8 @@ void CheckKeytab(Case& io_case);
 void CheckReplayCache(Case& io_case);
 // Server: the user's local account, and the right to act as that account.
 void CheckAccount(Case& io_case);
+// Server: whether it may go on to another service as its users, and in which of the two ways.
+void CheckSecondHop(Case& io_case);
 // The library itself, up to where a peer would be needed.
 void CheckLibrary(Case& io_case);
 

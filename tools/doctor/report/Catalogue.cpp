@@ -80,6 +80,12 @@ constexpr Problem kProblems[] = {
     {"account-missing", "account", "The principal stands for a name that is no account of this machine."},
     {"account-root", "account", "No ticket makes a root: the library refuses to act as this user."},
     {"impersonation-privilege", "privilege", "The service can act as its own account only, as no other user."},
+    {"hop-not-forwardable", "second-hop",
+     "The KDC gives nobody a ticket in this user's name: nothing can be delegated, and the service goes nowhere as the "
+     "user."},
+    {"hop-no-account", "second-hop",
+     "The KDC asks the service who it is, and the keytab has no name that gets a ticket of its own."},
+    {"hop-refused", "second-hop", "The KDC does not let the service go on to the other one in its users' names."},
     {"logon-fails", "logon", "The library fails although the checks above see nothing wrong; its words say where."},
     {"login-failed", "login", "The client's half does not begin: something is wrong on this machine or with the KDC."},
     {"login-unproven", "login", "The server's answer was not made with the service's key: it is not the one meant."},
