@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 #include "errors/SSOException.h"
 #include "handlers/SystemErrorText.h"
@@ -265,20 +266,42 @@ uint32_t KerberosSSPIHandler::AcceptContext(const SSOCredentialsPtr& i_pCredenti
     }
     RequireInput(i_pvBuffer, i_nBufferSize, "ssoplugin: KerberosSSPIHandler::AcceptContext() -- NULL input buffer.",
                  "ssoplugin: KerberosSSPIHandler::AcceptContext() -- 0-length input buffer..");
-    TokenBuffer input = InputBuffer(i_pvBuffer, i_nBufferSize);
+    AcceptingNegotiation& negotiation = session.Accepting();
+    const auto token = negotiation.Read({i_pvBuffer, static_cast<size_t>(i_nBufferSize)});
+    TokenBuffer input = InputBuffer(token.data(), token.size());
     *o_ppvBuffer = AllocateOutput("ssoplugin: KerberosSSPIHandler::AcceptContext() -- Out of memory");
     TokenBuffer output(*o_ppvBuffer, m_nMaxTokenSize);
+    MechanismStep step{.m_pContext = session.GetContext()};
+    const auto answer = [&] {
+        Replace(negotiation.Answer(step), o_ppvBuffer, o_pnBufferLength);
+        return negotiation.IsComplete();
+    };
+    if (token.empty()) {  // nothing for the package: the client proposes, or proves what it has proposed
+        step.m_bDone = session.HoldsContext();
+        if (answer()) {
+            session.SetEstablished();
+        }
+        return SSO_CONTINUE;
+    }
+    // The first token of a negotiation may hold none for the package.
+    const bool bNoContext = bFirstPass || (negotiation.IsUsed() && !session.HoldsContext());
     ULONG nAttributes = 0;
     TimeStamp tsExpiry{};
     const SECURITY_STATUS nStatus = Platform::Sspi().AcceptSecurityContext(
-        login.m_pCredentials->GetHandle(), bFirstPass ? nullptr : session.GetContext(), input.get(),
-        ASC_REQ_MUTUAL_AUTH, SECURITY_NATIVE_DREP, session.GetContext(), output.get(), &nAttributes, &tsExpiry);
+        login.m_pCredentials->GetHandle(), bNoContext ? nullptr : session.GetContext(), input.get(),
+        ASC_REQ_MUTUAL_AUTH | negotiation.Requirements(), SECURITY_NATIVE_DREP, session.GetContext(), output.get(),
+        &nAttributes, &tsExpiry);
     *o_pnBufferLength = output.Written();
     if (nStatus >= 0) {  // a call that fails may have left anything in the buffer
         m_tokenBlocks.SetWritten(*o_ppvBuffer, *o_pnBufferLength);
     }
+    step.m_token = {*o_ppvBuffer, static_cast<size_t>(*o_pnBufferLength)};
+    step.m_bIntegrity = (nAttributes & ASC_RET_INTEGRITY) != 0;
     switch (nStatus) {
         case SEC_I_CONTINUE_NEEDED:
+            if (negotiation.IsUsed()) {
+                answer();
+            }
             return SSO_CONTINUE;
         case SEC_E_INSUFFICIENT_MEMORY:
             S_FAIL("ssoplugin: KerberosSSPIHandler::AcceptContext() -- Out of memory!");
@@ -290,6 +313,10 @@ uint32_t KerberosSSPIHandler::AcceptContext(const SSOCredentialsPtr& i_pCredenti
             throw SSOException(SSO_DENIED, kMsgCredentials);
         case SEC_E_OK:
             CheckLogonInformation(i_pSession);
+            step.m_bDone = true;
+            if (negotiation.IsUsed() && !answer()) {
+                return SSO_CONTINUE;  // the client has still to prove what it has proposed
+            }
             session.SetEstablished();
             if (i_bWantLogonInformation) {
                 GetLogonInformation(i_pSession, o_logonInformation);
@@ -350,6 +377,18 @@ void KerberosSSPIHandler::CheckLogonInformation(const SSOSessionPtr& i_pSession)
             "which is required.");
         throw SSOException(SSO_DENIED, kMsgCredentials);
     }
+}
+
+void KerberosSSPIHandler::Replace(const std::vector<uint8_t>& i_token, uint8_t** io_ppvBuffer,
+                                  uint64_t* io_pnBufferLength) {
+    if (i_token.size() > m_nMaxTokenSize) {
+        uint8_t* const pvLarger = AllocateBuffer(i_token.size());
+        FreeBuffer(std::exchange(*io_ppvBuffer, pvLarger));
+    }
+    std::copy(i_token.begin(), i_token.end(), *io_ppvBuffer);
+    // What is not written over must still be cleared.
+    m_tokenBlocks.SetWritten(*io_ppvBuffer, std::max<uint64_t>(*io_pnBufferLength, i_token.size()));
+    *io_pnBufferLength = i_token.size();
 }
 
 uint8_t* KerberosSSPIHandler::AllocateOutput(const char* i_pszOutOfMemory) {

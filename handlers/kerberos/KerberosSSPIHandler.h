@@ -1,6 +1,8 @@
 // The handler of the type "SSPI": Kerberos logins through the operating system's security package.
 #pragma once
 
+#include <vector>
+
 #include "handlers/SSOHandler.h"
 #include "handlers/kerberos/TokenBlocks.h"
 
@@ -36,6 +38,8 @@ public:
 
 private:
     uint8_t* AllocateOutput(const char* i_pszOutOfMemory);
+    // Puts the token in place of what is in the block, or in place of the block when it does not fit.
+    void Replace(const std::vector<uint8_t>& i_token, uint8_t** io_ppvBuffer, uint64_t* io_pnBufferLength);
     // Throws SSOException when the settings require a directory's word on the user, and there is none.
     void CheckLogonInformation(const SSOSessionPtr& i_pSession) const;
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "handlers/SSOHandler.h"
+#include "negotiation/AcceptingNegotiation.h"
 #include "platform/OsTypes.h"
 
 namespace morwen {
@@ -23,6 +24,9 @@ public:
     // Stays at the largest count, so that a late pass is never taken for the first.
     void CountPass() noexcept;
 
+    // Of a login that is accepted here.
+    AcceptingNegotiation& Accepting() noexcept { return m_accepting; }
+
     // Whether the package has said that the context is complete: only then is the peer known.
     bool IsEstablished() const noexcept { return m_bEstablished; }
     void SetEstablished() noexcept { m_bEstablished = true; }
@@ -31,6 +35,7 @@ private:
     ~SSPISession() override;
 
     CtxtHandle m_handle{};
+    AcceptingNegotiation m_accepting;
     bool m_bEstablished = false;
     bool m_bHandedOver = false;  // a token owns the context
 };

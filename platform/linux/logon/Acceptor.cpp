@@ -250,7 +250,8 @@ std::shared_ptr<SecurityContext> MakeContext(const Exchange& i_exchange, const G
 }  // namespace
 
 std::shared_ptr<SecurityContext> AcceptToken(krb5_context i_context, const AcceptorKeys& i_keys,
-                                             std::span<const uint8_t> i_token, std::vector<uint8_t>& o_reply) {
+                                             std::span<const uint8_t> i_token, uint32_t i_nRequirements,
+                                             std::vector<uint8_t>& o_reply) {
     if (i_token.size() > kMostReadBytes) {
         Fail(SEC_E_INVALID_TOKEN, "the initiator's token is longer than " + std::to_string(kMostReadBytes) + " bytes");
     }
@@ -271,7 +272,15 @@ std::shared_ptr<SecurityContext> AcceptToken(krb5_context i_context, const Accep
     PacInformation pac = CheckPac(i_context, exchange.m_pKey, *exchange.m_ticket.get());
     const GssChecksum checksum = ReadChecksum(exchange);
     auto pLogon = MakeContext(exchange, checksum, std::move(pac));
-    o_reply = (checksum.m_nFlags & kGssMutual) != 0 ? MakeReply(exchange) : std::vector<uint8_t>();
+    const bool bMutual = (checksum.m_nFlags & kGssMutual) != 0;
+    o_reply = bMutual ? MakeReply(exchange) : std::vector<uint8_t>();
+    if ((i_nRequirements & ASC_REQ_INTEGRITY) != 0 && (checksum.m_nFlags & kGssIntegrity) != 0) {
+        const Harrowlib201::CS_Locker locker(pLogon->m_section);
+        if (auto mic = MicKey::Of(i_context, exchange.m_authContext.get(), true, bMutual)) {
+            pLogon->m_mic.emplace(std::move(*mic));
+            pLogon->m_nAttributes |= ASC_RET_INTEGRITY;
+        }
+    }
     return pLogon;
 }
 

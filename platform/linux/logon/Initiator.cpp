@@ -1,5 +1,7 @@
 #include "platform/linux/logon/Initiator.h"
 
+#include <utility>
+
 #include "platform/linux/krb5/Krb5Owners.h"
 #include "platform/linux/krb5/Krb5Words.h"
 #include "platform/linux/krb5/SspiFailure.h"
@@ -17,6 +19,7 @@ struct ChecksumRequest {
     krb5_creds* m_pServiceTicket;
     bool m_bMutual;
     bool m_bDelegate;
+    bool m_bIntegrity;
 
     std::vector<uint8_t> m_bytes;
     krb5_data m_data{};
@@ -42,7 +45,8 @@ krb5_error_code MakeChecksum(krb5_context i_context, krb5_auth_context io_exchan
     try {
         const std::vector<uint8_t> delegation = DelegationFor(i_context, io_exchange, request);
         request.m_bDelegate = !delegation.empty();
-        const uint32_t nFlags = (request.m_bMutual ? kGssMutual : 0U) | (request.m_bDelegate ? kGssDelegate : 0U);
+        const uint32_t nFlags = (request.m_bMutual ? kGssMutual : 0U) | (request.m_bDelegate ? kGssDelegate : 0U) |
+                                (request.m_bIntegrity ? kGssIntegrity : 0U);
         request.m_bytes = MakeGssChecksum({nFlags, delegation});
         request.m_data = DataOf(request.m_bytes);
         *o_ppChecksum = &request.m_data;
@@ -92,6 +96,7 @@ std::shared_ptr<SecurityContext> InitiateLogon(krb5_context i_context, Initiator
                             .m_pServiceTicket = pTicket->m_credentials.get(),
                             .m_bMutual = (i_nRequirements & ISC_REQ_MUTUAL_AUTH) != 0,
                             .m_bDelegate = (i_nRequirements & ISC_REQ_DELEGATE) != 0 && pTicket->MayDelegate(),
+                            .m_bIntegrity = (i_nRequirements & ISC_REQ_INTEGRITY) != 0,
                             .m_bytes = {}};
     Krb5AuthContext exchange(i_context);
     Krb5Data message(i_context);
@@ -105,8 +110,9 @@ std::shared_ptr<SecurityContext> InitiateLogon(krb5_context i_context, Initiator
     pLogon->m_nEnd = pTicket->m_nEnd;
     const Harrowlib201::CS_Locker locker(pLogon->m_section);
     pLogon->m_bEstablished = !request.m_bMutual;
-    pLogon->m_nAttributes =
-        (request.m_bMutual ? ISC_RET_MUTUAL_AUTH : 0U) | (request.m_bDelegate ? ISC_RET_DELEGATE : 0U);
+    pLogon->m_nAttributes = (request.m_bMutual ? ISC_RET_MUTUAL_AUTH : 0U) |
+                            (request.m_bDelegate ? ISC_RET_DELEGATE : 0U) |
+                            (request.m_bMutual && request.m_bIntegrity ? ISC_RET_INTEGRITY : 0U);
     if (request.m_bMutual) {
         pLogon->m_exchange = KeptAuthContext(exchange.Detach());
     }
@@ -132,6 +138,13 @@ void CheckAnswer(krb5_context i_context, SecurityContext& io_logon, std::span<co
         FailKrb5(i_context, nCode, "checking that the answer comes from the service");
     }
     const Krb5AuthContext finished(i_context, io_logon.m_exchange.Detach());
+    if ((io_logon.m_nAttributes & ISC_RET_INTEGRITY) != 0) {
+        if (auto mic = MicKey::Of(i_context, finished.get(), false, reply->subkey != nullptr)) {
+            io_logon.m_mic.emplace(std::move(*mic));
+        } else {
+            io_logon.m_nAttributes &= ~ISC_RET_INTEGRITY;
+        }
+    }
     io_logon.m_bEstablished = true;
 }
 

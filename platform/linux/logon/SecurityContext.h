@@ -6,6 +6,7 @@
 #include <string>
 
 #include "harrow/locks/CS_Wrapper.h"
+#include "platform/linux/binding/Mic.h"
 #include "platform/linux/contexts/Krb5Kept.h"
 #include "platform/linux/identity/TokenIdentity.h"
 #include "platform/linux/keys/DelegatedTickets.h"
@@ -24,6 +25,9 @@ struct SecurityContext {
 
     // The initiating side until the server has answered: what its answer must fit to.
     KeptAuthContext m_exchange S_GUARDED_BY(m_section);
+
+    // For MICs: once established, where the call has asked for integrity.
+    std::optional<MicKey> m_mic S_GUARDED_BY(m_section);
 
     // The accepting side: who has logged on. The identity's account is looked up when it is first needed, and then
     // kept; when there was none, the next one who needs it looks again.

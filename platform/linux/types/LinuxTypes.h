@@ -90,6 +90,7 @@ struct SecPkgContext_NamesW {
 using SEC_GET_KEY_FN = void (*)(void*, void*, uint32_t, void**, SECURITY_STATUS*);
 
 inline constexpr uint32_t SECBUFFER_VERSION = 0;
+inline constexpr uint32_t SECBUFFER_DATA = 1;
 inline constexpr uint32_t SECBUFFER_TOKEN = 2;
 inline constexpr uint32_t SECPKG_CRED_INBOUND = 1;
 inline constexpr uint32_t SECPKG_CRED_OUTBOUND = 2;
@@ -100,11 +101,15 @@ inline constexpr uint32_t SEC_WINNT_AUTH_IDENTITY_UNICODE = 2;
 inline constexpr uint32_t SECURITY_NATIVE_DREP = 0x10;
 inline constexpr uint32_t ISC_REQ_DELEGATE = 0x1;
 inline constexpr uint32_t ISC_REQ_MUTUAL_AUTH = 0x2;
+inline constexpr uint32_t ISC_REQ_INTEGRITY = 0x10000;
 inline constexpr uint32_t ISC_RET_DELEGATE = 0x1;
 inline constexpr uint32_t ISC_RET_MUTUAL_AUTH = 0x2;
+inline constexpr uint32_t ISC_RET_INTEGRITY = 0x10000;
 inline constexpr uint32_t ASC_REQ_MUTUAL_AUTH = 0x2;
+inline constexpr uint32_t ASC_REQ_INTEGRITY = 0x20000;
 inline constexpr uint32_t ASC_RET_DELEGATE = 0x1;
 inline constexpr uint32_t ASC_RET_MUTUAL_AUTH = 0x2;
+inline constexpr uint32_t ASC_RET_INTEGRITY = 0x20000;
 
 namespace ostypes_detail {
 constexpr SECURITY_STATUS Status(uint32_t i_nBits) {

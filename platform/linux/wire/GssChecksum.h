@@ -12,6 +12,7 @@ inline constexpr int32_t kGssChecksumType = 0x8003;
 
 inline constexpr uint32_t kGssDelegate = 1;
 inline constexpr uint32_t kGssMutual = 2;
+inline constexpr uint32_t kGssIntegrity = 32;
 
 struct GssChecksum {
     uint32_t m_nFlags = 0;
