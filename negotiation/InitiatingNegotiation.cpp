@@ -16,11 +16,10 @@ namespace {
 
 }  // namespace
 
-std::vector<uint8_t> InitiatingNegotiation::Begin(std::span<const uint8_t> i_token) {
-    return MakeNegTokenInit(MakeMechanismList(), i_token);
-}
-
 std::span<const uint8_t> InitiatingNegotiation::Read(std::span<const uint8_t> i_answer) {
+    if (m_bFailed) {
+        Refuse("ssoplugin: InitiatingNegotiation::Read() -- The negotiation has failed.");
+    }
     const auto answer = ReadNegTokenResp(i_answer);
     if (!answer) {
         Refuse("ssoplugin: InitiatingNegotiation::Read() -- The server's answer is no SPNEGO response.");
@@ -36,36 +35,49 @@ std::span<const uint8_t> InitiatingNegotiation::Read(std::span<const uint8_t> i_
                   "why."
                 : "ssoplugin: InitiatingNegotiation::Read() -- The server's SPNEGO response holds no Kerberos token.");
     }
-    m_answer = *answer;
+    m_answer = answer;
     return token;
 }
 
-std::vector<uint8_t> InitiatingNegotiation::GoOn(std::span<const uint8_t> i_token) {
-    return MakeNegTokenResp({.m_eState = NegState::Incomplete, .m_token = i_token});
+std::vector<uint8_t> InitiatingNegotiation::Answer(std::span<const uint8_t> i_token, bool i_bDone,
+                                                   CtxtHandle* i_pContext) {
+    if (!m_answer) {
+        return MakeNegTokenInit(MakeMechanismList(), i_token);
+    }
+    return i_bDone ? Finish(i_token, i_pContext)
+                   : MakeNegTokenResp({.m_eState = NegState::Incomplete, .m_token = i_token});
 }
 
-std::vector<uint8_t> InitiatingNegotiation::Finish(CtxtHandle* i_pContext) {
-    const NegTokenResp answer = m_answer;
-    m_answer = {};
+std::vector<uint8_t> InitiatingNegotiation::Finish(std::span<const uint8_t> i_token, CtxtHandle* i_pContext) {
+    const NegTokenResp& answer = *m_answer;
+    m_bFailed = true;  // unless all is well
     if (answer.m_eState == NegState::Reject) {
         Refuse(
-            "ssoplugin: InitiatingNegotiation::Finish() -- The server has accepted the ticket and rejects the logon.");
+            "ssoplugin: InitiatingNegotiation::Finish() -- The server proves who it is and rejects the logon all the "
+            "same.");
     }
-    if (!answer.m_mic) {
-        if (answer.m_eState == NegState::RequestMic) {
-            Refuse(
-                "ssoplugin: InitiatingNegotiation::Finish() -- The server asks for a MIC of the mechanisms and sends "
-                "none.");
+    if (answer.m_eState == NegState::RequestMic && !answer.m_mic) {
+        Refuse(
+            "ssoplugin: InitiatingNegotiation::Finish() -- The server asks for a MIC of the mechanisms and sends "
+            "none.");
+    }
+    NegTokenResp last;
+    std::vector<uint8_t> mic;
+    if (!i_token.empty()) {
+        last.m_token = i_token;
+    }
+    if (answer.m_mic) {
+        const std::vector<uint8_t> list = MakeMechanismList();
+        CheckListMic(i_pContext, list, *answer.m_mic);
+        if (answer.m_eState != NegState::Completed) {
+            mic = MakeListMic(i_pContext, list);
+            last.m_mic = mic;
+            last.m_eState = NegState::Completed;
         }
-        return {};
     }
-    const std::vector<uint8_t> list = MakeMechanismList();
-    CheckListMic(i_pContext, list, *answer.m_mic);
-    if (answer.m_eState == NegState::Completed) {
-        return {};
-    }
-    const std::vector<uint8_t> mic = MakeListMic(i_pContext, list);
-    return MakeNegTokenResp({.m_eState = NegState::Completed, .m_mic = mic});
+    std::vector<uint8_t> token = last.m_mic || last.m_token ? MakeNegTokenResp(last) : std::vector<uint8_t>();
+    m_bFailed = false;
+    return token;
 }
 
 }  // namespace morwen

@@ -14,23 +14,21 @@ namespace morwen {
 // One login's. Used by one step at a time.
 class InitiatingNegotiation {
 public:
-    // The token for the server around the mechanism's first. Throws std::bad_alloc.
-    static std::vector<uint8_t> Begin(std::span<const uint8_t> i_token);
-
     // The mechanism's token within the server's answer; it is not empty. Throws SSOException (the reason is set); the
     // negotiation is then as it was. The answer must live until Finish.
     std::span<const uint8_t> Read(std::span<const uint8_t> i_answer);
 
-    // The mechanism wants more: its token, for the server. Throws std::bad_alloc.
-    static std::vector<uint8_t> GoOn(std::span<const uint8_t> i_token);
-
-    // The mechanism's context is established, with what Read has given. The last token for the server; empty when it
-    // waits for none. Throws SSOException (the reason is set) when the negotiation was tampered with, and the login has
-    // failed for good; std::bad_alloc.
-    std::vector<uint8_t> Finish(CtxtHandle* i_pContext);
+    // The token for the server around the mechanism's, which its first step, or the one with what Read has given, has
+    // made; i_bDone: with that its context is established. Empty when the server waits for nothing more. Throws
+    // SSOException (the reason is set) when the negotiation was tampered with, and the login has failed for good;
+    // std::bad_alloc.
+    std::vector<uint8_t> Answer(std::span<const uint8_t> i_token, bool i_bDone, CtxtHandle* i_pContext);
 
 private:
-    NegTokenResp m_answer;  // that was read last
+    std::vector<uint8_t> Finish(std::span<const uint8_t> i_token, CtxtHandle* i_pContext);
+
+    bool m_bFailed = false;
+    std::optional<NegTokenResp> m_answer;  // of the server, read last
 };
 
 }  // namespace morwen

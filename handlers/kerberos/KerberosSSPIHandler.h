@@ -5,6 +5,7 @@
 
 #include "handlers/SSOHandler.h"
 #include "handlers/kerberos/TokenBlocks.h"
+#include "negotiation/ChannelBindings.h"
 
 namespace morwen {
 
@@ -34,6 +35,9 @@ public:
     // The server's principal from the settings, for renewals. Throws SSOException when there is none.
     SWCharString GetSPN() const;
 
+    // What is done about the channel bindings of clients.
+    ChannelRule GetChannelRule() const;
+
     uint64_t GetMaxTokenSize() const noexcept { return m_nMaxTokenSize; }
 
 private:
@@ -47,6 +51,7 @@ private:
     uint64_t m_nMaxTokenSize = 0;  // of every output buffer, in bytes
     Parameters m_requiredGlobalParameters;
     Parameters m_globalParameters S_GUARDED_BY(m_lock);
+    ChannelRule m_channelRule S_GUARDED_BY(m_lock);
     bool m_bRequireLogonInformation S_GUARDED_BY(m_lock) = false;
 };
 

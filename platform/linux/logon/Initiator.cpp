@@ -20,6 +20,7 @@ struct ChecksumRequest {
     bool m_bMutual;
     bool m_bDelegate;
     bool m_bIntegrity;
+    ChannelHash m_channel;
 
     std::vector<uint8_t> m_bytes;
     krb5_data m_data{};
@@ -47,7 +48,7 @@ krb5_error_code MakeChecksum(krb5_context i_context, krb5_auth_context io_exchan
         request.m_bDelegate = !delegation.empty();
         const uint32_t nFlags = (request.m_bMutual ? kGssMutual : 0U) | (request.m_bDelegate ? kGssDelegate : 0U) |
                                 (request.m_bIntegrity ? kGssIntegrity : 0U);
-        request.m_bytes = MakeGssChecksum({nFlags, delegation});
+        request.m_bytes = MakeGssChecksum({nFlags, delegation, request.m_channel});
         request.m_data = DataOf(request.m_bytes);
         *o_ppChecksum = &request.m_data;
         return 0;
@@ -89,14 +90,15 @@ krb5_error_code MakeRequest(krb5_context i_context, ChecksumRequest& io_request,
 }  // namespace
 
 std::shared_ptr<SecurityContext> InitiateLogon(krb5_context i_context, InitiatorTickets& i_tickets,
-                                               const std::string& i_targetName, uint32_t i_nRequirements,
+                                               const std::string& i_targetName, const LogonTerms& i_terms,
                                                std::vector<uint8_t>& o_token) {
     const auto pTicket = i_tickets.Get(i_context, i_targetName);
     ChecksumRequest request{.m_tickets = i_tickets,
                             .m_pServiceTicket = pTicket->m_credentials.get(),
-                            .m_bMutual = (i_nRequirements & ISC_REQ_MUTUAL_AUTH) != 0,
-                            .m_bDelegate = (i_nRequirements & ISC_REQ_DELEGATE) != 0 && pTicket->MayDelegate(),
-                            .m_bIntegrity = (i_nRequirements & ISC_REQ_INTEGRITY) != 0,
+                            .m_bMutual = (i_terms.m_nRequirements & ISC_REQ_MUTUAL_AUTH) != 0,
+                            .m_bDelegate = (i_terms.m_nRequirements & ISC_REQ_DELEGATE) != 0 && pTicket->MayDelegate(),
+                            .m_bIntegrity = (i_terms.m_nRequirements & ISC_REQ_INTEGRITY) != 0,
+                            .m_channel = i_terms.m_channel.value_or(ChannelHash{}),
                             .m_bytes = {}};
     Krb5AuthContext exchange(i_context);
     Krb5Data message(i_context);

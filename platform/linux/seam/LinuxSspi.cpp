@@ -113,6 +113,11 @@ void Give(T* o_pResult, const T& i_result) {
     }
 }
 
+LogonTerms TermsOf(krb5_context i_context, ULONG i_nRequirements, const SecBufferDesc* i_pInput) {
+    const auto channel = InputChannel(i_pInput);
+    return {i_nRequirements, channel.empty() ? std::nullopt : std::optional(HashChannel(i_context, channel))};
+}
+
 SECURITY_STATUS Unsupported(const char* i_pszWhat) {
     Fail(SEC_E_UNSUPPORTED_FUNCTION, std::string(i_pszWhat) + " is not supported yet");
 }
@@ -185,8 +190,8 @@ SECURITY_STATUS LinuxSspi::InitializeSecurityContextW(PCredHandle i_pCredential,
         if (i_pContext != nullptr) {
             return FinishLogon(i_pContext, i_pInput, o_pNewContext, io_pOutput, o_pnAttributes, o_ptsExpiry);
         }
-        return StartLogon(*pCredential, i_pszTargetName, i_nRequirements, o_pNewContext, io_pOutput, o_pnAttributes,
-                          o_ptsExpiry);
+        return StartLogon(*pCredential, i_pszTargetName, i_nRequirements, i_pInput, o_pNewContext, io_pOutput,
+                          o_pnAttributes, o_ptsExpiry);
     });
 }
 
@@ -364,8 +369,8 @@ std::shared_ptr<SecurityContext> LinuxSspi::Context(PCtxtHandle i_pContext) cons
 }
 
 SECURITY_STATUS LinuxSspi::StartLogon(const LinuxCredential& i_credential, const SEC_WCHAR* i_pszTargetName,
-                                      ULONG i_nRequirements, PCtxtHandle o_pNewContext, PSecBufferDesc io_pOutput,
-                                      ULONG* o_pnAttributes, PTimeStamp o_ptsExpiry) {
+                                      ULONG i_nRequirements, PSecBufferDesc i_pInput, PCtxtHandle o_pNewContext,
+                                      PSecBufferDesc io_pOutput, ULONG* o_pnAttributes, PTimeStamp o_ptsExpiry) {
     OutputToken output(io_pOutput);
     RequireOutput(o_pNewContext);
     if (i_credential.m_pTickets == nullptr) {
@@ -378,8 +383,9 @@ SECURITY_STATUS LinuxSspi::StartLogon(const LinuxCredential& i_credential, const
     }
     const Krb5ContextLease lease = TakeContext();
     std::vector<uint8_t> token;
-    const auto pLogon = InitiateLogon(lease.get(), *i_credential.m_pTickets,
-                                      Harrowlib201::SWCharStringConv::ToUtf8(i_pszTargetName), i_nRequirements, token);
+    const auto pLogon =
+        InitiateLogon(lease.get(), *i_credential.m_pTickets, Harrowlib201::SWCharStringConv::ToUtf8(i_pszTargetName),
+                      TermsOf(lease.get(), i_nRequirements, i_pInput), token);
     const Harrowlib201::CS_Locker locker(pLogon->m_section);
     output.Write(token);
     *o_pNewContext = m_contexts.Add(pLogon);
@@ -411,7 +417,8 @@ SECURITY_STATUS LinuxSspi::AcceptLogon(const LinuxCredential& i_credential, PSec
     const auto input = InputToken(i_pInput);
     const Krb5ContextLease lease = TakeContext();
     std::vector<uint8_t> reply;
-    const auto pLogon = AcceptToken(lease.get(), *i_credential.m_pKeys, input, i_nRequirements, reply);
+    const auto pLogon =
+        AcceptToken(lease.get(), *i_credential.m_pKeys, input, TermsOf(lease.get(), i_nRequirements, i_pInput), reply);
     const Harrowlib201::CS_Locker locker(pLogon->m_section);
     output.Write(reply);
     *o_pNewContext = m_contexts.Add(pLogon);

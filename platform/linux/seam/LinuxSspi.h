@@ -55,8 +55,8 @@ private:
     static std::shared_ptr<const TokenIdentity> IdentityOf(SecurityContext& io_logon, Need i_eNeed);
 
     SECURITY_STATUS StartLogon(const LinuxCredential& i_credential, const SEC_WCHAR* i_pszTargetName,
-                               ULONG i_nRequirements, PCtxtHandle o_pNewContext, PSecBufferDesc io_pOutput,
-                               ULONG* o_pnAttributes, PTimeStamp o_ptsExpiry);
+                               ULONG i_nRequirements, PSecBufferDesc i_pInput, PCtxtHandle o_pNewContext,
+                               PSecBufferDesc io_pOutput, ULONG* o_pnAttributes, PTimeStamp o_ptsExpiry);
     SECURITY_STATUS FinishLogon(PCtxtHandle i_pContext, PSecBufferDesc i_pInput, PCtxtHandle o_pNewContext,
                                 PSecBufferDesc io_pOutput, ULONG* o_pnAttributes, PTimeStamp o_ptsExpiry);
     SECURITY_STATUS AcceptLogon(const LinuxCredential& i_credential, PSecBufferDesc i_pInput, ULONG i_nRequirements,

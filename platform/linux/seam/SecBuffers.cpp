@@ -1,6 +1,7 @@
 #include "platform/linux/seam/SecBuffers.h"
 
 #include <algorithm>
+#include <cstring>
 #include <string>
 
 #include "platform/linux/krb5/SspiFailure.h"
@@ -43,6 +44,25 @@ std::span<const uint8_t> InputData(const SecBufferDesc* i_pInput) {
         Fail(SEC_E_INVALID_TOKEN, "the call brings no data");
     }
     return {static_cast<const uint8_t*>(pBuffer->pvBuffer), pBuffer->cbBuffer};
+}
+
+std::span<const uint8_t> InputChannel(const SecBufferDesc* i_pInput) {
+    const SecBuffer* const pBuffer = FindBuffer(i_pInput, SECBUFFER_CHANNEL_BINDINGS);
+    if (pBuffer == nullptr) {
+        return {};
+    }
+    const std::span record(static_cast<const uint8_t*>(pBuffer->pvBuffer), pBuffer->cbBuffer);
+    SEC_CHANNEL_BINDINGS header{};
+    if (record.size() >= sizeof(header)) {
+        std::memcpy(&header, record.data(), sizeof(header));
+    }
+    const bool bAddresses = header.dwInitiatorAddrType != 0 || header.cbInitiatorLength != 0 ||
+                            header.dwAcceptorAddrType != 0 || header.cbAcceptorLength != 0;
+    if (bAddresses || header.cbApplicationDataLength == 0 || header.dwApplicationDataOffset > record.size() ||
+        header.cbApplicationDataLength > record.size() - header.dwApplicationDataOffset) {
+        Fail(SEC_E_INVALID_TOKEN, "the channel bindings are no record of application data alone");
+    }
+    return record.subspan(header.dwApplicationDataOffset, header.cbApplicationDataLength);
 }
 
 OutputToken::OutputToken(const SecBufferDesc* i_pOutput) : m_pBuffer(FindBuffer(i_pOutput, SECBUFFER_TOKEN)) {
