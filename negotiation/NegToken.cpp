@@ -35,7 +35,10 @@ Mechanism MechanismOf(Span i_object) noexcept {
 
 // The token in the frame, which must be SPNEGO's; the bytes themselves where there is none.
 std::optional<Span> WithoutFrame(Span i_token) noexcept {
-    if (i_token.empty() || i_token.front() != kFrameTag) {
+    if (i_token.empty() || i_token.size() > kMostNegTokenBytes) {
+        return std::nullopt;
+    }
+    if (i_token.front() != kFrameTag) {
         return i_token;
     }
     auto content = OnlyDer(i_token, kFrameTag);
@@ -98,7 +101,8 @@ void AppendField(uint8_t i_nField, uint8_t i_nTag, Span i_content, Bytes& io_fie
 }  // namespace
 
 FirstToken KindOfFirstToken(Span i_token) noexcept {
-    if (i_token.size() >= std::size(kNtlmMessage) && AreSame(i_token.first(std::size(kNtlmMessage)), kNtlmMessage)) {
+    const bool bRoom = i_token.size() >= std::size(kNtlmMessage) && i_token.size() <= kMostNegTokenBytes;
+    if (bRoom && AreSame(i_token.first(std::size(kNtlmMessage)), kNtlmMessage)) {
         return FirstToken::Ntlm;
     }
     const auto content = WithoutFrame(i_token);
@@ -134,29 +138,31 @@ std::optional<NegTokenInit> ReadNegTokenInit(Span i_token) noexcept {
 
 std::optional<NegTokenResp> ReadNegTokenResp(Span i_token) noexcept {
     NegTokenResp response;
-    const bool bRead = ReadFields(i_token, kResponseTag, [&response](int i_nField, Span i_content) {
-        switch (i_nField) {
-            case 0: {
-                const auto state = OnlyDer(i_content, kDerEnumerated);
-                if (!state || state->size() != 1 || state->front() > static_cast<uint8_t>(NegState::RequestMic)) {
-                    return false;
+    const bool bRead =
+        i_token.size() <= kMostNegTokenBytes &&
+        ReadFields(i_token, kResponseTag, [&response](int i_nField, Span i_content) {
+            switch (i_nField) {
+                case 0: {
+                    const auto state = OnlyDer(i_content, kDerEnumerated);
+                    if (!state || state->size() != 1 || state->front() > static_cast<uint8_t>(NegState::RequestMic)) {
+                        return false;
+                    }
+                    response.m_eState = static_cast<NegState>(state->front());
+                    return true;
                 }
-                response.m_eState = static_cast<NegState>(state->front());
-                return true;
+                case 1: {
+                    const auto object = OnlyDer(i_content, kDerObject);
+                    response.m_eMechanism = object ? MechanismOf(*object) : Mechanism::Other;
+                    return object.has_value();
+                }
+                case 2:
+                    return ReadBytes(i_content, response.m_token);
+                case 3:
+                    return ReadBytes(i_content, response.m_mic);
+                default:
+                    return true;
             }
-            case 1: {
-                const auto object = OnlyDer(i_content, kDerObject);
-                response.m_eMechanism = object ? MechanismOf(*object) : Mechanism::Other;
-                return object.has_value();
-            }
-            case 2:
-                return ReadBytes(i_content, response.m_token);
-            case 3:
-                return ReadBytes(i_content, response.m_mic);
-            default:
-                return true;
-        }
-    });
+        });
     return bRead ? std::optional(response) : std::nullopt;
 }
 

@@ -9,7 +9,11 @@
 
 namespace morwen {
 
-// What the first bytes of a login are.
+// More than any token has. What claims to be longer is not looked at: a host may have passed on a length that its peer
+// has made up.
+inline constexpr size_t kMostNegTokenBytes = size_t{1} << 20;
+
+// What the first bytes of a login are. What is too long is the mechanism's, to refuse.
 enum class FirstToken { Mechanism, Negotiation, Ntlm };
 FirstToken KindOfFirstToken(std::span<const uint8_t> i_token) noexcept;
 
@@ -39,7 +43,7 @@ struct NegTokenResp {
 };
 
 // With the frame of RFC 2743 around it or without; also the form in which servers give hints. Nothing unless the bytes
-// are exactly one such token in DER. Iterative; the cost is that of the length.
+// are exactly one such token in DER, and not too long. Iterative; the cost is that of the length.
 std::optional<NegTokenInit> ReadNegTokenInit(std::span<const uint8_t> i_token) noexcept;
 std::optional<NegTokenResp> ReadNegTokenResp(std::span<const uint8_t> i_token) noexcept;
 

@@ -94,7 +94,9 @@ TEST_F(NegotiationTest, StepsOfTheAcceptingSide) {
         {false, {{Init(Part(6, "?"), token), refused}}, "Kerberos is not among the mechanisms"},
         {false, {{Init("", token), refused}}, "cannot be read"},
         {false, {{Init(Part(4, "?") + kKerberos, token), refused}}, "cannot be read"},
-        {false, {{Framed(Init(kKerberos, token)) + "x", "1=from server"}}, ""},  // no negotiation: the package's to refuse
+        {false,
+         {{Framed(Init(kKerberos, token)) + "x", "1=from server"}},
+         ""},  // no negotiation: the package's to refuse
         {false, {{Init(kKerberos, token + flags), refused}}, "cannot be read"},
         {false, {{Init(kKerberos, token + token), refused}}, "cannot be read"},
         {false, {{Init(kKerberos, Part(0xA2, Part(5, "t"))), refused}}, "cannot be read"},
