@@ -42,6 +42,13 @@ public:
     virtual SECURITY_STATUS RevertSecurityContext(PCtxtHandle i_pContext) noexcept = 0;
     virtual SECURITY_STATUS DeleteSecurityContext(PCtxtHandle i_pContext) noexcept = 0;
 
+    // One buffer of the type data and one of the type token, which takes or brings the signature: a MIC of RFC 4121.
+    // The context is established, with integrity asked for.
+    virtual SECURITY_STATUS MakeSignature(PCtxtHandle i_pContext, ULONG i_nQuality, PSecBufferDesc io_pMessage,
+                                          ULONG i_nSequence) noexcept = 0;
+    virtual SECURITY_STATUS VerifySignature(PCtxtHandle i_pContext, PSecBufferDesc i_pMessage, ULONG i_nSequence,
+                                            ULONG* o_pnQuality) noexcept = 0;
+
     // Not a call of the system: the token of an accepted context, without impersonating anybody. A platform whose
     // contexts know who logged on answers here, so that a login needs no privilege; one where only an impersonating
     // thread can be asked returns SEC_E_UNSUPPORTED_FUNCTION, and the caller impersonates. Out: goes back through

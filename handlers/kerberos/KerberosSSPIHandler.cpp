@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 #include "errors/SSOException.h"
 #include "handlers/SystemErrorText.h"
@@ -9,6 +10,7 @@
 #include "handlers/kerberos/KerberosSSPICredentials.h"
 #include "handlers/kerberos/LogonInformation.h"
 #include "handlers/kerberos/SSPISession.h"
+#include "handlers/kerberos/TokenBuffers.h"
 #include "harrow/log/STrace.h"
 #include "platform/OsText.h"
 #include "platform/Platform.h"
@@ -18,31 +20,6 @@ namespace morwen {
 using namespace Harrowlib201;
 
 namespace {
-
-// One security buffer of the type token, as the package's calls take it.
-class TokenBuffer {
-public:
-    TokenBuffer(void* i_pvBytes, uint64_t i_nLength)
-        : m_nSize(static_cast<ULONG>(i_nLength)),
-          m_buffer{m_nSize, SECBUFFER_TOKEN, i_pvBytes},
-          m_description{SECBUFFER_VERSION, 1, &m_buffer} {}
-    TokenBuffer(const TokenBuffer&) = delete;
-    TokenBuffer& operator=(const TokenBuffer&) = delete;
-
-    SecBufferDesc* get() noexcept { return &m_description; }
-    // What the package says that it wrote, within the buffer: beyond it lies memory that is nobody else's business.
-    uint64_t Written() const noexcept { return std::min(m_buffer.cbBuffer, m_nSize); }
-
-private:
-    const ULONG m_nSize;
-    SecBuffer m_buffer;
-    SecBufferDesc m_description;
-};
-
-// The package takes input through a pointer to non-const, and only reads it.
-TokenBuffer InputBuffer(const uint8_t* i_pvBuffer, uint64_t i_nBufferSize) {
-    return {const_cast<uint8_t*>(i_pvBuffer), i_nBufferSize};
-}
 
 // Credentials and session as the classes of this handler; the caller holds them. Throws SSOException with one of the
 // two texts.
@@ -143,6 +120,7 @@ void KerberosSSPIHandler::InitHandler(const Parameters& i_globalParameters) {
     const bool bRequirePresent = ReadSetting(
         i_globalParameters, u"SSPI_REQUIRE_LOGON_INFO", bRequireInformation,
         "ssoplugin: KerberosSSPIHandler::InitHandler() -- Type mismatch getting the logon information flag.");
+    ChannelRule channelRule(i_globalParameters, GetChannelRule());
     Parameters globalParameters = i_globalParameters;  // copied before the first change, because a copy can fail
 
     const CSmartWriteLocker locker(m_lock);
@@ -169,6 +147,7 @@ void KerberosSSPIHandler::InitHandler(const Parameters& i_globalParameters) {
                     ? "ssoplugin: KerberosSSPIHandler::InitHandler() -- Requiring logon information in tickets."
                     : "ssoplugin: KerberosSSPIHandler::InitHandler() -- Requiring no logon information in tickets.");
     }
+    m_channelRule = std::move(channelRule);
     m_globalParameters = std::move(globalParameters);
 }
 
@@ -197,22 +176,32 @@ uint32_t KerberosSSPIHandler::InitializeContext(const SSOCredentialsPtr& i_pCred
     OsText spn(ssSPN);
 
     *o_ppvBuffer = AllocateOutput("ssoplugin: KerberosSSPIHandler::InitializeContext() -- Out of memory");
-    TokenBuffer output(*o_ppvBuffer, m_nMaxTokenSize);
+    OutputBuffer output(*o_ppvBuffer, m_nMaxTokenSize);
     if (!bFirstPass) {
         RequireInput(i_pvBuffer, i_nBufferSize,
                      "ssoplugin: KerberosSSPIHandler::InitializeContext() -- NULL input buffer on second pass.",
                      "ssoplugin: KerberosSSPIHandler::InitializeContext() -- 0-length input buffer on second pass.");
     }
-    TokenBuffer input = InputBuffer(i_pvBuffer, i_nBufferSize);
+    InitiatingNegotiation* const pNegotiation = session.Initiating();
+    std::span<const uint8_t> token;
+    if (!bFirstPass) {
+        token = {i_pvBuffer, static_cast<size_t>(i_nBufferSize)};
+        token = pNegotiation != nullptr ? pNegotiation->Read(token) : token;
+    }
+    InputBuffers input(token, session.ChannelRecord());
     ULONG nAttributes = 0;
     TimeStamp tsExpiry{};
     const SECURITY_STATUS nStatus = Platform::Sspi().InitializeSecurityContextW(
         login.m_pCredentials->GetHandle(), bFirstPass ? nullptr : session.GetContext(), spn.get(),
-        ISC_REQ_DELEGATE | ISC_REQ_MUTUAL_AUTH, 0, SECURITY_NATIVE_DREP, bFirstPass ? nullptr : input.get(), 0,
-        session.GetContext(), output.get(), &nAttributes, &tsExpiry);
+        ISC_REQ_DELEGATE | ISC_REQ_MUTUAL_AUTH | (pNegotiation != nullptr ? ISC_REQ_INTEGRITY : 0U), 0,
+        SECURITY_NATIVE_DREP, input.get(), 0, session.GetContext(), output.get(), &nAttributes, &tsExpiry);
     *o_pnBufferLength = output.Written();
     if (nStatus >= 0) {  // a call that fails may have left anything in the buffer
         m_tokenBlocks.SetWritten(*o_ppvBuffer, *o_pnBufferLength);
+    }
+    if (pNegotiation != nullptr && (nStatus == SEC_E_OK || nStatus == SEC_I_CONTINUE_NEEDED)) {
+        const std::span<const uint8_t> own(*o_ppvBuffer, static_cast<size_t>(*o_pnBufferLength));
+        Replace(pNegotiation->Answer(own, nStatus == SEC_E_OK, session.GetContext()), o_ppvBuffer, o_pnBufferLength);
     }
     switch (nStatus) {
         case SEC_E_OK:
@@ -267,20 +256,43 @@ uint32_t KerberosSSPIHandler::AcceptContext(const SSOCredentialsPtr& i_pCredenti
     }
     RequireInput(i_pvBuffer, i_nBufferSize, "ssoplugin: KerberosSSPIHandler::AcceptContext() -- NULL input buffer.",
                  "ssoplugin: KerberosSSPIHandler::AcceptContext() -- 0-length input buffer..");
-    TokenBuffer input = InputBuffer(i_pvBuffer, i_nBufferSize);
+    AcceptingNegotiation& negotiation = session.Accepting();
+    const auto token = negotiation.Read({i_pvBuffer, static_cast<size_t>(i_nBufferSize)});
+    const ChannelRule channel = GetChannelRule();
+    InputBuffers input(token, channel.Record());
     *o_ppvBuffer = AllocateOutput("ssoplugin: KerberosSSPIHandler::AcceptContext() -- Out of memory");
-    TokenBuffer output(*o_ppvBuffer, m_nMaxTokenSize);
+    OutputBuffer output(*o_ppvBuffer, m_nMaxTokenSize);
+    MechanismStep step{.m_pContext = session.GetContext()};
+    const auto answer = [&] {
+        Replace(negotiation.Answer(step), o_ppvBuffer, o_pnBufferLength);
+        return negotiation.IsComplete();
+    };
+    if (token.empty()) {  // nothing for the package: the client proposes, or proves what it has proposed
+        step.m_bDone = session.HoldsContext();
+        if (answer()) {
+            session.SetEstablished();
+        }
+        return SSO_CONTINUE;
+    }
+    // The first token of a negotiation may hold none for the package.
+    const bool bNoContext = bFirstPass || (negotiation.IsUsed() && !session.HoldsContext());
     ULONG nAttributes = 0;
     TimeStamp tsExpiry{};
     const SECURITY_STATUS nStatus = Platform::Sspi().AcceptSecurityContext(
-        login.m_pCredentials->GetHandle(), bFirstPass ? nullptr : session.GetContext(), input.get(),
-        ASC_REQ_MUTUAL_AUTH, SECURITY_NATIVE_DREP, session.GetContext(), output.get(), &nAttributes, &tsExpiry);
+        login.m_pCredentials->GetHandle(), bNoContext ? nullptr : session.GetContext(), input.get(),
+        ASC_REQ_MUTUAL_AUTH | negotiation.Requirements() | channel.Requirements(), SECURITY_NATIVE_DREP,
+        session.GetContext(), output.get(), &nAttributes, &tsExpiry);
     *o_pnBufferLength = output.Written();
     if (nStatus >= 0) {  // a call that fails may have left anything in the buffer
         m_tokenBlocks.SetWritten(*o_ppvBuffer, *o_pnBufferLength);
     }
+    step.m_token = {*o_ppvBuffer, static_cast<size_t>(*o_pnBufferLength)};
+    step.m_bIntegrity = (nAttributes & ASC_RET_INTEGRITY) != 0;
     switch (nStatus) {
         case SEC_I_CONTINUE_NEEDED:
+            if (negotiation.IsUsed()) {
+                answer();
+            }
             return SSO_CONTINUE;
         case SEC_E_INSUFFICIENT_MEMORY:
             S_FAIL("ssoplugin: KerberosSSPIHandler::AcceptContext() -- Out of memory!");
@@ -292,6 +304,10 @@ uint32_t KerberosSSPIHandler::AcceptContext(const SSOCredentialsPtr& i_pCredenti
             throw SSOException(SSO_DENIED, kMsgCredentials);
         case SEC_E_OK:
             CheckLogonInformation(i_pSession);
+            step.m_bDone = true;
+            if (negotiation.IsUsed() && !answer()) {
+                return SSO_CONTINUE;  // the client has still to prove what it has proposed
+            }
             session.SetEstablished();
             if (i_bWantLogonInformation) {
                 GetLogonInformation(i_pSession, o_logonInformation);
@@ -317,6 +333,8 @@ SSOSessionPtr KerberosSSPIHandler::CreateSession(const ParasSeq* i_pLoginParamet
     } catch (const std::bad_alloc&) {
         S_FAIL("KerberosSSPIHandler::CreateSession() -- Out of memory!");
         throw SSOException(SSOException::OutOfMemory());
+    } catch (const SSOException&) {  // of wrong parameters
+        throw;
     } catch (...) {
         S_FAIL("KerberosSSPIHandler::CreateSession() -- Creation failed.");
         throw SSOException(SSO_ERROR);
@@ -354,6 +372,18 @@ void KerberosSSPIHandler::CheckLogonInformation(const SSOSessionPtr& i_pSession)
     }
 }
 
+void KerberosSSPIHandler::Replace(const std::vector<uint8_t>& i_token, uint8_t** io_ppvBuffer,
+                                  uint64_t* io_pnBufferLength) {
+    if (i_token.size() > m_nMaxTokenSize) {
+        uint8_t* const pvLarger = AllocateBuffer(i_token.size());
+        FreeBuffer(std::exchange(*io_ppvBuffer, pvLarger));
+    }
+    std::copy(i_token.begin(), i_token.end(), *io_ppvBuffer);
+    // What is not written over must still be cleared.
+    m_tokenBlocks.SetWritten(*io_ppvBuffer, std::max<uint64_t>(*io_pnBufferLength, i_token.size()));
+    *io_pnBufferLength = i_token.size();
+}
+
 uint8_t* KerberosSSPIHandler::AllocateOutput(const char* i_pszOutOfMemory) {
     try {
         return AllocateBuffer(m_nMaxTokenSize);
@@ -378,6 +408,11 @@ void KerberosSSPIHandler::FreeBuffer(uint8_t* i_pvBuffer) {
         return;
     }
     m_tokenBlocks.Free(i_pvBuffer);
+}
+
+ChannelRule KerberosSSPIHandler::GetChannelRule() const {
+    const CSmartReadLocker locker(m_lock);
+    return m_channelRule;
 }
 
 SWCharString KerberosSSPIHandler::GetSPN() const {

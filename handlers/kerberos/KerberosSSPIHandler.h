@@ -1,8 +1,11 @@
 // The handler of the type "SSPI": Kerberos logins through the operating system's security package.
 #pragma once
 
+#include <vector>
+
 #include "handlers/SSOHandler.h"
 #include "handlers/kerberos/TokenBlocks.h"
+#include "negotiation/ChannelBindings.h"
 
 namespace morwen {
 
@@ -32,10 +35,15 @@ public:
     // The server's principal from the settings, for renewals. Throws SSOException when there is none.
     SWCharString GetSPN() const;
 
+    // What is done about the channel bindings of clients.
+    ChannelRule GetChannelRule() const;
+
     uint64_t GetMaxTokenSize() const noexcept { return m_nMaxTokenSize; }
 
 private:
     uint8_t* AllocateOutput(const char* i_pszOutOfMemory);
+    // Puts the token in place of what is in the block, or in place of the block when it does not fit.
+    void Replace(const std::vector<uint8_t>& i_token, uint8_t** io_ppvBuffer, uint64_t* io_pnBufferLength);
     // Throws SSOException when the settings require a directory's word on the user, and there is none.
     void CheckLogonInformation(const SSOSessionPtr& i_pSession) const;
 
@@ -43,6 +51,7 @@ private:
     uint64_t m_nMaxTokenSize = 0;  // of every output buffer, in bytes
     Parameters m_requiredGlobalParameters;
     Parameters m_globalParameters S_GUARDED_BY(m_lock);
+    ChannelRule m_channelRule S_GUARDED_BY(m_lock);
     bool m_bRequireLogonInformation S_GUARDED_BY(m_lock) = false;
 };
 

@@ -86,6 +86,10 @@ StaticTokenPtr Renegotiation::Run() {
     }
     Parameters parameters;
     parameters.SetParameter(u"SI_SERVER_SSPI_SPN", m_ssSPN);
+    // Both sides are this service, and know its channel.
+    if (const SWCharString ssChannel = m_pHandler->GetChannelRule().Text(); !ssChannel.isEmpty()) {
+        parameters.SetParameter(u"SSPI_CHANNEL_BINDINGS", ssChannel);
+    }
     ParasSeq* pChain = nullptr;
     parameters.ToParasSeq(&pChain);
     const SequenceOwner chain(pChain);

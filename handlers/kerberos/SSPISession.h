@@ -1,7 +1,13 @@
 // A Kerberos login in progress.
 #pragma once
 
+#include <optional>
+#include <span>
+
 #include "handlers/SSOHandler.h"
+#include "negotiation/AcceptingNegotiation.h"
+#include "negotiation/ChannelBindings.h"
+#include "negotiation/InitiatingNegotiation.h"
 #include "platform/OsTypes.h"
 
 namespace morwen {
@@ -9,6 +15,7 @@ namespace morwen {
 // Owns the security context that the handshake builds.
 class SSPISession : public SSOSession {
 public:
+    // Throws SSOException for parameters that are wrong, std::bad_alloc.
     SSPISession(const ParasSeq* i_pLoginParameters, const SSOHandlerPtr& i_pHandler);
 
     // The context can still be read here, but it is the token's to end. Throws SSOException, also when the context is
@@ -23,6 +30,15 @@ public:
     // Stays at the largest count, so that a late pass is never taken for the first.
     void CountPass() noexcept;
 
+    // Of a login that is accepted here.
+    AcceptingNegotiation& Accepting() noexcept { return m_accepting; }
+    // Of one that begins here: null unless its parameters ask for SPNEGO.
+    InitiatingNegotiation* Initiating() noexcept { return m_initiating ? &*m_initiating : nullptr; }
+    // Of the channel that the login is for, by its parameters; empty without.
+    std::span<const uint8_t> ChannelRecord() const noexcept {
+        return m_channel ? m_channel->Record() : std::span<const uint8_t>();
+    }
+
     // Whether the package has said that the context is complete: only then is the peer known.
     bool IsEstablished() const noexcept { return m_bEstablished; }
     void SetEstablished() noexcept { m_bEstablished = true; }
@@ -31,6 +47,9 @@ private:
     ~SSPISession() override;
 
     CtxtHandle m_handle{};
+    AcceptingNegotiation m_accepting;
+    std::optional<InitiatingNegotiation> m_initiating;
+    std::optional<const ChannelBindings> m_channel;
     bool m_bEstablished = false;
     bool m_bHandedOver = false;  // a token owns the context
 };

@@ -117,6 +117,26 @@ typedef struct SSOError {
  * users come from directories: a user may have asked for a ticket without it, and is then known by the name alone that
  * he has asked by. Others are denied, whether or not the host wants logon information. */
 #define SSO_KEY_REQUIRE_LOGON_INFO "SSPI_REQUIRE_LOGON_INFO"
+/* Bool, for SSOStartLogin: wrap the client's tokens into SPNEGO (RFC 4178), for servers that await it, as those of HTTP
+ * do; false unless set. A server needs no setting: it answers each client in its own way. A token that comes with
+ * SSO_OK must then be sent too. */
+#define SSO_KEY_NEGOTIATE "SSPI_NEGOTIATE"
+/* String: the channel that the login is for, so that nobody who stands between two channels can pass it on: a type of
+ * RFC 5929 or 9266, a colon, and the bytes that it defines in hexadecimal digits. A client gives it to SSOStartLogin,
+ * always: servers that compare nothing pass over it. A server gives it to SSOInitProvider, with a rule, and again when
+ * its certificate changes. The types, one a paragraph:
+ *
+ * "tls-server-end-point": the hash of the server's certificate in its DER form, by the hash function of the
+ * certificate's signature, or by SHA-256 where that is MD5 or SHA-1. The same for all connections, so it fits a
+ * server's setting. Behind a proxy that ends TLS it is the proxy's certificate.
+ *
+ * "tls-exporter": 32 bytes that the connection exports (RFC 5705) with the label "EXPORTER-Channel-Binding" and an
+ * empty context, in TLS 1.3. Another value for each connection. */
+#define SSO_KEY_CHANNEL_BINDINGS "SSPI_CHANNEL_BINDINGS"
+/* String, for SSOInitProvider: what is done about the channel bindings of clients. "ignore", unless set: nothing.
+ * "check": a client that sends some must send these. "require": every client must. Others are refused, with SSO_ERROR
+ * and a reason that names the channel bindings. */
+#define SSO_KEY_CHANNEL_BINDINGS_RULE "SSPI_CHANNEL_BINDINGS_RULE"
 /* String, from SSOAcceptLogin: the user's security identifier. */
 #define SSO_KEY_USER_SID "SSPI_USER_SID"
 /* String, from SSOAcceptLogin: the security identifiers of the user's groups, each followed by ";". */
@@ -156,8 +176,8 @@ SSO_API uint32_t SSOStartLogin(const SSOChar* i_pszUser, const SSOChar* i_pszPas
                                SSOLength* o_pnBufferLength);
 
 /* Client: goes on with the server's answer. SSO_OK: the server is authenticated and the session is gone. SSO_CONTINUE:
- * another round. A token that is refused leaves the session as it was. Out: next token (SSOFreeBuffer; may be null) and
- * its length. */
+ * another round. A token that is refused leaves the session as it was (unless it tampers with SPNEGO's list of
+ * mechanisms: then the login has failed). Out: next token (SSOFreeBuffer; may be null) and its length. */
 SSO_API uint32_t SSOContinueLogin(const SSOChar* i_pszSessionKey, const void* i_pvBuffer, SSOLength i_nBufferLength,
                                   void** o_ppvBuffer, SSOLength* o_pnBufferLength);
 

@@ -54,6 +54,15 @@ public:
         return ::DeleteSecurityContext(i_pContext);
     }
 
+    SECURITY_STATUS MakeSignature(PCtxtHandle i_pContext, ULONG i_nQuality, PSecBufferDesc io_pMessage,
+                                  ULONG i_nSequence) noexcept override {
+        return ::MakeSignature(i_pContext, i_nQuality, io_pMessage, i_nSequence);
+    }
+    SECURITY_STATUS VerifySignature(PCtxtHandle i_pContext, PSecBufferDesc i_pMessage, ULONG i_nSequence,
+                                    ULONG* o_pnQuality) noexcept override {
+        return ::VerifySignature(i_pContext, i_pMessage, i_nSequence, o_pnQuality);
+    }
+
     // Only an impersonating thread can be asked here.
     SECURITY_STATUS OpenContextToken(PCtxtHandle, HANDLE*) noexcept override { return SEC_E_UNSUPPORTED_FUNCTION; }
     bool AcceptsAsService() const noexcept override { return false; }

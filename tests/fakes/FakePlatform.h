@@ -95,6 +95,7 @@ public:
 
     FakeAnswer m_lifespan;  // of every context
     bool m_bAcceptsAsService = false;
+    ULONG m_nAttributes = 0;                     // of every context
     std::u16string m_userName = u"REALM\\user";  // of the context that is asked about next
     std::u16string m_nextUserName = m_userName;  // of those after it
     DWORD m_nLevel = SecurityImpersonation;      // of every token
@@ -183,6 +184,22 @@ public:
     Status OpenContextToken(PCtxtHandle i_pContext, HANDLE* o_phToken) noexcept override {
         const FakeAnswer answer = Begin("OpenContextToken", "");
         return IsLive(i_pContext, "context", "OpenContextToken") ? GiveToken(answer, o_phToken) : SEC_E_INVALID_HANDLE;
+    }
+
+    // The signature is the message in brackets.
+    Status MakeSignature(PCtxtHandle i_p, ULONG, PSecBufferDesc io_pMessage, ULONG) noexcept override {
+        const FakeAnswer answer = Begin("MakeSignature", Describe(io_pMessage, true));
+        const std::string signature = "<" + Data(io_pMessage->pBuffers[0]) + ">";
+        std::copy(signature.begin(), signature.end(), static_cast<char*>(io_pMessage->pBuffers[1].pvBuffer));
+        io_pMessage->pBuffers[1].cbBuffer = static_cast<ULONG>(signature.size());
+        return IsLive(i_p, "context", "MakeSignature") ? answer.m_nStatus : SEC_E_INVALID_HANDLE;
+    }
+    Status VerifySignature(PCtxtHandle i_p, PSecBufferDesc i_pMessage, ULONG, ULONG*) noexcept override {
+        const FakeAnswer answer = Begin("VerifySignature", Describe(i_pMessage, true));
+        const bool bGood = Data(i_pMessage->pBuffers[1]) == "<" + Data(i_pMessage->pBuffers[0]) + ">";
+        return !IsLive(i_p, "context", "VerifySignature") ? SEC_E_INVALID_HANDLE
+               : bGood                                    ? answer.m_nStatus
+                                                          : SEC_E_MESSAGE_ALTERED;
     }
 
     bool AcceptsAsService() const noexcept override { return m_bAcceptsAsService; }
@@ -296,6 +313,9 @@ private:
         return Text(i_pszText, i_pszText == nullptr ? 0 : std::char_traits<Unit>::length(i_pszText));
     }
 
+    static std::string Data(const SecBuffer& i_buffer) {
+        return {static_cast<const char*>(i_buffer.pvBuffer), i_buffer.cbBuffer};
+    }
     static std::string Number(uint64_t i_nValue) { return std::to_string(i_nValue); }
 
     // An input as "[version:type:bytes]", an output as "[version:type:length]" with what is wrong about it.
@@ -434,7 +454,7 @@ private:
             std::copy(answer.m_output->begin(), answer.m_output->end(), static_cast<char*>(buffer.pvBuffer));
             buffer.cbBuffer = static_cast<ULONG>(answer.m_output->size());
         }
-        *o_pnAttributes = 0;
+        *o_pnAttributes = m_nAttributes;
         SetTime(answer.m_nExpiry, o_ptsExpiry);
         return answer.m_nStatus;
     }

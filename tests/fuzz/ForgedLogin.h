@@ -54,9 +54,9 @@ struct Result {
     }
 };
 
-inline Result Start() {
-    return Result([](void** o_ppvToken, SSOLength* o_pnLength, SSOChar** o_ppszKey, ParasSeq**) {
-        return SSOStartLogin(nullptr, nullptr, u"SSPI", &kSpn, o_ppszKey, o_ppvToken, o_pnLength);
+inline Result Start(const ParasSeq& i_parameters = kSpn) {
+    return Result([&i_parameters](void** o_ppvToken, SSOLength* o_pnLength, SSOChar** o_ppszKey, ParasSeq**) {
+        return SSOStartLogin(nullptr, nullptr, u"SSPI", &i_parameters, o_ppszKey, o_ppvToken, o_pnLength);
     });
 }
 

@@ -3,10 +3,10 @@
 
 #include <cstring>
 
+#include "der/Der.h"
 #include "fakes/DerBytes.h"
 #include "fuzz/ForgedLogin.h"
 #include "platform/linux/krb5/Krb5Owners.h"
-#include "platform/linux/wire/Der.h"
 #include "platform/linux/wire/GssToken.h"
 
 // libkrb5 exports them, but its header does not declare them.

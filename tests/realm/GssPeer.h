@@ -5,16 +5,25 @@
 
 #include <span>
 #include <string>
+#include <utility>
 
 #include "realm/Login.h"
 
 namespace morwen {
 
+// How a peer speaks: the mechanism's own tokens or SPNEGO; bound to a channel.
+struct GssTerms {
+    bool m_bSpnego = false;
+    std::string m_channel = {};  // the application data
+};
+
 // One side of one exchange: initiates with the tickets of the default cache, or accepts for the keys of the default
 // keytab. Each step gives the next token, which is empty when there is none.
 class GssPeer {
 public:
-    GssPeer() = default;
+    explicit GssPeer(GssTerms i_terms = {}) : m_terms(std::move(i_terms)) {
+        m_channel.application_data = {m_terms.m_channel.size(), m_terms.m_channel.data()};
+    }
     GssPeer(const GssPeer&) = delete;
     GssPeer& operator=(const GssPeer&) = delete;
     ~GssPeer() {
@@ -29,8 +38,9 @@ public:
         gss_import_name(&m_nMinor, &name, GSS_KRB5_NT_PRINCIPAL_NAME, &target);
         gss_buffer_desc input = BufferOf(i_token);
         gss_buffer_desc output = GSS_C_EMPTY_BUFFER;
-        m_nMajor = gss_init_sec_context(&m_nMinor, GSS_C_NO_CREDENTIAL, &m_context, target, gss_mech_krb5, i_nFlags, 0,
-                                        GSS_C_NO_CHANNEL_BINDINGS, &input, nullptr, &output, nullptr, nullptr);
+        m_nMajor = gss_init_sec_context(&m_nMinor, GSS_C_NO_CREDENTIAL, &m_context, target,
+                                        m_terms.m_bSpnego ? &s_spnego : gss_mech_krb5, i_nFlags, 0, Channel(), &input,
+                                        nullptr, &output, nullptr, nullptr);
         OM_uint32 nMinor = 0;
         gss_release_name(&nMinor, &target);
         return Take<Bytes>(output);
@@ -39,9 +49,21 @@ public:
     Bytes Accept(std::span<const uint8_t> i_token) {
         gss_buffer_desc input = BufferOf(i_token);
         gss_buffer_desc output = GSS_C_EMPTY_BUFFER;
-        m_nMajor = gss_accept_sec_context(&m_nMinor, &m_context, GSS_C_NO_CREDENTIAL, &input, GSS_C_NO_CHANNEL_BINDINGS,
-                                          nullptr, nullptr, &output, nullptr, nullptr, &m_delegated);
+        m_nMajor = gss_accept_sec_context(&m_nMinor, &m_context, GSS_C_NO_CREDENTIAL, &input, Channel(), nullptr,
+                                          nullptr, &output, nullptr, nullptr, &m_delegated);
         return Take<Bytes>(output);
+    }
+
+    Bytes Mic(std::span<const uint8_t> i_message) {
+        gss_buffer_desc message = BufferOf(i_message);
+        gss_buffer_desc mic = GSS_C_EMPTY_BUFFER;
+        gss_get_mic(&m_nMinor, m_context, GSS_C_QOP_DEFAULT, &message, &mic);
+        return Take<Bytes>(mic);
+    }
+    bool IsMic(std::span<const uint8_t> i_message, std::span<const uint8_t> i_mic) {
+        gss_buffer_desc message = BufferOf(i_message);
+        gss_buffer_desc mic = BufferOf(i_mic);
+        return gss_verify_mic(&m_nMinor, m_context, &message, &mic, nullptr) == GSS_S_COMPLETE;
     }
 
     // What has come of it: "CLIENT to SERVICE", followed by " one way" when the service has not proved itself and by
@@ -70,6 +92,9 @@ public:
     }
 
 private:
+    inline static gss_OID_desc s_spnego = {6, const_cast<char*>("\x2B\x06\x01\x05\x05\x02")};
+
+    gss_channel_bindings_t Channel() { return m_terms.m_channel.empty() ? GSS_C_NO_CHANNEL_BINDINGS : &m_channel; }
     static gss_buffer_desc BufferOf(std::span<const uint8_t> i_bytes) {
         return {i_bytes.size(), const_cast<uint8_t*>(i_bytes.data())};
     }
@@ -89,6 +114,8 @@ private:
         return Take<std::string>(text);
     }
 
+    GssTerms m_terms;
+    gss_channel_bindings_struct m_channel{};
     gss_ctx_id_t m_context = GSS_C_NO_CONTEXT;
     gss_cred_id_t m_delegated = GSS_C_NO_CREDENTIAL;
     OM_uint32 m_nMajor = GSS_S_CONTINUE_NEEDED;

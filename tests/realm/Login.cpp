@@ -56,12 +56,17 @@ std::string TakenRecord(uint32_t i_nCode) {
 }
 
 LoginResult StartLogin(const Client& i_client) {
-    const HostText key = Wide(SSO_KEY_SPN);
-    const HostText spn = Wide(i_client.m_spn);
-    const ParasSeq parameters = {key.c_str(), SSO_PARAMETER_STRING, spn.c_str(), nullptr};
+    const HostText keys[] = {Wide(SSO_KEY_SPN), Wide(SSO_KEY_NEGOTIATE), Wide(SSO_KEY_CHANNEL_BINDINGS)};
+    const HostText spn = Wide(i_client.m_spn), on = Wide("1"), channel = Wide(i_client.m_channel);
+    ParasSeq parameters[] = {{keys[0].c_str(), SSO_PARAMETER_STRING, spn.c_str(), nullptr},
+                             {keys[1].c_str(), SSO_PARAMETER_BOOL, on.c_str(), nullptr},
+                             {keys[2].c_str(), SSO_PARAMETER_STRING, channel.c_str(), nullptr}};
+    ParasSeq* pLast = parameters;
+    pLast = pLast->next = i_client.m_bNegotiate ? &parameters[1] : nullptr;
+    (pLast != nullptr ? pLast : parameters)->next = channel.empty() ? nullptr : &parameters[2];
     Outputs out;
     return out.Take(SSOStartLogin(Wide(i_client.m_user).c_str(), Wide(i_client.m_password).c_str(),
-                                  Wide("SSPI").c_str(), spn.empty() ? nullptr : &parameters, &out.m_pszKey,
+                                  Wide("SSPI").c_str(), spn.empty() ? nullptr : parameters, &out.m_pszKey,
                                   &out.m_pvToken, &out.m_nLength));
 }
 

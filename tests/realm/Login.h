@@ -22,9 +22,11 @@ struct LoginResult {
 };
 
 struct Client {
-    std::string m_user;  // empty: the tickets of the default cache
-    std::string m_password;
+    std::string m_user = {};  // empty: the tickets of the default cache
+    std::string m_password = {};
     std::string m_spn = "morwen/localhost";  // empty: the parameter is left out
+    bool m_bNegotiate = false;
+    std::string m_channel = {};  // empty: the parameter is left out
 };
 
 enum class Information { Wanted, NotWanted };

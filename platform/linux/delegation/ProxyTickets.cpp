@@ -165,7 +165,7 @@ std::shared_ptr<const ProxyTickets::Finding> ProxyTickets::Ask(krb5_context i_co
         const int64_t nEnd = SecondsOf(times.endtime);
         pFinding->m_pTicket = std::make_shared<const LogonTickets::ServiceTicket>(
             LogonTickets::ServiceTicket{std::move(found), nStart, nEnd});
-        if (service->Is(*server.get())) {
+        if (service->Is(*server.get(), true)) {
             // It is to renew the user's context, with what the directory says of the user then.
             pFinding->m_usedUntil = Clock::now() + kFailureHolds;
         }

@@ -25,7 +25,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds kFailureHolds(30);  // unless the keytab changes
 constexpr size_t kMostAsked = 8;                   // names, each of which costs a request
-constexpr size_t kMostServices = 16;               // more than a process accepts for
+constexpr size_t kMostOthers = 64;    // keys of other names that are looked at; a keytab may hold thousands
+constexpr size_t kMostServices = 16;  // more than a process accepts for
 constexpr int64_t kSpareSeconds = 5;
 
 // What was found out about one service.
@@ -96,16 +97,24 @@ std::vector<krb5_const_principal> Candidates(krb5_context i_context, const Accep
     };
     const auto& entries = i_keys.Entries();
     std::vector<Candidate> candidates;
+    std::vector<const krb5_keytab_entry*> ofService;
     for (const krb5_keytab_entry& entry : entries) {
-        const bool bService = i_service.Is(*entry.principal);
-        const bool bSameKey = std::any_of(entries.begin(), entries.end(), [&](const krb5_keytab_entry& i_other) {
-            return i_service.Is(*i_other.principal) && HaveSameKey(entry, i_other);
-        });
+        if (i_service.Is(*entry.principal, true)) {
+            ofService.push_back(&entry);
+        }
+    }
+    size_t nOthers = 0;
+    for (const krb5_keytab_entry& entry : entries) {
+        const bool bService = i_service.Is(*entry.principal, true);
+        const bool bSameKey = std::any_of(ofService.begin(), ofService.end(),
+                                          [&](const auto* i_pOther) { return HaveSameKey(entry, *i_pOther); });
         int nRank = bService ? 3 : 4;
         if (i_pEarlier != nullptr && krb5_principal_compare(i_context, entry.principal, i_pEarlier) != 0) {
             nRank = 0;
         } else if (entry.principal->length == 1) {
             nRank = bSameKey ? 1 : 2;
+        } else if (!bService && nOthers++ >= kMostOthers) {
+            continue;
         }
         const auto it = std::find_if(candidates.begin(), candidates.end(), [&](const Candidate& i_other) {
             return krb5_principal_compare(i_context, entry.principal, i_other.m_pName) != 0;

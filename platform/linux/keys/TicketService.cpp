@@ -3,8 +3,8 @@
 
 #include <algorithm>
 
+#include "der/Der.h"
 #include "platform/linux/krb5/Krb5Words.h"
-#include "platform/linux/wire/Der.h"
 
 namespace morwen {
 

@@ -230,6 +230,19 @@ std::shared_ptr<const PacInformation> PacOf(const Exchange& i_exchange) {
     return pPac;
 }
 
+// A client between whom and this service somebody stands is bound to that one's channel.
+void CheckChannel(const Exchange& i_exchange, const GssChecksum& i_checksum, const LogonTerms& i_terms) {
+    if (!i_terms.m_channel || i_checksum.m_channel == *i_terms.m_channel) {
+        return;
+    }
+    if (i_checksum.m_channel != ChannelHash{}) {
+        Fail(SEC_E_BAD_BINDINGS, i_exchange.Text("the client's channel bindings are of another channel than this one"));
+    }
+    if ((i_terms.m_nRequirements & ASC_REQ_ALLOW_MISSING_BINDINGS) == 0) {
+        Fail(SEC_E_BAD_BINDINGS, i_exchange.Text("the client sends no channel bindings, which the service requires"));
+    }
+}
+
 std::vector<uint8_t> MakeReply(const Exchange& i_exchange) {
     krb5_auth_con_setflags(i_exchange.m_context, i_exchange.m_authContext.get(),
                            KRB5_AUTH_CONTEXT_DO_SEQUENCE | KRB5_AUTH_CONTEXT_USE_SUBKEY);
@@ -291,7 +304,8 @@ std::shared_ptr<SecurityContext> MakeContext(const Exchange& i_exchange, const G
 }  // namespace
 
 std::shared_ptr<SecurityContext> AcceptToken(krb5_context i_context, const AcceptorKeys& i_keys,
-                                             std::span<const uint8_t> i_token, std::vector<uint8_t>& o_reply) {
+                                             std::span<const uint8_t> i_token, const LogonTerms& i_terms,
+                                             std::vector<uint8_t>& o_reply) {
     if (i_token.size() > kMostReadBytes) {
         Fail(SEC_E_INVALID_TOKEN, "the initiator's token is longer than " + std::to_string(kMostReadBytes) + " bytes");
     }
@@ -311,8 +325,17 @@ std::shared_ptr<SecurityContext> AcceptToken(krb5_context i_context, const Accep
     CheckNamed(exchange);
     const auto pPac = PacOf(exchange);
     const GssChecksum checksum = ReadChecksum(exchange);
+    CheckChannel(exchange, checksum, i_terms);
     auto pLogon = MakeContext(exchange, checksum, *pPac);
-    o_reply = (checksum.m_nFlags & kGssMutual) != 0 ? MakeReply(exchange) : std::vector<uint8_t>();
+    const bool bMutual = (checksum.m_nFlags & kGssMutual) != 0;
+    o_reply = bMutual ? MakeReply(exchange) : std::vector<uint8_t>();
+    if ((i_terms.m_nRequirements & ASC_REQ_INTEGRITY) != 0 && (checksum.m_nFlags & kGssIntegrity) != 0) {
+        const Harrowlib201::CS_Locker locker(pLogon->m_section);
+        if (auto mic = MicKey::Of(i_context, exchange.m_authContext.get(), true, bMutual)) {
+            pLogon->m_mic.emplace(std::move(*mic));
+            pLogon->m_nAttributes |= ASC_RET_INTEGRITY;
+        }
+    }
     return pLogon;
 }
 

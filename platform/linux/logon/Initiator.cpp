@@ -1,5 +1,7 @@
 #include "platform/linux/logon/Initiator.h"
 
+#include <utility>
+
 #include "platform/linux/krb5/Krb5Owners.h"
 #include "platform/linux/krb5/Krb5Words.h"
 #include "platform/linux/krb5/SspiFailure.h"
@@ -16,6 +18,8 @@ struct ChecksumRequest {
     krb5_creds* m_pServiceTicket;
     std::shared_ptr<const ForwardedTicket> m_pForwarded;  // null: nothing is delegated
     bool m_bMutual;
+    bool m_bIntegrity;
+    ChannelHash m_channel;
 
     bool m_bDelegated = false;
     std::vector<uint8_t> m_bytes;
@@ -33,8 +37,9 @@ krb5_error_code MakeChecksum(krb5_context i_context, krb5_auth_context io_exchan
                 DelegationMessage(i_context, io_exchange, *request.m_pServiceTicket, *request.m_pForwarded->get());
         }
         request.m_bDelegated = !delegation.empty();
-        const uint32_t nFlags = (request.m_bMutual ? kGssMutual : 0U) | (request.m_bDelegated ? kGssDelegate : 0U);
-        request.m_bytes = MakeGssChecksum({nFlags, delegation});
+        const uint32_t nFlags = (request.m_bMutual ? kGssMutual : 0U) | (request.m_bDelegated ? kGssDelegate : 0U) |
+                                (request.m_bIntegrity ? kGssIntegrity : 0U);
+        request.m_bytes = MakeGssChecksum({nFlags, delegation, request.m_channel});
         request.m_data = DataOf(request.m_bytes);
         *o_ppChecksum = &request.m_data;
         return 0;
@@ -76,14 +81,16 @@ krb5_error_code MakeRequest(krb5_context i_context, ChecksumRequest& io_request,
 }  // namespace
 
 std::shared_ptr<SecurityContext> InitiateLogon(krb5_context i_context, LogonTickets& i_tickets,
-                                               const std::string& i_targetName, uint32_t i_nRequirements,
+                                               const std::string& i_targetName, const LogonTerms& i_terms,
                                                std::vector<uint8_t>& o_token) {
     const auto pTicket = i_tickets.Get(i_context, i_targetName);
     ChecksumRequest request{.m_pServiceTicket = pTicket->m_credentials.get(),
                             .m_pForwarded = nullptr,
-                            .m_bMutual = (i_nRequirements & ISC_REQ_MUTUAL_AUTH) != 0,
+                            .m_bMutual = (i_terms.m_nRequirements & ISC_REQ_MUTUAL_AUTH) != 0,
+                            .m_bIntegrity = (i_terms.m_nRequirements & ISC_REQ_INTEGRITY) != 0,
+                            .m_channel = i_terms.m_channel.value_or(ChannelHash{}),
                             .m_bytes = {}};
-    if ((i_nRequirements & ISC_REQ_DELEGATE) != 0 && pTicket->MayDelegate()) {
+    if ((i_terms.m_nRequirements & ISC_REQ_DELEGATE) != 0 && pTicket->MayDelegate()) {
         request.m_pForwarded = i_tickets.Forwarded(i_context, i_targetName, *pTicket);
     }
     Krb5AuthContext exchange(i_context);
@@ -98,8 +105,9 @@ std::shared_ptr<SecurityContext> InitiateLogon(krb5_context i_context, LogonTick
     pLogon->m_nEnd = pTicket->m_nEnd;
     const Harrowlib201::CS_Locker locker(pLogon->m_section);
     pLogon->m_bEstablished = !request.m_bMutual;
-    pLogon->m_nAttributes =
-        (request.m_bMutual ? ISC_RET_MUTUAL_AUTH : 0U) | (request.m_bDelegated ? ISC_RET_DELEGATE : 0U);
+    pLogon->m_nAttributes = (request.m_bMutual ? ISC_RET_MUTUAL_AUTH : 0U) |
+                            (request.m_bDelegated ? ISC_RET_DELEGATE : 0U) |
+                            (request.m_bMutual && request.m_bIntegrity ? ISC_RET_INTEGRITY : 0U);
     if (request.m_bMutual) {
         pLogon->m_exchange = KeptAuthContext(exchange.Detach());
     }
@@ -125,6 +133,13 @@ void CheckAnswer(krb5_context i_context, SecurityContext& io_logon, std::span<co
         FailKrb5(i_context, nCode, "checking that the answer comes from the service");
     }
     const Krb5AuthContext finished(i_context, io_logon.m_exchange.Detach());
+    if ((io_logon.m_nAttributes & ISC_RET_INTEGRITY) != 0) {
+        if (auto mic = MicKey::Of(i_context, finished.get(), false, reply->subkey != nullptr)) {
+            io_logon.m_mic.emplace(std::move(*mic));
+        } else {
+            io_logon.m_nAttributes &= ~ISC_RET_INTEGRITY;
+        }
+    }
     io_logon.m_bEstablished = true;
 }
 

@@ -14,10 +14,10 @@
 
 namespace morwen {
 
-// The first pass: a context and the token for the service. The requirements are ISC_REQ_DELEGATE and
+// The first pass: a context and the token for the service. The requirements are ISC_REQ_DELEGATE, ISC_REQ_INTEGRITY and
 // ISC_REQ_MUTUAL_AUTH; without the latter the context is established at once. Throws SspiFailure, std::bad_alloc.
 std::shared_ptr<SecurityContext> InitiateLogon(krb5_context i_context, LogonTickets& i_tickets,
-                                               const std::string& i_targetName, uint32_t i_nRequirements,
+                                               const std::string& i_targetName, const LogonTerms& i_terms,
                                                std::vector<uint8_t>& o_token);
 
 // The second pass: checks the service's answer and establishes the context. Throws SspiFailure; the context is then

@@ -1,4 +1,4 @@
-// One logon in progress or done: what a context handle names.
+// One logon in progress or done: what a context handle names, and what its maker asks of it.
 #pragma once
 
 #include <cstdint>
@@ -6,11 +6,18 @@
 #include <string>
 
 #include "harrow/locks/CS_Wrapper.h"
+#include "platform/linux/binding/ChannelHash.h"
+#include "platform/linux/binding/Mic.h"
 #include "platform/linux/contexts/Krb5Kept.h"
 #include "platform/linux/identity/TokenIdentity.h"
 #include "platform/linux/keys/DelegatedTickets.h"
 
 namespace morwen {
+
+struct LogonTerms {
+    uint32_t m_nRequirements = 0;          // ISC_REQ_* or ASC_REQ_*
+    std::optional<ChannelHash> m_channel;  // that the logon is for
+};
 
 // The side and the times are fixed before a handle exists; the rest changes in later passes, under the section.
 struct SecurityContext {
@@ -24,6 +31,9 @@ struct SecurityContext {
 
     // The initiating side until the server has answered: what its answer must fit to.
     KeptAuthContext m_exchange S_GUARDED_BY(m_section);
+
+    // For MICs: once established, where the call has asked for integrity.
+    std::optional<MicKey> m_mic S_GUARDED_BY(m_section);
 
     // The accepting side: who has logged on. The identity's account is looked up when it is first needed, and then
     // kept; when there was none, the next one who needs it looks again.

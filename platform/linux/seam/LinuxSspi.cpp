@@ -120,6 +120,11 @@ void Give(T* o_pResult, const T& i_result) {
     }
 }
 
+LogonTerms TermsOf(krb5_context i_context, ULONG i_nRequirements, const SecBufferDesc* i_pInput) {
+    const auto channel = InputChannel(i_pInput);
+    return {i_nRequirements, channel.empty() ? std::nullopt : std::optional(HashChannel(i_context, channel))};
+}
+
 SECURITY_STATUS Unsupported(const char* i_pszWhat) {
     Fail(SEC_E_UNSUPPORTED_FUNCTION, std::string(i_pszWhat) + " is not supported yet");
 }
@@ -192,15 +197,15 @@ SECURITY_STATUS LinuxSspi::InitializeSecurityContextW(PCredHandle i_pCredential,
         if (i_pContext != nullptr) {
             return FinishLogon(i_pContext, i_pInput, o_pNewContext, io_pOutput, o_pnAttributes, o_ptsExpiry);
         }
-        return StartLogon(*pCredential, i_pszTargetName, i_nRequirements, o_pNewContext, io_pOutput, o_pnAttributes,
-                          o_ptsExpiry);
+        return StartLogon(*pCredential, i_pszTargetName, i_nRequirements, i_pInput, o_pNewContext, io_pOutput,
+                          o_pnAttributes, o_ptsExpiry);
     });
 }
 
 SECURITY_STATUS LinuxSspi::AcceptSecurityContext(PCredHandle i_pCredential, PCtxtHandle i_pContext,
-                                                 PSecBufferDesc i_pInput, ULONG, ULONG, PCtxtHandle o_pNewContext,
-                                                 PSecBufferDesc io_pOutput, ULONG* o_pnAttributes,
-                                                 PTimeStamp o_ptsExpiry) noexcept {
+                                                 PSecBufferDesc i_pInput, ULONG i_nRequirements, ULONG,
+                                                 PCtxtHandle o_pNewContext, PSecBufferDesc io_pOutput,
+                                                 ULONG* o_pnAttributes, PTimeStamp o_ptsExpiry) noexcept {
     return Guarded("AcceptSecurityContext", [&] {
         const auto pCredential = Credential(i_pCredential);
         if (pCredential->m_pKeys == nullptr) {
@@ -211,7 +216,8 @@ SECURITY_STATUS LinuxSspi::AcceptSecurityContext(PCredHandle i_pCredential, PCtx
                                           ? "the logon is complete and expects no further token"
                                           : "the context is of a logon that this process has begun as the client");
         }
-        return AcceptLogon(*pCredential, i_pInput, o_pNewContext, io_pOutput, o_pnAttributes, o_ptsExpiry);
+        return AcceptLogon(*pCredential, i_pInput, i_nRequirements, o_pNewContext, io_pOutput, o_pnAttributes,
+                           o_ptsExpiry);
     });
 }
 
@@ -276,6 +282,39 @@ SECURITY_STATUS LinuxSspi::DeleteSecurityContext(PCtxtHandle i_pContext) noexcep
                : FailWith(SEC_E_INVALID_HANDLE, "there is no context with this handle");
 }
 
+SECURITY_STATUS LinuxSspi::MakeSignature(PCtxtHandle i_pContext, ULONG, PSecBufferDesc io_pMessage, ULONG) noexcept {
+    return Guarded("MakeSignature", [&] {
+        const auto pLogon = Context(i_pContext);
+        OutputToken output(io_pMessage);
+        const Harrowlib201::CS_Locker locker(pLogon->m_section);
+        if (!pLogon->m_mic) {
+            Unsupported("signing without a key for it");
+        }
+        const auto mic = pLogon->m_mic->Make(TakeContext().get(), InputData(io_pMessage));
+        if (mic.empty()) {
+            Unsupported("signing with this type of key");
+        }
+        output.Write(mic);
+        return SEC_E_OK;
+    });
+}
+
+SECURITY_STATUS LinuxSspi::VerifySignature(PCtxtHandle i_pContext, PSecBufferDesc i_pMessage, ULONG,
+                                           ULONG* o_pnQuality) noexcept {
+    return Guarded("VerifySignature", [&] {
+        const auto pLogon = Context(i_pContext);
+        const Harrowlib201::CS_Locker locker(pLogon->m_section);
+        if (!pLogon->m_mic) {
+            Unsupported("checking signatures without a key for it");
+        }
+        if (!pLogon->m_mic->Check(TakeContext().get(), InputData(i_pMessage), InputToken(i_pMessage))) {
+            Fail(SEC_E_MESSAGE_ALTERED, "the signature is not the other side's");
+        }
+        Give(o_pnQuality, ULONG{0});
+        return SEC_E_OK;
+    });
+}
+
 SECURITY_STATUS LinuxSspi::OpenContextToken(PCtxtHandle i_pContext, HANDLE* o_phToken) noexcept {
     return Guarded("OpenContextToken", [&] {
         RequireOutput(o_phToken);
@@ -337,8 +376,8 @@ std::shared_ptr<SecurityContext> LinuxSspi::Context(PCtxtHandle i_pContext) cons
 }
 
 SECURITY_STATUS LinuxSspi::StartLogon(const LinuxCredential& i_credential, const SEC_WCHAR* i_pszTargetName,
-                                      ULONG i_nRequirements, PCtxtHandle o_pNewContext, PSecBufferDesc io_pOutput,
-                                      ULONG* o_pnAttributes, PTimeStamp o_ptsExpiry) {
+                                      ULONG i_nRequirements, PSecBufferDesc i_pInput, PCtxtHandle o_pNewContext,
+                                      PSecBufferDesc io_pOutput, ULONG* o_pnAttributes, PTimeStamp o_ptsExpiry) {
     OutputToken output(io_pOutput);
     RequireOutput(o_pNewContext);
     if (i_credential.m_pTickets == nullptr) {
@@ -352,8 +391,9 @@ SECURITY_STATUS LinuxSspi::StartLogon(const LinuxCredential& i_credential, const
     }
     const Krb5ContextLease lease = TakeContext();
     std::vector<uint8_t> token;
-    const auto pLogon = InitiateLogon(lease.get(), *i_credential.m_pTickets,
-                                      Harrowlib201::SWCharStringConv::ToUtf8(i_pszTargetName), i_nRequirements, token);
+    const auto pLogon =
+        InitiateLogon(lease.get(), *i_credential.m_pTickets, Harrowlib201::SWCharStringConv::ToUtf8(i_pszTargetName),
+                      TermsOf(lease.get(), i_nRequirements, i_pInput), token);
     const Harrowlib201::CS_Locker locker(pLogon->m_section);
     output.Write(token);
     *o_pNewContext = m_contexts.Add(pLogon);
@@ -378,14 +418,15 @@ SECURITY_STATUS LinuxSspi::FinishLogon(PCtxtHandle i_pContext, PSecBufferDesc i_
 }
 
 SECURITY_STATUS LinuxSspi::AcceptLogon(const LinuxCredential& i_credential, PSecBufferDesc i_pInput,
-                                       PCtxtHandle o_pNewContext, PSecBufferDesc io_pOutput, ULONG* o_pnAttributes,
-                                       PTimeStamp o_ptsExpiry) {
+                                       ULONG i_nRequirements, PCtxtHandle o_pNewContext, PSecBufferDesc io_pOutput,
+                                       ULONG* o_pnAttributes, PTimeStamp o_ptsExpiry) {
     OutputToken output(io_pOutput);
     RequireOutput(o_pNewContext);
     const auto input = InputToken(i_pInput);
     const Krb5ContextLease lease = TakeContext();
     std::vector<uint8_t> reply;
-    const auto pLogon = AcceptToken(lease.get(), *i_credential.m_pKeys, input, reply);
+    const auto pLogon =
+        AcceptToken(lease.get(), *i_credential.m_pKeys, input, TermsOf(lease.get(), i_nRequirements, i_pInput), reply);
     const Harrowlib201::CS_Locker locker(pLogon->m_section);
     output.Write(reply);
     *o_pNewContext = m_contexts.Add(pLogon);

@@ -37,6 +37,10 @@ public:
     SECURITY_STATUS ImpersonateSecurityContext(PCtxtHandle i_pContext) noexcept override;
     SECURITY_STATUS RevertSecurityContext(PCtxtHandle i_pContext) noexcept override;
     SECURITY_STATUS DeleteSecurityContext(PCtxtHandle i_pContext) noexcept override;
+    SECURITY_STATUS MakeSignature(PCtxtHandle i_pContext, ULONG i_nQuality, PSecBufferDesc io_pMessage,
+                                  ULONG i_nSequence) noexcept override;
+    SECURITY_STATUS VerifySignature(PCtxtHandle i_pContext, PSecBufferDesc i_pMessage, ULONG i_nSequence,
+                                    ULONG* o_pnQuality) noexcept override;
     SECURITY_STATUS OpenContextToken(PCtxtHandle i_pContext, HANDLE* o_phToken) noexcept override;
     bool AcceptsAsService() const noexcept override { return true; }
     void ReleaseHeld() noexcept override;
@@ -51,12 +55,13 @@ private:
     static std::shared_ptr<const TokenIdentity> IdentityOf(SecurityContext& io_logon, Need i_eNeed);
 
     SECURITY_STATUS StartLogon(const LinuxCredential& i_credential, const SEC_WCHAR* i_pszTargetName,
-                               ULONG i_nRequirements, PCtxtHandle o_pNewContext, PSecBufferDesc io_pOutput,
-                               ULONG* o_pnAttributes, PTimeStamp o_ptsExpiry);
+                               ULONG i_nRequirements, PSecBufferDesc i_pInput, PCtxtHandle o_pNewContext,
+                               PSecBufferDesc io_pOutput, ULONG* o_pnAttributes, PTimeStamp o_ptsExpiry);
     SECURITY_STATUS FinishLogon(PCtxtHandle i_pContext, PSecBufferDesc i_pInput, PCtxtHandle o_pNewContext,
                                 PSecBufferDesc io_pOutput, ULONG* o_pnAttributes, PTimeStamp o_ptsExpiry);
-    SECURITY_STATUS AcceptLogon(const LinuxCredential& i_credential, PSecBufferDesc i_pInput, PCtxtHandle o_pNewContext,
-                                PSecBufferDesc io_pOutput, ULONG* o_pnAttributes, PTimeStamp o_ptsExpiry);
+    SECURITY_STATUS AcceptLogon(const LinuxCredential& i_credential, PSecBufferDesc i_pInput, ULONG i_nRequirements,
+                                PCtxtHandle o_pNewContext, PSecBufferDesc io_pOutput, ULONG* o_pnAttributes,
+                                PTimeStamp o_ptsExpiry);
 
     HandleTable<LinuxCredential> m_credentials{0x63726564};
     HandleTable<SecurityContext> m_contexts{0x63747874};

@@ -1,6 +1,7 @@
 #include "platform/linux/seam/SecBuffers.h"
 
 #include <algorithm>
+#include <cstring>
 #include <string>
 
 #include "platform/linux/krb5/SspiFailure.h"
@@ -13,13 +14,13 @@ namespace {
 // have passed on a length that its peer has made up.
 constexpr uint32_t kMostInputBytes = 1U << 20;
 
-SecBuffer* TokenBuffer(const SecBufferDesc* i_pBuffers) {
+SecBuffer* FindBuffer(const SecBufferDesc* i_pBuffers, uint32_t i_nType) {
     if (i_pBuffers == nullptr || i_pBuffers->ulVersion != SECBUFFER_VERSION || i_pBuffers->pBuffers == nullptr) {
         return nullptr;
     }
     const std::span<SecBuffer> buffers(i_pBuffers->pBuffers, i_pBuffers->cBuffers);
-    const auto it = std::find_if(buffers.begin(), buffers.end(), [](const SecBuffer& i_buffer) {
-        return i_buffer.BufferType == SECBUFFER_TOKEN && i_buffer.pvBuffer != nullptr;
+    const auto it = std::find_if(buffers.begin(), buffers.end(), [i_nType](const SecBuffer& i_buffer) {
+        return i_buffer.BufferType == i_nType && i_buffer.pvBuffer != nullptr;
     });
     return it != buffers.end() ? &*it : nullptr;
 }
@@ -27,7 +28,7 @@ SecBuffer* TokenBuffer(const SecBufferDesc* i_pBuffers) {
 }  // namespace
 
 std::span<const uint8_t> InputToken(const SecBufferDesc* i_pInput) {
-    const SecBuffer* const pBuffer = TokenBuffer(i_pInput);
+    const SecBuffer* const pBuffer = FindBuffer(i_pInput, SECBUFFER_TOKEN);
     if (pBuffer == nullptr || pBuffer->cbBuffer == 0) {
         Fail(SEC_E_INVALID_TOKEN, "the call brings no token");
     }
@@ -37,7 +38,34 @@ std::span<const uint8_t> InputToken(const SecBufferDesc* i_pInput) {
     return {static_cast<const uint8_t*>(pBuffer->pvBuffer), pBuffer->cbBuffer};
 }
 
-OutputToken::OutputToken(const SecBufferDesc* i_pOutput) : m_pBuffer(TokenBuffer(i_pOutput)) {
+std::span<const uint8_t> InputData(const SecBufferDesc* i_pInput) {
+    const SecBuffer* const pBuffer = FindBuffer(i_pInput, SECBUFFER_DATA);
+    if (pBuffer == nullptr || pBuffer->cbBuffer > kMostInputBytes) {
+        Fail(SEC_E_INVALID_TOKEN, "the call brings no data");
+    }
+    return {static_cast<const uint8_t*>(pBuffer->pvBuffer), pBuffer->cbBuffer};
+}
+
+std::span<const uint8_t> InputChannel(const SecBufferDesc* i_pInput) {
+    const SecBuffer* const pBuffer = FindBuffer(i_pInput, SECBUFFER_CHANNEL_BINDINGS);
+    if (pBuffer == nullptr) {
+        return {};
+    }
+    const std::span record(static_cast<const uint8_t*>(pBuffer->pvBuffer), pBuffer->cbBuffer);
+    SEC_CHANNEL_BINDINGS header{};
+    if (record.size() >= sizeof(header)) {
+        std::memcpy(&header, record.data(), sizeof(header));
+    }
+    const bool bAddresses = header.dwInitiatorAddrType != 0 || header.cbInitiatorLength != 0 ||
+                            header.dwAcceptorAddrType != 0 || header.cbAcceptorLength != 0;
+    if (bAddresses || header.cbApplicationDataLength == 0 || header.dwApplicationDataOffset > record.size() ||
+        header.cbApplicationDataLength > record.size() - header.dwApplicationDataOffset) {
+        Fail(SEC_E_INVALID_TOKEN, "the channel bindings are no record of application data alone");
+    }
+    return record.subspan(header.dwApplicationDataOffset, header.cbApplicationDataLength);
+}
+
+OutputToken::OutputToken(const SecBufferDesc* i_pOutput) : m_pBuffer(FindBuffer(i_pOutput, SECBUFFER_TOKEN)) {
     if (m_pBuffer == nullptr) {
         Fail(SEC_E_INVALID_TOKEN, "the call brings no buffer for a token");
     }

@@ -12,6 +12,13 @@ namespace morwen {
 // longer than any token.
 std::span<const uint8_t> InputToken(const SecBufferDesc* i_pInput);
 
+// The bytes of the first data buffer. Throws SspiFailure (SEC_E_INVALID_TOKEN) when there is none.
+std::span<const uint8_t> InputData(const SecBufferDesc* i_pInput);
+
+// The application data of the channel bindings; empty when there are none. Throws SspiFailure (SEC_E_INVALID_TOKEN) for
+// a record whose parts do not lie within it, or that has addresses.
+std::span<const uint8_t> InputChannel(const SecBufferDesc* i_pInput);
+
 // The caller's buffer for a token. Its length is 0 until a token is written, and stays so when the call fails.
 class OutputToken {
 public:

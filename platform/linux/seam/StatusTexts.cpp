@@ -46,6 +46,10 @@ constexpr CodeText kTexts[] = {
     {Code(SEC_E_TIME_SKEW), "The clocks of the machines differ too much. Set them by a time service."},
     {Code(SEC_E_KDC_UNKNOWN_ETYPE),
      "There is no common encryption type. Check the keys of the account and the permitted encryption types."},
+    {Code(SEC_E_BAD_BINDINGS),
+     "The channel bindings of client and service differ. Check that the service's setting belongs to the certificate "
+     "that "
+     "its clients see; if it does, somebody stands between them."},
     {ERROR_ACCESS_DENIED, "Access is denied."},
     {ERROR_INVALID_HANDLE, "The handle is not open: it was closed, or never was one."},
     {ERROR_NOT_ENOUGH_MEMORY, "There is not enough memory."},

@@ -50,6 +50,18 @@ struct SecBuffer {
 };
 using PSecBuffer = SecBuffer*;
 
+// Offsets count from the record's beginning.
+struct SEC_CHANNEL_BINDINGS {
+    uint32_t dwInitiatorAddrType;
+    uint32_t cbInitiatorLength;
+    uint32_t dwInitiatorOffset;
+    uint32_t dwAcceptorAddrType;
+    uint32_t cbAcceptorLength;
+    uint32_t dwAcceptorOffset;
+    uint32_t cbApplicationDataLength;
+    uint32_t dwApplicationDataOffset;
+};
+
 struct SecBufferDesc {
     uint32_t ulVersion;
     uint32_t cBuffers;
@@ -90,7 +102,9 @@ struct SecPkgContext_NamesW {
 using SEC_GET_KEY_FN = void (*)(void*, void*, uint32_t, void**, SECURITY_STATUS*);
 
 inline constexpr uint32_t SECBUFFER_VERSION = 0;
+inline constexpr uint32_t SECBUFFER_DATA = 1;
 inline constexpr uint32_t SECBUFFER_TOKEN = 2;
+inline constexpr uint32_t SECBUFFER_CHANNEL_BINDINGS = 14;
 inline constexpr uint32_t SECPKG_CRED_INBOUND = 1;
 inline constexpr uint32_t SECPKG_CRED_OUTBOUND = 2;
 inline constexpr uint32_t SECPKG_CRED_BOTH = 3;
@@ -100,11 +114,16 @@ inline constexpr uint32_t SEC_WINNT_AUTH_IDENTITY_UNICODE = 2;
 inline constexpr uint32_t SECURITY_NATIVE_DREP = 0x10;
 inline constexpr uint32_t ISC_REQ_DELEGATE = 0x1;
 inline constexpr uint32_t ISC_REQ_MUTUAL_AUTH = 0x2;
+inline constexpr uint32_t ISC_REQ_INTEGRITY = 0x10000;
 inline constexpr uint32_t ISC_RET_DELEGATE = 0x1;
 inline constexpr uint32_t ISC_RET_MUTUAL_AUTH = 0x2;
+inline constexpr uint32_t ISC_RET_INTEGRITY = 0x10000;
 inline constexpr uint32_t ASC_REQ_MUTUAL_AUTH = 0x2;
+inline constexpr uint32_t ASC_REQ_INTEGRITY = 0x20000;
+inline constexpr uint32_t ASC_REQ_ALLOW_MISSING_BINDINGS = 0x10000000;
 inline constexpr uint32_t ASC_RET_DELEGATE = 0x1;
 inline constexpr uint32_t ASC_RET_MUTUAL_AUTH = 0x2;
+inline constexpr uint32_t ASC_RET_INTEGRITY = 0x20000;
 
 namespace ostypes_detail {
 constexpr SECURITY_STATUS Status(uint32_t i_nBits) {
@@ -134,6 +153,7 @@ inline constexpr SECURITY_STATUS SEC_E_BUFFER_TOO_SMALL = ostypes_detail::Status
 inline constexpr SECURITY_STATUS SEC_E_WRONG_PRINCIPAL = ostypes_detail::Status(0x80090322);
 inline constexpr SECURITY_STATUS SEC_E_TIME_SKEW = ostypes_detail::Status(0x80090324);
 inline constexpr SECURITY_STATUS SEC_E_KDC_UNKNOWN_ETYPE = ostypes_detail::Status(0x80090342);
+inline constexpr SECURITY_STATUS SEC_E_BAD_BINDINGS = ostypes_detail::Status(0x80090346);
 inline constexpr SECURITY_STATUS SEC_E_NO_IMPERSONATION = ostypes_detail::Status(0x8009030B);
 
 // ---- Security identifiers and tokens ----

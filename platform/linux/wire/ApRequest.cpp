@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "platform/linux/wire/Der.h"
+#include "der/Der.h"
 
 namespace morwen {
 

@@ -1,6 +1,6 @@
 #include "platform/linux/wire/CredMessage.h"
 
-#include "platform/linux/wire/Der.h"
+#include "der/Der.h"
 
 namespace morwen {
 

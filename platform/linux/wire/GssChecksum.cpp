@@ -1,13 +1,16 @@
 #include "platform/linux/wire/GssChecksum.h"
 
+#include <algorithm>
+
 namespace morwen {
 
 namespace {
 
 // Offsets in the checksum; numbers have their lowest byte first.
-constexpr size_t kBindingsLengthAt = 0;
-constexpr size_t kBindingsLength = 16;
-constexpr size_t kFlagsAt = 4 + kBindingsLength;
+constexpr size_t kChannelLengthAt = 0;
+constexpr size_t kChannelAt = 4;
+constexpr size_t kChannelLength = 16;
+constexpr size_t kFlagsAt = kChannelAt + kChannelLength;
 constexpr size_t kOptionAt = kFlagsAt + 4;
 constexpr size_t kDelegationLengthAt = kOptionAt + 2;
 constexpr size_t kDelegationAt = kDelegationLengthAt + 2;
@@ -30,7 +33,7 @@ void AppendNumber(uint32_t i_nValue, size_t i_nLength, std::vector<uint8_t>& io_
 }  // namespace
 
 std::optional<uint32_t> ReadGssFlags(std::span<const uint8_t> i_bytes) noexcept {
-    if (i_bytes.size() < kOptionAt || ReadNumber(i_bytes, kBindingsLengthAt, 4) != kBindingsLength) {
+    if (i_bytes.size() < kOptionAt || ReadNumber(i_bytes, kChannelLengthAt, 4) != kChannelLength) {
         return std::nullopt;
     }
     return ReadNumber(i_bytes, kFlagsAt, 4);
@@ -41,7 +44,8 @@ std::optional<GssChecksum> ReadGssChecksum(std::span<const uint8_t> i_bytes) noe
     if (!nFlags) {
         return std::nullopt;
     }
-    GssChecksum checksum{*nFlags, {}};
+    GssChecksum checksum{*nFlags};
+    std::copy_n(i_bytes.begin() + kChannelAt, kChannelLength, checksum.m_channel.begin());
     if ((checksum.m_nFlags & kGssDelegate) == 0) {
         return checksum;
     }
@@ -59,8 +63,8 @@ std::optional<GssChecksum> ReadGssChecksum(std::span<const uint8_t> i_bytes) noe
 std::vector<uint8_t> MakeGssChecksum(const GssChecksum& i_checksum) {
     std::vector<uint8_t> bytes;
     bytes.reserve(kDelegationAt + i_checksum.m_delegation.size());
-    AppendNumber(kBindingsLength, 4, bytes);
-    bytes.resize(kFlagsAt);
+    AppendNumber(kChannelLength, 4, bytes);
+    bytes.insert(bytes.end(), i_checksum.m_channel.begin(), i_checksum.m_channel.end());
     AppendNumber(i_checksum.m_nFlags, 4, bytes);
     if ((i_checksum.m_nFlags & kGssDelegate) != 0) {
         AppendNumber(kDelegationOption, 2, bytes);

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "platform/linux/wire/Der.h"
+#include "der/Der.h"
 
 namespace morwen {
 
@@ -23,21 +23,6 @@ uint8_t MessageTag(GssTokenKind i_eKind) noexcept {
             return 0x7E;
     }
     return 0;
-}
-
-void AppendDerLength(size_t i_nLength, std::vector<uint8_t>& io_bytes) {
-    if (i_nLength < 0x80) {
-        io_bytes.push_back(static_cast<uint8_t>(i_nLength));
-        return;
-    }
-    uint8_t nBytes = 1;
-    while (nBytes < sizeof(size_t) && (i_nLength >> (8 * nBytes)) != 0) {
-        ++nBytes;
-    }
-    io_bytes.push_back(static_cast<uint8_t>(0x80 | nBytes));
-    for (uint8_t i = nBytes; i-- > 0;) {
-        io_bytes.push_back(static_cast<uint8_t>(i_nLength >> (8 * i)));
-    }
 }
 
 }  // namespace
@@ -64,8 +49,7 @@ std::vector<uint8_t> MakeGssToken(GssTokenKind i_eKind, std::span<const uint8_t>
     const size_t nContent = kMechanism.size() + 2 + i_message.size();
     std::vector<uint8_t> token;
     token.reserve(kMostHeader + nContent);
-    token.push_back(kFrameTag);
-    AppendDerLength(nContent, token);
+    AppendDerHeader(kFrameTag, nContent, token);
     token.insert(token.end(), kMechanism.begin(), kMechanism.end());
     token.push_back(static_cast<uint8_t>(static_cast<uint16_t>(i_eKind) >> 8));
     token.push_back(static_cast<uint8_t>(static_cast<uint16_t>(i_eKind) & 0xFF));

@@ -1,9 +1,11 @@
-// Reading DER elements from untrusted bytes.
+// DER elements: read from untrusted bytes, and made.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <vector>
 
 namespace morwen {
 
@@ -22,6 +24,8 @@ std::optional<std::span<const uint8_t>> OnlyDer(std::span<const uint8_t> i_bytes
 constexpr uint8_t kDerInteger = 0x02;
 constexpr uint8_t kDerBits = 0x03;
 constexpr uint8_t kDerBytes = 0x04;
+constexpr uint8_t kDerObject = 0x06;
+constexpr uint8_t kDerEnumerated = 0x0A;
 constexpr uint8_t kDerSequence = 0x30;
 constexpr uint8_t kDerField = 0xA0;  // the tag of a sequence's first field, the next ones follow
 
@@ -29,5 +33,11 @@ constexpr uint8_t kDerField = 0xA0;  // the tag of a sequence's first field, the
 // the bytes untouched unless the field is there, when it is another.
 std::optional<std::span<const uint8_t>> TakeDerField(std::span<const uint8_t>& io_bytes, uint8_t i_nField,
                                                      uint8_t i_nTag) noexcept;
+
+// Appends the tag and the shortest form of the length of what will follow. Throws std::bad_alloc.
+void AppendDerHeader(uint8_t i_nTag, size_t i_nLength, std::vector<uint8_t>& io_bytes);
+
+// The whole element around this content. Throws std::bad_alloc.
+std::vector<uint8_t> MakeDer(uint8_t i_nTag, std::span<const uint8_t> i_content);
 
 }  // namespace morwen

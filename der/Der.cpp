@@ -1,4 +1,4 @@
-#include "platform/linux/wire/Der.h"
+#include "der/Der.h"
 
 namespace morwen {
 
@@ -50,6 +50,31 @@ std::optional<std::span<const uint8_t>> TakeDerField(std::span<const uint8_t>& i
     }
     io_bytes = rest;
     return OnlyDer(field->m_content, i_nTag);
+}
+
+void AppendDerHeader(uint8_t i_nTag, size_t i_nLength, std::vector<uint8_t>& io_bytes) {
+    io_bytes.push_back(i_nTag);
+    if (i_nLength < 0x80) {
+        io_bytes.push_back(static_cast<uint8_t>(i_nLength));
+        return;
+    }
+    uint8_t nBytes = 1;
+    while (nBytes < sizeof(size_t) && (i_nLength >> (8 * nBytes)) != 0) {
+        ++nBytes;
+    }
+    io_bytes.push_back(static_cast<uint8_t>(0x80 | nBytes));
+    for (uint8_t i = nBytes; i-- > 0;) {
+        io_bytes.push_back(static_cast<uint8_t>(i_nLength >> (8 * i)));
+    }
+}
+
+std::vector<uint8_t> MakeDer(uint8_t i_nTag, std::span<const uint8_t> i_content) {
+    constexpr size_t kMostHeader = 2 + sizeof(size_t);
+    std::vector<uint8_t> element;
+    element.reserve(kMostHeader + i_content.size());
+    AppendDerHeader(i_nTag, i_content.size(), element);
+    element.insert(element.end(), i_content.begin(), i_content.end());
+    return element;
 }
 
 }  // namespace morwen
