@@ -28,9 +28,7 @@ SWCharString SecContextCache::Insert(SWCharString& o_ssKey, const StaticTokenPtr
     o_ssKey = SWCharStringConv::ToString(uint64_t{reinterpret_cast<uintptr_t>(i_pToken.get())});
     StaticTokenPtr pReplaced;  // the last reference goes after the lock
     const CSmartWriteLocker locker(m_lock);
-    StaticTokenPtr& pEntry = m_mapCachedContexts[o_ssKey];
-    pReplaced = pEntry;
-    pEntry = i_pToken;
+    pReplaced = Put(o_ssKey, i_pToken);
     S_TRACE("ssoplugin: SecContextCache::Insert() -- %1 contexts now in cache.",
             static_cast<uint32_t>(m_mapCachedContexts.size()));
     return o_ssKey;
@@ -39,7 +37,7 @@ SWCharString SecContextCache::Insert(SWCharString& o_ssKey, const StaticTokenPtr
 bool SecContextCache::AddAssociation(const SWCharString& i_ssKey, const SWCharString& i_ssNewKey) {
     StaticTokenPtr pReplaced;  // the last reference goes after the lock
     const CSmartWriteLocker locker(m_lock);
-    const auto found = m_mapCachedContexts.find(i_ssKey);
+    const auto found = EntryOf(i_ssKey);
     if (found == m_mapCachedContexts.end()) {
         S_TRACE("ssoplugin: SecContextCache::AddAssociation() -- Token for %1 is not in cache.", i_ssKey);
         return false;
@@ -48,22 +46,20 @@ bool SecContextCache::AddAssociation(const SWCharString& i_ssKey, const SWCharSt
         return true;
     }
     // The new entry first: should memory be short, the old one still stands.
-    const StaticTokenPtr pToken = found->second;
-    StaticTokenPtr& pEntry = m_mapCachedContexts[i_ssNewKey];
-    pReplaced = pEntry;
-    pEntry = pToken;
-    m_mapCachedContexts.erase(i_ssKey);
+    pReplaced = Put(i_ssNewKey, found->second);
+    static_cast<void>(Take(found));
     return true;
 }
 
 bool SecContextCache::Extract(const SWCharString& i_ssKey, StaticTokenPtr& o_pToken) {
     const CSmartWriteLocker locker(m_lock);
-    const auto found = m_mapCachedContexts.find(i_ssKey);
+    const auto found = EntryOf(i_ssKey);
     if (found == m_mapCachedContexts.end() || !found->second) {
         return false;
     }
-    o_pToken = found->second;
-    S_ASSERT_TEXT(m_mapCachedContexts.erase(i_ssKey) == 1, "m_mapCachedContexts.RemoveKey( i_ssKey )");
+    const size_t nBefore = m_mapCachedContexts.size();
+    o_pToken = Take(found);
+    S_ASSERT_TEXT(m_mapCachedContexts.size() + 1 == nBefore, "m_mapCachedContexts.RemoveKey( i_ssKey )");
     return true;
 }
 
@@ -77,12 +73,11 @@ bool SecContextCache::Remove(const SWCharString& i_ssKey) {
     StaticTokenPtr pToken;  // the last reference goes after the lock, because ending a context calls the package
     {
         const CSmartWriteLocker locker(m_lock);
-        const auto found = m_mapCachedContexts.find(i_ssKey);
+        const auto found = EntryOf(i_ssKey);
         if (found == m_mapCachedContexts.end()) {
             return false;
         }
-        pToken = std::move(found->second);
-        m_mapCachedContexts.erase(found);
+        pToken = Take(found);
     }
     if (pToken) {
         pToken->AwaitIdle();
@@ -91,11 +86,12 @@ bool SecContextCache::Remove(const SWCharString& i_ssKey) {
 }
 
 void SecContextCache::Clear() {
-    decltype(m_mapCachedContexts) mapReleased;  // ended after the lock
-    {
+    KeyIndex::Map mapReleased;  // ended after the lock
+    const auto indexReleased = [&] {
         const CSmartWriteLocker locker(m_lock);
         mapReleased.swap(m_mapCachedContexts);
-    }
+        return m_index.Clear();
+    }();
     for (const auto& [ssKey, pToken] : mapReleased) {
         if (pToken) {
             pToken->AwaitIdle();
@@ -109,8 +105,33 @@ TokenAtWork SecContextCache::Find(const SWCharString& i_ssKey) {
 }
 
 const StaticTokenPtr* SecContextCache::Lookup(const SWCharString& i_ssKey) {
-    const auto found = m_mapCachedContexts.find(i_ssKey);
+    const auto found = EntryOf(i_ssKey);
     return found == m_mapCachedContexts.end() ? nullptr : &found->second;
+}
+
+KeyIndex::Map::iterator SecContextCache::EntryOf(const SWCharString& i_ssKey) {
+    return m_index.Find(i_ssKey.view(), m_mapCachedContexts.end());
+}
+
+StaticTokenPtr SecContextCache::Put(const SWCharString& i_ssKey, const StaticTokenPtr& i_pToken) {
+    const auto [entry, bNew] = m_mapCachedContexts.try_emplace(i_ssKey, i_pToken);
+    if (!bNew) {
+        return std::exchange(entry->second, i_pToken);
+    }
+    try {
+        m_index.Add(entry);
+    } catch (...) {
+        m_mapCachedContexts.erase(entry);
+        throw;
+    }
+    return nullptr;
+}
+
+StaticTokenPtr SecContextCache::Take(KeyIndex::Map::iterator i_entry) noexcept {
+    m_index.Remove(i_entry);
+    StaticTokenPtr pToken = std::move(i_entry->second);
+    m_mapCachedContexts.erase(i_entry);
+    return pToken;
 }
 
 std::map<SWCharString, StaticTokenPtr> SecContextCache::Snapshot() {
@@ -144,10 +165,10 @@ bool SecContextCache::RemoveExpired(const SWCharString& i_ssKey, const StaticTok
                 i_ssKey);
         return true;
     }
-    const auto found = m_mapCachedContexts.find(i_ssKey);
+    const auto found = EntryOf(i_ssKey);
     // The host may have given the key to another context meanwhile.
     if (found != m_mapCachedContexts.end() && found->second == i_pToken) {
-        m_mapCachedContexts.erase(found);
+        static_cast<void>(Take(found));  // the pass has it too, so its end comes after the lock
         S_TRACE("ssoplugin: SecContextUpdateThread::CleanUp() -- %1 has been removed.", i_ssKey);
     }
     return true;

@@ -3,6 +3,7 @@
 
 #include <map>
 
+#include "cache/KeyIndex.h"
 #include "cache/TokenAtWork.h"
 #include "handlers/StaticToken.h"
 #include "harrow/locks/CS_Wrapper.h"
@@ -58,8 +59,14 @@ private:
     void CreateUpdateThread() S_REQUIRES(m_threadSection);
     void CreateUpdateThreadAdopted() S_REQUIRES(m_threadSection);
     const StaticTokenPtr* Lookup(const SWCharString& i_ssKey) S_REQUIRES_SHARED(m_lock);
+    // Null where nothing was replaced. Throws std::bad_alloc and leaves everything as it was.
+    StaticTokenPtr Put(const SWCharString& i_ssKey, const StaticTokenPtr& i_pToken) S_REQUIRES(m_lock);
+    StaticTokenPtr Take(KeyIndex::Map::iterator i_entry) noexcept S_REQUIRES(m_lock);
+    // The map's end where there is none.
+    KeyIndex::Map::iterator EntryOf(const SWCharString& i_ssKey) S_REQUIRES_SHARED(m_lock);
 
-    std::map<SWCharString, StaticTokenPtr> m_mapCachedContexts S_GUARDED_BY(m_lock);
+    KeyIndex::Map m_mapCachedContexts S_GUARDED_BY(m_lock);
+    KeyIndex m_index S_GUARDED_BY(m_lock);  // of the same entries
     Harrowlib201::CRWLock m_lock;
     Harrowlib201::JTCHandleT<Harrowlib201::TerminatingThread> m_pUpdateThread S_GUARDED_BY(m_threadSection);
     DWORD m_nProcess S_GUARDED_BY(m_threadSection) = 0;  // where the thread runs

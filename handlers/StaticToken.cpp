@@ -64,8 +64,7 @@ bool StaticToken::Renegotiate(SDateTime i_now, RenewalGate* i_pGate) {
         S_TRACE("ssoplugin: SSPIStaticToken::Renegotiate() -- Renegotiating token.");
         const bool bRenewed = RenegotiateImpl();
         if (bRenewed) {
-            const CS_Locker locker(m_times);
-            m_lastNegotiated = i_now;
+            m_lastNegotiated.Set(i_now);
         }
         return bRenewed;
     } catch (const SSOException&) {

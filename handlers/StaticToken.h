@@ -81,11 +81,23 @@ protected:
     const SWCharString m_ssType;
     const Harrowlib201::CSmartRefCountPtr<SSOHandler> m_pHandler;
     const SDateTime m_created;
-    // Held while the context is worked with, which may take as long as the system's call does.
-    mutable Harrowlib201::CRWLock m_lock;
-    // Held for copying only: lookups and the clean-up ask about times, and wait for nobody's work.
-    mutable Harrowlib201::CS_Wrapper m_times;
-    SDateTime m_lastNegotiated S_GUARDED_BY(m_times);
+
+    // An instant that one thread sets and others read. Lookups and the clean-up ask about times, and wait for nobody.
+    class Instant {
+    public:
+        explicit Instant(SDateTime i_when) noexcept : m_when(i_when) {}
+
+        SDateTime get() const noexcept { return m_when.load(std::memory_order_relaxed); }
+        void Set(SDateTime i_when) noexcept { m_when.store(i_when, std::memory_order_relaxed); }
+
+    private:
+        std::atomic<SDateTime> m_when;
+    };
+
+    // What lookups read stands together, near the beginning.
+    static constexpr SDateTime kUnknown{std::numeric_limits<int64_t>::min()};
+    Instant m_expiry{kUnknown};  // of the context, for derived tokens whose contexts have one
+    Instant m_lastNegotiated;
 
 private:
     friend ActingThreads;
@@ -94,6 +106,10 @@ private:
     std::atomic<uint32_t> m_nAtWork{0};
 
     bool NeedsRenewal(SDateTime i_now);
+
+protected:
+    // Held while the context is worked with, which may take as long as the system's call does.
+    mutable Harrowlib201::CRWLock m_lock;
 };
 
 using StaticTokenPtr = Harrowlib201::CSmartRefCountPtr<StaticToken>;

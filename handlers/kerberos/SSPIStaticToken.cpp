@@ -1,6 +1,7 @@
 #include "handlers/kerberos/SSPIStaticToken.h"
 
 #include <new>
+#include <optional>
 #include <string_view>
 
 #include "errors/SSOException.h"
@@ -48,6 +49,7 @@ private:
     SecPkgContext_NamesW m_names{};
 };
 
+// Nothing when it cannot be told.
 std::optional<SDateTime> ReadExpiry(CtxtHandle* i_pContext) {
     SecPkgContext_Lifespan lifespan{};
     // A failure leaves the zeros of 1601: expired.
@@ -70,11 +72,7 @@ SSPIStaticToken::SSPIStaticToken(const CtxtHandle* i_pContextHandle, const SSOHa
         throw SSOException(SSO_ERROR);
     }
     CtxtHandle handle = *i_pContextHandle;
-    const auto expiry = ReadExpiry(&handle);
-    {
-        const CS_Locker locker(m_times);
-        m_expiry = expiry;
-    }
+    m_expiry.Set(ReadExpiry(&handle).value_or(kUnknown));
     if (SSPIStaticToken::Expired(m_created) || ExpiredByConfiguration(m_created)) {
         S_TRACE("ssoplugin: SSPIStaticToken::SSPIStaticToken() -- This token has already expired!");
     }
@@ -124,18 +122,13 @@ void SSPIStaticToken::Revert() {
     ActingThreads::End();
 }
 
-std::optional<SDateTime> SSPIStaticToken::GetExpiry() const {
-    const CS_Locker locker(m_times);
-    return m_expiry;
-}
-
 bool SSPIStaticToken::Expired(SDateTime i_now) {
-    const auto expiry = GetExpiry();
-    if (!expiry) {
+    const SDateTime expiry = m_expiry.get();
+    if (expiry == kUnknown) {
         S_TRACE("ssoplugin: SSPIStaticToken::Expired() -- Could not read expiry time.  Treating as expired.");
         return true;
     }
-    if (i_now > *expiry) {
+    if (i_now > expiry) {
         S_TRACE("ssoplugin: SSPIStaticToken::Expired() -- expired!");
         return true;
     }
@@ -143,13 +136,13 @@ bool SSPIStaticToken::Expired(SDateTime i_now) {
 }
 
 STimeSpan SSPIStaticToken::GetTimeToExpiry(SDateTime i_now) {
-    const auto expiry = GetExpiry();
-    return expiry ? *expiry - i_now : STimeSpan();
+    const SDateTime expiry = m_expiry.get();
+    return expiry != kUnknown ? expiry - i_now : STimeSpan();
 }
 
 STimeSpan SSPIStaticToken::GetLifetime() {
-    const CS_Locker locker(m_times);
-    return m_expiry ? *m_expiry - m_lastNegotiated : STimeSpan();
+    const SDateTime expiry = m_expiry.get();
+    return expiry != kUnknown ? expiry - m_lastNegotiated.get() : STimeSpan();
 }
 
 SWCharString SSPIStaticToken::GetAuthority() {
@@ -207,9 +200,7 @@ void SSPIStaticToken::TakeOver(SSPIStaticToken& io_other) {
     }
     m_handle = io_other.m_handle;
     io_other.m_handle = {};
-    const auto expiry = io_other.GetExpiry();
-    const CS_Locker times(m_times);
-    m_expiry = expiry;
+    m_expiry.Set(io_other.m_expiry.get());
 }
 
 }  // namespace morwen

@@ -1,14 +1,13 @@
 // The security context of a Kerberos login that was accepted.
 #pragma once
 
-#include <optional>
-
 #include "handlers/SSOHandler.h"
 #include "platform/OsTypes.h"
 
 namespace morwen {
 
-// Owns the context. The expiry is that of the user's ticket.
+// Owns the context. The expiry is that of the user's ticket, or unknown when it could not be read: the package reports
+// local time, and the expiry is the instant that it meant then.
 class SSPIStaticToken : public StaticToken {
 public:
     // Takes the context over once the constructor has returned. Throws SSOException for a null pointer.
@@ -26,13 +25,10 @@ public:
 private:
     ~SSPIStaticToken() override;
 
-    std::optional<SDateTime> GetExpiry() const;
     bool IsSameUser(SSPIStaticToken& io_other);
     void TakeOver(SSPIStaticToken& io_other);
 
     CtxtHandle m_handle S_GUARDED_BY(m_lock){};
-    // Nothing when it could not be read. The package reports local time; this is the instant that it meant then.
-    std::optional<SDateTime> m_expiry S_GUARDED_BY(m_times);
 };
 
 }  // namespace morwen

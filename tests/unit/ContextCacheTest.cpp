@@ -1,6 +1,7 @@
 // The cached contexts, and the thread that cleans up behind them.
 #include <future>
 #include <memory>
+#include <random>
 
 #include "fakes/PlatformTest.h"
 #include "fakes/TestClock.h"
@@ -328,6 +329,23 @@ TEST_F(ContextCacheTest, AThreadThatCannotBeStartedIsNotReplaced) {
     pCache->StartUpdateThread();
     EXPECT_EQ(pCache->m_nMade, 1);
     pCache->StopUpdateThread();
+}
+
+TEST(KeyIndex, FindsWhatIsThereAndNothingElse) {
+    KeyIndex index;
+    KeyIndex::Map map;
+    std::mt19937 random(1);
+    for (int i = 0; i < 60000; ++i) {  // parts that grow, crowd and shrink
+        const SWCharString ssKey = SWCharStringConv::ToString(uint64_t{random() % (i < 30000 ? 4000 : 60)});
+        const auto found = map.find(ssKey);
+        ASSERT_TRUE(index.Find(ssKey.view(), map.end()) == found);
+        if (found == map.end()) {
+            index.Add(map.emplace(ssKey, nullptr).first);
+        } else {
+            index.Remove(found);
+            map.erase(found);
+        }
+    }
 }
 
 }  // namespace

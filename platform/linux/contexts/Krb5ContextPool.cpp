@@ -33,6 +33,12 @@ int64_t SecondsNow() noexcept {
     return now.tv_sec;
 }
 
+int64_t TickNow() noexcept {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+}
+
 krb5_error_code MakeContext(krb5_context& o_context) noexcept {
     try {
         return MakeServiceContext(OwnReplayCache(), o_context);
@@ -226,6 +232,14 @@ Krb5LentContext::Krb5LentContext(Krb5LentContext&& io_other) noexcept
       m_nGeneration(io_other.m_nGeneration),
       m_bLent(std::exchange(io_other.m_bLent, false)) {}
 
+Krb5LentContext& Krb5LentContext::operator=(Krb5LentContext&& io_other) noexcept {
+    m_context = std::exchange(io_other.m_context, nullptr);
+    m_nBornAt = io_other.m_nBornAt;
+    m_nGeneration = io_other.m_nGeneration;
+    m_bLent = std::exchange(io_other.m_bLent, false);
+    return *this;
+}
+
 Krb5LentContext::~Krb5LentContext() {
     if (m_bLent) {
         g_pool.GiveBack(m_context, m_nBornAt, m_nGeneration);
@@ -244,6 +258,28 @@ Krb5LentContext Krb5LentContext::ForReleasing() noexcept {
         profile_release(profile);
     }
     return lent;
+}
+
+void Krb5ParkedContext::Park(Krb5ContextLease& io_lease) noexcept {
+    if (io_lease && !m_lent.m_bLent) {
+        m_lent = std::move(io_lease.m_lent);
+        m_nTick = TickNow();
+        m_pvThread.store(ThisThread(), std::memory_order_relaxed);
+    }
+}
+
+Krb5ContextLease LendKrb5Context(Krb5ParkedContext& io_parked) noexcept {
+    // Nobody else touches what this thread has parked.
+    if (io_parked.m_pvThread.load(std::memory_order_relaxed) == ThisThread() && io_parked.m_nTick == TickNow()) {
+        Krb5ContextLease lease;
+        if (lease.m_service.IsService()) {
+            io_parked.m_pvThread.store(nullptr, std::memory_order_relaxed);
+            lease.m_lent = std::move(io_parked.m_lent);
+            krb5_clear_error_message(lease.get());
+            return lease;
+        }
+    }
+    return LendKrb5Context();
 }
 
 Krb5ContextLease LendKrb5Context() noexcept {

@@ -3,6 +3,7 @@
 
 #include <krb5/krb5.h>
 
+#include <atomic>
 #include <cstdint>
 #include <utility>
 
@@ -11,6 +12,7 @@
 namespace morwen {
 
 class Krb5ContextLease;
+class Krb5ParkedContext;
 
 // A context of the pool that only the holder uses, for giving something back that needs no files and no identity. The
 // thread stays who it is: no call that releases something can leave it somebody else.
@@ -22,7 +24,8 @@ public:
 
     Krb5LentContext() = default;
     Krb5LentContext(Krb5LentContext&& io_other) noexcept;
-    Krb5LentContext& operator=(Krb5LentContext&&) = delete;
+    // Into one that has none.
+    Krb5LentContext& operator=(Krb5LentContext&& io_other) noexcept;
     Krb5LentContext(const Krb5LentContext&) = delete;
     Krb5LentContext& operator=(const Krb5LentContext&) = delete;
     ~Krb5LentContext();
@@ -32,6 +35,7 @@ public:
 
 private:
     friend Krb5ContextLease LendKrb5Context() noexcept;
+    friend Krb5ParkedContext;
 
     krb5_context m_context = nullptr;
     int64_t m_nBornAt = 0;       // seconds of the monotonic clock
@@ -58,6 +62,8 @@ public:
 
 private:
     friend Krb5ContextLease LendKrb5Context() noexcept;
+    friend Krb5ContextLease LendKrb5Context(Krb5ParkedContext& io_parked) noexcept;
+    friend Krb5ParkedContext;
     Krb5ContextLease() = default;
 
     // The first to begin and the last to end: whatever is done with a context is done as the service.
@@ -66,6 +72,29 @@ private:
     Krb5LentContext m_lent;
     krb5_error_code m_nCode = 0;
 };
+
+// A context that a call has done with and leaves for the next one, so that this need not ask for another.
+class Krb5ParkedContext {
+public:
+    Krb5ParkedContext() = default;
+    Krb5ParkedContext(const Krb5ParkedContext&) = delete;
+    Krb5ParkedContext& operator=(const Krb5ParkedContext&) = delete;
+    ~Krb5ParkedContext() = default;
+
+    // The lease has none any more.
+    void Park(Krb5ContextLease& io_lease) noexcept;
+
+private:
+    friend Krb5ContextLease LendKrb5Context(Krb5ParkedContext& io_parked) noexcept;
+
+    std::atomic<const void*> m_pvThread{nullptr};  // who has parked one and may take it
+    int64_t m_nTick = 0;
+    Krb5LentContext m_lent;
+};
+
+// The parked one, if it is this thread's and of the same tick of the clock, in which nothing has changed; else as
+// below.
+Krb5ContextLease LendKrb5Context(Krb5ParkedContext& io_parked) noexcept;
 
 // Lends a context, a new one when none is idle, when the idle ones are older than a minute, when the configuration
 // files have changed (looked at once a second at most) or when the process runs as another user than they were made

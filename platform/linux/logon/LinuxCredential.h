@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "platform/OsTypes.h"
+#include "platform/linux/contexts/Krb5ContextPool.h"
 #include "platform/linux/keys/AcceptorKeys.h"
 #include "platform/linux/keys/InitiatorTickets.h"
 
@@ -17,6 +18,7 @@ struct LinuxCredential {
     bool m_bInitiates = false;
     std::shared_ptr<LogonTickets> m_pTickets;     // null for a user who has none for here: no logon can be started
     std::shared_ptr<const AcceptorKeys> m_pKeys;  // null when good for initiating only
+    mutable Krb5ParkedContext m_context;          // from the acquisition, for the step that mostly follows
 
     // For the use SECPKG_CRED_INBOUND, SECPKG_CRED_OUTBOUND or SECPKG_CRED_BOTH. An identity is whose logon is
     // initiated; null means the default one. A service is known by its keytab, whoever asks. Nothing is asked of a KDC

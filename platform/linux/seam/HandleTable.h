@@ -5,7 +5,7 @@
 #include <memory>
 #include <utility>
 
-#include "harrow/locks/CRWLock.h"
+#include "harrow/locks/CS_Wrapper.h"
 #include "platform/OsTypes.h"
 
 namespace morwen {
@@ -20,7 +20,7 @@ public:
 
     // Throws std::bad_alloc.
     SecHandle Add(std::shared_ptr<T> i_pObject) {
-        const Harrowlib201::CSmartWriteLocker locker(m_lock);
+        const Harrowlib201::CS_Locker locker(m_section);
         do {
             ++m_nLast;
         } while (m_nLast == 0 || !m_objects.try_emplace(m_nLast, i_pObject).second);
@@ -31,7 +31,7 @@ public:
         if (i_pHandle == nullptr || i_pHandle->dwUpper != m_nKind) {
             return nullptr;
         }
-        const Harrowlib201::CSmartReadLocker locker(m_lock);
+        const Harrowlib201::CS_Locker locker(m_section);
         const auto it = m_objects.find(i_pHandle->dwLower);
         return it != m_objects.end() ? it->second : nullptr;
     }
@@ -41,7 +41,7 @@ public:
         if (i_pHandle == nullptr || i_pHandle->dwUpper != m_nKind) {
             return nullptr;
         }
-        const Harrowlib201::CSmartWriteLocker locker(m_lock);
+        const Harrowlib201::CS_Locker locker(m_section);
         const auto it = m_objects.find(i_pHandle->dwLower);
         if (it == m_objects.end()) {
             return nullptr;
@@ -53,10 +53,11 @@ public:
 
 private:
     const uintptr_t m_nKind;
-    mutable Harrowlib201::CRWLock m_lock;
-    uintptr_t m_nLast S_GUARDED_BY(m_lock) = 0;
+    // Held for a search: one for readers would cost more than they keep each other waiting.
+    mutable Harrowlib201::CS_Wrapper m_section;
+    uintptr_t m_nLast S_GUARDED_BY(m_section) = 0;
     // A map holds no memory while it is empty: nothing is lost when the library is unloaded.
-    std::map<uintptr_t, std::shared_ptr<T>> m_objects S_GUARDED_BY(m_lock);
+    std::map<uintptr_t, std::shared_ptr<T>> m_objects S_GUARDED_BY(m_section);
 };
 
 }  // namespace morwen

@@ -71,8 +71,9 @@ SECURITY_STATUS Guarded(const char* i_pszCall, Work i_work) noexcept {
     return nStatus;
 }
 
-Krb5ContextLease TakeContext() {
-    Krb5ContextLease lease = LendKrb5Context();
+// The one that was left beside the credentials, when there are some.
+Krb5ContextLease TakeContext(const LinuxCredential* i_pCredential = nullptr) {
+    Krb5ContextLease lease = i_pCredential != nullptr ? LendKrb5Context(i_pCredential->m_context) : LendKrb5Context();
     // Without a context the library has no words for its own codes.
     if (!lease && lease.Code() == KRB5_CONFIG_BADFORMAT) {
         Fail(StatusFromKrb5(KRB5_CONFIG_BADFORMAT), "a line of the Kerberos configuration cannot be read (" +
@@ -170,9 +171,11 @@ SECURITY_STATUS LinuxSspi::AcquireCredentialsHandleW(SEC_WCHAR* i_pszPrincipal, 
             i_pvGetKeyArgument != nullptr) {
             Unsupported("choosing credentials by principal, logon identifier or key function");
         }
-        const Krb5ContextLease lease = TakeContext();
+        Krb5ContextLease lease = TakeContext();
         const auto* const pIdentity = static_cast<const SEC_WINNT_AUTH_IDENTITY_W*>(i_pvAuthData);
-        *o_pCredential = m_credentials.Add(LinuxCredential::Acquire(lease.get(), i_nUse, pIdentity));
+        const auto pCredential = LinuxCredential::Acquire(lease.get(), i_nUse, pIdentity);
+        pCredential->m_context.Park(lease);
+        *o_pCredential = m_credentials.Add(pCredential);
         Give(o_ptsExpiry, LocalTimeStamp(kNever));
         return SEC_E_OK;
     });
@@ -195,7 +198,8 @@ SECURITY_STATUS LinuxSspi::InitializeSecurityContextW(PCredHandle i_pCredential,
             Fail(SEC_E_NO_CREDENTIALS, "the credentials are for accepting logons only");
         }
         if (i_pContext != nullptr) {
-            return FinishLogon(i_pContext, i_pInput, o_pNewContext, io_pOutput, o_pnAttributes, o_ptsExpiry);
+            return FinishLogon(*pCredential, i_pContext, i_pInput, o_pNewContext, io_pOutput, o_pnAttributes,
+                               o_ptsExpiry);
         }
         return StartLogon(*pCredential, i_pszTargetName, i_nRequirements, i_pInput, o_pNewContext, io_pOutput,
                           o_pnAttributes, o_ptsExpiry);
@@ -389,7 +393,7 @@ SECURITY_STATUS LinuxSspi::StartLogon(const LinuxCredential& i_credential, const
     if (i_pszTargetName == nullptr || *i_pszTargetName == u'\0') {
         Fail(SEC_E_TARGET_UNKNOWN, "the call names no service to log on to");
     }
-    const Krb5ContextLease lease = TakeContext();
+    const Krb5ContextLease lease = TakeContext(&i_credential);
     std::vector<uint8_t> token;
     const auto pLogon =
         InitiateLogon(lease.get(), *i_credential.m_pTickets, Harrowlib201::SWCharStringConv::ToUtf8(i_pszTargetName),
@@ -402,13 +406,14 @@ SECURITY_STATUS LinuxSspi::StartLogon(const LinuxCredential& i_credential, const
     return pLogon->m_bEstablished ? SEC_E_OK : SEC_I_CONTINUE_NEEDED;
 }
 
-SECURITY_STATUS LinuxSspi::FinishLogon(PCtxtHandle i_pContext, PSecBufferDesc i_pInput, PCtxtHandle o_pNewContext,
-                                       PSecBufferDesc io_pOutput, ULONG* o_pnAttributes, PTimeStamp o_ptsExpiry) {
+SECURITY_STATUS LinuxSspi::FinishLogon(const LinuxCredential& i_credential, PCtxtHandle i_pContext,
+                                       PSecBufferDesc i_pInput, PCtxtHandle o_pNewContext, PSecBufferDesc io_pOutput,
+                                       ULONG* o_pnAttributes, PTimeStamp o_ptsExpiry) {
     const auto pLogon = Context(i_pContext);
     if (io_pOutput != nullptr) {
         OutputToken(io_pOutput).Write({});  // nothing more to send
     }
-    const Krb5ContextLease lease = TakeContext();
+    const Krb5ContextLease lease = TakeContext(&i_credential);
     CheckAnswer(lease.get(), *pLogon, InputToken(i_pInput));
     const Harrowlib201::CS_Locker locker(pLogon->m_section);
     Give(o_pNewContext, *i_pContext);
@@ -423,7 +428,7 @@ SECURITY_STATUS LinuxSspi::AcceptLogon(const LinuxCredential& i_credential, PSec
     OutputToken output(io_pOutput);
     RequireOutput(o_pNewContext);
     const auto input = InputToken(i_pInput);
-    const Krb5ContextLease lease = TakeContext();
+    const Krb5ContextLease lease = TakeContext(&i_credential);
     std::vector<uint8_t> reply;
     const auto pLogon =
         AcceptToken(lease.get(), *i_credential.m_pKeys, input, TermsOf(lease.get(), i_nRequirements, i_pInput), reply);

@@ -57,8 +57,9 @@ private:
     SECURITY_STATUS StartLogon(const LinuxCredential& i_credential, const SEC_WCHAR* i_pszTargetName,
                                ULONG i_nRequirements, PSecBufferDesc i_pInput, PCtxtHandle o_pNewContext,
                                PSecBufferDesc io_pOutput, ULONG* o_pnAttributes, PTimeStamp o_ptsExpiry);
-    SECURITY_STATUS FinishLogon(PCtxtHandle i_pContext, PSecBufferDesc i_pInput, PCtxtHandle o_pNewContext,
-                                PSecBufferDesc io_pOutput, ULONG* o_pnAttributes, PTimeStamp o_ptsExpiry);
+    SECURITY_STATUS FinishLogon(const LinuxCredential& i_credential, PCtxtHandle i_pContext, PSecBufferDesc i_pInput,
+                                PCtxtHandle o_pNewContext, PSecBufferDesc io_pOutput, ULONG* o_pnAttributes,
+                                PTimeStamp o_ptsExpiry);
     SECURITY_STATUS AcceptLogon(const LinuxCredential& i_credential, PSecBufferDesc i_pInput, ULONG i_nRequirements,
                                 PCtxtHandle o_pNewContext, PSecBufferDesc io_pOutput, ULONG* o_pnAttributes,
                                 PTimeStamp o_ptsExpiry);

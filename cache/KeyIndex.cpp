@@ -1,0 +1,146 @@
+#include "cache/KeyIndex.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+#include <random>
+#include <utility>
+
+namespace morwen {
+
+namespace {
+
+// SipHash with one round for each word and three at the end, as hash tables use it.
+class SipHash {
+public:
+    explicit SipHash(const std::array<uint64_t, 2>& i_aSecret) noexcept
+        : m_aState{i_aSecret[0] ^ 0x736F6D6570736575U, i_aSecret[1] ^ 0x646F72616E646F6DU,
+                   i_aSecret[0] ^ 0x6C7967656E657261U, i_aSecret[1] ^ 0x7465646279746573U} {}
+
+    void Add(uint64_t i_nWord) noexcept {
+        m_aState[3] ^= i_nWord;
+        Round();
+        m_aState[0] ^= i_nWord;
+    }
+    uint64_t End() noexcept {
+        m_aState[2] ^= 0xFF;
+        Round();
+        Round();
+        Round();
+        return m_aState[0] ^ m_aState[1] ^ m_aState[2] ^ m_aState[3];
+    }
+
+private:
+    void Half(size_t i_nA, size_t i_nB, size_t i_nC, size_t i_nD, int i_nLeft, int i_nRight) noexcept {
+        m_aState[i_nA] += m_aState[i_nB];
+        m_aState[i_nC] += m_aState[i_nD];
+        m_aState[i_nB] = std::rotl(m_aState[i_nB], i_nLeft) ^ m_aState[i_nA];
+        m_aState[i_nD] = std::rotl(m_aState[i_nD], i_nRight) ^ m_aState[i_nC];
+        m_aState[i_nA] = std::rotl(m_aState[i_nA], 32);
+    }
+    void Round() noexcept {
+        Half(0, 1, 2, 3, 13, 16);
+        Half(2, 1, 0, 3, 17, 21);
+    }
+
+    std::array<uint64_t, 4> m_aState;
+};
+
+}  // namespace
+
+KeyIndex::KeyIndex() {
+    std::random_device random;
+    for (uint64_t& nSecret : m_aSecret) {
+        nSecret = uint64_t{random()} << 32U | random();
+    }
+}
+
+uint64_t KeyIndex::Hash(std::u16string_view i_key) const noexcept {
+    constexpr size_t kStep = sizeof(uint64_t) / sizeof(char16_t);
+    SipHash hash(m_aSecret);
+    uint64_t nWord = 0;
+    for (; i_key.size() >= kStep; i_key.remove_prefix(kStep)) {
+        std::memcpy(&nWord, i_key.data(), sizeof nWord);
+        hash.Add(nWord);
+    }
+    // The last word has room for one unit fewer than it may hold, and for how many there are.
+    nWord = i_key.size() + 1;
+    for (const char16_t cUnit : i_key) {
+        nWord = nWord << 16U | cUnit;
+    }
+    hash.Add(nWord);
+    return hash.End() | 1U;
+}
+
+void KeyIndex::Part::Put(const Slot& i_slot) noexcept {
+    size_t nAt = Home(i_slot.m_nHash);
+    while (m_slots[nAt].m_nHash != 0) {
+        nAt = Next(nAt);
+    }
+    m_slots[nAt] = i_slot;
+    ++m_nUsed;
+}
+
+size_t KeyIndex::Part::Search(uint64_t i_nHash, std::u16string_view i_key) const noexcept {
+    if (m_slots.empty()) {
+        return 0;
+    }
+    for (size_t nAt = Home(i_nHash); m_slots[nAt].m_nHash != 0; nAt = Next(nAt)) {
+        if (m_slots[nAt].m_nHash == i_nHash && m_slots[nAt].m_entry->first.view() == i_key) {
+            return nAt;
+        }
+    }
+    return m_slots.size();
+}
+
+KeyIndex::Map::iterator KeyIndex::Find(std::u16string_view i_key, Map::iterator i_end) const noexcept {
+    const uint64_t nHash = Hash(i_key);
+    const Part& part = m_aParts[PartOf(nHash)];
+    const size_t nAt = part.Search(nHash, i_key);
+    return nAt < part.m_slots.size() ? part.m_slots[nAt].m_entry : i_end;
+}
+
+void KeyIndex::Add(Map::iterator i_entry) {
+    constexpr size_t kFewest = 4;
+    const uint64_t nHash = Hash(i_entry->first.view());
+    Part& part = m_aParts[PartOf(nHash)];
+    if (4 * (part.m_nUsed + 1) > 3 * part.m_slots.size()) {
+        Part larger;
+        larger.m_slots.resize(std::max(kFewest, 2 * part.m_slots.size()));
+        for (const Slot& slot : part.m_slots) {
+            if (slot.m_nHash != 0) {
+                larger.Put(slot);
+            }
+        }
+        part = std::move(larger);
+    }
+    part.Put({nHash, i_entry});
+}
+
+void KeyIndex::Remove(Map::iterator i_entry) noexcept {
+    const uint64_t nHash = Hash(i_entry->first.view());
+    Part& part = m_aParts[PartOf(nHash)];
+    size_t nGap = part.Search(nHash, i_entry->first.view());
+    if (nGap >= part.m_slots.size()) {
+        return;
+    }
+    // What has been put behind its home because of this entry comes forward, so that no search ends at the gap.
+    for (size_t nAt = part.Next(nGap); part.m_slots[nAt].m_nHash != 0; nAt = part.Next(nAt)) {
+        const size_t nMask = part.m_slots.size() - 1;
+        const size_t nHome = part.Home(part.m_slots[nAt].m_nHash);
+        if (((nAt - nHome) & nMask) >= ((nAt - nGap) & nMask)) {
+            part.m_slots[nGap] = part.m_slots[nAt];
+            nGap = nAt;
+        }
+    }
+    part.m_slots[nGap] = {};
+    if (--part.m_nUsed == 0) {
+        part.m_slots = {};
+    }
+}
+
+KeyIndex::Parts KeyIndex::Clear() noexcept {
+    return std::exchange(m_aParts, Parts());
+}
+
+}  // namespace morwen
