@@ -98,7 +98,7 @@ std::shared_ptr<SecurityContext> InitiateLogon(krb5_context i_context, Initiator
                             .m_bMutual = (i_terms.m_nRequirements & ISC_REQ_MUTUAL_AUTH) != 0,
                             .m_bDelegate = (i_terms.m_nRequirements & ISC_REQ_DELEGATE) != 0 && pTicket->MayDelegate(),
                             .m_bIntegrity = (i_terms.m_nRequirements & ISC_REQ_INTEGRITY) != 0,
-                            .m_channel = i_terms.m_channel.value_or(ChannelHash{}),
+                            .m_channel = i_terms.m_channel ? HashChannel(i_context, *i_terms.m_channel) : ChannelHash{},
                             .m_bytes = {}};
     Krb5AuthContext exchange(i_context);
     Krb5Data message(i_context);
