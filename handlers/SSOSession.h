@@ -42,6 +42,9 @@ public:
     bool TryBegin() noexcept { return !m_bInUse.exchange(true, std::memory_order_acquire); }
     void End() noexcept { m_bInUse.store(false, std::memory_order_release); }
 
+    // Whether anybody may have begun it: nobody has shown a ticket yet. To be asked by whom TryBegin has let in.
+    virtual bool IsAnybodys() const noexcept { return false; }
+
     // Hands the established security context over to a new token. Throws SSOException.
     virtual StaticTokenPtr GetStaticToken() = 0;
 

@@ -11,9 +11,6 @@ namespace morwen {
 
 namespace {
 
-// Clients offer half a dozen mechanisms in some eighty bytes. The list is kept as long as the login.
-constexpr size_t kMostListBytes = 1024;
-
 [[noreturn]] void Refuse(const char* i_pszReason) {
     S_REASON(i_pszReason);
     throw SSOException(SSO_ERROR);
@@ -66,15 +63,17 @@ std::span<const uint8_t> AcceptingNegotiation::ReadFirst(std::span<const uint8_t
     }
     const auto init = ReadNegTokenInit(i_token);
     if (!init) {
-        Refuse("ssoplugin: AcceptingNegotiation::Read() -- The client's first SPNEGO token cannot be read.");
+        Refuse(
+            "ssoplugin: AcceptingNegotiation::Read() -- The client's first SPNEGO token cannot be read, or its list of "
+            "mechanisms is too long.");
     }
     if (!init->m_nKerberos) {
         Refuse(init->m_bNtlm ? kOnlyNtlm
                              : "ssoplugin: AcceptingNegotiation::Read() -- Kerberos is not among the mechanisms that "
                                "the client offers.");
     }
-    if (init->m_list.size() > kMostListBytes || (init->m_mic && init->m_mic->size() > kMostMicBytes)) {
-        Refuse("ssoplugin: AcceptingNegotiation::Read() -- The client's list of mechanisms, or its MIC, is too long.");
+    if (init->m_mic && init->m_mic->size() > kMostMicBytes) {
+        Refuse("ssoplugin: AcceptingNegotiation::Read() -- The client's MIC is too long.");
     }
     m_list.assign(init->m_list.begin(), init->m_list.end());
     m_eMechanism = init->m_eKerberos;

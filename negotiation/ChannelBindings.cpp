@@ -41,12 +41,18 @@ ChannelBindings::ChannelBindings(const SWCharString& i_ssText) {
     constexpr const char* kWrong =
         "ssoplugin: ChannelBindings::ChannelBindings() -- The channel bindings are not a type, a colon and hexadecimal "
         "digits, such as tls-server-end-point:9f86d081884c7d65.";
-    const std::u16string_view text = i_ssText.view();
+    constexpr std::u16string_view kNullAddresses = u";null-addresses";
+    constexpr ULONG kTypeOfNullAddress = 255;  // GSS_C_AF_NULLADDR
+    std::u16string_view text = i_ssText.view();
+    SEC_CHANNEL_BINDINGS header{};
+    if (text.ends_with(kNullAddresses)) {
+        header.dwInitiatorAddrType = header.dwAcceptorAddrType = kTypeOfNullAddress;
+        text.remove_suffix(kNullAddresses.size());
+    }
     const size_t nColon = text.find(u':');
     if (text.size() > kMostCharacters || nColon == std::u16string_view::npos || nColon == 0) {
         Refuse(kWrong);
     }
-    SEC_CHANNEL_BINDINGS header{};
     m_record.resize(sizeof(header));
     for (const char16_t c : text.substr(0, nColon)) {
         if (!IsOfName(c)) {

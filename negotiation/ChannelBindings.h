@@ -15,6 +15,8 @@ namespace morwen {
 class ChannelBindings {
 public:
     // Out of "TYPE:HEX": the type's name and what it says of the channel, such as "tls-server-end-point:9f86d0...".
+    // With
+    // ";null-addresses" behind it the addresses, of which there are none, have the type 255, as in Java's tokens.
     // Throws SSOException (the reason is set), std::bad_alloc.
     explicit ChannelBindings(const Harrowlib201::SWCharString& i_ssText);
 

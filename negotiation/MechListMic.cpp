@@ -35,7 +35,8 @@ std::vector<uint8_t> MakeListMic(CtxtHandle* i_pContext, std::span<const uint8_t
     SignatureBuffers buffers(i_list, mic);
     const SECURITY_STATUS nStatus = Platform::Sspi().MakeSignature(i_pContext, 0, buffers.get(), 0);
     if (nStatus != SEC_E_OK || buffers.Written() > mic.size()) {
-        S_REASON("ssoplugin: MakeListMic() -- The list of mechanisms cannot be signed; status %1.", nStatus);
+        S_REASON("ssoplugin: MakeListMic() -- The list of mechanisms cannot be signed; status %1.",
+                 static_cast<int32_t>(nStatus));
         throw SSOException(SSO_ERROR);
     }
     mic.resize(buffers.Written());
@@ -50,7 +51,7 @@ void CheckListMic(CtxtHandle* i_pContext, std::span<const uint8_t> i_list, std::
         S_REASON(
             "ssoplugin: CheckListMic() -- The list of mechanisms is not the one that the other side has seen, or its "
             "MIC is none: somebody may have cut the list on its way. Status %1.",
-            nStatus);
+            static_cast<int32_t>(nStatus));
         throw SSOException(SSO_ERROR);
     }
 }

@@ -74,7 +74,7 @@ bool ReadBytes(Span i_field, std::optional<Span>& o_bytes) noexcept {
 }
 
 bool ReadList(Span i_field, NegTokenInit& o_init) noexcept {
-    auto list = OnlyDer(i_field, kDerSequence);
+    auto list = i_field.size() <= kMostListBytes ? OnlyDer(i_field, kDerSequence) : std::nullopt;
     while (list && !list->empty()) {
         const auto object = TakeDer(*list);
         if (!object || object->m_nTag != kDerObject) {

@@ -13,6 +13,9 @@ namespace morwen {
 // has made up.
 inline constexpr size_t kMostNegTokenBytes = size_t{1} << 20;
 
+// Clients offer half a dozen mechanisms in some eighty bytes. The list is walked, and kept as long as the login.
+inline constexpr size_t kMostListBytes = 1024;
+
 // What the first bytes of a login are. What is too long is the mechanism's, to refuse.
 enum class FirstToken { Mechanism, Negotiation, Ntlm };
 FirstToken KindOfFirstToken(std::span<const uint8_t> i_token) noexcept;
@@ -43,7 +46,7 @@ struct NegTokenResp {
 };
 
 // With the frame of RFC 2743 around it or without; also the form in which servers give hints. Nothing unless the bytes
-// are exactly one such token in DER, and not too long. Iterative; the cost is that of the length.
+// are exactly one such token in DER, and neither it nor its list too long. Iterative; the cost is that of the length.
 std::optional<NegTokenInit> ReadNegTokenInit(std::span<const uint8_t> i_token) noexcept;
 std::optional<NegTokenResp> ReadNegTokenResp(std::span<const uint8_t> i_token) noexcept;
 

@@ -50,6 +50,30 @@ SSOSessionPtr SessionCache::GetSession(const SSOSession::SessionIdentifier& i_id
     return pSession;
 }
 
+void SessionCache::LimitAnybodys(const SSOSession::SessionIdentifier& i_identifier) {
+    constexpr size_t kMostAnybodys = 1024;
+    SSOSessionPtr pOldest;  // ends after the lock
+    const CSmartWriteLocker locker(*this);
+    m_anybodys.push_back(i_identifier);
+    if (m_anybodys.size() <= kMostAnybodys) {
+        return;
+    }
+    const auto oldest = m_mapSessions.find(m_anybodys.front());
+    m_anybodys.pop_front();
+    if (oldest == m_mapSessions.end() || !oldest->second->TryBegin()) {
+        return;
+    }
+    if (!oldest->second->IsAnybodys()) {
+        oldest->second->End();
+        return;
+    }
+    S_TRACE(
+        "ssoplugin: SessionCache::LimitAnybodys() -- A login that was begun without a ticket is given up for newer "
+        "ones.");
+    pOldest = oldest->second;  // stays closed to a call that has found it before
+    m_mapSessions.erase(oldest);
+}
+
 void SessionCache::ReleaseSession(const SSOSession::SessionIdentifier& i_identifier) {
     SSOSessionPtr pSession;  // the last reference goes after the lock, because ending a session calls the package
     const CSmartWriteLocker locker(*this);

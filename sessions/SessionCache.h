@@ -1,6 +1,7 @@
 // The logins in progress, by identifier.
 #pragma once
 
+#include <deque>
 #include <map>
 
 #include "handlers/SSOHandler.h"
@@ -23,6 +24,10 @@ public:
     // Null when there is none.
     SSOSessionPtr GetSession(const SSOSession::SessionIdentifier& i_identifier);
 
+    // For a session that was begun without a ticket. Strangers may begin as many as they like, so that beyond 1,024 the
+    // oldest goes, unless somebody has shown a ticket meanwhile.
+    void LimitAnybodys(const SSOSession::SessionIdentifier& i_identifier);
+
     // Does nothing when there is none.
     void ReleaseSession(const SSOSession::SessionIdentifier& i_identifier);
 
@@ -30,6 +35,7 @@ private:
     void Insert(const SSOSessionPtr& i_pSession);
 
     std::map<SSOSession::SessionIdentifier, SSOSessionPtr> m_mapSessions;
+    std::deque<SSOSession::SessionIdentifier> m_anybodys;  // the oldest first; some have gone, or come further
 };
 
 }  // namespace morwen

@@ -175,6 +175,9 @@ uint32_t SessionManager::GenerateServerContext(const SWCharString& i_ssType, Log
         HandOver(token, io_step);
         if (nStatus == SSO_CONTINUE) {
             io_step.m_ssKey = pSession->GetIdentifier().ToString();
+            if (bNewLogin && pSession->IsAnybodys()) {
+                m_sessionCache.LimitAnybodys(pSession->GetIdentifier());
+            }
         } else if (nStatus == SSO_OK || nStatus == SSO_ACCEPTED) {
             // First: should the context be lost on its way to the cache, nobody must find a session without one.
             step.EndLogin();

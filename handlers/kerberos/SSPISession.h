@@ -22,6 +22,8 @@ public:
     // not established.
     StaticTokenPtr GetStaticToken() override;
 
+    bool IsAnybodys() const noexcept override { return m_accepting.IsUsed() && !HoldsContext(); }
+
     bool HoldsContext() const noexcept { return m_handle.dwLower != 0 || m_handle.dwUpper != 0; }
     // Valid as long as this object lives; both words are zero until a first step has made a context.
     CtxtHandle* GetContext() noexcept { return &m_handle; }

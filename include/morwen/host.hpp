@@ -328,8 +328,9 @@ private:
 // One that is given up before stays in memory until the package ends.
 class ClientLogin {
 public:
-    // i_login holds SSO_KEY_SPN. An empty user name means the logged-on user's own tickets, else it is DOMAIN\user. The
-    // password's copy is overwritten before this returns.
+    // i_login holds SSO_KEY_SPN, and SSO_KEY_NEGOTIATE or SSO_KEY_CHANNEL_BINDINGS where they are wanted. An empty user
+    // name means the logged-on user's own tickets, else it is DOMAIN\user. The password's copy is overwritten before
+    // this returns.
     explicit ClientLogin(Parameters i_login, std::string_view i_user = {}, std::string_view i_password = {}) {
         Wiped password(Wide(i_password));
         detail::HandedBuffer token;
@@ -342,7 +343,8 @@ public:
     explicit ClientLogin(std::string_view i_spn) : ClientLogin(Parameters().Set(SSO_KEY_SPN, i_spn)) {}
 
     bool IsDone() const noexcept { return m_nCode == SSO_OK; }
-    const Token& NextToken() const noexcept { return m_token; }  // empty: there is nothing to send
+    // Empty: there is nothing to send. With SSO_KEY_NEGOTIATE there may be a token after the end too.
+    const Token& NextToken() const noexcept { return m_token; }
     // Throws Error for an answer that is refused; a better one may still follow.
     void Continue(const Token& i_answer) {
         detail::HandedBuffer token;

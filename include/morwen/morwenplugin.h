@@ -131,7 +131,10 @@ typedef struct SSOError {
  * server's setting. Behind a proxy that ends TLS it is the proxy's certificate.
  *
  * "tls-exporter": 32 bytes that the connection exports (RFC 5705) with the label "EXPORTER-Channel-Binding" and an
- * empty context, in TLS 1.3. Another value for each connection. */
+ * empty context, in TLS 1.3. Another value for each connection.
+ *
+ * A client whose server is a Java program that uses the class ChannelBinding puts ";null-addresses" behind the value.
+ */
 #define SSO_KEY_CHANNEL_BINDINGS "SSPI_CHANNEL_BINDINGS"
 /* String, for SSOInitProvider: what is done about the channel bindings of clients. "ignore", unless set: nothing.
  * "check": a client that sends some must send these. "require": every client must. Others are refused, with SSO_ERROR

@@ -56,11 +56,12 @@ async def as_user(context: Context, function: Callable[P, T], *arguments: P.args
     return await run(act)
 
 
-async def log_on(reader: asyncio.StreamReader, writer: asyncio.StreamWriter, spn: str, user: str = "", password: str = "") -> bytes:
+async def log_on(reader: asyncio.StreamReader, writer: asyncio.StreamWriter, spn: str, user: str = "", password: str = "", *,
+                 negotiate: bool = False, channel_bindings: str = "") -> bytes:
     """The client's half of a login. Returns the welcome of a server that is the one that was meant.
 
     Raises Denied when the server refuses, Error when the login does not begin or for the server's answer, and ConnectionError."""
-    login = ClientLogin(spn, user, password)
+    login = ClientLogin(spn, user, password, negotiate=negotiate, channel_bindings=channel_bindings)
     token = await step(login)
     for _ in range(_MOST_ROUNDS):
         if token:

@@ -16,14 +16,19 @@ def _step(function: str, *arguments: object, more: tuple[object, ...] = ()) -> t
 
 
 class ClientLogin:
-    """The client's half. Until done: send what step() gives, give it the answer. Then the server is the one that was meant.
+    """The client's half. Until done: send what step() gives, give it the answer. Then the server is the one that was meant. With
+    negotiate the last step may give a token too, which is sent like the others.
 
     user is DOMAIN\\user, with the password; without one, the logged-on user's own tickets are used. Both stay in this object until
     the first step has taken place. A step may ask KDCs, for some ten seconds at most each. A login that is given up before it is
     done stays in memory until the package ends.
+
+    negotiate wraps the tokens into SPNEGO. channel_bindings says which TLS connection the login is for: "tls-server-end-point:" and the
+    hash of the server's certificate, which is hashlib.sha256(connection.getpeercert(True)).hexdigest() for most.
     """
-    def __init__(self, spn: str, user: str = "", password: str = "") -> None:
+    def __init__(self, spn: str, user: str = "", password: str = "", *, negotiate: bool = False, channel_bindings: str = "") -> None:
         self._spn, self._user, self._password, self._key = spn, user, password, ""
+        self._more = {"SSPI_NEGOTIATE": negotiate or None, "SSPI_CHANNEL_BINDINGS": channel_bindings or None}
         self.done = False
 
     def step(self, answer: bytes = b"") -> bytes:
@@ -40,7 +45,7 @@ class ClientLogin:
     def _begin(self) -> tuple[int, bytes]:
         key, secret = _library.Out(), _library.wide(self._password)
         try:
-            service = _library.Chain({"SI_SERVER_SSPI_SPN": self._spn})
+            service = _library.Chain({"SI_SERVER_SSPI_SPN": self._spn, **self._more})
             begun = _step("SSOStartLogin", _library.wide(self._user), secret, _library.wide(_library.SSPI), service.head,
                           ctypes.byref(key))
         finally:

@@ -11,8 +11,8 @@ SPN, OWN = "morwen/localhost", os.geteuid()
 ALICE = 65534 if OWN == 0 else OWN
 
 
-def log_on(spn=SPN, user="", password=""):
-    client, server = morwen.ClientLogin(spn, user, password), morwen.ServerLogin()
+def log_on(spn=SPN, user="", password="", **more):
+    client, server = morwen.ClientLogin(spn, user, password, **more), morwen.ServerLogin()
     token = client.step()
     while not client.done:
         token = client.step(server.step(token))
@@ -67,6 +67,11 @@ with morwen.Package():
     assert not morwen.Context("the user's").alive and not user.context
     with morwen.Package(keep_contexts=False):
         assert not log_on().context
+    with morwen.Package(channel_bindings="tls-server-end-point:00ff", channel_bindings_rule="require"):
+        assert log_on(negotiate=True, channel_bindings="tls-server-end-point:00FF").sid
+        assert "channel bindings" in raised(lambda: log_on(negotiate=True)).reason
+    with morwen.Package(channel_bindings_rule="ignore"):
+        assert log_on().sid
     with morwen.Package(keep_contexts=True, context_seconds=3600, spn=SPN):
         assert log_on().context
     child = os.fork()

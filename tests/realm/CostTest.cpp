@@ -188,6 +188,10 @@ TEST_F(TokenCost, IsBounded) {
     const Bytes small = inTicket({});
     const Bytes opaque = inTicket(Within(Bytes(50000), 99));
     const std::string keytab = "FILE:" + RealmPath("service.keytab");
+    Bytes mechanisms;  // SPNEGO's list, as long as a token may be
+    while (mechanisms.size() < 1000000) {
+        mechanisms.insert(mechanisms.end(), {6, 0});
+    }
     const std::string others = ManyKeys("others");
     const std::string last = ManyKeys("morwen");
     const std::tuple<const char*, Bytes, std::string, const char*> kCases[] = {
@@ -209,6 +213,7 @@ TEST_F(TokenCost, IsBounded) {
         {"and 20,000 keys for others", opaque, others, kUnusable},
         {"a ticket that a key of 20,000 opens, for a service that none is for", inTicket({}), others, kUnusable},
         {"50 KB of names", Strangest(50000), keytab, kUnusable},
+        {"1 MB of mechanisms", Der(0xA0, Der(0x30, Der(0xA0, Der(0x30, mechanisms)))), keytab, kUnusable},
     };
     for (const auto& [pszWhat, token, name, pszVerdict] : kCases) {
         UseKeytab(name);

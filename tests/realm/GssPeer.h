@@ -15,6 +15,7 @@ namespace morwen {
 struct GssTerms {
     bool m_bSpnego = false;
     std::string m_channel = {};  // the application data
+    OM_uint32 m_nAddresses = GSS_C_AF_UNSPEC;
 };
 
 // One side of one exchange: initiates with the tickets of the default cache, or accepts for the keys of the default
@@ -22,6 +23,7 @@ struct GssTerms {
 class GssPeer {
 public:
     explicit GssPeer(GssTerms i_terms = {}) : m_terms(std::move(i_terms)) {
+        m_channel.initiator_addrtype = m_channel.acceptor_addrtype = m_terms.m_nAddresses;
         m_channel.application_data = {m_terms.m_channel.size(), m_terms.m_channel.data()};
     }
     GssPeer(const GssPeer&) = delete;

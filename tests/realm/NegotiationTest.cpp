@@ -119,14 +119,17 @@ TEST_F(Negotiation, ChannelsAreCompared) {
                     << test.m_rule << " " << channel;
                 m_nHalfDone += verdict == kUnusable;
             }
-            const std::string peer = AcceptPeer({bNegotiate, kOwnData}, GSS_C_MUTUAL_FLAG);
-            EXPECT_EQ(peer.substr(0, 4), "1,2 ") << peer;
+            for (const OM_uint32 nAddresses : {0U, 255U}) {
+                const std::string peer = AcceptPeer({bNegotiate, kOwnData, nAddresses}, GSS_C_MUTUAL_FLAG);
+                EXPECT_EQ(peer.substr(0, 4), "1,2 ") << peer;
+            }
         }
     }
     EXPECT_TRUE(m_trace.Said({"the client sends no channel bindings, which the service requires",
                               "the client's channel bindings are of another channel than this one"}));
-    for (const std::string& channel : {kOwn, kOther}) {
-        GssPeer acceptor({.m_channel = kOwnData});
+    for (const std::string& channel : {kOwn, kOther, kOwn + ";null-addresses"}) {
+        const OM_uint32 nAddresses = channel.ends_with('s') ? 255 : 0;
+        GssPeer acceptor({.m_channel = kOwnData, .m_nAddresses = nAddresses});
         acceptor.Accept(HalfLogin({.m_channel = channel}).m_token);
         EXPECT_EQ(acceptor.Outcome().starts_with("failed"), channel == kOther) << acceptor.Outcome();
     }

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <thread>
 
+#include "fakes/DerBytes.h"
 #include "realm/GssPeer.h"
 #include "realm/PluginTest.h"
 
@@ -211,6 +212,23 @@ TEST_F(GuessedKey, OfAnUnfinishedOrReleasedOneOpensNothing) {
     opensNothing();
     std::thread(opensNothing).join();
     EXPECT_EQ(CloseLogin(accepted.m_key).m_verdict, "2");
+}
+
+TEST_F(OpenSessions, OfClientsWithoutATicketAreFew) {
+    const Bytes proposal =
+        Der(0xA0, Der(0x30, Der(0xA0, Der(0x30, {6, 9, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x12, 1, 2, 2}))));
+    const std::string first = AcceptLogin(proposal).m_key;
+    const auto response = [this] { return Der(0xA1, Der(0x30, Der(0xA2, Der(4, HalfLogin().m_token)))); };
+    EXPECT_EQ(AcceptLogin(response(), first).m_verdict, "1");  // one of those that have shown a ticket, and stay
+    std::string last;
+    for (int i = 0; i < 1100; ++i) {
+        last = AcceptLogin(proposal).m_key;
+    }
+    m_trace.Said({});
+    EXPECT_EQ(CloseLogin(first).m_verdict, "2");
+    EXPECT_EQ(AcceptLogin(response(), last).m_verdict, "1");
+    EXPECT_EQ(CloseLogin(last).m_verdict, "2");
+    m_nHalfDone += 1023;  // all others have gone
 }
 
 // The sanitizers' allocators report nothing.

@@ -7,14 +7,17 @@
 
 namespace morwen {
 
-ChannelHash HashChannel(krb5_context i_context, std::span<const uint8_t> i_applicationData) {
-    // Numbers of four bytes, the lowest first: type and length of both addresses, which nobody gives, and the length.
+ChannelHash HashChannel(krb5_context i_context, const Channel& i_channel) {
+    // Numbers of four bytes, the lowest first: type and length of both addresses, and the length of the data.
+    constexpr size_t kInitiatorAt = 0;
+    constexpr size_t kAcceptorAt = 8;
     constexpr size_t kLengthAt = 16;
     std::vector<uint8_t> input(kLengthAt);
+    input[kInitiatorAt] = input[kAcceptorAt] = static_cast<uint8_t>(i_channel.m_eAddresses);
     for (unsigned nShift = 0; nShift < 32; nShift += 8) {
-        input.push_back(static_cast<uint8_t>(i_applicationData.size() >> nShift));
+        input.push_back(static_cast<uint8_t>(i_channel.m_applicationData.size() >> nShift));
     }
-    input.insert(input.end(), i_applicationData.begin(), i_applicationData.end());
+    input.insert(input.end(), i_channel.m_applicationData.begin(), i_channel.m_applicationData.end());
     krb5_data data{};
     data.data = reinterpret_cast<char*>(input.data());
     data.length = static_cast<unsigned>(input.size());

@@ -11,7 +11,15 @@ namespace morwen {
 
 using ChannelHash = std::array<uint8_t, 16>;  // all zero: the token is bound to no channel
 
-// Of bindings without addresses. Throws SspiFailure when the library does not make it.
-ChannelHash HashChannel(krb5_context i_context, std::span<const uint8_t> i_applicationData);
+// Most say that there is no address by leaving its type unspecified; Java says that it is null.
+enum class NoAddress : uint8_t { Unspecified = 0, Null = 255 };
+
+struct Channel {
+    NoAddress m_eAddresses = NoAddress::Unspecified;
+    std::span<const uint8_t> m_applicationData = {};
+};
+
+// Throws SspiFailure when the library does not make it.
+ChannelHash HashChannel(krb5_context i_context, const Channel& i_channel);
 
 }  // namespace morwen

@@ -232,10 +232,17 @@ std::shared_ptr<const PacInformation> PacOf(const Exchange& i_exchange) {
 
 // A client between whom and this service somebody stands is bound to that one's channel.
 void CheckChannel(const Exchange& i_exchange, const GssChecksum& i_checksum, const LogonTerms& i_terms) {
-    if (!i_terms.m_channel || i_checksum.m_channel == *i_terms.m_channel) {
+    if (!i_terms.m_channel) {
         return;
     }
     if (i_checksum.m_channel != ChannelHash{}) {
+        // The same channel, whichever way the client says that it has no addresses.
+        for (const NoAddress eAddresses : {NoAddress::Unspecified, NoAddress::Null}) {
+            if (i_checksum.m_channel ==
+                HashChannel(i_exchange.m_context, {eAddresses, i_terms.m_channel->m_applicationData})) {
+                return;
+            }
+        }
         Fail(SEC_E_BAD_BINDINGS, i_exchange.Text("the client's channel bindings are of another channel than this one"));
     }
     if ((i_terms.m_nRequirements & ASC_REQ_ALLOW_MISSING_BINDINGS) == 0) {

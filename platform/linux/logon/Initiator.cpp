@@ -88,7 +88,7 @@ std::shared_ptr<SecurityContext> InitiateLogon(krb5_context i_context, LogonTick
                             .m_pForwarded = nullptr,
                             .m_bMutual = (i_terms.m_nRequirements & ISC_REQ_MUTUAL_AUTH) != 0,
                             .m_bIntegrity = (i_terms.m_nRequirements & ISC_REQ_INTEGRITY) != 0,
-                            .m_channel = i_terms.m_channel.value_or(ChannelHash{}),
+                            .m_channel = i_terms.m_channel ? HashChannel(i_context, *i_terms.m_channel) : ChannelHash{},
                             .m_bytes = {}};
     if ((i_terms.m_nRequirements & ISC_REQ_DELEGATE) != 0 && pTicket->MayDelegate()) {
         request.m_pForwarded = i_tickets.Forwarded(i_context, i_targetName, *pTicket);

@@ -15,8 +15,8 @@
 namespace morwen {
 
 struct LogonTerms {
-    uint32_t m_nRequirements = 0;          // ISC_REQ_* or ASC_REQ_*
-    std::optional<ChannelHash> m_channel;  // that the logon is for
+    uint32_t m_nRequirements = 0;      // ISC_REQ_* or ASC_REQ_*
+    std::optional<Channel> m_channel;  // that the logon is for
 };
 
 // The side and the times are fixed before a handle exists; the rest changes in later passes, under the section.

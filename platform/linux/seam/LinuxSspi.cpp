@@ -121,11 +121,6 @@ void Give(T* o_pResult, const T& i_result) {
     }
 }
 
-LogonTerms TermsOf(krb5_context i_context, ULONG i_nRequirements, const SecBufferDesc* i_pInput) {
-    const auto channel = InputChannel(i_pInput);
-    return {i_nRequirements, channel.empty() ? std::nullopt : std::optional(HashChannel(i_context, channel))};
-}
-
 SECURITY_STATUS Unsupported(const char* i_pszWhat) {
     Fail(SEC_E_UNSUPPORTED_FUNCTION, std::string(i_pszWhat) + " is not supported yet");
 }
@@ -397,7 +392,7 @@ SECURITY_STATUS LinuxSspi::StartLogon(const LinuxCredential& i_credential, const
     std::vector<uint8_t> token;
     const auto pLogon =
         InitiateLogon(lease.get(), *i_credential.m_pTickets, Harrowlib201::SWCharStringConv::ToUtf8(i_pszTargetName),
-                      TermsOf(lease.get(), i_nRequirements, i_pInput), token);
+                      {i_nRequirements, InputChannel(i_pInput)}, token);
     const Harrowlib201::CS_Locker locker(pLogon->m_section);
     output.Write(token);
     *o_pNewContext = m_contexts.Add(pLogon);
@@ -431,7 +426,7 @@ SECURITY_STATUS LinuxSspi::AcceptLogon(const LinuxCredential& i_credential, PSec
     const Krb5ContextLease lease = TakeContext(&i_credential);
     std::vector<uint8_t> reply;
     const auto pLogon =
-        AcceptToken(lease.get(), *i_credential.m_pKeys, input, TermsOf(lease.get(), i_nRequirements, i_pInput), reply);
+        AcceptToken(lease.get(), *i_credential.m_pKeys, input, {i_nRequirements, InputChannel(i_pInput)}, reply);
     const Harrowlib201::CS_Locker locker(pLogon->m_section);
     output.Write(reply);
     *o_pNewContext = m_contexts.Add(pLogon);

@@ -46,23 +46,26 @@ std::span<const uint8_t> InputData(const SecBufferDesc* i_pInput) {
     return {static_cast<const uint8_t*>(pBuffer->pvBuffer), pBuffer->cbBuffer};
 }
 
-std::span<const uint8_t> InputChannel(const SecBufferDesc* i_pInput) {
+std::optional<Channel> InputChannel(const SecBufferDesc* i_pInput) {
     const SecBuffer* const pBuffer = FindBuffer(i_pInput, SECBUFFER_CHANNEL_BINDINGS);
     if (pBuffer == nullptr) {
-        return {};
+        return std::nullopt;
     }
     const std::span record(static_cast<const uint8_t*>(pBuffer->pvBuffer), pBuffer->cbBuffer);
     SEC_CHANNEL_BINDINGS header{};
     if (record.size() >= sizeof(header)) {
         std::memcpy(&header, record.data(), sizeof(header));
     }
-    const bool bAddresses = header.dwInitiatorAddrType != 0 || header.cbInitiatorLength != 0 ||
-                            header.dwAcceptorAddrType != 0 || header.cbAcceptorLength != 0;
+    const uint32_t nType = header.dwInitiatorAddrType;
+    const bool bAddresses = (nType != 0 && nType != static_cast<uint32_t>(NoAddress::Null)) ||
+                            header.dwAcceptorAddrType != nType || header.cbInitiatorLength != 0 ||
+                            header.cbAcceptorLength != 0;
     if (bAddresses || header.cbApplicationDataLength == 0 || header.dwApplicationDataOffset > record.size() ||
         header.cbApplicationDataLength > record.size() - header.dwApplicationDataOffset) {
         Fail(SEC_E_INVALID_TOKEN, "the channel bindings are no record of application data alone");
     }
-    return record.subspan(header.dwApplicationDataOffset, header.cbApplicationDataLength);
+    return Channel{static_cast<NoAddress>(nType),
+                   record.subspan(header.dwApplicationDataOffset, header.cbApplicationDataLength)};
 }
 
 OutputToken::OutputToken(const SecBufferDesc* i_pOutput) : m_pBuffer(FindBuffer(i_pOutput, SECBUFFER_TOKEN)) {

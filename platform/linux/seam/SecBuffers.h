@@ -2,9 +2,11 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 
 #include "platform/OsTypes.h"
+#include "platform/linux/binding/ChannelHash.h"
 
 namespace morwen {
 
@@ -15,9 +17,9 @@ std::span<const uint8_t> InputToken(const SecBufferDesc* i_pInput);
 // The bytes of the first data buffer. Throws SspiFailure (SEC_E_INVALID_TOKEN) when there is none.
 std::span<const uint8_t> InputData(const SecBufferDesc* i_pInput);
 
-// The application data of the channel bindings; empty when there are none. Throws SspiFailure (SEC_E_INVALID_TOKEN) for
-// a record whose parts do not lie within it, or that has addresses.
-std::span<const uint8_t> InputChannel(const SecBufferDesc* i_pInput);
+// The channel bindings, when there are some. Throws SspiFailure (SEC_E_INVALID_TOKEN) for a record whose data does not
+// lie within it, or that has addresses.
+std::optional<Channel> InputChannel(const SecBufferDesc* i_pInput);
 
 // The caller's buffer for a token. Its length is 0 until a token is written, and stays so when the call fails.
 class OutputToken {
