@@ -57,10 +57,12 @@ else()
   install(DIRECTORY python/morwen DESTINATION lib/python3/dist-packages COMPONENT python PATTERN "__pycache__" EXCLUDE)
   install(FILES docs/python.md DESTINATION ${pages}/docs COMPONENT python)
   install(PROGRAMS examples/first_login.py DESTINATION ${pages}/examples COMPONENT python)
+  install(PROGRAMS examples/web/web_server.py DESTINATION ${pages}/examples/web COMPONENT python)
+  install(FILES examples/web/README.md DESTINATION ${pages}/examples/web COMPONENT python)
 endif()
 install(FILES CHANGELOG.md SECURITY.md DESTINATION ${pages} COMPONENT tools)
 install(FILES docs/README.md docs/admin-guide.md docs/doctor.md docs/impersonation.md docs/messages.md docs/security.md
   DESTINATION ${pages}/docs COMPONENT tools)
 install(FILES docs/host-guide.md DESTINATION ${pages}/docs COMPONENT development)
 install(DIRECTORY examples DESTINATION ${pages} COMPONENT development
-  PATTERN ".clang-tidy" EXCLUDE PATTERN "*.py" EXCLUDE PATTERN "*.service" EXCLUDE)
+  PATTERN ".clang-tidy" EXCLUDE PATTERN "*.py" EXCLUDE PATTERN "web" EXCLUDE PATTERN "*.service" EXCLUDE)

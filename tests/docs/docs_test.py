@@ -60,7 +60,7 @@ def document(path):
     count["files"] = count.get("files", 0) + len(names)
 
 
-for found in sorted([*SOURCES.glob("*.md"), *SOURCES.glob("docs/*.md"), *SOURCES.glob("tests/*.md")]):
+for found in sorted([*SOURCES.glob("*.md"), *SOURCES.glob("docs/*.md"), *SOURCES.glob("tests/*.md"), *SOURCES.glob("examples/*/*.md")]):
     document(found)
 unit(SOURCES / "examples/myserver.service")
 print(count)
