@@ -25,7 +25,7 @@ protected:
             i_call();
         } catch (const host::Error& error) {
             EXPECT_FALSE(error.Reason().empty());
-            EXPECT_NE(std::string(error.what()).find(error.Reason() + ": "), std::string::npos) << error.what();
+            EXPECT_NE(std::string(error.what()).find(error.Reason() + " -- "), std::string::npos) << error.what();
             EXPECT_EQ(error.IsDenied(), error.Code() == SSO_DENIED);
             return std::to_string(error.Code()) + "/" + std::to_string(error.MessageId());
         } catch (const std::logic_error&) {

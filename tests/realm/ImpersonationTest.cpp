@@ -83,8 +83,10 @@ TEST_F(Impersonation, RefusedLeavesTheThreadWhoItWas) {
     };
     const std::string alice = KeptLogin();
     const std::tuple<std::string, const char*, const char*> kCases[] = {
-        {ofOtherRealm("alice"), "100/61212", "mapping alice@OTHER.TEST to a local account: No translation available"},
-        {ofOtherRealm("dave"), "100/61212", "mapping dave@OTHER.TEST to a local account: No translation available"},
+        {ofOtherRealm("alice"), "100/61212",
+         "mapping alice@OTHER.TEST to a local account by the rules of the default realm, MORWEN.TEST: No translation"},
+        {ofOtherRealm("dave"), "100/61212",
+         "mapping dave@OTHER.TEST to a local account by the rules of the default realm, MORWEN.TEST: No translation"},
         {KeptLogin(PasswordOf("root")), "100/61212", "the user maps to root, whom no logon may act as"},
         {KeptLogin(PasswordOf("nowhere"), Information::NotWanted), "100/61212",
          "nowhere@MORWEN.TEST maps to the local account \"nowhere\", which does not exist"},
