@@ -26,5 +26,6 @@ void RegisterCalls();
 void RegisterCaches();
 void RegisterMemory();
 void RegisterWaits();
+void RegisterHops();
 
 }  // namespace morwen::bench

@@ -10,9 +10,9 @@ WAYS = {"exports": "the exports", "krb5": "bare libkrb5", "gss-held": "GSS-API, 
 
 def read(folder):
     """Medians by name; of a run without repetitions the only value. Failed measurements are left out."""
-    run = json.loads((folder / "run.json").read_text())
+    run, *others = [json.loads(file.read_text()) for name in ("run", "hop") if (file := folder / f"{name}.json").exists()]
     found = {}
-    for entry in run["benchmarks"]:
+    for entry in sum((other["benchmarks"] for other in others), run["benchmarks"]):
         if entry.get("error_occurred") or entry.get("aggregate_name", "median") != "median":
             continue
         name = re.sub(r"/(iterations|repeats):\d+|/real_time|_median$", "", entry["name"]).replace("/real_time", "")
@@ -45,6 +45,8 @@ def targets(found):
     yield ratio("GSS-API acquiring ÷ the exports, a logon's time", plain["gss-acquired"], plain["exports"], 3.8)
     yield ratio("bare libkrb5 ÷ the exports, a logon's time", plain["krb5"], plain["exports"], 0.85)
     yield ratio("logons a second, two threads ÷ one", plain["exports"], both, 1.7)
+    yield ratio("a plain logon ÷ one that delegates, its time", plain["exports"], logon(found, "delegation", 0, "exports"), 0.7)
+    yield ratio("a plain logon ÷ a second hop in a user's name, again, with a directory's KDC", get("hop/plain-logon"), get("hop/again"), 0.7)
     for groups in (0, 3, 64):
         yield ratio(f"raw identity calls ÷ impersonate and revert, {groups} groups",
                     get(f"identity/raw/{groups}"), get(f"identity/exports/{groups}"), 0.85)

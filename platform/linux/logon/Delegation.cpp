@@ -1,5 +1,6 @@
 #include "platform/linux/logon/Delegation.h"
 
+#include <optional>
 #include <string_view>
 
 #include "harrow/lifetime/SecureWipe.h"
@@ -8,7 +9,6 @@
 #include "platform/linux/krb5/Krb5Words.h"
 #include "platform/linux/krb5/SspiFailure.h"
 #include "platform/linux/wire/CredMessage.h"
-#include "platform/linux/wire/GssToken.h"
 
 namespace morwen {
 
@@ -34,16 +34,18 @@ private:
     krb5_int32 m_nFlags = 0;
 };
 
-// Acceptors read the KRB-CRED before they know the initiator's sub-key.
+using GetKey = decltype(&krb5_auth_con_getkey_k);
+
+// The library tries the initiator's sub-key first.
 class WithoutSubKey {
 public:
     WithoutSubKey(krb5_context i_context, krb5_auth_context io_exchange) noexcept
         : m_context(i_context), m_exchange(io_exchange) {
-        krb5_auth_con_getsendsubkey_k(m_context, m_exchange, &m_key);
-        krb5_auth_con_setsendsubkey_k(m_context, m_exchange, nullptr);
+        krb5_auth_con_getrecvsubkey_k(m_context, m_exchange, &m_key);
+        krb5_auth_con_setrecvsubkey_k(m_context, m_exchange, nullptr);
     }
     ~WithoutSubKey() {
-        krb5_auth_con_setsendsubkey_k(m_context, m_exchange, m_key);
+        krb5_auth_con_setrecvsubkey_k(m_context, m_exchange, m_key);
         krb5_k_free_key(m_context, m_key);
     }
     WithoutSubKey(const WithoutSubKey&) = delete;
@@ -75,7 +77,8 @@ krb5_error_code ReadMessage(krb5_context i_context, krb5_auth_context io_exchang
     }
     krb5_data bytes = DataOf(i_message);
     const WithoutFlags plain(i_context, io_exchange);
-    for (const auto getKey : {krb5_auth_con_getrecvsubkey_k, krb5_auth_con_getkey_k}) {
+    // The session key is what nearly all use; a decryption in vain costs as much as one that succeeds.
+    for (const GetKey getKey : {krb5_auth_con_getkey_k, krb5_auth_con_getrecvsubkey_k}) {
         Krb5Owner<krb5_key, krb5_k_free_key> key(i_context);
         getKey(i_context, io_exchange, key.Receive());
         if (std::vector<uint8_t> part = Decrypted(i_context, key.get(), *message); !part.empty()) {
@@ -83,6 +86,10 @@ krb5_error_code ReadMessage(krb5_context i_context, krb5_auth_context io_exchang
             Harrowlib201::SecureWipe(part.data(), part.size());
             if (!bDescribed) {
                 return ASN1_MISSING_FIELD;
+            }
+            std::optional<WithoutSubKey> sessionKey;
+            if (getKey == krb5_auth_con_getkey_k) {
+                sessionKey.emplace(i_context, io_exchange);
             }
             return krb5_rd_cred(i_context, io_exchange, &bytes, o_tickets.Receive(), nullptr);
         }
@@ -98,36 +105,6 @@ krb5_error_code ReadMessage(krb5_context i_context, krb5_auth_context io_exchang
     krb5_auth_con_setflags(i_context, keyless.get(), 0);
     return krb5_rd_cred(i_context, keyless.get(), &bytes, o_tickets.Receive(), nullptr);
 }
-
-}  // namespace
-
-std::vector<uint8_t> DelegationMessage(krb5_context i_context, krb5_auth_context io_exchange,
-                                       const krb5_creds& i_serviceTicket, const krb5_creds& i_forwarded) {
-    Krb5Owner<krb5_data*, krb5_free_data> message(i_context);
-    krb5_error_code nCode = 0;
-    {
-        const WithoutFlags plain(i_context, io_exchange);
-        const WithoutSubKey sessionKey(i_context, io_exchange);
-        krb5_creds forwarded = i_forwarded;  // read only
-        nCode = krb5_mk_1cred(i_context, io_exchange, &forwarded, message.Receive(), nullptr);
-    }
-    if (nCode == ENOMEM) {
-        throw std::bad_alloc();
-    }
-    // The two tickets share one token with their wrapping and the authenticator's own fields.
-    constexpr size_t kRoomForTheRest = 2048;
-    constexpr size_t kMostOfBoth = kMostTokenBytes - kRoomForTheRest;
-    if (nCode != 0 || message->length + size_t{i_serviceTicket.ticket.length} > kMostOfBoth) {
-        S_TRACE("ssoplugin: DelegationMessage() -- Going on without delegation to %1: %2",
-                PrincipalText(i_context, i_serviceTicket.server),
-                nCode != 0 ? ErrorWords(i_context, nCode) : std::string("the message is too long"));
-        return {};
-    }
-    const auto bytes = BytesOf(*message.get());
-    return {bytes.begin(), bytes.end()};
-}
-
-namespace {
 
 // Of the user's own realm: nobody else says whose KDCs are asked.
 bool IsTicketGranting(const krb5_principal_data& i_server, const krb5_principal_data& i_client) {
