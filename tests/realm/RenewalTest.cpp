@@ -1,10 +1,10 @@
 // The renewal of kept contexts, with a clock that is moved by hand; the core's own, because the library's is hidden.
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <ctime>
 #include <thread>
-#include <vector>
 
 #include "handlers/StaticToken.h"
 #include "platform/Platform.h"
@@ -114,9 +114,9 @@ TEST_F(Renewal, TheServicesOwnTicketIsReplacedInTime) {
     };
     const auto useFor = [&](std::chrono::milliseconds i_time) {
         const auto end = std::chrono::steady_clock::now() + i_time;
-        std::vector<std::jthread> threads;
-        for (int i = 0; i < 4; ++i) {
-            threads.emplace_back([&] {
+        std::array<std::jthread, 4> threads;
+        for (std::jthread& thread : threads) {
+            thread = std::jthread([&] {
                 do {
                     const Krb5ContextLease lease = LendKrb5Context();
                     const auto service = TicketService::Read(BytesOf(pTicket->m_credentials.get()->ticket));

@@ -69,13 +69,14 @@ krb5_error_code ReadMessage(krb5_context i_context, krb5_auth_context i_exchange
         getKey(i_context, i_exchange, key.Receive());
         if (const size_t nLength = Decrypt(i_context, key.get(), *message, room.get()); nLength != 0) {
             const auto part = room.get().first(nLength);
-            return message->IsDescribedBy(part) ? ReadPart(i_context, *message, part, o_tickets) : ASN1_MISSING_FIELD;
+            return message->IsDescribedBy(part) ? ReadPart(i_context, *message, part, o_tickets)
+                                                : krb5_error_code{ASN1_MISSING_FIELD};
         }
     }
     // Some peers send the KRB-CRED unencrypted.
     return message->IsDescribedBy(message->EncryptedPart())
                ? ReadPart(i_context, *message, message->EncryptedPart(), o_tickets)
-               : KRB5KRB_AP_ERR_BAD_INTEGRITY;
+               : krb5_error_code{KRB5KRB_AP_ERR_BAD_INTEGRITY};
 }
 
 // Of the user's own realm: nobody else says whose KDCs are asked.
