@@ -27,5 +27,6 @@ void RegisterCaches();
 void RegisterMemory();
 void RegisterWaits();
 void RegisterHops();
+void RegisterLives();
 
 }  // namespace morwen::bench

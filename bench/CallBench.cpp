@@ -15,7 +15,7 @@ namespace morwen::bench {
 
 namespace {
 
-constexpr size_t kContexts = 1000;
+constexpr size_t kContexts = 20000;
 
 // Real contexts, kept as long as one benchmark of a lookup runs, and a plain map with the same keys.
 struct Kept {

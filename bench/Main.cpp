@@ -68,6 +68,7 @@ int main(int i_nArguments, char** i_ppszArguments) {
         const Package package;
         RegisterMemory();
         RegisterWaits();
+        RegisterLives();
         RegisterLogons();
         RegisterIdentities();
         RegisterCalls();

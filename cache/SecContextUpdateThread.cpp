@@ -14,7 +14,7 @@ namespace {
 
 constexpr long kPauseMilliseconds = 60000;
 
-// One token's turn to be renewed, which those have in vain whose authority is silent.
+// One token's turn to be renewed; it passes without effect while the token's authority is silent.
 class RenewalTurn final : public RenewalGate {
 public:
     RenewalTurn(SilentAuthorities& i_silent, const SWCharString& i_ssKey) : m_silent(i_silent), m_ssKey(i_ssKey) {}
@@ -31,8 +31,8 @@ public:
         m_eAnswer = m_silent.MayAsk(m_ssAuthority, m_begin);
         if (m_eAnswer != Answer::Ask) {
             S_TRACE(
-                "ssoplugin: SecContextUpdateThread::CleanUp() -- The renewal of %1 is put off: %2 let one wait in "
-                "vain.",
+                "ssoplugin: SecContextUpdateThread::CleanUp() -- The renewal of %1 is put off: %2 let one time "
+                "out.",
                 m_ssKey, m_eAnswer == Answer::Silent ? m_ssAuthority : SWCharString(u"other realms"));
         }
         m_bAsked = m_eAnswer == Answer::Ask;

@@ -12,7 +12,7 @@ constexpr STimeSpan kMostInAll(30000);     // in a pass, so that its time of day
 constexpr STimeSpan kLately(3600000);      // an answer counts as long
 constexpr STimeSpan kFirstPause(55000);    // over by the next pass
 constexpr int kMostDoublings = 4;          // of the pause: a quarter of an hour
-constexpr size_t kMostAuthorities = 1024;  // more than have contexts here; beyond, all begin anew
+constexpr size_t kMostAuthorities = 1024;  // more than have contexts here; beyond that, all are forgotten
 
 }  // namespace
 

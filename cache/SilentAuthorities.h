@@ -1,4 +1,4 @@
-// Who has let a renewal wait in vain.
+// Which authorities (realms) have let a renewal time out.
 #pragma once
 
 #include <map>
@@ -21,7 +21,7 @@ public:
 
     enum class Answer {
         Ask,
-        Silent,  // it has let a renewal wait in vain, and its pause is not over
+        Silent,  // it has let a renewal time out, and its pause is not over
         Later    // others have, and this pass waits no more for any of whom nothing good is known
     };
     // Whether a renewal that needs the authority is tried now.
@@ -34,7 +34,7 @@ private:
     struct Record {
         SDateTime m_answeredAt;  // the last time, if ever
         SDateTime m_silentUntil;
-        int m_nFailures = 0;  // in vain, one after the other
+        int m_nFailures = 0;  // consecutive
     };
 
     std::map<SWCharString, Record> m_records;

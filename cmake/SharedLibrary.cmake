@@ -16,5 +16,11 @@ function(morwen_shared_library target description)
   set_target_properties(${target} PROPERTIES LINK_DEPENDS ${names})
   if(NOT MORWEN_SANITIZE)
     target_link_options(${target} PRIVATE -Wl,--no-undefined)
+    # The C++ library inside: what a C host would load and relocate of the shared one takes a client longer than its logon.
+    # The unwinder stays the system's, because a process must have no more than one.
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+      target_link_options(${target} PRIVATE -static-libstdc++ -Wl,--gc-sections)
+      target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/platform/linux/LibraryEnd.cpp)
+    endif()
   endif()
 endfunction()

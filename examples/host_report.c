@@ -47,7 +47,7 @@ void ReportFailure(const char* i_pszWhat, uint32_t i_nCode) {
     }
     LockOutput(); /* several threads may report: one line each */
     fprintf(stderr, "%s: code %u, message %u: %s%s", i_pszWhat, (unsigned)i_nCode, (unsigned)record->messageId, reason,
-            *reason != '\0' ? ": " : "");
+            *reason != '\0' ? " -- " : "");
     PrintTemplate(text != NULL ? text : "(no text)", record->substitutions);
     fputc('\n', stderr);
     UnlockOutput();

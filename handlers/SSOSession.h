@@ -59,7 +59,7 @@ protected:
     const Harrowlib201::CSmartRefCountPtr<SSOHandler> m_pHandler;
 
     uint16_t m_nPassCount = 0;  // for derived sessions: how many steps have begun
-    SWCharString m_ssType = u"Undefined";
+    SWCharString m_ssType = u"Undefined"_ss;
 
 private:
     std::atomic<bool> m_bInUse{true};

@@ -10,6 +10,7 @@ namespace morwen {
 
 using Harrowlib201::SString;
 using Harrowlib201::SWCharString;
+using Harrowlib201::operator""_ss;
 
 struct Parameter {
     // A chain may carry any value in the low eight bits; one that is none of these matches no typed getter.

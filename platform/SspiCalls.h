@@ -53,7 +53,7 @@ public:
     virtual bool AcceptsAsService() const noexcept = 0;
 
     // Not a call of the system: the package has ended. A platform that holds keys and tickets between logons lets go of
-    // them, and wipes them; it gets them anew when somebody logs on after all.
+    // them, and wipes them; it gets new ones when somebody logs on after all.
     virtual void ReleaseHeld() noexcept {}
 };
 

@@ -15,9 +15,6 @@ using namespace Harrowlib201;
 
 namespace {
 
-constexpr const char16_t* kClientDone = u"DUMMY_KEY";
-constexpr const char16_t* kCachingOff = u"DUMMY_KEY__CACHING_IS_OFF";
-
 // For the host. The handler's lengths come from 32-bit ones.
 void HandOver(HandlerToken& io_token, const LoginStep& i_step) {
     const auto nLength = static_cast<SSOLength>(io_token.m_nLength);
@@ -136,7 +133,7 @@ uint32_t SessionManager::GenerateClientContext(const SWCharString& i_ssUser, con
         throw SSOException(SSO_ERROR);
     }
     // Before the step, which cannot be undone: a login that is complete must not fail for lack of memory.
-    SWCharString ssDone(kClientDone);
+    SWCharString ssDone = u"DUMMY_KEY"_ss;
     SWCharString ssGoesOn = pSession->GetIdentifier().ToString();
     uint32_t nStatus = SSO_ERROR;
     try {
@@ -181,7 +178,7 @@ uint32_t SessionManager::GenerateServerContext(const SWCharString& i_ssType, Log
         } else if (nStatus == SSO_OK || nStatus == SSO_ACCEPTED) {
             // First: should the context be lost on its way to the cache, nobody must find a session without one.
             step.EndLogin();
-            io_step.m_ssKey = pHandler->IsCachingOn() ? KeepContext(pSession) : SWCharString(kCachingOff);
+            io_step.m_ssKey = pHandler->IsCachingOn() ? KeepContext(pSession) : u"DUMMY_KEY__CACHING_IS_OFF"_ss;
             nStatus = SSO_ACCEPTED;
         } else {
             S_TRACE("ssoplugin: SessionManager::GenerateServerContext() -- Unexpected result from AcceptLogin: %1",

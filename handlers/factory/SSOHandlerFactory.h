@@ -21,7 +21,7 @@ public:
     // constructor throws); nothing is kept then.
     SSOHandlerPtr GetHandler(const SWCharString& i_ssType);
 
-    // Lets every handler go; the next request makes it anew.
+    // Lets every handler go; the next request makes a new one.
     void ReleaseHandlers();
 
 private:

@@ -53,7 +53,7 @@ public:
 private:
     // The record's fields have a unit type of their own on some systems.
     template <class Field>
-    static Field AsField(Field, const OsText& i_text) noexcept {
+    static Field AsField(Field, OsText& i_text) noexcept {
         return reinterpret_cast<Field>(i_text.get());
     }
 
@@ -123,7 +123,7 @@ KerberosSSPICredentials::KerberosSSPICredentials(const SWCharString& i_ssUser, c
                                                  uint32_t i_nCredentialType) {
     const std::unique_ptr<AuthIdentity> pIdentity = MakeIdentity(i_ssUser, i_ssPassword);
     const ULONG nUse = CredentialUse(i_nCredentialType);
-    const OsText package(u"Kerberos");
+    OsText package(u"Kerberos"_ss);
     // A user's keys would open no ticket for the service.
     std::optional<EarlierUser> earlier;
     if (nUse == SECPKG_CRED_INBOUND && !Platform::Sspi().AcceptsAsService()) {

@@ -44,24 +44,25 @@ TokenBuffer InputBuffer(const uint8_t* i_pvBuffer, uint64_t i_nBufferSize) {
     return {const_cast<uint8_t*>(i_pvBuffer), i_nBufferSize};
 }
 
-// Credentials and session as the classes of this handler. Throws SSOException with one of the two texts.
+// Credentials and session as the classes of this handler; the caller holds them. Throws SSOException with one of the
+// two texts.
 struct LoginObjects {
     LoginObjects(const SSOCredentialsPtr& i_pCredentials, const SSOSessionPtr& i_pSession,
                  const char* i_pszWrongCredentials, const char* i_pszWrongSession)
-        : m_pCredentials(CountedCast<KerberosSSPICredentials>(i_pCredentials)),
-          m_pSession(CountedCast<SSPISession>(i_pSession)) {
-        if (!m_pCredentials) {
+        : m_pCredentials(dynamic_cast<KerberosSSPICredentials*>(i_pCredentials.get())),
+          m_pSession(dynamic_cast<SSPISession*>(i_pSession.get())) {
+        if (m_pCredentials == nullptr) {
             S_FAIL(i_pszWrongCredentials);
             throw SSOException(SSO_ERROR);
         }
-        if (!m_pSession) {
+        if (m_pSession == nullptr) {
             S_FAIL(i_pszWrongSession);
             throw SSOException(SSO_ERROR);
         }
     }
 
-    CSmartRefCountPtr<KerberosSSPICredentials> m_pCredentials;
-    CSmartRefCountPtr<SSPISession> m_pSession;
+    KerberosSSPICredentials* m_pCredentials;
+    SSPISession* m_pSession;
 };
 
 void RequireInput(const uint8_t* i_pvBuffer, uint64_t i_nBufferSize, const char* i_pszNull, const char* i_pszEmpty) {
@@ -92,7 +93,7 @@ bool ReadSetting(const Parameters& i_parameters, const char16_t* i_pszKey, Value
 
 KerberosSSPIHandler::KerberosSSPIHandler() {
     m_requiredLoginParameters.SetParameter(u"SI_SERVER_SSPI_SPN", SWCharString());
-    const OsText package(u"Kerberos");
+    OsText package(u"Kerberos"_ss);
     PSecPkgInfoW pPackageInfo = nullptr;
     if (const SECURITY_STATUS nStatus = Platform::Sspi().QuerySecurityPackageInfoW(package.get(), &pPackageInfo);
         nStatus != SEC_E_OK) {
@@ -100,6 +101,7 @@ KerberosSSPIHandler::KerberosSSPIHandler() {
         if (nStatus == SEC_E_INSUFFICIENT_MEMORY) {
             throw SSOException(SSOException::OutOfMemory());
         }
+        NoteReason(nStatus);
         ThrowNoPackage();
     }
     S_ASSERT(pPackageInfo);
@@ -188,11 +190,11 @@ uint32_t KerberosSSPIHandler::InitializeContext(const SSOCredentialsPtr& i_pCred
     session.CountPass();
 
     SWCharString ssSPN;
-    if (!session.GetParameters().GetParameter(u"SI_SERVER_SSPI_SPN", ssSPN)) {
+    if (!session.GetParameters().GetParameter(u"SI_SERVER_SSPI_SPN"_ss, ssSPN)) {
         S_REASON("ssoplugin: KerberosSSPIHandler::InitializeContext() -- Missing SPN!");
         throw SSOException(SSO_ERROR, kMsgServerPrincipal);
     }
-    const OsText spn(ssSPN);
+    OsText spn(ssSPN);
 
     *o_ppvBuffer = AllocateOutput("ssoplugin: KerberosSSPIHandler::InitializeContext() -- Out of memory");
     TokenBuffer output(*o_ppvBuffer, m_nMaxTokenSize);
@@ -381,7 +383,7 @@ void KerberosSSPIHandler::FreeBuffer(uint8_t* i_pvBuffer) {
 SWCharString KerberosSSPIHandler::GetSPN() const {
     const CSmartReadLocker locker(m_lock);
     SWCharString ssSPN;
-    if (!m_globalParameters.GetParameter(u"SI_SERVER_SSPI_SPN", ssSPN)) {
+    if (!m_globalParameters.GetParameter(u"SI_SERVER_SSPI_SPN"_ss, ssSPN)) {
         S_TRACE("ssoplugin: KerberosSSPIHandler::GetSPN() -- Could not determine spn!");
         throw SSOException(SSO_ERROR);
     }

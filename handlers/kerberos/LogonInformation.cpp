@@ -1,10 +1,12 @@
 #include "handlers/kerberos/LogonInformation.h"
 
 #include <algorithm>
-#include <charconv>
+#include <cstddef>
 #include <cstdio>
+#include <cstring>
 #include <iterator>
 #include <limits>
+#include <memory>
 #include <new>
 #include <optional>
 #include <string>
@@ -93,73 +95,186 @@ private:
 };
 
 char16_t* PutNumber(uint32_t i_nNumber, char16_t* o_pszText) {
-    char digits[10];
-    return std::copy(digits, std::to_chars(std::begin(digits), std::end(digits), i_nNumber).ptr, o_pszText);
+    char16_t digits[10];
+    char16_t* pFirst = std::end(digits);
+    do {
+        *--pFirst = static_cast<char16_t>(u'0' + i_nNumber % 10);
+        i_nNumber /= 10;
+    } while (i_nNumber != 0);
+    return std::copy(pFirst, std::end(digits), o_pszText);
 }
 
-// Throws SSOException for what is no SID, and std::bad_alloc.
-void AppendSid(PSID i_pSid, std::u16string& io_text) {
-    TokenCalls& tokens = Platform::Tokens();
-    if (!tokens.IsValidSid(i_pSid)) {
-        throw SSOException(SSO_ERROR);
-    }
-    constexpr size_t kUsualLength = 256;
-    constexpr size_t kHeadLength = 28;  // with a zero at the end
-    constexpr size_t kNumberLength = 12;
-    const BYTE nSubAuthorities = *tokens.GetSidSubAuthorityCount(i_pSid);
-    if (kHeadLength + kNumberLength * nSubAuthorities > kUsualLength) {
-        S_TRACE("ssoplugin: KerberosSSPIHandler::SIDToSString() -- Buffer too small.  Reallocating.");
-    }
-    char16_t szText[kHeadLength + kNumberLength * std::numeric_limits<BYTE>::max()];  // on the stack: any SID's fits
-    char16_t* pszEnd = szText;
-    *pszEnd++ = u'S';
-    *pszEnd++ = u'-';
-    pszEnd = PutNumber(static_cast<const SID*>(i_pSid)->Revision, pszEnd);
-    *pszEnd++ = u'-';
-    const BYTE* pAuthority = tokens.GetSidIdentifierAuthority(i_pSid)->Value;
-    if (pAuthority[0] != 0 || pAuthority[1] != 0) {
-        char szAuthority[2 + 12 + 1];
-        static_cast<void>(std::snprintf(szAuthority, std::size(szAuthority), "0x%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx",
-                                        pAuthority[0], pAuthority[1], pAuthority[2], pAuthority[3], pAuthority[4],
-                                        pAuthority[5]));
-        pszEnd = std::copy(szAuthority, szAuthority + std::size(szAuthority) - 1, pszEnd);
-    } else {
-        pszEnd = PutNumber((uint32_t{pAuthority[2]} << 24) | (uint32_t{pAuthority[3]} << 16) |
-                               (uint32_t{pAuthority[4]} << 8) | uint32_t{pAuthority[5]},
-                           pszEnd);
-    }
-    for (DWORD i = 0; i < nSubAuthorities; ++i) {
-        *pszEnd++ = u'-';
-        pszEnd = PutNumber(*tokens.GetSidSubAuthority(i_pSid, i), pszEnd);
-    }
-    io_text.append(szText, pszEnd);
-}
+// Writes security identifiers one behind the other. A user's groups are mostly of one domain and differ in the last
+// number alone: what comes before it is copied.
+class SidTexts {
+public:
+    // Room for so many units; there will be more when they are needed. Throws std::bad_alloc.
+    explicit SidTexts(size_t i_nRoom)
+        : m_nRoom(i_nRoom), m_pText(std::make_unique_for_overwrite<char16_t[]>(i_nRoom)) {}
 
-void ReadToken(HANDLE i_hUser, Parameters& o_parameters) {
+    size_t Length() const noexcept { return m_nLength; }
+    std::u16string_view From(size_t i_nBegin) const noexcept { return {&m_pText[i_nBegin], m_nLength - i_nBegin}; }
+
+    // Two of them must be there at once, this one and the one before. Throws SSOException for what is no SID, and
+    // std::bad_alloc.
+    void Append(PSID i_pSid) {
+        if (!m_tokens.IsValidSid(i_pSid)) {
+            throw SSOException(SSO_ERROR);
+        }
+        const BYTE nSubAuthorities = *m_tokens.GetSidSubAuthorityCount(i_pSid);
+        MakeRoom(kHeadLength + kNumberLength * size_t{nSubAuthorities});
+        const size_t nBegin = m_nLength;
+        if (IsOfSameDomain(i_pSid, nSubAuthorities)) {
+            std::memcpy(&m_pText[nBegin], &m_pText[m_nBegin], m_nHeadLength * sizeof(char16_t));
+        } else {
+            m_nHeadLength = static_cast<size_t>(PutHead(i_pSid, nSubAuthorities, &m_pText[nBegin]) - &m_pText[nBegin]);
+        }
+        char16_t* pszEnd = &m_pText[nBegin + m_nHeadLength];
+        if (nSubAuthorities != 0) {
+            pszEnd = PutNumber(*m_tokens.GetSidSubAuthority(i_pSid, nSubAuthorities - 1U), pszEnd);
+        }
+        m_nLength = static_cast<size_t>(pszEnd - &m_pText[0]);
+        m_nBegin = nBegin;
+        m_pBefore = i_pSid;
+    }
+
+    void AppendSeparator() {
+        MakeRoom(1);
+        m_pText[m_nLength++] = u';';
+    }
+
+private:
+    static constexpr size_t kHeadLength = 28;
+    static constexpr size_t kNumberLength = 12;
+
+    void MakeRoom(size_t i_nUnits) {
+        if (m_nRoom - m_nLength < i_nUnits) {
+            const size_t nRoom = 2 * (m_nLength + i_nUnits);
+            auto pText = std::make_unique_for_overwrite<char16_t[]>(nRoom);
+            std::copy_n(m_pText.get(), m_nLength, pText.get());
+            m_pText = std::move(pText);
+            m_nRoom = nRoom;
+        }
+    }
+
+    bool IsOfSameDomain(PSID i_pSid, BYTE i_nSubAuthorities) const noexcept {
+        const size_t nHeadBytes = offsetof(SID, SubAuthority) + (i_nSubAuthorities - size_t{1}) * sizeof(DWORD);
+        return m_pBefore != nullptr && i_nSubAuthorities != 0 && std::memcmp(m_pBefore, i_pSid, nHeadBytes) == 0;
+    }
+
+    // All but the last number.
+    char16_t* PutHead(PSID i_pSid, BYTE i_nSubAuthorities, char16_t* o_pszText) const {
+        constexpr size_t kUsualLength = 256;
+        if (kHeadLength + kNumberLength * i_nSubAuthorities > kUsualLength) {
+            S_TRACE("ssoplugin: KerberosSSPIHandler::SIDToSString() -- Buffer too small.  Reallocating.");
+        }
+        *o_pszText++ = u'S';
+        *o_pszText++ = u'-';
+        o_pszText = PutNumber(static_cast<const SID*>(i_pSid)->Revision, o_pszText);
+        *o_pszText++ = u'-';
+        const BYTE* pAuthority = m_tokens.GetSidIdentifierAuthority(i_pSid)->Value;
+        if (pAuthority[0] != 0 || pAuthority[1] != 0) {
+            char szAuthority[2 + 12 + 1];
+            static_cast<void>(std::snprintf(szAuthority, std::size(szAuthority),
+                                            "0x%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx", pAuthority[0], pAuthority[1],
+                                            pAuthority[2], pAuthority[3], pAuthority[4], pAuthority[5]));
+            o_pszText = std::copy(szAuthority, szAuthority + std::size(szAuthority) - 1, o_pszText);
+        } else {
+            o_pszText = PutNumber((uint32_t{pAuthority[2]} << 24) | (uint32_t{pAuthority[3]} << 16) |
+                                      (uint32_t{pAuthority[4]} << 8) | uint32_t{pAuthority[5]},
+                                  o_pszText);
+        }
+        for (DWORD i = 0; i < i_nSubAuthorities; ++i) {
+            *o_pszText++ = u'-';
+            if (i + 1U < i_nSubAuthorities) {
+                o_pszText = PutNumber(*m_tokens.GetSidSubAuthority(i_pSid, i), o_pszText);
+            }
+        }
+        return o_pszText;
+    }
+
+    TokenCalls& m_tokens = Platform::Tokens();
+    size_t m_nRoom;
+    std::unique_ptr<char16_t[]> m_pText;
+    size_t m_nLength = 0;
+    PSID m_pBefore = nullptr;
+    size_t m_nBegin = 0;       // where its text begins
+    size_t m_nHeadLength = 0;  // of its text before the last number
+};
+
+// One kind of information about a token, on the stack as long as it fits the default size.
+class UserData {
+public:
+    UserData(HANDLE i_hUserHandle, TOKEN_INFORMATION_CLASS i_eClass) {  // NOLINT(*-pro-type-member-init)
+        GetUserData(i_hUserHandle, i_eClass);
+    }
+    UserData(const UserData&) = delete;
+    UserData& operator=(const UserData&) = delete;
+
+    template <class Record>
+    const Record& As() const noexcept {
+        return *reinterpret_cast<const Record*>(m_pLarger ? m_pLarger.get() : m_aFirst);
+    }
+
+private:
+    // Throws SSOException.
+    void GetUserData(HANDLE i_hUserHandle, TOKEN_INFORMATION_CLASS i_eClass) {
+        S_ASSERT(i_hUserHandle);
+        if (i_hUserHandle == nullptr) {
+            throw SSOException(SSO_ERROR);
+        }
+        DWORD dwRequiredBufferSize = 0;
+        if (Platform::Tokens().GetTokenInformation(i_hUserHandle, i_eClass, m_aFirst,
+                                                   SSPI_DEFAULT_USER_DATA_BUFFER_SIZE, &dwRequiredBufferSize)) {
+            return;
+        }
+        if (const DWORD nError = Platform::Kernel().GetLastError(); nError != ERROR_INSUFFICIENT_BUFFER) {
+            S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- GetTokenInformation failed (first try).");
+            ThrowSystemFailure(nError, kMsgGeneral);
+        }
+        S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- Reallocating buffer.  Size is %1.",
+                uint64_t{dwRequiredBufferSize});
+        S_ASSERT(dwRequiredBufferSize > SSPI_DEFAULT_USER_DATA_BUFFER_SIZE);
+        try {
+            m_pLarger = std::make_unique_for_overwrite<BYTE[]>(dwRequiredBufferSize);
+        } catch (const std::bad_alloc&) {
+            S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- Out of memory!");
+            throw SSOException(SSOException::OutOfMemory());
+        }
+        if (!Platform::Tokens().GetTokenInformation(i_hUserHandle, i_eClass, m_pLarger.get(), dwRequiredBufferSize,
+                                                    &dwRequiredBufferSize)) {
+            const DWORD nError = Platform::Kernel().GetLastError();
+            S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- GetTokenInformation failed (second try).");
+            ThrowSystemFailure(nError, kMsgGeneral);
+        }
+    }
+
+    alignas(std::max_align_t) BYTE m_aFirst[SSPI_DEFAULT_USER_DATA_BUFFER_SIZE];  // only what was written is read
+    std::unique_ptr<BYTE[]> m_pLarger;
+};
+
+void ReadUser(HANDLE i_hUser, Parameters& o_parameters) {
     SWCharString ssSid;
-    std::unique_ptr<BYTE[]> pUserDataBuffer;
-    GetUserData(i_hUser, TokenUser, &pUserDataBuffer);
-    S_ASSERT(pUserDataBuffer);
-    SIDToSString(reinterpret_cast<const TOKEN_USER*>(pUserDataBuffer.get())->User.Sid, ssSid);
+    const UserData user(i_hUser, TokenUser);
+    SIDToSString(user.As<TOKEN_USER>().User.Sid, ssSid);
     S_TRACE("ssoplugin: KerberosSSPIHandler::GetLogonInformation() -- User's SID is %1", ssSid);
-    o_parameters.SetParameter(u"SSPI_USER_SID", ssSid);
+    o_parameters.SetParameter(u"SSPI_USER_SID"_ss, ssSid);
+}
 
-    std::unique_ptr<BYTE[]> pGroupDataBuffer;
-    GetUserData(i_hUser, TokenGroups, &pGroupDataBuffer);
-    S_ASSERT(pGroupDataBuffer);
-    const auto* pGroups = reinterpret_cast<const TOKEN_GROUPS*>(pGroupDataBuffer.get());
-    const SID_AND_ATTRIBUTES* pGroup = pGroups->Groups;
+void ReadGroups(HANDLE i_hUser, Parameters& o_parameters) {
+    const UserData data(i_hUser, TokenGroups);
+    const auto& groups = data.As<TOKEN_GROUPS>();
+    const SID_AND_ATTRIBUTES* pGroup = groups.Groups;
     constexpr size_t kUsualSidLength = 48;
-    std::u16string groups;
-    groups.reserve(pGroups->GroupCount * kUsualSidLength);
-    for (DWORD i = 0; i < pGroups->GroupCount; ++i, ++pGroup) {
-        const size_t nBefore = groups.size();
-        AppendSid(pGroup->Sid, groups);
+    SidTexts texts((groups.GroupCount + size_t{2}) * kUsualSidLength);
+    for (DWORD i = 0; i < groups.GroupCount; ++i, ++pGroup) {
+        const size_t nBefore = texts.Length();
+        texts.Append(pGroup->Sid);
         S_TRACE("ssoplugin: KerberosSSPIHandler::GetLogonInformation() -- Group's SID is %1",
-                SWCharString(std::u16string_view(groups).substr(nBefore)));
-        groups += u';';
+                SWCharString(texts.From(nBefore)));
+        texts.AppendSeparator();
     }
-    o_parameters.SetParameter(u"SSPI_USER_GROUP_SIDS", SWCharString(groups));
+    o_parameters.SetParameter(u"SSPI_USER_GROUP_SIDS"_ss, SWCharString(texts.From(0)));
 }
 
 }  // namespace
@@ -179,7 +294,8 @@ void GetLogonInformation(const SSOSessionPtr& i_pSession, Parameters& o_paramete
         }
     };
     try {
-        ReadToken(token.get(), information);
+        ReadUser(token.get(), information);
+        ReadGroups(token.get(), information);
     } catch (const std::bad_alloc&) {
         requireEnd();
         throw SSOException(SSOException::OutOfMemory());
@@ -208,68 +324,25 @@ bool IsKnownToDirectory(const SSOSessionPtr& i_pSession) {
     }
     const auto close = [](void* i_hUser) { static_cast<void>(Platform::Tokens().CloseHandle(i_hUser)); };
     const std::unique_ptr<void, decltype(close)> pUser(hUser, close);
-    std::unique_ptr<BYTE[]> pUserData;
-    GetUserData(hUser, TokenUser, &pUserData);
-    const PSID pSid = reinterpret_cast<const TOKEN_USER*>(pUserData.get())->User.Sid;
+    const UserData user(hUser, TokenUser);
+    const PSID pSid = user.As<TOKEN_USER>().User.Sid;
     constexpr BYTE kUnixAuthority[] = {0, 0, 0, 0, 0, 22};
     return Platform::Tokens().IsValidSid(pSid) != FALSE &&
            !std::equal(std::begin(kUnixAuthority), std::end(kUnixAuthority),
                        Platform::Tokens().GetSidIdentifierAuthority(pSid)->Value);
 }
 
-void GetUserData(HANDLE i_hUserHandle, TOKEN_INFORMATION_CLASS i_eClass, std::unique_ptr<BYTE[]>* o_TokenInformation) {
-    S_ASSERT(i_hUserHandle);
-    S_ASSERT(o_TokenInformation);
-    if (i_hUserHandle == nullptr || o_TokenInformation == nullptr) {
-        throw SSOException(SSO_ERROR);
-    }
-    if (*o_TokenInformation != nullptr) {
-        S_TRACE(
-            "ssoplugin: KerberosSSPIHandler::GetUserData() -- Non-NULL out-param.  This will be overwritten and lost!");
-        S_ASSERT(!*o_TokenInformation);
-    }
-    const auto allocate = [](DWORD i_nSize) {
-        try {
-            return std::make_unique_for_overwrite<BYTE[]>(i_nSize);  // only what the system writes is read
-        } catch (const std::bad_alloc&) {
-            S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- Out of memory!");
-            throw SSOException(SSOException::OutOfMemory());
-        }
-    };
-    auto pBuffer = allocate(SSPI_DEFAULT_USER_DATA_BUFFER_SIZE);
-    DWORD dwRequiredBufferSize = 0;
-    if (!Platform::Tokens().GetTokenInformation(i_hUserHandle, i_eClass, pBuffer.get(),
-                                                SSPI_DEFAULT_USER_DATA_BUFFER_SIZE, &dwRequiredBufferSize)) {
-        if (const DWORD nError = Platform::Kernel().GetLastError(); nError != ERROR_INSUFFICIENT_BUFFER) {
-            S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- GetTokenInformation failed (first try).");
-            ThrowSystemFailure(nError, kMsgGeneral);
-        }
-        S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- Reallocating buffer.  Size is %1.",
-                uint64_t{dwRequiredBufferSize});
-        S_ASSERT(dwRequiredBufferSize > SSPI_DEFAULT_USER_DATA_BUFFER_SIZE);
-        pBuffer.reset();
-        pBuffer = allocate(dwRequiredBufferSize);
-        if (!Platform::Tokens().GetTokenInformation(i_hUserHandle, i_eClass, pBuffer.get(), dwRequiredBufferSize,
-                                                    &dwRequiredBufferSize)) {
-            const DWORD nError = Platform::Kernel().GetLastError();
-            S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- GetTokenInformation failed (second try).");
-            ThrowSystemFailure(nError, kMsgGeneral);
-        }
-    }
-    S_ASSERT(pBuffer);
-    *o_TokenInformation = std::move(pBuffer);
-}
-
 void SIDToSString(PSID i_pSid, SWCharString& o_ssText) {
-    std::u16string text;
     try {
-        AppendSid(i_pSid, text);
+        constexpr size_t kUsualRoom = 256;
+        SidTexts text(kUsualRoom);
+        text.Append(i_pSid);
+        o_ssText = SWCharString(text.From(0));
     } catch (const std::bad_alloc&) {
         S_ASSERT_MSG(false, "ssoplugin: KerberosSSPIHandler::SIDToSString() -- Out of memory");
         S_ASSERT_TEXT(false, "pszTextualSid");
         throw SSOException(SSOException::OutOfMemory());
     }
-    o_ssText = SWCharString(text);
 }
 
 }  // namespace morwen

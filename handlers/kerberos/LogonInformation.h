@@ -1,8 +1,6 @@
 // Who logged on: the security identifiers of an accepted login.
 #pragma once
 
-#include <memory>
-
 #include "handlers/SSOSession.h"
 #include "params/Parameters.h"
 #include "platform/OsTypes.h"
@@ -17,9 +15,6 @@ void GetLogonInformation(const SSOSessionPtr& i_pSession, Parameters& o_paramete
 // account is of the Unix authority (22). Where the context cannot be asked itself, the system knows no other users than
 // those of directories. Nobody is impersonated. Throws SSOException.
 bool IsKnownToDirectory(const SSOSessionPtr& i_pSession);
-
-// Reads one kind of information about a token. Throws SSOException.
-void GetUserData(HANDLE i_hUserHandle, TOKEN_INFORMATION_CLASS i_eClass, std::unique_ptr<BYTE[]>* o_TokenInformation);
 
 // The textual form, for example S-1-5-18. Throws SSOException for what is not a security identifier.
 void SIDToSString(PSID i_pSid, SWCharString& o_ssText);

@@ -12,7 +12,7 @@ namespace morwen {
 
 SSPISession::SSPISession(const ParasSeq* i_pLoginParameters, const SSOHandlerPtr& i_pHandler)
     : SSOSession(i_pLoginParameters, i_pHandler) {
-    m_ssType = u"SSPI";
+    m_ssType = u"SSPI"_ss;
 }
 
 SSPISession::~SSPISession() {

@@ -64,7 +64,7 @@ std::optional<SDateTime> ReadExpiry(CtxtHandle* i_pContext) {
 }  // namespace
 
 SSPIStaticToken::SSPIStaticToken(const CtxtHandle* i_pContextHandle, const SSOHandlerPtr& i_pHandler)
-    : StaticToken(u"SSPI", i_pHandler) {
+    : StaticToken(u"SSPI"_ss, i_pHandler) {
     S_ASSERT_MSG(i_pContextHandle, "ssoplugin: SSPIStaticToken::SSPIStaticToken() -- NULL context handle!");
     if (i_pContextHandle == nullptr) {
         throw SSOException(SSO_ERROR);

@@ -2,9 +2,9 @@
 #pragma once
 
 #include <array>
+#include <atomic>
+#include <cstddef>
 #include <cstdint>
-
-#include "harrow/locks/CS_Wrapper.h"
 
 namespace morwen {
 
@@ -12,7 +12,7 @@ namespace morwen {
 // clear each block whole would take longer than anything else that the plug-in itself does for a login, and would drive
 // what it works with out of the processor's cache. Some blocks are therefore kept, and only what was written is
 // cleared. A block is ordinary memory: it may outlive this object, and goes back through any other one. Many threads at
-// once.
+// once, without a lock.
 class TokenBlocks {
 public:
     TokenBlocks() = default;
@@ -27,20 +27,20 @@ public:
     void Free(uint8_t* i_pBlock) noexcept;
 
 private:
+    // Who has set the mark owns the rest until it is cleared; a block that is there once stays.
     struct Kept {
-        uint8_t* m_pBlock = nullptr;
+        std::atomic<bool> m_bInUse{false};
+        std::atomic<uint8_t*> m_pBlock{nullptr};
         uint64_t m_nSize = 0;
         uint64_t m_nWritten = 0;
-        bool m_bInUse = false;
     };
 
-    // The block's own record, or none for a block that is not kept. Null finds a record without a block.
-    Kept* Find(const uint8_t* i_pBlock) noexcept S_REQUIRES(m_section);
+    // The block's own record, or none for a block that is not kept.
+    Kept* Find(const uint8_t* i_pBlock) noexcept;
 
     static constexpr size_t kMostKept = 8;  // as many threads shake hands at once without clearing whole blocks
 
-    Harrowlib201::CS_Wrapper m_section;
-    std::array<Kept, kMostKept> m_aKept S_GUARDED_BY(m_section){};
+    std::array<Kept, kMostKept> m_aKept;
 };
 
 }  // namespace morwen

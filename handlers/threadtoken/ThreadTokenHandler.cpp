@@ -36,7 +36,7 @@ void ThreadTokenHandler::InitHandler(const Parameters& i_globalParameters) {
     }
     if (bPresent) {
         const CSmartWriteLocker locker(m_lock);
-        // Multiplied as it stands, a huge value could come out as 0, which is for ever.
+        // Multiplied as it stands, a huge value could come out as 0, which means "never".
         constexpr int64_t kTooLarge = INT64_MAX / 1000;
         const bool bFits = nSeconds < kTooLarge && nSeconds > -kTooLarge;
         m_cacheExpiry = bFits ? STimeSpan(nSeconds * 1000) : kEndsAtOnce;

@@ -16,7 +16,11 @@ void CRefCount::addRef() noexcept {
 }
 
 void CRefCount::release() noexcept {
-    uint32_t nCount = m_nRefCount.load(std::memory_order_relaxed);
+    uint32_t nCount = m_nRefCount.load(std::memory_order_acquire);
+    if (nCount == 1) {
+        delete this;  // nobody else has a reference that could be copied now
+        return;
+    }
     do {
         if (nCount == kSaturated) {
             return;

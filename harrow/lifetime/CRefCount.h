@@ -40,6 +40,9 @@ public:
     CSmartRefCountPtr(const CSmartRefCountPtr<U>& i_other) noexcept : m_pObject(i_other.get()) {
         Add();
     }
+    template <class U>
+    CSmartRefCountPtr(CSmartRefCountPtr<U>&& io_other) noexcept
+        : m_pObject(std::exchange(io_other.m_pObject, nullptr)) {}
     ~CSmartRefCountPtr() {
         if (m_pObject != nullptr) {
             m_pObject->release();
@@ -60,6 +63,9 @@ public:
     }
 
 private:
+    template <class U>
+    friend class CSmartRefCountPtr;
+
     void Add() noexcept {
         if (m_pObject != nullptr) {
             m_pObject->addRef();

@@ -20,7 +20,7 @@ public:
     // False when it is shut. Each success needs a Leave, on whatever thread.
     bool Enter() noexcept {
         if ((m_nState.load(std::memory_order_relaxed) & kOpen) == 0) {
-            return false;  // without a trace, or who comes in vain could keep it from ever being empty
+            return false;  // without a trace, or callers that are turned away could keep it from ever being empty
         }
         if ((m_nState.fetch_add(1, std::memory_order_acquire) & kOpen) != 0) {
             return true;

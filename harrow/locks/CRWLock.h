@@ -11,7 +11,7 @@
 namespace Harrowlib201 {
 
 // Many readers or one writer. A writer waits for those who hold it and for nobody who comes later: readers without a
-// pause between them would else keep it waiting for ever. Not recursive, not even for reading: a thread that holds it
+// pause between them would else keep it waiting forever. Not recursive, not even for reading: a thread that holds it
 // must not take it again.
 class S_CAPABILITY("CRWLock") CRWLock {
 public:
@@ -31,6 +31,10 @@ public:
         NoteUnlocked();
     }
     void LockWrite() S_ACQUIRE() {
+        if (m_nWaitingWriters.load(std::memory_order_relaxed) == 0 && m_mutex.try_lock()) {
+            NoteLocked();
+            return;  // nobody was there
+        }
         m_nWaitingWriters.fetch_add(1, std::memory_order_relaxed);
         {
             const std::lock_guard turn(m_turn);

@@ -29,7 +29,7 @@ char16_t* SWCharString::Allocate(size_t i_nLength) {
 }
 
 SWCharString::SWCharString(const SWCharString& i_other) noexcept : m_pBody(i_other.m_pBody) {
-    if (m_pBody != nullptr) {
+    if (m_pBody != nullptr && m_pBody->m_nReferences.load(std::memory_order_relaxed) != 0) {
         m_pBody->m_nReferences.fetch_add(1, std::memory_order_relaxed);
     }
 }
@@ -42,7 +42,9 @@ SWCharString& SWCharString::operator=(SWCharString i_other) noexcept {
 }
 
 SWCharString::~SWCharString() {
-    if (m_pBody != nullptr && m_pBody->m_nReferences.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+    // The last one changes no count: nobody else has anything to copy.
+    const size_t nReferences = m_pBody != nullptr ? m_pBody->m_nReferences.load(std::memory_order_acquire) : 0;
+    if (nReferences == 1 || (nReferences > 1 && m_pBody->m_nReferences.fetch_sub(1, std::memory_order_acq_rel) == 1)) {
         SecureWipe(m_pBody->Text(), m_pBody->m_nLength * sizeof(char16_t));
         m_pBody->~Body();
         ::operator delete(m_pBody);

@@ -10,6 +10,15 @@
 
 namespace Harrowlib201 {
 
+// A text that stands in the program (_ss).
+template <size_t N>
+struct TextLiteral {
+    // NOLINTNEXTLINE(google-explicit-constructor): a literal is to be one
+    consteval TextLiteral(const char16_t (&i_szText)[N]) { std::copy_n(i_szText, N, m_szText); }
+
+    char16_t m_szText[N]{};
+};
+
 // A copy costs one atomic increment. The characters are overwritten before their memory is released, because any text
 // may be a password. Strings are compared unit by unit: case-sensitive, no locale.
 class SWCharString {
@@ -53,13 +62,26 @@ public:
 private:
     // Stands before the characters in one block.
     struct Body {
-        explicit Body(size_t i_nLength) : m_nLength(i_nLength) {}
+        constexpr explicit Body(size_t i_nLength, size_t i_nReferences = 1)
+            : m_nReferences(i_nReferences), m_nLength(i_nLength) {}
 
         char16_t* Text() { return reinterpret_cast<char16_t*>(this + 1); }
 
-        std::atomic<size_t> m_nReferences{1};
+        std::atomic<size_t> m_nReferences;  // 0 of a literal, which nobody counts
         size_t m_nLength;
     };
+    template <size_t N>
+    struct Literal {
+        constexpr explicit Literal(const TextLiteral<N>& i_text) : m_body(N - 1, 0) {
+            std::copy_n(i_text.m_szText, N, m_szText);
+        }
+
+        Body m_body;
+        char16_t m_szText[N]{};
+    };
+
+    template <TextLiteral Text>
+    friend SWCharString operator""_ss() noexcept;
 
     // As the views themselves compare, but passes over equal beginnings, which most keys have in common, faster.
     static std::strong_ordering Compare(std::u16string_view i_left, std::u16string_view i_right) noexcept;
@@ -69,6 +91,15 @@ private:
 
     Body* m_pBody = nullptr;  // null for the empty text
 };
+
+// Such a text costs nothing: it is neither allocated nor counted nor overwritten.
+template <TextLiteral Text>
+SWCharString operator""_ss() noexcept {
+    constinit static SWCharString::Literal s_literal(Text);
+    SWCharString ssText;
+    ssText.m_pBody = &s_literal.m_body;
+    return ssText;
+}
 
 using SString = SWCharString;
 using SString_t = SWCharString;

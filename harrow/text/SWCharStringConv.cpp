@@ -13,19 +13,22 @@ constexpr char32_t kReplacement = 0xFFFD;
 
 template <class Number>
 SWCharString Format(Number i_nValue, int i_nRadix) {
-    char aDigits[65] = {};  // 64 binary digits and a sign
+    char aDigits[65];  // 64 binary digits and a sign
     const auto result = std::to_chars(std::begin(aDigits), std::end(aDigits), i_nValue, i_nRadix);
-    return SWCharString(std::u16string(aDigits, result.ptr));
+    char16_t aUnits[std::size(aDigits)];
+    const char16_t* const pEnd = std::copy(std::begin(aDigits), result.ptr, aUnits);
+    return SWCharString(std::u16string_view(aUnits, static_cast<size_t>(pEnd - aUnits)));
 }
 
 template <class Number>
 bool Parse(const SWCharString& i_ssText, Number& o_nValue) {
-    std::string digits;
-    for (const char16_t cUnit : i_ssText.view()) {
-        if (cUnit > 0x7F) {
+    const std::u16string_view text = i_ssText.view();
+    std::string digits(text.size(), '\0');
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] > 0x7F) {
             return false;
         }
-        digits.push_back(static_cast<char>(cUnit));
+        digits[i] = static_cast<char>(text[i]);
     }
     Number nValue = 0;
     const char* const pEnd = digits.data() + digits.size();

@@ -160,7 +160,8 @@ public:
         if (SSOGetError(i_nCode, record.Out()) != SSO_OK) {
             return {words, reason, i_nCode, 0};
         }
-        return {words + ": " + detail::Words(*record.get()), reason, i_nCode, record.get()->messageId};
+        return {words + (reason.empty() ? ": " : " -- ") + detail::Words(*record.get()), reason, i_nCode,
+                record.get()->messageId};
     }
 
     // Why, as harrow_log.h says it: which ticket, key, file, account or KDC. Empty when the message says it all.

@@ -94,7 +94,7 @@ def header_pages(folder, version, headers):
 # ---- the command
 
 def markdown(text):
-    """The Markdown that our documents use: headings, paragraphs, tables of two columns, fenced code, code and links in a line."""
+    """The Markdown that our documents use: headings, paragraphs, tables of two or three columns, fenced code, code and links in a line."""
     def inline(line):
         line = re.sub(r"\[([^]]*)\]\([^)]*\)", r"\1", line)
         return "".join(f"\\fB{escape(part)}\\fR" if i % 2 else escape(part) for i, part in enumerate(line.split("`")))
@@ -107,8 +107,9 @@ def markdown(text):
         elif block.startswith("```"):
             roff += literal(block.split("\n", 1)[1].removesuffix("```"))
         elif block.startswith("| "):
-            rows = [[cell.strip() for cell in line.strip("| ").split(" | ")] for line in block.splitlines()[2:]]
-            roff += "".join(f".TP\n{inline(row[0])}\n{inline(row[1])}\n" for row in rows)
+            names, _, *rows = [[cell.strip() for cell in line.strip("| ").split(" | ")] for line in block.splitlines()]
+            for first, second, *third in rows:
+                roff += f".TP\n{inline(first)}\n{inline(second)}\n" + "".join(f".br\n{names[2]}: {inline(cell)}\n" for cell in third)
         else:
             roff += ".PP\n" + re.sub(r"^(?=[.'])", r"\\&", inline(block), flags=re.M) + "\n"
     return re.sub(r'(\.S[SH] ".*"\n)\.PP\n', r"\1", roff)

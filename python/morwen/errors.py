@@ -15,7 +15,7 @@ class Error(Exception):
     other side.
     """
     def __init__(self, function: str, code: int, message: str = "", message_id: int = 0, reason: str = "") -> None:
-        super().__init__(": ".join(filter(None, (function, f"code {code}", reason, message))))
+        super().__init__(f"{function}: code {code}: " + " -- ".join(filter(None, (reason, message))))
         self.function, self.code, self.message, self.message_id, self.reason = function, code, message, message_id, reason
 
 

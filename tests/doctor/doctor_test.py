@@ -1,13 +1,41 @@
-"""Breaks a private realm in every way that morwen-doctor has a finding for. Usage: scripts/realm doctor_test.py PROGRAM DOCUMENT COMPLETION"""
+"""Breaks a private realm in every way that morwen-doctor has a finding for. Usage: scripts/realm doctor_test.py PROGRAM DOCUMENT COMPLETION HOST"""
 import json, os, pwd, re, socket, subprocess, sys, threading, time  # noqa: E401
 
-DOCTOR, DOCUMENT, COMPLETION = sys.argv[1:]
+DOCTOR, DOCUMENT, COMPLETION, HOST = sys.argv[1:]
 DIR = os.environ["MORWEN_REALM_DIR"]
 ROOT = os.geteuid() == 0
 AS_NOBODY = ["setpriv", "--reuid", "nobody", "--regid", "nogroup", "--clear-groups"]
 CONF = open(os.environ["KRB5_CONFIG"]).read()
 KDC = re.search(r" kdc = (\S+)", CONF).group(1)
 seen, faults, kept, further = set(), [], [], []
+# What a host is told of what the administrator breaks and the doctor finds: the first words of the reason.
+REASONS = {
+    "no configuration": r'getting a ticket for morwen/localhost for alice@MORWEN.TEST .*Cannot find KDC for realm "MORWEN.TEST"',
+    "configuration with a brace open": r"a line of the Kerberos configuration cannot be read \(.*/syntax.conf, or a file that it includes\); morwen-doctor",
+    "small realm": 'getting a ticket .*Cannot find KDC for realm "MORWEN.TEST"',
+    "host in another realm": "getting a ticket for morwen/localhost .*Server krbtgt/OTHER.TEST@MORWEN.TEST not found",
+    "unknown realm": "the ticket brings .*mapping alice@MORWEN.TEST to a local account by the rules of the default realm, NO.TEST",
+    "slip in the name": "getting a ticket for morwne/localhost .*Server morwne/localhost@MORWEN.TEST not found",
+    "tickets kept by nobody": "the credential cache KCM: cannot be used: No KCM server found",
+    "KDC without address": r"getting .*No KDC of the realm MORWEN.TEST has answered .*: kdc.invalid:88 host name not found\.",
+    "closed port": r"getting .*127.0.0.1:1 \(TCP\) Connection refused; 127.0.0.1:1 \(UDP\) Connection refused\.",
+    "silent KDC": r"getting .*\(TCP\) no answer",
+    "clock": "getting a ticket .*Clock skew too great",
+    "no cache": "there are no tickets to log on with in FILE:.*none.cc: No credentials cache found",
+    "unreadable cache": "there are no tickets .*alice.cc: Credentials cache permissions incorrect",
+    "default cache of another": "the default credential cache .*owned.cc is not used, because it is a file of the account with the number",
+    "expired ticket": r"the ticket of alice@MORWEN.TEST in .*expired at .* UTC; log on again \(kinit\)",
+    "wrong case": "getting a ticket for MORWEN/localhost .*Server MORWEN/localhost@MORWEN.TEST not found",
+    "no keytab": "the service's keytab FILE:.*none.keytab cannot be read: .* not found",
+    "empty keytab": "the service's keytab FILE:.*empty.keytab holds no key",
+    "keytab of another service": "refused a logon to morwen/localhost@MORWEN.TEST .*isn't for us; the keytab has old/localhost@MORWEN.TEST",
+    "rc4 alone": "getting a ticket for rc4-hmac/localhost .*no support for encryption type",
+    "old key": "refused a logon to old/localhost@MORWEN.TEST .*the ticket is for key version 3, the keytab has 2",
+    "wrong key": "refused a logon to other/localhost@MORWEN.TEST .*Cannot decrypt ticket for other/localhost@MORWEN.TEST",
+    "no folder for the replay cache": "refused a logon .*No such file or directory .*none/krb5_.*rcache2",
+    "user who may not be acted as": "the user maps to root, whom no logon may act as; see auth_to_local",
+    "client's old ticket": "refused a logon .*the ticket is for key version 1, the keytab has 2",
+}
 
 
 def path(name):
@@ -62,6 +90,12 @@ def check(name, args, env, expected, library="", nobody=False, words="", prefix=
     done = subprocess.run(command, env=whole, capture_output=True, text=True, timeout=40, input="bob-secret\n")
     report = report_in(done.stdout + done.stderr)
     expect(name, report, done.returncode, expected)
+    if name in REASONS:
+        sh("cp -p fresh.cc alice.cc")
+        command = [*prefix, *(AS_NOBODY if nobody else []), HOST, args.split()[2]]
+        told = subprocess.run(command, env=whole, capture_output=True, text=True, timeout=40)
+        if not re.search(r"SSO\w+: code \d+: " + REASONS.pop(name), told.stdout + told.stderr):
+            faults.append(f"{name}: a host is told: {told.stdout}{told.stderr}")
     if words not in "".join(f["found"] + f.get("remedy", "") for f in report["findings"] if f["status"] in ("warning", "error")):
         faults.append(f"{name}: findings and remedies lack \"{words}\": {json.dumps(report, indent=1)}")
     if library not in "".join(f.get("library", "") for f in report["findings"]):
@@ -300,14 +334,15 @@ def run_usage():
         done = subprocess.run([DOCTOR, *args.split()], capture_output=True, text=True)
         assert done.returncode == status, done
     listed = {line.split("\t")[0] for line in done.stdout.splitlines()}
-    documented = set(re.findall(r"^### `([a-z0-9-]+)`", open(DOCUMENT).read(), re.M))
+    documented = set(re.findall(r"^\| `([a-z0-9-]+)` \| ", open(DOCUMENT).read(), re.M))
     assert listed == documented, f"findings and document differ: {listed ^ documented}"
+    assert not ROOT or not REASONS, f"breakages that no row has: {REASONS}"
     assert not ROOT or listed == seen, f"findings that no broken realm here has: {listed ^ seen}"
     completed = subprocess.run(["bash", "-c", f'. "{COMPLETION}"; COMP_WORDS=(d server --imp) COMP_CWORD=2; _morwen_doctor; echo "$COMPREPLY"'],
                                capture_output=True, text=True, env={**os.environ, "PATH": os.path.dirname(DOCTOR) + ":" + os.environ["PATH"]})
     assert completed.stdout == "--impersonate\n", completed
     shown = subprocess.run([DOCTOR, "client", "--spn", "\x1b[31m/x"], capture_output=True, text=True).stdout
-    assert "\x1b" not in shown and "Mend it: " in shown, shown
+    assert "\x1b" not in shown and "Remedy: " in shown, shown
 
 
 try:

@@ -13,7 +13,7 @@ ASKED = {0: "not asked", IF_TRUSTED: "if trusted", DELEGATE: "always"}
 REASONS = {"fixed": "^$",  # not tried
            "sha2": "KDC has no support for encryption type",
            "rc4": "KDC has no support for encryption type|permitted_enctypes in krb5.conf",
-           "account": "mapping .* to a local account: No translation available|local account .* does not exist",
+           "account": "mapping .* to a local account by .*: No translation available|local account .* does not exist",
            "key": "key version|kvno|key table"}
 ROOT = pathlib.Path(__file__).parents[2]
 ACCOUNT = pwd.getpwnam("nobody") if os.getuid() == 0 else pwd.getpwuid(os.getuid())  # of alice
@@ -252,7 +252,7 @@ def main():
     if "--write" in sys.argv:
         page.write_text(before + begin + text + end + after)
     elif old != text:
-        wrong.append(f"{page} shows something else; with --write this program mends it")
+        wrong.append(f"{page} shows something else; run it with --write to update the page")
     wrong += [f"{page} does not state the reason {reason}" for reason in REASONS if f"**{reason}**" not in before + after]
     sys.exit("\n".join(wrong) or 0)
 

@@ -42,7 +42,7 @@ with morwen.Package():
     for call, arguments, kind, code, words, reason in [
             (log_on, (), morwen.User, 0, "", ""),
             (log_on, (SPN, "MORWEN.TEST\\bob", "bob-secret"), morwen.User, 0, f"S-1-22-1-{OWN}'", ""),
-            (log_on, (SPN, "MORWEN.TEST\\bob", "bob-secrte"), morwen.Denied, 3, ": The logon was denied.", "assword"),
+            (log_on, (SPN, "MORWEN.TEST\\bob", "bob-secrte"), morwen.Denied, 3, "The logon was denied.", "assword"),
             (log_on, (SPN, "bob", "bob-secret"), morwen.Error, 100, "code 100: ", ""),
             (log_on, (SPN, "MORWEN\\bob\0", "bob-secret"), ValueError, 0, "zero", ""),
             (log_on, ("nobody/localhost",), morwen.Error, 100, "SSOStartLogin: code 100: ", "nobody/localhost"),

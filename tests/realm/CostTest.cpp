@@ -5,6 +5,8 @@
 
 #include <ctime>
 #include <functional>
+#include <regex>
+#include <sstream>
 
 #include "bench/ForgedService.h"
 #include "fakes/DerBytes.h"
@@ -105,37 +107,26 @@ protected:
         return token;
     }
 
-    // 40 services with ten key versions each. The last has the key of that service, if one is named.
-    static std::string ManyKeys(const std::string& i_name, const std::string& i_last) {
-        std::string name = "FILE:" + RealmPath(i_name);
-        krb5_context context = nullptr;
-        krb5_keytab from = nullptr;
-        krb5_keytab into = nullptr;
-        EXPECT_EQ(krb5_init_context(&context), 0);
-        EXPECT_EQ(krb5_kt_default(context, &from) + krb5_kt_resolve(context, name.c_str(), &into), 0);
-        for (int i = 0; i < 400; ++i) {
-            krb5_keytab_entry entry{};
-            entry.vno = static_cast<krb5_kvno>(1 + i / 40);
-            EXPECT_EQ(krb5_c_make_random_key(context, ENCTYPE_AES256_CTS_HMAC_SHA1_96, &entry.key), 0);
-            const std::string own = "other" + std::to_string(i % 40) + "/localhost@MORWEN.TEST";
-            EXPECT_EQ(krb5_parse_name(context, own.c_str(), &entry.principal), 0);
-            if (i == 399 && !i_last.empty()) {
-                krb5_keytab_entry last{};
-                krb5_principal principal = nullptr;
-                EXPECT_EQ(krb5_parse_name(context, i_last.c_str(), &principal), 0);
-                EXPECT_EQ(krb5_kt_get_entry(context, from, principal, 0, entry.key.enctype, &last), 0);
-                std::swap(entry.key, last.key);
-                entry.vno = last.vno;
-                krb5_free_keytab_entry_contents(context, &last);
-                krb5_free_principal(context, principal);
-            }
-            EXPECT_EQ(krb5_kt_add_entry(context, into, &entry), 0);
-            krb5_free_keytab_entry_contents(context, &entry);
+    // 20,000 keys of other services, and behind them the service's own under a name of six letters.
+    static std::string ManyKeys(const std::string& i_service) {
+        const auto counted = [](const auto& i_bytes) {
+            return Bytes{static_cast<uint8_t>(i_bytes.size() >> 8), static_cast<uint8_t>(i_bytes.size())} +
+                   Bytes(i_bytes.begin(), i_bytes.end());
+        };
+        std::ostringstream own;
+        own << std::ifstream(RealmPath("service.keytab"), std::ios::binary).rdbuf();
+        std::string file = own.str().substr(0, 2);
+        for (int i = 0; i < 20000; ++i) {
+            const Bytes key = {0, ENCTYPE_AES256_CTS_HMAC_SHA1_96};
+            Bytes entry = Bytes{0, 2} + counted(std::string("MORWEN.TEST"));
+            entry = entry + counted("other" + std::to_string(i)) + counted(std::string("localhost"));
+            entry = entry + Bytes{0, 0, 0, 1, 0, 0, 0, 0, 2} + key + counted(Bytes(32, 7));
+            entry = Bytes{0, 0} + counted(entry);
+            file.append(entry.begin(), entry.end());
         }
-        krb5_kt_close(context, from);
-        krb5_kt_close(context, into);
-        krb5_free_context(context);
-        return name;
+        WriteFile(i_service + ".keytab",
+                  file + std::regex_replace(own.str().substr(2), std::regex("morwen"), i_service));
+        return "FILE:" + RealmPath(i_service + ".keytab");
     }
 
     static size_t KiB(const std::string& i_field) {
@@ -197,11 +188,13 @@ TEST_F(TokenCost, IsBounded) {
     const Bytes small = inTicket({});
     const Bytes opaque = inTicket(Within(Bytes(50000), 99));
     const std::string keytab = "FILE:" + RealmPath("service.keytab");
-    const std::string strange = ManyKeys("strange.keytab", "");
-    const std::string alias = ManyKeys("alias.keytab", "morwen/localhost");
+    const std::string others = ManyKeys("others");
+    const std::string last = ManyKeys("morwen");
     const std::tuple<const char*, Bytes, std::string, const char*> kCases[] = {
         {"a user in 6,000 groups", big, keytab, "1"},
-        {"the service under another name", small, alias, "1"},
+        {"the last of 20,000 services", small, last, "1"},
+        {"the same in capitals", inTicket({}), ManyKeys("MORWEN"), "1"},
+        {"a ticket with a changed byte for the last of 20,000", altered(small, small.size() / 2), last, kUnusable},
         {"3 KB nested in the ticket", inTicket(NestedTo(2900)), keytab, "1"},
         {"3 KB nested in the authenticator", inAuthenticator(NestedTo(2900)), keytab, "1"},
         {"50 KB nested in the ticket", inTicket(NestedTo(50000)), keytab, kUnusable},
@@ -213,8 +206,8 @@ TEST_F(TokenCost, IsBounded) {
         {"50 KB about delegated tickets", Token("morwen/localhost", {}, {}, Delegated(49000)), keytab, kUnusable},
         {"250 KB nested in the ticket", inTicket(NestedTo(250000)), keytab, kUnusable},
         {"a ticket of 50 KB that no key opens", altered(opaque, 25000), keytab, kUnusable},
-        {"and 400 keys for others", opaque, strange, kUnusable},
-        {"a ticket that none of 400 keys opens", small, strange, kUnusable},
+        {"and 20,000 keys for others", opaque, others, kUnusable},
+        {"a ticket that a key of 20,000 opens, for a service that none is for", inTicket({}), others, kUnusable},
         {"50 KB of names", Strangest(50000), keytab, kUnusable},
     };
     for (const auto& [pszWhat, token, name, pszVerdict] : kCases) {
@@ -223,7 +216,7 @@ TEST_F(TokenCost, IsBounded) {
         EXPECT_EQ(cost.m_verdict, pszVerdict) << pszWhat;
         printf("%s (%zu bytes): %.0f us, %.1f plain logons, %zu KiB\n", pszWhat, token.size(), cost.m_nMicroseconds,
                cost.m_nMicroseconds / nPlain, cost.m_nKiB);
-        EXPECT_LT(cost.m_nMicroseconds, 10 * nPlain) << pszWhat;
+        EXPECT_LT(cost.m_nMicroseconds, 20 * nPlain) << pszWhat;
         EXPECT_LT(cost.m_nKiB, 8192U) << pszWhat;
     }
 }

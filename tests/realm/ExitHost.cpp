@@ -57,7 +57,7 @@ void StartAndEnd() {
     }
 }
 
-// For ever, each on a thread of its own.
+// Endlessly, each on a thread of its own.
 void Keep(void (*i_pfnWork)()) {
     std::thread([i_pfnWork] {
         for (;;) {

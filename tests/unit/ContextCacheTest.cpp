@@ -248,8 +248,8 @@ TEST_F(ContextCacheTest, SilentRealmsCostTheirOwnUsersOnly) {
         EXPECT_EQ(text + std::to_string(pStranger->m_nRenewals), pszAfter);
         m_clock.Set(nNow += 60000);
     }
-    EXPECT_TRUE(m_trace.Said({"The renewal of b2 is put off: B let one wait in vain.",
-                              "The renewal of z2 is put off: other realms let one wait in vain."}));
+    EXPECT_TRUE(m_trace.Said({"The renewal of b2 is put off: B let one time out.",
+                              "The renewal of z2 is put off: other realms let one time out."}));
 }
 
 TEST_F(ContextCacheTest, OneThatThrowsTakesNobodysTurn) {

@@ -187,7 +187,7 @@ TEST(Harrow, NoSinkRunsUnderALock) {
     static CS_Wrapper s_section;
     static std::string s_seen;
     const auto sink = [](uint32_t, const char*, int, const char* i_pszMessage, void*) {
-        const CS_Locker section(s_section);  // would wait for ever
+        const CS_Locker section(s_section);  // would wait forever
         const CSmartWriteLocker locker(s_lock);
         S_TRACE("from inside");
         s_seen += i_pszMessage;

@@ -4,6 +4,7 @@
 
 #include "fakes/PlatformTest.h"
 #include "fakes/TestClock.h"
+#include "handlers/ActingThreads.h"
 #include "handlers/HandlerToken.h"
 #include "handlers/RenewalRule.h"
 #include "handlers/kerberos/SSPIStaticToken.h"
@@ -137,7 +138,12 @@ TEST_F(StaticTokenTest, ImpersonationsAreCounted) {
     EXPECT_EQ(Switch(pToken, "r"), " 0");
     EXPECT_EQ(pOther->GetImpersonationCount(), 0U);
     EXPECT_EQ(Switch(pOther, "i"), " 1 acts");
+    std::thread([&] {
+        EXPECT_EQ(Switch(pToken, "i"), " 1 acts");
+        Platform::Tokens().RevertToSelf();  // the host's own, of which nobody hears
+    }).join();
     pOther = nullptr;
+    ActingThreads::ForgetEnded();
     EXPECT_EQ(Switch(pToken, "r"), " 0");
     EXPECT_TRUE(m_trace.Said({"for context that had not been impersonated."}));
 }

@@ -1,4 +1,4 @@
-// morwen-doctor: says what is wrong with a Kerberos set-up, and what mends it.
+// morwen-doctor: says what is wrong with a Kerberos set-up, and how to fix it.
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -58,7 +58,7 @@ bool WantsColour(int i_nDescriptor) {
 
 int Run(int i_nArguments, char** i_ppszArguments) {
     CLI::App app{
-        "morwen-doctor: says what is wrong with a Kerberos set-up, and what mends it.\n"
+        "morwen-doctor: says what is wrong with a Kerberos set-up, and how to fix it.\n"
         "Run it as the account and with the environment of the program that fails: KRB5_CONFIG, KRB5CCNAME, "
         "KRB5_KTNAME and KRB5RCACHEDIR count. It prints no secret, and changes nothing but what every logon does."};
     app.footer("Exit status: 0 no error (there may be warnings), 1 an error was found, 2 usage or internal error.");

@@ -36,7 +36,7 @@ public:
     const std::vector<std::string>& Locate(const SystemProfile& i_system, const std::string& i_realm,
                                            std::string_view i_relation, const std::vector<std::string>& i_configured);
 
-    // Whether the library's own search in DNS would find nothing new, or wait in vain.
+    // Whether the library's own search in DNS would find nothing new, or only cost time.
     bool IsDnsOff() const noexcept { return m_bDnsOff; }
 
     struct ToldKdcs {

@@ -67,7 +67,7 @@ private:
     krb5_error_code m_nCode = 0;
 };
 
-// Lends a context, made anew when none is idle, when the idle ones are older than a minute, when the configuration
+// Lends a context, a new one when none is idle, when the idle ones are older than a minute, when the configuration
 // files have changed (looked at once a second at most) or when the process runs as another user than they were made
 // for. None is lent while the process ends. Never throws; look at the lease.
 Krb5ContextLease LendKrb5Context() noexcept;

@@ -28,6 +28,22 @@ const char* RealmWhoseKdcsAreAsked(const char* const* i_names) {
 // Longer questions name a user (auth_to_local_names), so that there would be an answer to keep for each.
 constexpr size_t kMostKeptNames = 3;
 
+// libkrb5 asks for the permitted ciphers several times in each logon, and reads the text of the configuration each
+// time, unless a program has set them. That setting stands for default_tgs_enctypes too, which says the same where it
+// is not set.
+void SetPermittedCiphers(krb5_context i_context, profile_t i_profile) noexcept {
+    char* pszOfRequests = nullptr;
+    const long nCode =
+        profile_get_string(i_profile, "libdefaults", "default_tgs_enctypes", nullptr, nullptr, &pszOfRequests);
+    const bool bOwn = nCode != 0 || pszOfRequests != nullptr;
+    profile_release_string(pszOfRequests);
+    krb5_enctype* pPermitted = nullptr;
+    if (!bOwn && krb5_get_permitted_enctypes(i_context, &pPermitted) == 0) {
+        static_cast<void>(krb5_set_default_tgs_enctypes(i_context, pPermitted));  // else it goes on reading
+        krb5_free_enctypes(i_context, pPermitted);
+    }
+}
+
 }  // namespace
 
 const ServiceProfile::Reading& ServiceProfile::Read(const char* const* i_names) {
@@ -95,6 +111,7 @@ krb5_error_code MakeServiceContext(std::string i_replayCache, krb5_context& o_co
     if (nCode == 0) {
         // The context's own copy of the profile keeps the hook alive.
         pHook->Install(o_context);
+        SetPermittedCiphers(o_context, profile);
     }
     profile_release(profile);
     return nCode;

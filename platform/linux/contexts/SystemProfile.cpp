@@ -59,6 +59,18 @@ bool SystemProfile::IsSet(const char* i_pszRelation, bool i_bDefault) const noex
     return nSet != 0;
 }
 
+std::string ConfigurationFiles() {
+    std::string names;
+    char** ppszFiles = nullptr;
+    if (krb5_get_default_config_files(&ppszFiles) == 0) {
+        const std::unique_ptr<char*, decltype(&krb5_free_config_files)> pOwner(ppszFiles, krb5_free_config_files);
+        for (char** ppszFile = ppszFiles; *ppszFile != nullptr; ++ppszFile) {
+            names.append(names.empty() ? "" : ":").append(*ppszFile);
+        }
+    }
+    return names;
+}
+
 uint64_t ConfigurationMark() noexcept {
     uint64_t nMark = 0;
     const auto mix = [&nMark](auto i_nValue) { nMark = (nMark ^ static_cast<uint64_t>(i_nValue)) * 0x100000001B3U; };

@@ -32,6 +32,9 @@ private:
     profile_t m_profile = nullptr;
 };
 
+// The files that the library reads, one after the other with ":" between them. Throws std::bad_alloc.
+std::string ConfigurationFiles();
+
 // A number that changes when a configuration file does. An included file has no part in it.
 uint64_t ConfigurationMark() noexcept;
 

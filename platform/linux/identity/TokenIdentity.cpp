@@ -25,8 +25,8 @@ TokenSids UnixSids(const UnixAccount& i_account) {
 }  // namespace
 
 std::optional<TokenSids> SidsOf(const TokenIdentity& i_identity) {
-    if (i_identity.m_pacLogonInfo) {
-        return ReadPacLogonInfo(*i_identity.m_pacLogonInfo);
+    if (i_identity.m_pPacLogonInfo != nullptr) {
+        return ReadPacLogonInfo(*i_identity.m_pPacLogonInfo);
     }
     return i_identity.m_account ? std::optional(UnixSids(*i_identity.m_account)) : std::nullopt;
 }

@@ -17,8 +17,9 @@ class LogonEvidence;
 // Never changed once a token exists.
 struct TokenIdentity {
     // What the user's directory says, from a PAC that was verified: made into SIDs when somebody asks, because those
-    // take several times the memory and a context lives for hours. Without it the account says who it is.
-    std::optional<std::vector<uint8_t>> m_pacLogonInfo;
+    // take several times the memory and a context lives for hours. Shared by logons with the same ticket. Null where
+    // the account says who it is.
+    std::shared_ptr<const std::vector<uint8_t>> m_pPacLogonInfo;
     // Whom a thread becomes that acts as this identity; nothing when there is no such account, or when nobody has asked
     // for it yet.
     std::optional<UnixAccount> m_account;

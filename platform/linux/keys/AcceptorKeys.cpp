@@ -189,9 +189,11 @@ void AcceptorKeys::FreeEntries() noexcept {
 }
 
 krb5_const_principal AcceptorKeys::Find(const TicketService& i_service) const noexcept {
-    for (const krb5_keytab_entry& entry : m_entries) {
-        if (i_service.Is(*entry.principal)) {
-            return entry.principal;
+    for (const bool bInAnyCase : {false, true}) {
+        for (const krb5_keytab_entry& entry : m_entries) {
+            if (i_service.Is(*entry.principal, bInAnyCase)) {
+                return entry.principal;
+            }
         }
     }
     return nullptr;

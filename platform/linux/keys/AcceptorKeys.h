@@ -9,6 +9,7 @@
 
 #include "platform/linux/contexts/Krb5Kept.h"
 #include "platform/linux/keys/TicketService.h"
+#include "platform/linux/pac/KeptPacs.h"
 
 namespace morwen {
 
@@ -35,8 +36,11 @@ public:
     // Holds Entries and nothing else.
     krb5_keytab Keytab() const noexcept { return m_keytab.get(); }
     const std::vector<krb5_keytab_entry>& Entries() const noexcept { return m_entries; }
-    // The name as it is in the keytab; null when that has no key for the service.
+    // The name as it is in the keytab: the very same, or the same in capitals and small letters, as directories give
+    // tickets for any spelling. Null when the keytab has no key for the service.
     krb5_const_principal Find(const TicketService& i_service) const noexcept;
+    // What has been found in tickets that Entries have opened. It goes with them.
+    KeptPacs& Pacs() const noexcept { return m_pacs; }
 
 private:
     void ReadEntries(krb5_context i_context);
@@ -46,6 +50,7 @@ private:
     const std::string m_name;
     std::vector<krb5_keytab_entry> m_entries;
     KeptKeytab m_keytab;
+    mutable KeptPacs m_pacs;
 };
 
 }  // namespace morwen

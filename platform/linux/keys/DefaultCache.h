@@ -5,7 +5,7 @@
 
 namespace morwen {
 
-// Whether the environment names it: then it is somebody's decision, and used whosesoever it is.
+// Whether the environment names it: then it is somebody's decision, and used whoever owns it.
 bool IsCacheNamed() noexcept;
 
 // Why the default cache, of this name, must not be used although nobody has named it: its place is known to everybody,

@@ -20,6 +20,16 @@ bool AreSame(Bytes i_left, const krb5_data& i_right) noexcept {
     return std::equal(i_left.begin(), i_left.end(), right.begin(), right.end());
 }
 
+uint8_t Lower(uint8_t i_nCharacter) noexcept {
+    return i_nCharacter >= 'A' && i_nCharacter <= 'Z' ? static_cast<uint8_t>(i_nCharacter + ('a' - 'A')) : i_nCharacter;
+}
+
+bool AreSameInAnyCase(Bytes i_left, const krb5_data& i_right) noexcept {
+    const Bytes right = BytesOf(i_right);
+    return std::equal(i_left.begin(), i_left.end(), right.begin(), right.end(),
+                      [](uint8_t i_nLeft, uint8_t i_nRight) { return Lower(i_nLeft) == Lower(i_nRight); });
+}
+
 }  // namespace
 
 std::optional<TicketService> TicketService::Read(std::span<const uint8_t> i_ticket) noexcept {
@@ -46,10 +56,10 @@ std::optional<TicketService> TicketService::Read(std::span<const uint8_t> i_tick
     return service;
 }
 
-bool TicketService::Is(const krb5_principal_data& i_principal) const noexcept {
+bool TicketService::Is(const krb5_principal_data& i_principal, bool i_bInAnyCase) const noexcept {
     const std::span<const krb5_data> names(i_principal.data, static_cast<size_t>(i_principal.length));
-    return AreSame(m_realm, i_principal.realm) &&
-           std::equal(m_names.begin(), m_names.begin() + m_nNames, names.begin(), names.end(), AreSame);
+    return AreSame(m_realm, i_principal.realm) && std::equal(m_names.begin(), m_names.begin() + m_nNames, names.begin(),
+                                                             names.end(), i_bInAnyCase ? AreSameInAnyCase : AreSame);
 }
 
 }  // namespace morwen

@@ -16,8 +16,9 @@ public:
     // Nothing when the ticket is not in DER, or its name is longer than those of services are.
     static std::optional<TicketService> Read(std::span<const uint8_t> i_ticket) noexcept;
 
-    // As krb5_principal_compare sees it: without the name's type.
-    bool Is(const krb5_principal_data& i_principal) const noexcept;
+    // As krb5_principal_compare sees it: without the name's type; or as a directory does, for which a name is the same
+    // in capitals and small letters. The realm is compared as it is.
+    bool Is(const krb5_principal_data& i_principal, bool i_bInAnyCase) const noexcept;
 
 private:
     std::span<const uint8_t> m_realm;

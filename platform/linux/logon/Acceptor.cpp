@@ -14,8 +14,8 @@
 #include "platform/linux/krb5/SspiFailure.h"
 #include "platform/linux/logon/Delegation.h"
 #include "platform/linux/logon/LocalAccount.h"
-#include "platform/linux/logon/PacCheck.h"
 #include "platform/linux/logon/TicketOpening.h"
+#include "platform/linux/pac/PacCheck.h"
 #include "platform/linux/wire/GssChecksum.h"
 #include "platform/linux/wire/GssToken.h"
 
@@ -70,6 +70,26 @@ std::string VersionText(const Exchange& i_exchange) {
     return text;
 }
 
+// Says which services the keytab has when the ticket's is none of them; else nothing.
+std::string ServicesText(const Exchange& i_exchange, krb5_error_code i_nCode) {
+    constexpr size_t kMostNames = 5;
+    std::set<std::string> names;
+    if (i_nCode == KRB5KRB_AP_ERR_NOT_US) {
+        for (const krb5_keytab_entry& entry : i_exchange.m_keys.Entries()) {
+            if (names.insert(PrincipalText(i_exchange.m_context, entry.principal)).second &&
+                names.size() > kMostNames) {
+                break;
+            }
+        }
+    }
+    std::string text;
+    for (const std::string& name : names) {
+        text += text.empty() ? "; the keytab has " : ", ";
+        text += names.size() > kMostNames && name == *names.rbegin() ? "others" : name;
+    }
+    return text;
+}
+
 // Says what is not permitted, and where an administrator can permit it; else nothing.
 std::string CipherText(const krb5_ticket& i_ticket, krb5_error_code i_nCode) {
     std::array<char, 64> name{"?"};
@@ -95,7 +115,8 @@ SECURITY_STATUS StatusOfRequest(krb5_error_code i_nCode) {
                                                          io_exchange.m_authenticator.Receive()));
     }
     Fail(StatusOfRequest(i_nCode),
-         io_exchange.Text(words + VersionText(io_exchange) + CipherText(*io_exchange.m_ticket.get(), i_nCode)));
+         io_exchange.Text(words + ServicesText(io_exchange, i_nCode) + VersionText(io_exchange) +
+                          CipherText(*io_exchange.m_ticket.get(), i_nCode)));
 }
 
 // As the library finds it.
@@ -132,7 +153,10 @@ void ReadRequest(Exchange& io_exchange, std::span<const uint8_t> i_request) {
         Fail(SEC_E_INVALID_TOKEN, "the initiator's token holds no Kerberos ticket for a service");
     }
     const krb5_const_principal pName = io_exchange.m_keys.Find(*service);
-    if (pName == nullptr || i_request.size() > kMostUnseenBytes) {
+    if (pName == nullptr) {
+        Refuse(io_exchange, KRB5KRB_AP_ERR_NOT_US);
+    }
+    if (i_request.size() > kMostUnseenBytes) {
         nCode = OpenTicket(io_exchange.m_context, io_exchange.m_keys, io_exchange.m_request, pName, io_exchange.m_pKey);
         nCode = nCode == 0 ? UseKey(io_exchange, *io_exchange.m_pKey) : nCode;
     }
@@ -193,6 +217,19 @@ GssChecksum ReadChecksum(const Exchange& i_exchange) {
     return *checksum;
 }
 
+// The check of a ticket that has been checked with the same key before would find the same again.
+std::shared_ptr<const PacInformation> PacOf(const Exchange& i_exchange) {
+    KeptPacs& kept = i_exchange.m_keys.Pacs();
+    const krb5_enc_data& sealed = i_exchange.m_ticket->enc_part;
+    auto pPac = kept.Find(sealed, i_exchange.m_pKey);
+    if (pPac == nullptr) {
+        pPac = std::make_shared<const PacInformation>(
+            CheckPac(i_exchange.m_context, i_exchange.m_pKey, *i_exchange.m_ticket.get()));
+        kept.Keep(sealed, i_exchange.m_pKey, pPac);
+    }
+    return pPac;
+}
+
 std::vector<uint8_t> MakeReply(const Exchange& i_exchange) {
     krb5_auth_con_setflags(i_exchange.m_context, i_exchange.m_authContext.get(),
                            KRB5_AUTH_CONTEXT_DO_SEQUENCE | KRB5_AUTH_CONTEXT_USE_SUBKEY);
@@ -217,7 +254,7 @@ void UseMachineClock(krb5_context i_context) {
 }
 
 std::shared_ptr<SecurityContext> MakeContext(const Exchange& i_exchange, const GssChecksum& i_checksum,
-                                             PacInformation i_pac) {
+                                             const PacInformation& i_pac) {
     const krb5_enc_tkt_part& ticket = *i_exchange.m_ticket->enc_part2;
     auto pLogon = std::make_shared<SecurityContext>();
     pLogon->m_bAccepted = true;
@@ -230,11 +267,11 @@ std::shared_ptr<SecurityContext> MakeContext(const Exchange& i_exchange, const G
     }
     pLogon->m_client = KeptPrincipal(client);
     auto pIdentity = std::make_shared<TokenIdentity>();
-    pIdentity->m_pacLogonInfo = std::move(i_pac.m_logonInfo);
+    pIdentity->m_pPacLogonInfo = i_pac.m_pLogonInfo;
     if (i_pac.m_accountName) {
         NoteNamingRealm(*client);
     }
-    pLogon->m_accountName = std::move(i_pac.m_accountName);
+    pLogon->m_accountName = i_pac.m_accountName;
     if (!i_checksum.m_delegation.empty()) {
         pIdentity->m_pDelegated =
             ReceivedTickets(i_exchange.m_context, i_exchange.m_authContext.get(), i_checksum.m_delegation, client);
@@ -272,9 +309,9 @@ std::shared_ptr<SecurityContext> AcceptToken(krb5_context i_context, const Accep
     ReadRequest(exchange, token->m_message);
     CheckEnd(exchange);
     CheckNamed(exchange);
-    PacInformation pac = CheckPac(i_context, exchange.m_pKey, *exchange.m_ticket.get());
+    const auto pPac = PacOf(exchange);
     const GssChecksum checksum = ReadChecksum(exchange);
-    auto pLogon = MakeContext(exchange, checksum, std::move(pac));
+    auto pLogon = MakeContext(exchange, checksum, *pPac);
     o_reply = (checksum.m_nFlags & kGssMutual) != 0 ? MakeReply(exchange) : std::vector<uint8_t>();
     return pLogon;
 }

@@ -112,7 +112,7 @@ const Harrowlib201::AtUnload s_clear([] {
     Naming().Clear();
 });
 
-// Far beyond any real record; a directory service that answers "too small" for ever must not eat the memory.
+// Far beyond any real record; a directory service that answers "too small" endlessly must not eat the memory.
 constexpr size_t kMostBytes = size_t{1} << 20;
 // The kernel allows 65,536 groups to a process.
 constexpr size_t kMostGroups = size_t{1} << 17;
@@ -214,8 +214,9 @@ std::optional<UnixAccount> LocalAccount(krb5_context i_context, krb5_const_princ
     }
     std::string name;
     if (const krb5_error_code nCode = LocalName(i_context, i_principal, name); nCode != 0) {
-        o_nStatus =
-            FailWithKrb5(i_context, nCode, "mapping " + PrincipalText(i_context, i_principal) + " to a local account");
+        o_nStatus = FailWithKrb5(
+            i_context, nCode,
+            "mapping " + PrincipalText(i_context, i_principal) + " to a local account by " + WhoseRules(i_context));
         return std::nullopt;
     }
     const auto fail = [&](const std::string& i_reason) {

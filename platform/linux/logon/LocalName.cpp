@@ -125,6 +125,12 @@ krb5_error_code LocalName(krb5_context i_context, krb5_const_principal i_princip
     return HasMemoryRunOut() ? ENOMEM : nCode;
 }
 
+std::string WhoseRules(krb5_context i_context) {
+    const std::string realm = DefaultRealm(i_context);
+    return realm.empty() ? "the rules of no realm (krb5.conf has no default_realm)"
+                         : "the rules of the default realm, " + realm;
+}
+
 bool IsMappedExplicitly(krb5_context i_context, krb5_const_principal i_principal) {
     const std::string realm = DefaultRealm(i_context);
     if (IsInNames(i_context, i_principal, realm)) {

@@ -12,6 +12,9 @@ namespace morwen {
 // does not say of which realm (KRB5_LNAME_NOTRANS). 0 or the library's code. Throws std::bad_alloc.
 krb5_error_code LocalName(krb5_context i_context, krb5_const_principal i_principal, std::string& o_name);
 
+// By what principals are mapped, in words. Throws std::bad_alloc.
+std::string WhoseRules(krb5_context i_context);
+
 // Whether the administrator has named just this principal, so that the account is his decision and does not follow from
 // the name that a user has found in a directory: by an entry of auth_to_local_names for a principal of the default
 // realm; or by a value of the default realm's auth_to_local of the form

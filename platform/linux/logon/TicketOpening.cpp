@@ -41,31 +41,16 @@ private:
     size_t m_nLength = 0;
 };
 
-bool AreSame(const krb5_keyblock& i_left, const krb5_keyblock& i_right) noexcept {
-    return i_left.length == i_right.length &&
-           std::equal(i_left.contents, i_left.contents + i_left.length, i_right.contents);
-}
-
-// In the order in which to try them.
+// Those that the ticket may be encrypted with: one, unless it names no version.
 std::vector<const krb5_keyblock*> KeysFor(krb5_context i_context, const AcceptorKeys& i_keys,
                                           const EncryptedPart& i_ticket, krb5_const_principal i_pService) {
     const size_t nMost = std::max<size_t>(1, kMostTriedBytes / (i_ticket.m_cipher.size() + kBytesOfATry));
     std::vector<const krb5_keyblock*> keys;
-    for (const bool bOfVersion : {true, false}) {
-        if (!bOfVersion && i_pService != nullptr) {
-            break;  // the service's keys are known, and this is none of them
-        }
-        for (const krb5_keytab_entry& entry : i_keys.Entries()) {
-            const bool bVersionFits = i_ticket.m_nKeyVersion == 0 || entry.vno == i_ticket.m_nKeyVersion;
-            if (keys.size() == nMost || bVersionFits != bOfVersion || entry.key.enctype != i_ticket.m_nType ||
-                (i_pService != nullptr && krb5_principal_compare(i_context, entry.principal, i_pService) == 0)) {
-                continue;
-            }
-            // A directory's account has one key for all its names.
-            if (std::none_of(keys.begin(), keys.end(),
-                             [&](const auto* i_pKey) { return AreSame(*i_pKey, entry.key); })) {
-                keys.push_back(&entry.key);
-            }
+    for (const krb5_keytab_entry& entry : i_keys.Entries()) {
+        const bool bVersionFits = i_ticket.m_nKeyVersion == 0 || entry.vno == i_ticket.m_nKeyVersion;
+        if (keys.size() < nMost && bVersionFits && entry.key.enctype == i_ticket.m_nType &&
+            krb5_principal_compare(i_context, entry.principal, i_pService) != 0) {
+            keys.push_back(&entry.key);
         }
     }
     return keys;
@@ -112,7 +97,7 @@ krb5_error_code OpenTicket(krb5_context i_context, const AcceptorKeys& i_keys, c
             return nCode;
         }
     }
-    return i_pService != nullptr ? nCode : krb5_error_code{KRB5KRB_AP_ERR_NOT_US};
+    return nCode;
 }
 
 }  // namespace morwen

@@ -12,9 +12,9 @@ namespace morwen {
 // fifty microseconds.
 inline constexpr size_t kMostUnseenBytes = 4096;
 
-// Finds the key that opens the request's ticket: that of i_pService, or any when there is none; then for a service that
-// is known under another name. Keys that the ticket says it is for come first, none is tried twice, and not more than a
-// stranger's token is worth. Gives 0 and the key, which belongs to the keys; or the code of the last failure.
+// Finds the key of i_pService that opens the request's ticket: of the version that the ticket names, or of any if it
+// names none, but no more of them than a stranger's token is worth. Gives 0 and the key, which belongs to the keys; or
+// the code of the last failure.
 //
 // Throws SspiFailure (SEC_E_INVALID_TOKEN) when ticket or authenticator bring authorization data that is not bounded,
 // and std::bad_alloc.

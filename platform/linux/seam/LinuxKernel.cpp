@@ -17,14 +17,14 @@ namespace morwen {
 
 namespace {
 
-// What the code means, and what went wrong in this case if the thread remembers it.
+// What went wrong in this case if the thread remembers it, and what the code means.
 std::string TextFor(DWORD i_nCode) {
-    std::string text(StatusText(i_nCode));
-    const std::string_view failure = FailureText(static_cast<SECURITY_STATUS>(i_nCode));
-    if (!text.empty() && !failure.empty()) {
-        text += ' ';
+    std::string text(FailureText(static_cast<SECURITY_STATUS>(i_nCode)));
+    const std::string_view meaning = StatusText(i_nCode);
+    if (!text.empty() && !meaning.empty()) {
+        text += text.ends_with('.') ? " " : ". ";
     }
-    return text.append(failure);
+    return text.append(meaning);
 }
 
 }  // namespace

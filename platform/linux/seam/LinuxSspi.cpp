@@ -13,6 +13,7 @@
 #include "harrow/log/STrace.h"
 #include "harrow/text/SWCharStringConv.h"
 #include "platform/linux/contexts/Krb5ContextPool.h"
+#include "platform/linux/contexts/SystemProfile.h"
 #include "platform/linux/identity/ThreadIdentity.h"
 #include "platform/linux/krb5/Krb5Words.h"
 #include "platform/linux/krb5/SspiFailure.h"
@@ -72,6 +73,12 @@ SECURITY_STATUS Guarded(const char* i_pszCall, Work i_work) noexcept {
 
 Krb5ContextLease TakeContext() {
     Krb5ContextLease lease = LendKrb5Context();
+    // Without a context the library has no words for its own codes.
+    if (!lease && lease.Code() == KRB5_CONFIG_BADFORMAT) {
+        Fail(StatusFromKrb5(KRB5_CONFIG_BADFORMAT), "a line of the Kerberos configuration cannot be read (" +
+                                                        ConfigurationFiles() +
+                                                        ", or a file that it includes); morwen-doctor names the line");
+    }
     if (!lease) {
         FailKrb5(nullptr, lease.Code(), "starting the Kerberos library");
     }
@@ -297,7 +304,7 @@ std::shared_ptr<const TokenIdentity> LinuxSspi::IdentityOf(SecurityContext& io_l
         Fail(SEC_E_INVALID_HANDLE, "the context is not that of a user who has logged on here");
     }
     auto& pIdentity = io_logon.m_pIdentity;
-    const bool bInTicket = i_eNeed == Need::Sids && pIdentity->m_pacLogonInfo;
+    const bool bInTicket = i_eNeed == Need::Sids && pIdentity->m_pPacLogonInfo != nullptr;
     if (!bInTicket && !pIdentity->m_account) {
         SECURITY_STATUS nStatus = SEC_E_INTERNAL_ERROR;
         auto account = LocalAccount(TakeContext().get(), io_logon.m_client.get(), io_logon.m_accountName, nStatus);

@@ -115,13 +115,14 @@ BOOL LinuxTokens::OpenProcessToken(HANDLE i_hProcess, DWORD, HANDLE* o_phToken) 
 
 BOOL LinuxTokens::GetTokenInformation(HANDLE i_hToken, TOKEN_INFORMATION_CLASS i_eClass, void* o_pvBuffer,
                                       DWORD i_nLength, DWORD* o_pnRequiredLength) noexcept {
-    if (FindToken(i_hToken) == nullptr) {
-        return FailWithLastError(ERROR_INVALID_HANDLE);
-    }
+    // The first of all faults, looked for where there is another.
+    const auto fail = [i_hToken](DWORD i_nError) {
+        return FailWithLastError(FindToken(i_hToken) == nullptr ? DWORD{ERROR_INVALID_HANDLE} : i_nError);
+    };
     const bool bUser = i_eClass == TokenUser;
     if ((!bUser && i_eClass != TokenGroups) || o_pnRequiredLength == nullptr ||
         !IsAligned(o_pvBuffer, alignof(TOKEN_GROUPS))) {
-        return FailWithLastError(ERROR_INVALID_PARAMETER);
+        return fail(ERROR_INVALID_PARAMETER);
     }
     std::shared_ptr<const TokenSids> pSids;
     try {
@@ -130,7 +131,7 @@ BOOL LinuxTokens::GetTokenInformation(HANDLE i_hToken, TOKEN_INFORMATION_CLASS i
         return FailWithLastError(ERROR_NOT_ENOUGH_MEMORY);
     }
     if (pSids == nullptr) {
-        return FailWithLastError(ERROR_INVALID_SID);
+        return fail(ERROR_INVALID_SID);
     }
     const std::span<const Sid> sids = bUser ? std::span(&pSids->m_user, 1) : std::span(pSids->m_groups);
     const InformationWriter writer(

@@ -13,6 +13,11 @@ constexpr uint32_t kResourceGroupsFlag = 0x200;
 
 struct Unreadable {};  // thrown and caught in this file
 
+// Four bytes, the lowest first.
+uint32_t NumberAt(const uint8_t* i_pBytes) noexcept {
+    return i_pBytes[0] | uint32_t{i_pBytes[1]} << 8 | uint32_t{i_pBytes[2]} << 16 | uint32_t{i_pBytes[3]} << 24;
+}
+
 // Takes numbers from the front of the bytes. NDR aligns each by its size, counted from the start.
 class NdrReader {
 public:
@@ -42,8 +47,7 @@ public:
     }
     uint32_t Long() {
         Take((4 - m_nAt % 4) % 4);
-        const auto bytes = Take(4);
-        return bytes[0] | uint32_t{bytes[1]} << 8 | uint32_t{bytes[2]} << 16 | uint32_t{bytes[3]} << 24;
+        return NumberAt(Take(4).data());
     }
     bool Pointer() { return Long() != 0; }
 
@@ -117,24 +121,25 @@ Sid ReadSid(NdrReader& io_reader) {
 }
 
 // A domain's SID with one number more; never a cut one.
-Sid InDomain(Sid i_domain, uint32_t i_nRelative) {
-    if (!i_domain.Append(i_nRelative)) {
+void AddNumber(Sid& io_sid, uint32_t i_nRelative) {
+    if (!io_sid.Append(i_nRelative)) {
         throw Unreadable();
     }
-    return i_domain;
 }
 
-std::vector<uint32_t> ReadRelative(NdrReader& io_reader, const ArrayPointer& i_pointer) {
-    std::vector<uint32_t> numbers;
-    if (i_pointer.m_bThere) {
-        io_reader.ArrayOf(i_pointer.m_nCount, kPairBytes);
-        numbers.reserve(i_pointer.m_nCount);
-        for (uint32_t i = 0; i < i_pointer.m_nCount; ++i) {
-            numbers.push_back(io_reader.Long());
-            io_reader.Take(4);
-        }
+// Pairs, each of a number and attributes.
+std::span<const uint8_t> TakeRelative(NdrReader& io_reader, const ArrayPointer& i_pointer) {
+    if (!i_pointer.m_bThere) {
+        return {};
     }
-    return numbers;
+    io_reader.ArrayOf(i_pointer.m_nCount, kPairBytes);
+    return io_reader.Take(uint64_t{i_pointer.m_nCount} * kPairBytes);
+}
+
+void AddRelative(std::vector<Sid>& io_sids, const Sid& i_domain, std::span<const uint8_t> i_pairs) {
+    for (size_t i = 0; i < i_pairs.size(); i += kPairBytes) {
+        AddNumber(io_sids.emplace_back(i_domain), NumberAt(i_pairs.data() + i));
+    }
 }
 
 std::vector<Sid> ReadSids(NdrReader& io_reader, const ArrayPointer& i_pointer) {
@@ -199,7 +204,7 @@ TokenSids ReadRecord(NdrReader& io_reader) {
             TakeText(io_reader);
         }
     }
-    const std::vector<uint32_t> groups = ReadRelative(io_reader, groupPointer);
+    const std::span<const uint8_t> groups = TakeRelative(io_reader, groupPointer);
     for (const bool bThere : {bServer, bDomainName}) {
         if (bThere) {
             TakeText(io_reader);
@@ -211,28 +216,27 @@ TokenSids ReadRecord(NdrReader& io_reader) {
     const Sid domain = ReadSid(io_reader);
     std::vector<Sid> extraSids = ReadSids(io_reader, extraPointer);
     const Sid resourceDomain = bResourceDomain ? ReadSid(io_reader) : Sid();
-    std::vector<uint32_t> resourceGroups = ReadRelative(io_reader, resourcePointer);
+    std::span<const uint8_t> resourceGroups = TakeRelative(io_reader, resourcePointer);
 
     if ((nFlags & kExtraSidsFlag) == 0) {
         extraSids.clear();
     }
     if ((nFlags & kResourceGroupsFlag) == 0) {
-        resourceGroups.clear();
+        resourceGroups = {};
     }
     if (nUser == 0 && extraSids.empty()) {
         throw Unreadable();
     }
     TokenSids sids;
-    sids.m_user = nUser != 0 ? InDomain(domain, nUser) : extraSids.front();
-    sids.m_groups.reserve(1 + groups.size() + extraSids.size() + resourceGroups.size());
-    sids.m_groups.push_back(InDomain(domain, nPrimaryGroup));
-    for (const uint32_t nGroup : groups) {
-        sids.m_groups.push_back(InDomain(domain, nGroup));
+    sids.m_user = nUser != 0 ? domain : extraSids.front();
+    if (nUser != 0) {
+        AddNumber(sids.m_user, nUser);
     }
+    sids.m_groups.reserve(1 + (groups.size() + resourceGroups.size()) / kPairBytes + extraSids.size());
+    AddNumber(sids.m_groups.emplace_back(domain), nPrimaryGroup);
+    AddRelative(sids.m_groups, domain, groups);
     sids.m_groups.insert(sids.m_groups.end(), extraSids.begin(), extraSids.end());
-    for (const uint32_t nGroup : resourceGroups) {
-        sids.m_groups.push_back(InDomain(resourceDomain, nGroup));
-    }
+    AddRelative(sids.m_groups, resourceDomain, resourceGroups);
     sids.RemoveDuplicates();
     return sids;
 }

@@ -5,13 +5,7 @@
 
 namespace morwen {
 
-namespace {
-
-constexpr size_t kHeaderBytes = 8;
-static_assert(offsetof(SID, SubAuthority) == kHeaderBytes);
-static_assert(sizeof(Sid) == Sid::kMostBytes && alignof(Sid) == alignof(SID));
-
-}  // namespace
+static_assert(offsetof(SID, SubAuthority) == 8 && sizeof(Sid) == Sid::kMostBytes && alignof(Sid) == alignof(SID));
 
 Sid::Sid(uint64_t i_nAuthority, std::initializer_list<uint32_t> i_subAuthorities) noexcept {
     m_record.m_sid.Revision = SID_REVISION;
@@ -21,21 +15,6 @@ Sid::Sid(uint64_t i_nAuthority, std::initializer_list<uint32_t> i_subAuthorities
     for (const uint32_t nSubAuthority : i_subAuthorities) {
         Append(nSubAuthority);
     }
-}
-
-bool Sid::Append(uint32_t i_nSubAuthority) noexcept {
-    BYTE& nCount = m_record.m_sid.SubAuthorityCount;
-    if (nCount >= SID_MAX_SUB_AUTHORITIES) {
-        return false;
-    }
-    std::memcpy(m_record.m_aBytes.data() + kHeaderBytes + sizeof(uint32_t) * nCount, &i_nSubAuthority,
-                sizeof i_nSubAuthority);
-    ++nCount;
-    return true;
-}
-
-size_t Sid::SizeInBytes() const noexcept {
-    return kHeaderBytes + sizeof(uint32_t) * m_record.m_sid.SubAuthorityCount;
 }
 
 bool operator==(const Sid& i_left, const Sid& i_right) noexcept {

@@ -5,6 +5,7 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <initializer_list>
 
 #include "platform/OsTypes.h"
@@ -21,9 +22,18 @@ public:
     Sid(uint64_t i_nAuthority, std::initializer_list<uint32_t> i_subAuthorities) noexcept;
 
     // Appends one sub-authority; false when there is no room.
-    bool Append(uint32_t i_nSubAuthority) noexcept;
+    bool Append(uint32_t i_nSubAuthority) noexcept {
+        if (m_record.m_sid.SubAuthorityCount >= SID_MAX_SUB_AUTHORITIES) {
+            return false;
+        }
+        std::memcpy(m_record.m_aBytes.data() + SizeInBytes(), &i_nSubAuthority, sizeof i_nSubAuthority);
+        ++m_record.m_sid.SubAuthorityCount;
+        return true;
+    }
 
-    size_t SizeInBytes() const noexcept;
+    size_t SizeInBytes() const noexcept {
+        return offsetof(SID, SubAuthority) + sizeof(uint32_t) * m_record.m_sid.SubAuthorityCount;
+    }
     // Points at SizeInBytes() bytes that can be read as a SID record.
     const SID* Record() const noexcept { return &m_record.m_sid; }
 

@@ -48,7 +48,9 @@ public:
         bool m_bUdp = false;
         std::string m_tcpAnswer;
         std::string m_udpAnswer;
-        int m_nIgnored = 0;  // so many requests over TCP get no answer
+        int m_nIgnored = 0;       // so many requests over TCP get no answer
+        const char* m_only = "";  // "udp/" or "tcp/" in the KDC's name
+        bool m_bInPieces = false;
     };
 
     explicit ScriptedKdc(Script i_script) : m_script(std::move(i_script)) {
@@ -79,7 +81,7 @@ public:
         }
     }
 
-    std::string Name() const { return "127.0.0.1:" + std::to_string(m_nPort); }
+    std::string Name() const { return m_script.m_only + ("127.0.0.1:" + std::to_string(m_nPort)); }
 
 private:
     int Bind(int i_nType, uint16_t i_nPort) {
@@ -121,7 +123,11 @@ private:
                 if (m_script.m_tcpAnswer == "close") {
                     close(std::exchange(m_nClient, -1));
                 } else {
-                    send(m_nClient, m_script.m_tcpAnswer.data(), m_script.m_tcpAnswer.size(), MSG_NOSIGNAL);
+                    const size_t nFirst = m_script.m_bInPieces ? 2 : m_script.m_tcpAnswer.size();
+                    send(m_nClient, m_script.m_tcpAnswer.data(), nFirst, MSG_NOSIGNAL);
+                    std::this_thread::sleep_for(milliseconds(m_script.m_bInPieces ? 50 : 0));
+                    send(m_nClient, m_script.m_tcpAnswer.data() + nFirst, m_script.m_tcpAnswer.size() - nFirst,
+                         MSG_NOSIGNAL);
                 }
             }
         }
@@ -195,6 +201,9 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"ClaimsTooMuch", {{true, false, "\x7F\xFF\xFF\xFFxx", ""}}, "", "impossible length"},
         Case{"ClaimsNothing", {{true, false, Framed(""), ""}}, "", "impossible length"},
         Case{"StopsHalfway", {{true, false, Framed(kAnswer).substr(0, 6), ""}}, "", "(TCP) no answer", 1'380, 1'700},
+        Case{"InPieces", {{true, false, Framed(kAnswer), "", 0, "", true}}, kAnswer, ""},
+        Case{"OverUdpAlone", {{true, true, Framed(kUnknownClient), kAnswer, 0, "udp/"}}, kAnswer, ""},
+        Case{"OverTcpAlone", {{true, true, "close", kAnswer, 0, "tcp/"}}, "", "(TCP) connection closed without"},
         Case{"IsNoKdc", {{true, false, Framed("HTTP/1.1 400"), ""}}, "", "not Kerberos"},
         Case{"Unavailable", {kBusy}, kUnavailable, "not available"},
         Case{"UnavailableThenASecondKdc", {kBusy, kGood}, kAnswer, "not available"},

@@ -8,7 +8,7 @@
 #include "platform/linux/keys/AcceptorKeys.h"
 #include "platform/linux/krb5/Krb5Owners.h"
 #include "platform/linux/krb5/SspiFailure.h"
-#include "platform/linux/logon/PacCheck.h"
+#include "platform/linux/pac/KeptPacs.h"
 #include "platform/linux/wire/PacLogonInfo.h"
 
 namespace morwen {
@@ -53,7 +53,7 @@ struct RecordedPac {
         const krb5_ticket ticket{0, nullptr, {0, ENCTYPE_AES256_CTS_HMAC_SHA1_96, 2, {}}, &part};
         try {
             const PacInformation information = CheckPac(m_context, &m_pKeys->Entries().front().key, ticket);
-            m_info = information.m_logonInfo;
+            m_info = information.m_pLogonInfo ? std::optional(*information.m_pLogonInfo) : std::nullopt;
             EXPECT_EQ(information.m_accountName,
                       m_info ? std::optional(std::u16string(m_client.begin(), m_client.end())) : std::nullopt);
             EXPECT_TRUE((m_info ? ReadPacLogonInfo(*m_info) : std::nullopt) == m_sids);
@@ -125,7 +125,32 @@ TEST(Pac, IsReadAsItsFlagsSayOrNotAtAll) {
     info.insert(info.begin() + kDomain + 28, 44, 0);
     info[kDomain] = info[kDomain + 5] = 15;
     EXPECT_EQ(count(8, static_cast<uint32_t>(info.size() - 16)), 0U) << "the domain's SID is full";
-    EXPECT_FALSE(SidsOf({Bytes{1}, UnixAccount{1, 1, {1}}, false, nullptr})) << "the local account does not stand in";
+    EXPECT_FALSE(SidsOf({std::make_shared<Bytes>(1), UnixAccount{1, 1, {1}}, false, nullptr}))
+        << "the local account does not stand in";
+}
+
+TEST(Pac, IsKeptForTheVerySameTicketAndKey) {
+    KeptPacs kept;
+    const krb5_keyblock key{};
+    const krb5_keyblock other{};
+    const Bytes sealed(100, 7);
+    const auto pPac = std::make_shared<const PacInformation>();
+    const auto find = [&](Bytes i_sealed, const krb5_keyblock* i_pKey, krb5_enctype i_nType, krb5_kvno i_nVersion) {
+        krb5_enc_data part{0, i_nType, i_nVersion, {0, static_cast<unsigned>(i_sealed.size()), nullptr}};
+        part.ciphertext.data = reinterpret_cast<char*>(i_sealed.data());
+        const auto pFound = kept.Find(part, i_pKey);
+        if (pFound == nullptr) {
+            kept.Keep(part, i_pKey, pPac);
+        }
+        return pFound != nullptr;
+    };
+    EXPECT_FALSE(find(sealed, &key, 18, 2));
+    EXPECT_TRUE(find(sealed, &key, 18, 2));
+    // Each in the same place as the one before.
+    EXPECT_FALSE(find(sealed, &other, 18, 2) || find(sealed, &key, 17, 2) || find(sealed, &key, 18, 3) ||
+                 find(Bytes(99, 7), &key, 18, 2) || find(Flipped(sealed, 799), &key, 18, 2) ||
+                 find(sealed, nullptr, 18, 2) || find({}, &key, 18, 2));
+    EXPECT_FALSE(find(Bytes(6000, 7), &key, 18, 2) || find(Bytes(6000, 7), &key, 18, 2)) << "a large one";
 }
 
 }  // namespace

@@ -1,9 +1,12 @@
 // Does the service's view of the configuration keep the replay cache with the service, and say what it must on KDCs?
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
+#include <set>
 
 #include "platform/linux/contexts/ReplayCache.h"
 #include "platform/linux/contexts/ServiceProfile.h"
@@ -60,6 +63,18 @@ protected:
     profile_t m_profile = nullptr;
     KdcHook* m_pHook = nullptr;
 };
+
+TEST_F(ServiceProfileTest, AConfigurationIsMarkedByItsDateAndSize) {
+    std::set<uint64_t> marks;
+    const auto isNew = [&](const char* i_pszText, time_t i_nSeconds, long i_nNanoseconds) {
+        std::ofstream(m_folder / "krb5.conf") << i_pszText;
+        const timespec aTimes[] = {{0, 0}, {i_nSeconds, i_nNanoseconds}};
+        EXPECT_EQ(utimensat(AT_FDCWD, (m_folder / "krb5.conf").c_str(), aTimes, 0), 0);
+        return marks.insert(ConfigurationMark()).second;
+    };
+    EXPECT_TRUE(isNew("a", 5, 5) && isNew("b", 5, 6) && isNew("b", 6, 6) && isNew("bc", 6, 6));
+    EXPECT_FALSE(isNew("b", 5, 6));
+}
 
 TEST_F(ServiceProfileTest, ReplayCacheBelongsToTheService) {
     const auto file = m_folder / ("krb5_" + std::to_string(geteuid()) + ".rcache2");

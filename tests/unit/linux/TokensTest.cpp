@@ -159,7 +159,7 @@ TEST(Kernel, MessagesCarryTheThreadsFailure) {
     };
     const auto nDenied = static_cast<DWORD>(SEC_E_LOGON_DENIED);
     FailWith(SEC_E_LOGON_DENIED, "m\xC3\xBCller@R: gesperrt");
-    EXPECT_NE(message(nDenied).find(" m\xC3\xBCller@R: gesperrt"), std::string::npos);
+    EXPECT_TRUE(message(nDenied).starts_with("m\xC3\xBCller@R: gesperrt. The logon "));
     EXPECT_EQ(message(static_cast<DWORD>(SEC_E_TIME_SKEW)).find("gesperrt"), std::string::npos);
     EXPECT_EQ(message(0x12345), "");
     EXPECT_EQ(kernel.GetLastError(), ERROR_MR_MID_NOT_FOUND);

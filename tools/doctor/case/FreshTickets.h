@@ -1,4 +1,4 @@
-// Tickets for services, asked from the KDC anew.
+// Tickets for services, asked from the KDC, not taken from a cache.
 #pragma once
 
 #include <string>

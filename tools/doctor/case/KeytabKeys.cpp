@@ -33,9 +33,15 @@ krb5_error_code KeytabKeys::Read(const std::string& i_name) {
 
 std::vector<const krb5_keytab_entry*> KeytabKeys::Of(krb5_const_principal i_principal) const {
     std::vector<const krb5_keytab_entry*> entries;
-    for (const krb5_keytab_entry& entry : m_entries) {
-        if (i_principal == nullptr || krb5_principal_compare(m_context, entry.principal, i_principal) != 0) {
-            entries.push_back(&entry);
+    for (const int nFlags : {0, KRB5_PRINCIPAL_COMPARE_CASEFOLD}) {
+        for (const krb5_keytab_entry& entry : m_entries) {
+            if (i_principal == nullptr ||
+                krb5_principal_compare_flags(m_context, entry.principal, i_principal, nFlags) != 0) {
+                entries.push_back(&entry);
+            }
+        }
+        if (!entries.empty()) {
+            break;
         }
     }
     return entries;

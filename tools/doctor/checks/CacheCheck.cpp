@@ -62,11 +62,12 @@ void LookAtTicket(Case& io_case, const std::string& i_client, const krb5_creds& 
     const bool bForwardable = (i_ticket.ticket_flags & TKT_FLG_FORWARDABLE) != 0;
     const std::string found = "it ends at " + TimeText(nEnd) + (bForwardable ? ", forwardable" : ", not forwardable");
     if (io_case.m_options.m_bDelegation && !bForwardable) {
-        report.Fail("ticket-not-forwardable", lookedAt, found,
-                    "kinit -f " + Quoted(i_client) +
-                        "; for ever: forwardable = true in [libdefaults] (the realm may forbid it: kadmin modprinc "
-                        "+allow_forwardable " +
-                        Quoted(i_client) + ")");
+        report.Fail(
+            "ticket-not-forwardable", lookedAt, found,
+            "kinit -f " + Quoted(i_client) +
+                "; for all logons: forwardable = true in [libdefaults] (the realm may forbid it: kadmin modprinc "
+                "+allow_forwardable " +
+                Quoted(i_client) + ")");
     } else {
         report.Ok("cache", lookedAt, found);
     }

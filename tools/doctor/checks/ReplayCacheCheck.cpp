@@ -27,7 +27,7 @@ void CheckFile(Case& io_case, const std::string& i_folder, const std::string& i_
         report.Fail("replay-cache-owner", lookedAt,
                     S_ISREG(status.st_mode) ? "it belongs to uid " + std::to_string(status.st_uid)
                                             : std::string("it is no regular file"),
-                    "rm " + path + " (it is made anew)");
+                    "rm " + path + " (the next logon makes it again)");
     } else if (!bMay) {
         report.Fail("replay-cache-unwritable", lookedAt, std::generic_category().message(nError),
                     "let the service write to a folder of its own: KRB5RCACHEDIR=/run/myservice with systemd's "

@@ -23,7 +23,7 @@ struct Finding {
     std::string m_library;  // the words with which the library itself fails, when it was asked
 };
 
-// Identifiers are a contract with scripts: they are not renamed. docs/doctor.md has a section for each.
+// Identifiers are a contract with scripts: they are not renamed. docs/doctor.md has a row for each.
 struct Problem {
     const char* m_pszId;
     const char* m_pszCheck;

@@ -45,7 +45,7 @@ void WriteText(const Report& i_report, bool i_bColour, std::ostream& o_stream) {
                  << finding.m_id << ": " << Harmless(finding.m_lookedAt) << ": " << Harmless(finding.m_found) << '\n';
         WriteLine(o_stream, "It means: ", finding.m_meaning);
         WriteLine(o_stream, "The library says: ", finding.m_library);
-        WriteLine(o_stream, "Mend it: ", finding.m_remedy);
+        WriteLine(o_stream, "Remedy: ", finding.m_remedy);
     }
     for (const auto& [name, values] : i_report.Told()) {
         o_stream << name << ':';

@@ -4,6 +4,7 @@
 #include <krb5/krb5.h>
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -12,7 +13,7 @@ namespace morwen {
 
 // What a verified PAC says of the user.
 struct PacInformation {
-    std::optional<std::vector<uint8_t>> m_logonInfo;  // as the KDC wrote it; nothing when it is not there
+    std::shared_ptr<const std::vector<uint8_t>> m_pLogonInfo;  // as the KDC wrote it; null when it is not there
     // Of the account in the directory; nothing when the PAC says nothing of it, empty when it cannot be read.
     std::optional<std::u16string> m_accountName;
 };

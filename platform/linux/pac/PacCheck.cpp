@@ -1,4 +1,4 @@
-#include "platform/linux/logon/PacCheck.h"
+#include "platform/linux/pac/PacCheck.h"
 
 #include <cerrno>
 #include <new>
@@ -45,21 +45,21 @@ PacInformation CheckPac(krb5_context i_context, const krb5_keyblock* i_pKey, con
                                               i_ticket.enc_part2->client, i_pKey, nullptr)
                             : krb5_error_code{KRB5KRB_AP_ERR_NOKEY},
           "is not signed for this service and user");
-    const auto read = [&](krb5_ui_4 i_nType) -> std::optional<std::vector<uint8_t>> {
+    const auto read = [&](krb5_ui_4 i_nType) -> std::shared_ptr<const std::vector<uint8_t>> {
         Krb5Data buffer(i_context);
         const krb5_error_code nRead = krb5_pac_get_buffer(i_context, pac.get(), i_nType, buffer.Receive());
         if (nRead == ENOENT) {
-            return std::nullopt;
+            return nullptr;
         }
         check(nRead, "has more than one of its parts");
         const auto bytes = BytesOf(*buffer);
-        return std::vector<uint8_t>(bytes.begin(), bytes.end());
+        return std::make_shared<const std::vector<uint8_t>>(bytes.begin(), bytes.end());
     };
     PacInformation information{read(KRB5_PAC_LOGON_INFO), {}};
-    const auto names = read(KRB5_PAC_UPN_DNS_INFO);
-    if (information.m_logonInfo || names) {
-        auto name = information.m_logonInfo ? ReadPacAccountName(*information.m_logonInfo) : std::nullopt;
-        name = !name && names ? ReadPacSamName(*names) : std::move(name);
+    const auto pNames = read(KRB5_PAC_UPN_DNS_INFO);
+    if (information.m_pLogonInfo != nullptr || pNames != nullptr) {
+        auto name = information.m_pLogonInfo != nullptr ? ReadPacAccountName(*information.m_pLogonInfo) : std::nullopt;
+        name = !name && pNames != nullptr ? ReadPacSamName(*pNames) : std::move(name);
         information.m_accountName = name ? std::move(name) : std::u16string();
     }
     return information;
