@@ -148,7 +148,7 @@ std::shared_ptr<const ProxyTickets::Finding> ProxyTickets::Ask(krb5_context i_co
             throw std::bad_alloc();
         }
         const SECURITY_STATUS nStatus = StatusFromKrb5(nCode);
-        const bool bToItself = service->Is(*server.get());
+        const bool bToItself = service->Is(*server.get(), true);
         if (nCode != 0 && !IsDecision(nCode) && nStatus != SEC_E_TARGET_UNKNOWN &&
             nStatus != SEC_E_NO_AUTHENTICATING_AUTHORITY) {
             ServiceLogon::Forget(i_context, *service);  // a new one may do better

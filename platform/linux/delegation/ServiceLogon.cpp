@@ -97,9 +97,9 @@ std::vector<krb5_const_principal> Candidates(krb5_context i_context, const Accep
     const auto& entries = i_keys.Entries();
     std::vector<Candidate> candidates;
     for (const krb5_keytab_entry& entry : entries) {
-        const bool bService = i_service.Is(*entry.principal);
+        const bool bService = i_service.Is(*entry.principal, true);
         const bool bSameKey = std::any_of(entries.begin(), entries.end(), [&](const krb5_keytab_entry& i_other) {
-            return i_service.Is(*i_other.principal) && HaveSameKey(entry, i_other);
+            return i_service.Is(*i_other.principal, true) && HaveSameKey(entry, i_other);
         });
         int nRank = bService ? 3 : 4;
         if (i_pEarlier != nullptr && krb5_principal_compare(i_context, entry.principal, i_pEarlier) != 0) {
