@@ -26,6 +26,7 @@ void RegisterCalls();
 void RegisterCaches();
 void RegisterMemory();
 void RegisterWaits();
+void RegisterHops();
 void RegisterLives();
 
 }  // namespace morwen::bench

@@ -73,6 +73,7 @@ int main(int i_nArguments, char** i_ppszArguments) {
         RegisterIdentities();
         RegisterCalls();
         RegisterCaches();
+        RegisterHops();
         benchmark::RunSpecifiedBenchmarks();
         return EXIT_SUCCESS;
     } catch (const std::exception& exception) {

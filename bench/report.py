@@ -10,9 +10,9 @@ WAYS = {"exports": "the exports", "krb5": "bare libkrb5", "gss-held": "GSS-API, 
 
 def read(folder):
     """Medians by name; of a run without repetitions the only value. Failed measurements are left out."""
-    run = json.loads((folder / "run.json").read_text())
+    run, *others = [json.loads(file.read_text()) for name in ("run", "hop") if (file := folder / f"{name}.json").exists()]
     found = {}
-    for entry in run["benchmarks"]:
+    for entry in sum((other["benchmarks"] for other in others), run["benchmarks"]):
         if entry.get("error_occurred") or entry.get("aggregate_name", "median") != "median":
             continue
         name = re.sub(r"/(iterations|repeats):\d+|/real_time|_median$", "", entry["name"]).replace("/real_time", "")
@@ -54,6 +54,8 @@ def targets(found):
         yield ratio(f"the same with {groups} groups in the ticket", logon(found, f"pac-{groups}", 0, "krb5"),
                     logon(found, f"pac-{groups}", 0, "exports"), least)
     yield ratio("logons a second, two threads ÷ one", plain["exports"], both, 1.7)
+    yield ratio("a plain logon ÷ one that delegates, its time", plain["exports"], logon(found, "delegation", 0, "exports"), 0.7)
+    yield ratio("a plain logon ÷ a second hop in a user's name, again, with a directory's KDC", get("hop/plain-logon"), get("hop/again"), 0.7)
     for groups in (0, 3, 64):
         yield ratio(f"raw identity calls ÷ impersonate and revert, {groups} groups",
                     get(f"identity/raw/{groups}"), get(f"identity/exports/{groups}"), 0.8)

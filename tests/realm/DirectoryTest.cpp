@@ -1,5 +1,6 @@
 // Users of a directory: who they are comes from their tickets, as a real directory server makes them.
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <thread>
 
@@ -152,9 +153,9 @@ TEST_F(Directory, SecondHopsMixNoUsers) {
         EXPECT_EQ(thread.Revert(keys[i]), "0");
     }
     {
-        std::vector<std::jthread> threads;
-        for (size_t nThread = 0; nThread < 8; ++nThread) {
-            threads.emplace_back([&, nThread] {
+        std::array<std::jthread, 8> threads;
+        for (size_t nThread = 0; nThread < threads.size(); ++nThread) {
+            threads[nThread] = std::jthread([&, nThread] {
                 ActingThread thread;
                 for (size_t i = nThread; i < nThread + 8; ++i) {
                     const std::string& key = (nThread < 4 ? keys : captured)[i % 2];

@@ -7,7 +7,6 @@
 #include <fstream>
 #include <sstream>
 #include <thread>
-#include <vector>
 
 #include "realm/GssPeer.h"
 #include "realm/PluginTest.h"
@@ -89,12 +88,13 @@ TEST_F(Logon, DelegatesWithOneRequestForAsLongAsTheTicketIsTheSame) {
             return nRequests;
         };
         const size_t nBefore = requests();
-        std::vector<std::jthread> threads;
         std::array<LoginResult, 4> started;
-        for (LoginResult& mine : started) {
-            threads.emplace_back([&] { mine = StartLogin(test.m_client); });
+        {
+            std::array<std::jthread, 4> threads;
+            for (size_t i = 0; i < threads.size(); ++i) {
+                threads[i] = std::jthread([&, i] { started[i] = StartLogin(test.m_client); });
+            }
         }
-        threads.clear();
         EXPECT_EQ(requests() - nBefore, test.m_nRequests);
         const std::string user = test.m_delegating.empty() ? "bob" : test.m_delegating;
         for (const LoginResult& mine : started) {

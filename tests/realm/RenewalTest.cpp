@@ -1,5 +1,8 @@
 // The renewal of kept contexts, with a clock that is moved by hand; the core's own, because the library's is hidden.
 #include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
 #include <ctime>
 #include <thread>
 
@@ -7,6 +10,7 @@
 #include "platform/Platform.h"
 #include "platform/linux/contexts/Krb5ContextPool.h"
 #include "platform/linux/delegation/LogonEvidence.h"
+#include "platform/linux/delegation/ServiceLogon.h"
 #include "platform/linux/keys/InitiatorTickets.h"
 #include "platform/linux/krb5/Krb5Words.h"
 #include "platform/linux/krb5/SspiFailure.h"
@@ -95,6 +99,42 @@ TEST_F(Renewal, TakesTheTicketsThatTheUserHasDelegatedAndNoOthers) {
     EXPECT_EQ(thread.Revert(key), "0");
     EXPECT_EQ(thread.Impersonate(key, 65534), "100/61217");
     SDateTime::SetClock(nullptr);
+}
+
+// Half way to its end, by one thread while the others use the old one; and when the keytab has changed.
+TEST_F(Renewal, TheServicesOwnTicketIsReplacedInTime) {
+    const auto settles = std::chrono::milliseconds(100);  // a file that was just written is read again
+    UseKeytab(AddService("-maxlife 8seconds own/localhost", "own.keytab"));
+    std::this_thread::sleep_for(settles);
+    const auto pTicket =
+        InitiatorTickets("FILE:" + RealmPath("alice.cc")).Get(LendKrb5Context().get(), "own/localhost");
+    std::atomic<int> nAsked = 0;
+    m_trace.m_onSaid = [&](const std::string& i_said) {
+        nAsked += i_said.find("has a ticket of its own") != std::string::npos;
+    };
+    const auto useFor = [&](std::chrono::milliseconds i_time) {
+        const auto end = std::chrono::steady_clock::now() + i_time;
+        std::array<std::jthread, 4> threads;
+        for (std::jthread& thread : threads) {
+            thread = std::jthread([&] {
+                do {
+                    const Krb5ContextLease lease = LendKrb5Context();
+                    const auto service = TicketService::Read(BytesOf(pTicket->m_credentials.get()->ticket));
+                    EXPECT_GT(ServiceLogon::Get(lease.get(), *service)->m_nEnd, Now(lease.get()));
+                    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+                } while (std::chrono::steady_clock::now() < end);
+            });
+        }
+    };
+    useFor(std::chrono::milliseconds(0));
+    EXPECT_EQ(nAsked, 1);
+    useFor(std::chrono::milliseconds(5500));
+    EXPECT_EQ(nAsked, 2);
+    Kadmin("ktadd -k " + RealmPath("own.keytab") + " own/localhost");
+    std::this_thread::sleep_for(settles);
+    useFor(std::chrono::milliseconds(50));
+    EXPECT_GT(nAsked, 2);  // by each thread that has read the new file
+    m_trace.m_onSaid = [](const std::string&) {};
 }
 
 class DirectoryRenewal : public DirectoryTest {};

@@ -18,7 +18,7 @@ namespace morwen {
 
 // Belongs to the identity of one logon: a thread that acts as this user logs on elsewhere in the user's name with it,
 // and with the service's own ticket-granting ticket, where the KDC allows that (constrained delegation). It is as long
-// as the ticket and some 200 bytes; the ticket is encrypted, and no secret. Any method on any thread.
+// as the ticket and some 300 bytes; the ticket is encrypted, and no secret. Any method on any thread.
 class LogonEvidence : public LogonTickets {
 public:
     // Null where it could not serve: a KDC takes none that may not be forwarded. The ticket as it came, and what was in

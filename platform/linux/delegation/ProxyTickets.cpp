@@ -26,8 +26,9 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds kRefusalHolds(60);
-constexpr std::chrono::seconds kFailureHolds(1);  // a failure that may be over soon
-constexpr int64_t kSpareSeconds = 2;              // the ticket must still be good when the other service looks at it
+constexpr std::chrono::minutes kRenewalRefusalHolds(10);  // of who goes on to itself, at each pass of the clean-up
+constexpr std::chrono::seconds kFailureHolds(1);          // a failure that may be over soon
+constexpr int64_t kSpareSeconds = 2;  // the ticket must still be good when the other service looks at it
 
 // By the user's ticket, which is compared whole: its hash could be somebody else's. Users log on many times with one
 // ticket.
@@ -69,10 +70,15 @@ Table& TheTable() {
 
 const Harrowlib201::AtUnload s_clear([] { TheTable().Clear(); });
 
-// Whether the KDC has decided: another request would be answered alike for some time.
-bool IsRefusal(krb5_error_code i_nCode) noexcept {
+// Whether the KDC has looked at the request and decided.
+bool IsDecision(krb5_error_code i_nCode) noexcept {
     return i_nCode == KRB5KDC_ERR_BADOPTION || i_nCode == KRB5KDC_ERR_POLICY ||
-           i_nCode == KRB5KRB_AP_ERR_BAD_INTEGRITY || i_nCode == KRB5KDC_ERR_C_PRINCIPAL_UNKNOWN;
+           i_nCode == KRB5KDC_ERR_C_PRINCIPAL_UNKNOWN;
+}
+
+// Whether another request would be answered alike for some time.
+bool IsRefusal(krb5_error_code i_nCode) noexcept {
+    return IsDecision(i_nCode) || i_nCode == KRB5KRB_AP_ERR_BAD_INTEGRITY;
 }
 
 // What may be wrong where the KDC says no more than that it will not.
@@ -111,16 +117,17 @@ std::shared_ptr<ProxyTickets> ProxyTickets::Of(std::span<const uint8_t> i_ticket
 std::shared_ptr<const ProxyTickets::Finding> ProxyTickets::Ask(krb5_context i_context, const Evidence& i_evidence,
                                                                const std::string& i_targetName) {
     auto pFinding = std::make_shared<Finding>();
-    const auto fail = [&](SECURITY_STATUS i_nStatus, krb5_error_code i_nCode, std::string i_words, bool i_bForLong) {
+    const auto fail = [&](SECURITY_STATUS i_nStatus, krb5_error_code i_nCode, std::string i_words,
+                          std::chrono::seconds i_holds) {
         pFinding->m_nStatus = i_nStatus;
         pFinding->m_nCode = i_nCode;
         pFinding->m_words = std::move(i_words);
-        pFinding->m_usedUntil = Clock::now() + (i_bForLong ? kRefusalHolds : kFailureHolds);
+        pFinding->m_usedUntil = Clock::now() + i_holds;
         return pFinding;
     };
     const auto service = TicketService::Read(i_evidence.m_ticket);
     if (!service) {
-        return fail(SEC_E_NO_CREDENTIALS, 0, "the user's ticket names no service", true);
+        return fail(SEC_E_NO_CREDENTIALS, 0, "the user's ticket names no service", kRefusalHolds);
     }
     const std::string user = PrincipalText(i_context, i_evidence.m_pUser);
     try {
@@ -141,38 +148,41 @@ std::shared_ptr<const ProxyTickets::Finding> ProxyTickets::Ask(krb5_context i_co
             throw std::bad_alloc();
         }
         const SECURITY_STATUS nStatus = StatusFromKrb5(nCode);
+        const bool bToItself = service->Is(*server.get(), true);
+        if (nCode != 0 && !IsDecision(nCode) && nStatus != SEC_E_TARGET_UNKNOWN &&
+            nStatus != SEC_E_NO_AUTHENTICATING_AUTHORITY) {
+            ServiceLogon::Forget(i_context, *service);  // a new one may do better
+        }
         if (IsRefusal(nCode)) {
             return fail(SEC_E_NO_CREDENTIALS, nCode,
                         "the user has delegated no tickets to this service, and the KDC does not let " + what + ": " +
                             ErrorWords(i_context, nCode) + Advice(nCode),
-                        true);
+                        bToItself ? kRenewalRefusalHolds : kRefusalHolds);
         }
         if (nCode != 0) {
-            if (nStatus != SEC_E_TARGET_UNKNOWN && nStatus != SEC_E_NO_AUTHENTICATING_AUTHORITY) {
-                ServiceLogon::Forget(i_context, *service);  // a new one may do better
-            }
-            return fail(nStatus, nCode, "asking the KDC to let " + what + ": " + ErrorWords(i_context, nCode), false);
+            return fail(nStatus, nCode, "asking the KDC to let " + what + ": " + ErrorWords(i_context, nCode),
+                        kFailureHolds);
         }
         // Nobody but the user: what the KDC has given must never make this service, or another, of whom it acts as.
         if (krb5_principal_compare(i_context, pFound->client, i_evidence.m_pUser) == 0) {
             return fail(SEC_E_LOGON_DENIED, 0,
                         "the KDC was asked to let " + what + ", and has given a ticket of " +
                             PrincipalText(i_context, pFound->client),
-                        true);
+                        kRefusalHolds);
         }
         const krb5_ticket_times& times = pFound->times;
         const int64_t nStart = SecondsOf(times.starttime != 0 ? times.starttime : times.authtime);
         const int64_t nEnd = SecondsOf(times.endtime);
         pFinding->m_pTicket = std::make_shared<const LogonTickets::ServiceTicket>(
             LogonTickets::ServiceTicket{std::move(found), nStart, nEnd});
-        if (service->Is(*server.get(), true)) {
+        if (bToItself) {
             // It is to renew the user's context, with what the directory says of the user then.
             pFinding->m_usedUntil = Clock::now() + kFailureHolds;
         }
         S_TRACE("ssoplugin: ProxyTickets::Ask() -- The KDC lets %1, until %2.", what, TimeText(nEnd));
         return pFinding;
     } catch (const SspiFailure& failure) {
-        return fail(failure.Status(), failure.Krb5Code(), std::string(FailureText(failure.Status())), false);
+        return fail(failure.Status(), failure.Krb5Code(), std::string(FailureText(failure.Status())), kFailureHolds);
     }
 }
 

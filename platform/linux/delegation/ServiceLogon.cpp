@@ -27,7 +27,7 @@ constexpr std::chrono::seconds kFailureHolds(30);  // unless the keytab changes
 constexpr size_t kMostAsked = 8;                   // names, each of which costs a request
 constexpr size_t kMostOthers = 64;    // keys of other names that are looked at; a keytab may hold thousands
 constexpr size_t kMostServices = 16;  // more than a process accepts for
-constexpr int64_t kSpareSeconds = 5;
+constexpr int64_t kSpareSeconds = 2;
 
 // What was found out about one service.
 struct Finding {

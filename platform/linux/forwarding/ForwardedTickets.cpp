@@ -46,14 +46,15 @@ bool FindOwnTicket(krb5_context i_context, krb5_ccache i_cache, krb5_principal i
     return krb5_cc_retrieve_cred(i_context, i_cache, 0, &wanted, &o_found) == 0;
 }
 
-// The library gives a forwarded ticket as a message for the service only, encrypted with the key that the exchange has.
+// The message, and when its ticket ends.
 krb5_error_code AskKdc(krb5_context i_context, krb5_ccache i_cache, const krb5_creds& i_serviceTicket,
-                       KeptCredentials& o_ticket) {
+                       ForwardedTicket& o_message, int64_t& o_nEnd) {
     Krb5AuthContext exchange(i_context);
     krb5_error_code nCode = krb5_auth_con_init(i_context, exchange.Receive());
     if (nCode != 0) {
         return nCode;
     }
+    // Time stamps and numbers of its own would say nothing within a message that is protected already.
     krb5_auth_con_setflags(i_context, exchange.get(), 0);
     krb5_keyblock key = i_serviceTicket.keyblock;  // copied by the library
     nCode = krb5_auth_con_setuseruserkey(i_context, exchange.get(), &key);
@@ -64,32 +65,43 @@ krb5_error_code AskKdc(krb5_context i_context, krb5_ccache i_cache, const krb5_c
         nCode = krb5_fwd_tgt_creds(i_context, exchange.get(), nullptr, i_serviceTicket.client, &server, i_cache, 1,
                                    message.Receive());
     }
-    if (nCode != 0) {
-        return nCode;
-    }
     MessageTickets tickets(i_context);
-    krb5_data bytes = *message;
-    nCode = krb5_rd_cred(i_context, exchange.get(), &bytes, tickets.Receive(), nullptr);
-    krb5_creds* pCopy = nullptr;
     if (nCode == 0) {
-        nCode = tickets.get()[0] != nullptr ? krb5_copy_creds(i_context, tickets.get()[0], &pCopy) : KRB5_CC_NOTFOUND;
+        krb5_data bytes = *message;
+        nCode = krb5_rd_cred(i_context, exchange.get(), &bytes, tickets.Receive(), nullptr);
     }
-    o_ticket = KeptCredentials(pCopy);
+    if (nCode == 0) {
+        const auto bytes = BytesOf(*message);
+        o_message.assign(bytes.begin(), bytes.end());
+        o_nEnd = tickets.get()[0] != nullptr ? SecondsOf(tickets.get()[0]->times.endtime) : 0;
+    }
     return nCode;
+}
+
+bool AreSame(const std::vector<uint8_t>& i_left, const krb5_data& i_right) {
+    const auto right = BytesOf(i_right);
+    return std::equal(i_left.begin(), i_left.end(), right.begin(), right.end());
+}
+
+std::vector<uint8_t> CopyOf(const krb5_data& i_data) {
+    const auto bytes = BytesOf(i_data);
+    return {bytes.begin(), bytes.end()};
 }
 
 }  // namespace
 
 struct ForwardedTickets::Finding {
     std::shared_ptr<const ForwardedTicket> m_pTicket;  // null: there is none to hand on
-    std::vector<uint8_t> m_madeFrom;                   // the ticket-granting ticket, as the KDC has encrypted it
-    KeptPrincipal m_client;                            // whose it is
-    uint64_t m_nGeneration = 0;                        // in which it was in the cache
+    std::vector<uint8_t>
+        m_madeFrom;  // the ticket-granting ticket and the service's, as the KDC has encrypted them: they
+    std::vector<uint8_t> m_madeFor;  // say whose this is, and which key it is encrypted with
+    uint64_t m_nGeneration = 0;      // of the cache, in which they were in it
     Clock::time_point m_goodUntil;
     int64_t m_nEnd = 0;  // when it is handed on no more, seconds since 1970
 
-    bool IsRecent(krb5_context i_context) const {
-        return Clock::now() < m_goodUntil && (m_pTicket == nullptr || Now(i_context) < m_nEnd);
+    bool IsRecent(krb5_context i_context, const krb5_creds& i_serviceTicket) const {
+        return Clock::now() < m_goodUntil && (m_pTicket == nullptr || Now(i_context) < m_nEnd) &&
+               AreSame(m_madeFor, i_serviceTicket.ticket);
     }
 };
 
@@ -103,42 +115,36 @@ std::shared_ptr<const ForwardedTickets::Finding> ForwardedTickets::Find(krb5_con
     auto pFinding = std::make_shared<Finding>();
     pFinding->m_goodUntil = Clock::now() + kNotAskedAgain;
     pFinding->m_nGeneration = io_source.Generation();  // before the look: a change between the two is seen at the next
-    krb5_principal client = nullptr;
-    if (krb5_copy_principal(i_context, i_serviceTicket.client, &client) != 0) {
-        throw std::bad_alloc();
-    }
-    pFinding->m_client = KeptPrincipal(client);
+    pFinding->m_madeFor = CopyOf(i_serviceTicket.ticket);
     std::string words = "the ticket is not forwardable";
     try {
         const Krb5CacheOwner cache = io_source.OpenCache(i_context);
         TicketContents own(i_context);
-        if (!FindOwnTicket(i_context, cache.get(), client, own.m_ticket)) {
+        if (!FindOwnTicket(i_context, cache.get(), i_serviceTicket.client, own.m_ticket)) {
             return pFinding;
         }
-        const bool bForwardable = (own.m_ticket.ticket_flags & TKT_FLG_FORWARDABLE) != 0;
-        const auto ticket = BytesOf(own.m_ticket.ticket);
-        pFinding->m_madeFrom.assign(ticket.begin(), ticket.end());
-        if (i_pEarlier != nullptr && i_pEarlier->IsRecent(i_context) &&
+        pFinding->m_madeFrom = CopyOf(own.m_ticket.ticket);
+        if (i_pEarlier != nullptr && i_pEarlier->IsRecent(i_context, i_serviceTicket) &&
             i_pEarlier->m_madeFrom == pFinding->m_madeFrom) {
             pFinding->m_pTicket = i_pEarlier->m_pTicket;
             pFinding->m_goodUntil = i_pEarlier->m_goodUntil;
             pFinding->m_nEnd = i_pEarlier->m_nEnd;
             return pFinding;
         }
-        krb5_error_code nCode = 0;
-        KeptCredentials forwarded;
-        if (bForwardable) {
-            nCode = AskKdc(i_context, cache.get(), i_serviceTicket, forwarded);
-        }
+        const bool bForwardable = (own.m_ticket.ticket_flags & TKT_FLG_FORWARDABLE) != 0;
+        auto pMessage = std::make_shared<ForwardedTicket>();
+        int64_t nEnd = 0;
+        const krb5_error_code nCode =
+            bForwardable ? AskKdc(i_context, cache.get(), i_serviceTicket, *pMessage, nEnd) : 0;
         if (nCode == ENOMEM) {
             throw std::bad_alloc();
         }
         if (nCode == 0 || nCode == KRB5KDC_ERR_BADOPTION || nCode == KRB5KDC_ERR_POLICY) {
             pFinding->m_goodUntil = Clock::now() + kUsedAgain;
         }
-        if (forwarded) {
-            pFinding->m_nEnd = SecondsOf(forwarded.get()->times.endtime) - kSpareSeconds;
-            pFinding->m_pTicket = std::make_shared<const ForwardedTicket>(std::move(forwarded));
+        if (!pMessage->empty()) {
+            pFinding->m_nEnd = nEnd - kSpareSeconds;
+            pFinding->m_pTicket = std::move(pMessage);
             return pFinding;
         }
         words = nCode != 0 ? ErrorWords(i_context, nCode) : words;
@@ -154,8 +160,7 @@ std::shared_ptr<const ForwardedTicket> ForwardedTickets::Get(krb5_context i_cont
                                                              const krb5_creds& i_serviceTicket) {
     const uint64_t nGeneration = io_source.Generation();
     const auto isGood = [&](const Finding& i_finding) {
-        return i_finding.m_nGeneration == nGeneration && i_finding.IsRecent(i_context) &&
-               krb5_principal_compare(i_context, i_finding.m_client.get(), i_serviceTicket.client) != 0;
+        return i_finding.m_nGeneration == nGeneration && i_finding.IsRecent(i_context, i_serviceTicket);
     };
     return m_findings
         .Get(i_targetName, isGood,

@@ -15,7 +15,8 @@ namespace morwen {
 
 // Those of one identity, one for each service, because an address of the service may be in them. A forwarded ticket may
 // be handed on any number of times: it is used again for five minutes, or up to a minute before its end, as long as the
-// ticket that it was made from is in the cache. Any method on any thread.
+// ticket that it was made from is in the cache and the service's own ticket is the same. What is held is encrypted: its
+// key is in the service's ticket. Any method on any thread.
 class ForwardedTickets {
 public:
     ForwardedTickets();

@@ -6,13 +6,15 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/linux/contexts/Krb5Kept.h"
 
 namespace morwen {
 
-// A ticket-granting ticket that the KDC has forwarded. Never changed, and read by many threads at once.
-using ForwardedTicket = KeptCredentials;
+// A ticket-granting ticket that the KDC has forwarded, as a message (KRB-CRED) for a service: encrypted with the
+// session key of the ticket for that service. It is the same for every logon with that ticket.
+using ForwardedTicket = std::vector<uint8_t>;
 
 // The tickets of one identity. Any method on any thread.
 class LogonTickets {

@@ -1,6 +1,8 @@
 #include "platform/linux/logon/Delegation.h"
 
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "harrow/lifetime/SecureWipe.h"
 #include "harrow/log/STrace.h"
@@ -8,7 +10,6 @@
 #include "platform/linux/krb5/Krb5Words.h"
 #include "platform/linux/krb5/SspiFailure.h"
 #include "platform/linux/wire/CredMessage.h"
-#include "platform/linux/wire/GssToken.h"
 
 namespace morwen {
 
@@ -16,118 +17,67 @@ namespace {
 
 using ForwardedCredentials = Krb5Owner<krb5_creds**, krb5_free_tgt_creds>;
 
-// A KRB-CRED has time stamps and numbers of its own, which say nothing within a message that is protected already.
-class WithoutFlags {
+// Bytes with keys in them, which do not stay behind.
+class Secret {
 public:
-    WithoutFlags(krb5_context i_context, krb5_auth_context io_exchange) noexcept
-        : m_context(i_context), m_exchange(io_exchange) {
-        krb5_auth_con_getflags(m_context, m_exchange, &m_nFlags);
-        krb5_auth_con_setflags(m_context, m_exchange, 0);
-    }
-    ~WithoutFlags() { krb5_auth_con_setflags(m_context, m_exchange, m_nFlags); }
-    WithoutFlags(const WithoutFlags&) = delete;
-    WithoutFlags& operator=(const WithoutFlags&) = delete;
+    explicit Secret(std::vector<uint8_t> i_bytes) noexcept : m_bytes(std::move(i_bytes)) {}
+    ~Secret() { Harrowlib201::SecureWipe(m_bytes.data(), m_bytes.size()); }
+    Secret(const Secret&) = delete;
+    Secret& operator=(const Secret&) = delete;
+
+    std::span<uint8_t> get() noexcept { return m_bytes; }
 
 private:
-    krb5_context m_context;
-    krb5_auth_context m_exchange;
-    krb5_int32 m_nFlags = 0;
+    std::vector<uint8_t> m_bytes;
 };
 
-// Acceptors read the KRB-CRED before they know the initiator's sub-key.
-class WithoutSubKey {
-public:
-    WithoutSubKey(krb5_context i_context, krb5_auth_context io_exchange) noexcept
-        : m_context(i_context), m_exchange(io_exchange) {
-        krb5_auth_con_getsendsubkey_k(m_context, m_exchange, &m_key);
-        krb5_auth_con_setsendsubkey_k(m_context, m_exchange, nullptr);
-    }
-    ~WithoutSubKey() {
-        krb5_auth_con_setsendsubkey_k(m_context, m_exchange, m_key);
-        krb5_k_free_key(m_context, m_key);
-    }
-    WithoutSubKey(const WithoutSubKey&) = delete;
-    WithoutSubKey& operator=(const WithoutSubKey&) = delete;
-
-private:
-    krb5_context m_context;
-    krb5_auth_context m_exchange;
-    krb5_key m_key = nullptr;
-};
-
-// Empty when the part is not encrypted with the key, or there is no key. Who calls clears it.
-std::vector<uint8_t> Decrypted(krb5_context i_context, krb5_key i_key, const CredMessage& i_message) {
-    const auto encrypted = i_message.EncryptedPart();
-    std::vector<uint8_t> part(encrypted.size());
-    const krb5_enc_data input{0, i_message.EncryptionType(), 0, DataOf(encrypted)};
-    krb5_data output = DataOf(part);
-    const bool bRead = i_key != nullptr &&
-                       krb5_k_decrypt(i_context, i_key, KRB5_KEYUSAGE_KRB_CRED_ENCPART, nullptr, &input, &output) == 0;
-    part.resize(bRead ? output.length : 0);
-    return part;
+// The part's length when it is encrypted with the key; 0 when it is not, or there is no key.
+size_t Decrypt(krb5_context i_context, krb5_key i_key, const CredMessage& i_message, std::span<uint8_t> o_part) {
+    const krb5_enc_data input{0, i_message.EncryptionType(), 0, DataOf(i_message.EncryptedPart())};
+    krb5_data output = DataOf(o_part);
+    return i_key != nullptr &&
+                   krb5_k_decrypt(i_context, i_key, KRB5_KEYUSAGE_KRB_CRED_ENCPART, nullptr, &input, &output) == 0
+               ? output.length
+               : 0;
 }
 
-krb5_error_code ReadMessage(krb5_context i_context, krb5_auth_context io_exchange, std::span<const uint8_t> i_message,
+// What is in the clear by now, which the library's call reads where there are no keys. It would try them once more, and
+// follow a null pointer where the part does not describe what it should.
+krb5_error_code ReadPart(krb5_context i_context, const CredMessage& i_message, std::span<const uint8_t> i_part,
+                         ForwardedCredentials& o_tickets) {
+    Secret message(i_message.WithPart(i_part));
+    Krb5AuthContext keyless(i_context);
+    if (const krb5_error_code nCode = krb5_auth_con_init(i_context, keyless.Receive()); nCode != 0) {
+        return nCode;
+    }
+    // Time stamps and numbers of its own would say nothing within a message that is protected already.
+    krb5_auth_con_setflags(i_context, keyless.get(), 0);
+    krb5_data bytes = DataOf(message.get());
+    return krb5_rd_cred(i_context, keyless.get(), &bytes, o_tickets.Receive(), nullptr);
+}
+
+krb5_error_code ReadMessage(krb5_context i_context, krb5_auth_context i_exchange, std::span<const uint8_t> i_message,
                             ForwardedCredentials& o_tickets) {
     const auto message = CredMessage::Read(i_message);
     if (!message) {
         return ASN1_BAD_FORMAT;
     }
-    krb5_data bytes = DataOf(i_message);
-    const WithoutFlags plain(i_context, io_exchange);
-    for (const auto getKey : {krb5_auth_con_getrecvsubkey_k, krb5_auth_con_getkey_k}) {
+    Secret room(std::vector<uint8_t>(message->EncryptedPart().size()));
+    // The session key is what nearly all use; a decryption in vain costs as much as one that succeeds.
+    for (const auto getKey : {krb5_auth_con_getkey_k, krb5_auth_con_getrecvsubkey_k}) {
         Krb5Owner<krb5_key, krb5_k_free_key> key(i_context);
-        getKey(i_context, io_exchange, key.Receive());
-        if (std::vector<uint8_t> part = Decrypted(i_context, key.get(), *message); !part.empty()) {
-            const bool bDescribed = message->IsDescribedBy(part);
-            Harrowlib201::SecureWipe(part.data(), part.size());
-            if (!bDescribed) {
-                return ASN1_MISSING_FIELD;
-            }
-            return krb5_rd_cred(i_context, io_exchange, &bytes, o_tickets.Receive(), nullptr);
+        getKey(i_context, i_exchange, key.Receive());
+        if (const size_t nLength = Decrypt(i_context, key.get(), *message, room.get()); nLength != 0) {
+            const auto part = room.get().first(nLength);
+            return message->IsDescribedBy(part) ? ReadPart(i_context, *message, part, o_tickets)
+                                                : krb5_error_code{ASN1_MISSING_FIELD};
         }
     }
-    // Some peers send the KRB-CRED unencrypted, which an auth context without keys reads.
-    Krb5AuthContext keyless(i_context);
-    if (!message->IsDescribedBy(message->EncryptedPart())) {
-        return KRB5KRB_AP_ERR_BAD_INTEGRITY;
-    }
-    if (const krb5_error_code nCode = krb5_auth_con_init(i_context, keyless.Receive()); nCode != 0) {
-        return nCode;
-    }
-    krb5_auth_con_setflags(i_context, keyless.get(), 0);
-    return krb5_rd_cred(i_context, keyless.get(), &bytes, o_tickets.Receive(), nullptr);
+    // Some peers send the KRB-CRED unencrypted.
+    return message->IsDescribedBy(message->EncryptedPart())
+               ? ReadPart(i_context, *message, message->EncryptedPart(), o_tickets)
+               : krb5_error_code{KRB5KRB_AP_ERR_BAD_INTEGRITY};
 }
-
-}  // namespace
-
-std::vector<uint8_t> DelegationMessage(krb5_context i_context, krb5_auth_context io_exchange,
-                                       const krb5_creds& i_serviceTicket, const krb5_creds& i_forwarded) {
-    Krb5Owner<krb5_data*, krb5_free_data> message(i_context);
-    krb5_error_code nCode = 0;
-    {
-        const WithoutFlags plain(i_context, io_exchange);
-        const WithoutSubKey sessionKey(i_context, io_exchange);
-        krb5_creds forwarded = i_forwarded;  // read only
-        nCode = krb5_mk_1cred(i_context, io_exchange, &forwarded, message.Receive(), nullptr);
-    }
-    if (nCode == ENOMEM) {
-        throw std::bad_alloc();
-    }
-    // The two tickets share one token with their wrapping and the authenticator's own fields.
-    constexpr size_t kRoomForTheRest = 2048;
-    constexpr size_t kMostOfBoth = kMostTokenBytes - kRoomForTheRest;
-    if (nCode != 0 || message->length + size_t{i_serviceTicket.ticket.length} > kMostOfBoth) {
-        S_TRACE("ssoplugin: DelegationMessage() -- Going on without delegation to %1: %2",
-                PrincipalText(i_context, i_serviceTicket.server),
-                nCode != 0 ? ErrorWords(i_context, nCode) : std::string("the message is too long"));
-        return {};
-    }
-    const auto bytes = BytesOf(*message.get());
-    return {bytes.begin(), bytes.end()};
-}
-
-namespace {
 
 // Of the user's own realm: nobody else says whose KDCs are asked.
 bool IsTicketGranting(const krb5_principal_data& i_server, const krb5_principal_data& i_client) {

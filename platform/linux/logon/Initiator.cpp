@@ -2,10 +2,10 @@
 
 #include <utility>
 
+#include "harrow/log/STrace.h"
 #include "platform/linux/krb5/Krb5Owners.h"
 #include "platform/linux/krb5/Krb5Words.h"
 #include "platform/linux/krb5/SspiFailure.h"
-#include "platform/linux/logon/Delegation.h"
 #include "platform/linux/wire/GssChecksum.h"
 #include "platform/linux/wire/GssToken.h"
 
@@ -21,25 +21,35 @@ struct ChecksumRequest {
     bool m_bIntegrity;
     ChannelHash m_channel;
 
-    bool m_bDelegated = false;
     std::vector<uint8_t> m_bytes;
     krb5_data m_data{};
 };
 
-// Called by libkrb5 while it builds the request, once the keys of the exchange are known.
-krb5_error_code MakeChecksum(krb5_context i_context, krb5_auth_context io_exchange, void* io_pvRequest,
-                             krb5_data** o_ppChecksum) noexcept {
+// What goes to the service with the logon; null when there is nothing, or no room for it.
+std::shared_ptr<const ForwardedTicket> TicketToDelegate(krb5_context i_context, LogonTickets& io_tickets,
+                                                        const std::string& i_targetName,
+                                                        const LogonTickets::ServiceTicket& i_ticket) {
+    // The two tickets share one token with their wrapping and the authenticator's own fields.
+    constexpr size_t kRoomForTheRest = 2048;
+    constexpr size_t kMostOfBoth = kMostTokenBytes - kRoomForTheRest;
+    auto pForwarded = io_tickets.Forwarded(i_context, i_targetName, i_ticket);
+    if (pForwarded != nullptr && pForwarded->size() + i_ticket.m_credentials.get()->ticket.length > kMostOfBoth) {
+        S_TRACE("ssoplugin: TicketToDelegate() -- Going on without delegation to %1: the message is too long",
+                i_targetName);
+        return nullptr;
+    }
+    return pForwarded;
+}
+
+// Called by libkrb5 while it builds the request.
+krb5_error_code MakeChecksum(krb5_context, krb5_auth_context, void* io_pvRequest, krb5_data** o_ppChecksum) noexcept {
     auto& request = *static_cast<ChecksumRequest*>(io_pvRequest);
     try {
-        std::vector<uint8_t> delegation;
-        if (request.m_pForwarded != nullptr) {
-            delegation =
-                DelegationMessage(i_context, io_exchange, *request.m_pServiceTicket, *request.m_pForwarded->get());
-        }
-        request.m_bDelegated = !delegation.empty();
-        const uint32_t nFlags = (request.m_bMutual ? kGssMutual : 0U) | (request.m_bDelegated ? kGssDelegate : 0U) |
+        const bool bDelegate = request.m_pForwarded != nullptr;
+        const uint32_t nFlags = (request.m_bMutual ? kGssMutual : 0U) | (bDelegate ? kGssDelegate : 0U) |
                                 (request.m_bIntegrity ? kGssIntegrity : 0U);
-        request.m_bytes = MakeGssChecksum({nFlags, delegation, request.m_channel});
+        request.m_bytes = MakeGssChecksum(
+            {nFlags, bDelegate ? std::span(*request.m_pForwarded) : std::span<const uint8_t>(), request.m_channel});
         request.m_data = DataOf(request.m_bytes);
         *o_ppChecksum = &request.m_data;
         return 0;
@@ -91,7 +101,7 @@ std::shared_ptr<SecurityContext> InitiateLogon(krb5_context i_context, LogonTick
                             .m_channel = i_terms.m_channel ? HashChannel(i_context, *i_terms.m_channel) : ChannelHash{},
                             .m_bytes = {}};
     if ((i_terms.m_nRequirements & ISC_REQ_DELEGATE) != 0 && pTicket->MayDelegate()) {
-        request.m_pForwarded = i_tickets.Forwarded(i_context, i_targetName, *pTicket);
+        request.m_pForwarded = TicketToDelegate(i_context, i_tickets, i_targetName, *pTicket);
     }
     Krb5AuthContext exchange(i_context);
     Krb5Data message(i_context);
@@ -106,7 +116,7 @@ std::shared_ptr<SecurityContext> InitiateLogon(krb5_context i_context, LogonTick
     const Harrowlib201::CS_Locker locker(pLogon->m_section);
     pLogon->m_bEstablished = !request.m_bMutual;
     pLogon->m_nAttributes = (request.m_bMutual ? ISC_RET_MUTUAL_AUTH : 0U) |
-                            (request.m_bDelegated ? ISC_RET_DELEGATE : 0U) |
+                            (request.m_pForwarded != nullptr ? ISC_RET_DELEGATE : 0U) |
                             (request.m_bMutual && request.m_bIntegrity ? ISC_RET_INTEGRITY : 0U);
     if (request.m_bMutual) {
         pLogon->m_exchange = KeptAuthContext(exchange.Detach());

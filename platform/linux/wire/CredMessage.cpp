@@ -1,5 +1,9 @@
 #include "platform/linux/wire/CredMessage.h"
 
+#include <algorithm>
+#include <cstddef>
+#include <utility>
+
 #include "der/Der.h"
 
 namespace morwen {
@@ -39,6 +43,40 @@ bool NamesClientAndServer(std::span<const uint8_t> i_info) noexcept {
     return (nFields & kNeeded) == kNeeded;
 }
 
+// Writes from the last element to the first: what is in one is there before its length, in one block of memory.
+class BackwardDer {
+public:
+    explicit BackwardDer(size_t i_nRoom) : m_bytes(i_nRoom), m_nAt(i_nRoom) {}
+
+    size_t Left() const noexcept { return m_nAt; }
+    void Put(std::span<const uint8_t> i_bytes) noexcept {
+        m_nAt -= i_bytes.size();
+        std::copy(i_bytes.begin(), i_bytes.end(), m_bytes.begin() + static_cast<std::ptrdiff_t>(m_nAt));
+    }
+    // Around what stands before that place.
+    void Wrap(uint8_t i_nTag, size_t i_nEnd) noexcept {
+        const size_t nLength = i_nEnd - m_nAt;
+        size_t nRest = nLength;
+        uint8_t nBytes = 0;
+        for (; nLength >= 0x80 && nRest != 0; nRest >>= 8U, ++nBytes) {
+            PutByte(static_cast<uint8_t>(nRest));
+        }
+        PutByte(static_cast<uint8_t>(nLength < 0x80 ? nLength : 0x80U | nBytes));
+        PutByte(i_nTag);
+    }
+    void PutByte(uint8_t i_nByte) noexcept { m_bytes[--m_nAt] = i_nByte; }
+    std::vector<uint8_t> Take() {
+        // So that nothing of it stays behind its end.
+        std::rotate(m_bytes.begin(), m_bytes.begin() + static_cast<std::ptrdiff_t>(m_nAt), m_bytes.end());
+        m_bytes.resize(m_bytes.size() - m_nAt);
+        return std::move(m_bytes);
+    }
+
+private:
+    std::vector<uint8_t> m_bytes;
+    size_t m_nAt;
+};
+
 }  // namespace
 
 std::optional<CredMessage> CredMessage::Read(std::span<const uint8_t> i_message) noexcept {
@@ -61,6 +99,7 @@ std::optional<CredMessage> CredMessage::Read(std::span<const uint8_t> i_message)
         return std::nullopt;
     }
     CredMessage message;
+    message.m_tickets = *tickets;
     message.m_nTickets = *nTickets;
     message.m_encryptedPart = *part;
     message.m_nEncryptionType = (type->front() & 0x80) != 0 ? -1 : 0;
@@ -68,6 +107,29 @@ std::optional<CredMessage> CredMessage::Read(std::span<const uint8_t> i_message)
         message.m_nEncryptionType = static_cast<int32_t>(static_cast<uint32_t>(message.m_nEncryptionType) << 8 | nByte);
     }
     return message;
+}
+
+std::vector<uint8_t> CredMessage::WithPart(std::span<const uint8_t> i_part) const {
+    constexpr size_t kMostHeads = 64;
+    constexpr uint8_t kHead[] = {kDerField,     3, kDerInteger, 1, 5,
+                                 kDerField + 1, 3, kDerInteger, 1, 22};  // version, kind
+    constexpr uint8_t kNoCipher[] = {kDerField, 3, kDerInteger, 1, 0};
+    BackwardDer writer(kMostHeads + m_tickets.size() + i_part.size());
+    const size_t nEnd = writer.Left();
+    writer.Put(i_part);
+    writer.Wrap(kDerBytes, nEnd);
+    writer.Wrap(kDerField + 2, nEnd);
+    writer.Put(kNoCipher);
+    writer.Wrap(kDerSequence, nEnd);
+    writer.Wrap(kDerField + 3, nEnd);
+    const size_t nTicketsEnd = writer.Left();
+    writer.Put(m_tickets);
+    writer.Wrap(kDerSequence, nTicketsEnd);
+    writer.Wrap(kDerField + 2, nTicketsEnd);
+    writer.Put(kHead);
+    writer.Wrap(kDerSequence, nEnd);
+    writer.Wrap(kMessageTag, nEnd);
+    return writer.Take();
 }
 
 bool CredMessage::IsDescribedBy(std::span<const uint8_t> i_part) const noexcept {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <vector>
 
 namespace morwen {
 
@@ -12,7 +13,7 @@ namespace morwen {
 class CredMessage {
 public:
     // Nothing when the bytes are no such message in DER, or its encrypted part is longer than any that describes the
-    // tickets of one client: each name in it takes libkrb5 many times its length, and to decrypt it twice takes time.
+    // tickets of one client: each name in it takes libkrb5 many times its length.
     static std::optional<CredMessage> Read(std::span<const uint8_t> i_message) noexcept;
 
     int32_t EncryptionType() const noexcept { return m_nEncryptionType; }
@@ -21,7 +22,12 @@ public:
     // The decrypted part describes each of the tickets, with its client and its server.
     bool IsDescribedBy(std::span<const uint8_t> i_part) const noexcept;
 
+    // The same message with the decrypted part in the encrypted one's place: there are keys in it. Throws
+    // std::bad_alloc.
+    std::vector<uint8_t> WithPart(std::span<const uint8_t> i_part) const;
+
 private:
+    std::span<const uint8_t> m_tickets;
     size_t m_nTickets = 0;
     int32_t m_nEncryptionType = 0;
     std::span<const uint8_t> m_encryptedPart;
