@@ -62,6 +62,7 @@ TEST_F(Logon, ToServicesTrustedForDelegationAndOthersAndNone) {
          {Case{"morwen/localhost", "1,1,0,2"}, Case{"fwd/localhost", "1,1,0,2"}, Case{"nobody/localhost", "100/42254"},
           Case{"", "100/61214"}, Case{"a b c", "100/42254"}}) {
         EXPECT_EQ(LogOn({"", "", pszService}, kNot).m_verdict, pszVerdict) << pszService;
+        EXPECT_EQ(LogOn({"", "", pszService, true}, kNot).m_verdict, pszVerdict) << pszService;  // by SPNEGO
     }
 }
 
