@@ -22,6 +22,25 @@ void Check(krb5_error_code i_nCode, const char* i_pszCall) {
 
 }  // namespace
 
+size_t CountKeys() {
+    krb5_context context = nullptr;
+    Check(krb5_init_context(&context), "krb5_init_context");
+    size_t nKeys = 0;
+    {
+        Krb5Keytab source(context);
+        Check(krb5_kt_default(context, source.Receive()), "krb5_kt_default");
+        krb5_kt_cursor cursor = nullptr;
+        krb5_keytab_entry entry{};
+        Check(krb5_kt_start_seq_get(context, source.get(), &cursor), "krb5_kt_start_seq_get");
+        for (; krb5_kt_next_entry(context, source.get(), &entry, &cursor) == 0; ++nKeys) {
+            krb5_free_keytab_entry_contents(context, &entry);
+        }
+        krb5_kt_end_seq_get(context, source.get(), &cursor);
+    }
+    krb5_free_context(context);
+    return nKeys;
+}
+
 Krb5Logon::Krb5Logon(const Target& i_target) : m_bDelegate(i_target.m_bDelegate) {
     Check(krb5_init_context(&m_context), "krb5_init_context");
     Check(krb5_parse_name(m_context, i_target.m_service.c_str(), &m_server), "krb5_parse_name");

@@ -1,12 +1,16 @@
 // The same exchange on bare libkrb5: what any logon costs that checks what must be checked.
 #pragma once
 
+#include <cstddef>
 #include <vector>
 
 #include "bench/ExportLogon.h"
 #include "platform/linux/krb5/Krb5Owners.h"
 
 namespace morwen::bench {
+
+// How many keys the keytab has. Throws std::runtime_error.
+size_t CountKeys();
 
 // Both halves in one process, mutual, the replay cache on: one context, keys and tickets in memory. Used by one thread.
 // Throws std::runtime_error when a step fails.

@@ -24,6 +24,7 @@ void RegisterLife(const std::string& i_kind, const std::vector<std::string>& i_l
         std::vector<std::string> words = {program, i_kind, "morwen", "localhost"};
         words.insert(words.end(), i_libraries.begin(), i_libraries.end());
         std::vector<char*> arguments;
+        arguments.reserve(words.size() + 1);
         for (std::string& word : words) {
             arguments.push_back(word.data());
         }

@@ -6,10 +6,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <string>
 #include <utility>
 
 #include "bench/Bench.h"
 #include "bench/ExportLogon.h"
+#include "bench/Krb5Logon.h"
 #include "morwen/morwenplugin.h"
 
 namespace morwen::bench {
@@ -73,6 +75,7 @@ int main(int i_nArguments, char** i_ppszArguments) {
         RegisterIdentities();
         RegisterCalls();
         RegisterCaches();
+        benchmark::AddCustomContext("keytab_keys", std::to_string(CountKeys()));
         RegisterHops();
         benchmark::RunSpecifiedBenchmarks();
         return EXIT_SUCCESS;

@@ -46,6 +46,26 @@ private:
     std::array<uint64_t, 4> m_aState;
 };
 
+SDateTime ExpiryOf(KeyIndex::Map::iterator i_entry) noexcept {
+    return i_entry->second ? i_entry->second->GetKnownExpiry() : StaticToken::kUnknown;
+}
+
+// The number whose decimal digits the text is, or 0: no two texts are the same number.
+uint64_t NumberOf(std::u16string_view i_key) noexcept {
+    constexpr size_t kMostDigits = 19;
+    if (i_key.empty() || i_key.size() > kMostDigits || i_key.front() == u'0') {
+        return 0;
+    }
+    uint64_t nNumber = 0;
+    for (const char16_t cUnit : i_key) {
+        if (cUnit < u'0' || cUnit > u'9') {
+            return 0;
+        }
+        nNumber = 10 * nNumber + (cUnit - u'0');
+    }
+    return nNumber;
+}
+
 }  // namespace
 
 KeyIndex::KeyIndex() {
@@ -85,19 +105,36 @@ size_t KeyIndex::Part::Search(uint64_t i_nHash, std::u16string_view i_key) const
     if (m_slots.empty()) {
         return 0;
     }
+    const uint64_t nNumber = NumberOf(i_key);
     for (size_t nAt = Home(i_nHash); m_slots[nAt].m_nHash != 0; nAt = Next(nAt)) {
-        if (m_slots[nAt].m_nHash == i_nHash && m_slots[nAt].m_entry->first.view() == i_key) {
+        const Slot& slot = m_slots[nAt];
+        if (slot.m_nHash == i_nHash && slot.m_nNumber == nNumber &&
+            (nNumber != 0 || slot.m_entry->first.view() == i_key)) {
             return nAt;
         }
     }
     return m_slots.size();
 }
 
-KeyIndex::Map::iterator KeyIndex::Find(std::u16string_view i_key, Map::iterator i_end) const noexcept {
+const KeyIndex::Slot* KeyIndex::Lookup(std::u16string_view i_key) const noexcept {
     const uint64_t nHash = Hash(i_key);
     const Part& part = m_aParts[PartOf(nHash)];
     const size_t nAt = part.Search(nHash, i_key);
-    return nAt < part.m_slots.size() ? part.m_slots[nAt].m_entry : i_end;
+    return nAt < part.m_slots.size() ? &part.m_slots[nAt] : nullptr;
+}
+
+KeyIndex::Map::iterator KeyIndex::Find(std::u16string_view i_key, Map::iterator i_end) const noexcept {
+    const Slot* const pSlot = Lookup(i_key);
+    return pSlot != nullptr ? pSlot->m_entry : i_end;
+}
+
+void KeyIndex::Update(Map::iterator i_entry) noexcept {
+    const std::u16string_view key = i_entry->first.view();
+    const uint64_t nHash = Hash(key);
+    Part& part = m_aParts[PartOf(nHash)];
+    if (const size_t nAt = part.Search(nHash, key); nAt < part.m_slots.size()) {
+        part.m_slots[nAt].m_expiry = ExpiryOf(i_entry);
+    }
 }
 
 void KeyIndex::Add(Map::iterator i_entry) {
@@ -114,7 +151,7 @@ void KeyIndex::Add(Map::iterator i_entry) {
         }
         part = std::move(larger);
     }
-    part.Put({nHash, i_entry});
+    part.Put({nHash, NumberOf(i_entry->first.view()), i_entry, ExpiryOf(i_entry)});
 }
 
 void KeyIndex::Remove(Map::iterator i_entry) noexcept {

@@ -23,11 +23,23 @@ public:
     using Parts = std::array<Part, size_t{1} << kPartBits>;
     using Map = std::map<SWCharString, StaticTokenPtr>;
 
+    // What a lookup needs, in one place.
+    struct Slot {
+        uint64_t m_nHash = 0;    // of an entry never 0
+        uint64_t m_nNumber = 0;  // that the key is, as most are; else 0, and the key is the entry's
+        Map::iterator m_entry;
+        SDateTime m_expiry;  // as the token's has been (StaticToken::GetKnownExpiry)
+    };
+
     // Throws std::bad_alloc, and what the system's source of random numbers does.
     KeyIndex();
 
     // The map's end where there is none.
     Map::iterator Find(std::u16string_view i_key, Map::iterator i_end) const noexcept;
+    // Null where there is none.
+    const Slot* Lookup(std::u16string_view i_key) const noexcept;
+    // The entry's token, or its expiry, is another one now.
+    void Update(Map::iterator i_entry) noexcept;
     // An entry whose key is not there. Throws std::bad_alloc and leaves everything as it was.
     void Add(Map::iterator i_entry);
     // Does nothing where it is not there.
@@ -36,10 +48,6 @@ public:
     Parts Clear() noexcept;
 
 private:
-    struct Slot {
-        uint64_t m_nHash = 0;  // of an entry never 0
-        Map::iterator m_entry;
-    };
     // Of a size that is a power of two, at most three quarters of it in use; or empty.
     struct Part {
         std::vector<Slot> m_slots;

@@ -65,8 +65,16 @@ bool SecContextCache::Extract(const SWCharString& i_ssKey, StaticTokenPtr& o_pTo
 
 bool SecContextCache::IsValid(const SWCharString& i_ssKey) {
     const CSmartReadLocker locker(m_lock);
-    const StaticTokenPtr* const pFound = Lookup(i_ssKey);
-    return pFound != nullptr && *pFound && !(*pFound)->Expired(SDateTime::GetCurrentDateTime());
+    const SDateTime now = SDateTime::GetCurrentDateTime();
+    const KeyIndex::Slot* const pFound = m_index.Lookup(i_ssKey.view());
+    if (pFound == nullptr) {
+        return false;
+    }
+    if (pFound->m_expiry != StaticToken::kUnknown && now <= pFound->m_expiry) {
+        return true;  // and the token, which lies elsewhere in memory, need not be asked
+    }
+    const StaticTokenPtr& pToken = pFound->m_entry->second;
+    return pToken && !pToken->Expired(now);
 }
 
 bool SecContextCache::Remove(const SWCharString& i_ssKey) {
@@ -116,7 +124,9 @@ KeyIndex::Map::iterator SecContextCache::EntryOf(const SWCharString& i_ssKey) {
 StaticTokenPtr SecContextCache::Put(const SWCharString& i_ssKey, const StaticTokenPtr& i_pToken) {
     const auto [entry, bNew] = m_mapCachedContexts.try_emplace(i_ssKey, i_pToken);
     if (!bNew) {
-        return std::exchange(entry->second, i_pToken);
+        StaticTokenPtr pReplaced = std::exchange(entry->second, i_pToken);
+        m_index.Update(entry);
+        return pReplaced;
     }
     try {
         m_index.Add(entry);
@@ -172,6 +182,13 @@ bool SecContextCache::RemoveExpired(const SWCharString& i_ssKey, const StaticTok
         S_TRACE("ssoplugin: SecContextUpdateThread::CleanUp() -- %1 has been removed.", i_ssKey);
     }
     return true;
+}
+
+void SecContextCache::NoteRenewal(const SWCharString& i_ssKey) {
+    const CSmartWriteLocker locker(m_lock);
+    if (const auto found = EntryOf(i_ssKey); found != m_mapCachedContexts.end()) {
+        m_index.Update(found);
+    }
 }
 
 // ---- The update thread ----

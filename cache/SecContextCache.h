@@ -50,6 +50,10 @@ public:
     // when it has been renewed meanwhile.
     bool RemoveExpired(const SWCharString& i_ssKey, const StaticTokenPtr& i_pToken, SDateTime i_now);
 
+    // For the update thread: the token under the key has been renewed. If the host has changed the key in this moment,
+    // lookups go by the expiry of before, and past that ask the token.
+    void NoteRenewal(const SWCharString& i_ssKey);
+
 protected:
     ~SecContextCache() override;
     // Makes the thread, not started; throws what the thread library throws.

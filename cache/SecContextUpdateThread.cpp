@@ -139,7 +139,11 @@ bool SecContextUpdateThread::CleanUpOne(const SWCharString& i_ssKey, const Stati
         return true;
     }
     RenewalTurn turn(m_silent, i_ssKey);
-    turn.Note(i_pToken->Renegotiate(i_now, &turn));
+    const bool bRenewed = i_pToken->Renegotiate(i_now, &turn);
+    if (bRenewed) {
+        m_pCache->NoteRenewal(i_ssKey);
+    }
+    turn.Note(bRenewed);
     return !turn.IsPutOff();
 }
 

@@ -68,6 +68,10 @@ public:
     // Whether one thread more may act through it: beyond the count's range it could be removed while one does.
     bool MayBeCounted() const noexcept { return GetImpersonationCount() != std::numeric_limits<uint16_t>::max(); }
 
+    static constexpr SDateTime kUnknown{std::numeric_limits<int64_t>::min()};
+    // Until then Expired says no, for all that is known now; a renewal may change it. kUnknown: it must be asked.
+    SDateTime GetKnownExpiry() const noexcept { return m_expiry.get(); }
+
     // Whether somebody works with it or acts as its user. No lock is waited for.
     bool IsInUse() const noexcept { return IsAtWork() || GetImpersonationCount() != 0; }
     // Until nobody works with it any more.
@@ -95,7 +99,6 @@ protected:
     };
 
     // What lookups read stands together, near the beginning.
-    static constexpr SDateTime kUnknown{std::numeric_limits<int64_t>::min()};
     Instant m_expiry{kUnknown};  // of the context, for derived tokens whose contexts have one
     Instant m_lastNegotiated;
 
