@@ -9,6 +9,10 @@ namespace morwen {
 
 using Bytes = std::vector<uint8_t>;
 
+// What SPNEGO calls the mechanisms.
+inline const Bytes kKerberosObject = {0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x12, 0x01, 0x02, 0x02};
+inline const Bytes kNtlmObject = {0x06, 0x0A, 0x2B, 0x06, 0x01, 0x04, 0x01, 0x82, 0x37, 0x02, 0x02, 0x0A};
+
 inline Bytes operator+(Bytes i_left, const Bytes& i_right) {
     i_left.insert(i_left.end(), i_right.begin(), i_right.end());
     return i_left;

@@ -9,8 +9,6 @@ namespace {
 constexpr ParasSeq kNegotiate = {u"" SSO_KEY_NEGOTIATE, SSO_PARAMETER_BOOL, u"1", nullptr};
 constexpr ParasSeq kNegotiating = {u"" SSO_KEY_SPN, SSO_PARAMETER_STRING, u"morwen/localhost@FUZZ.TEST",
                                    const_cast<ParasSeq*>(&kNegotiate)};
-const Bytes kKerberos = {0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x12, 0x01, 0x02, 0x02};
-const Bytes kNtlm = {0x06, 0x0A, 0x2B, 0x06, 0x01, 0x04, 0x01, 0x82, 0x37, 0x02, 0x02, 0x0A};
 
 // The ciphertexts of the mechanism's token in a token of either kind.
 Bytes Inside(const Bytes& i_token) {
@@ -50,7 +48,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* i_pBytes, size_t i_nBytes) 
         case 2: {  // the proof of a list in which Kerberos comes second, or what stands in its place
             const auto init = ReadNegTokenInit(valid);
             const Bytes token(init->m_token->begin(), init->m_token->end());
-            const Result asked = Accept(Der(0xA0, Der(0x30, Der(0xA0, Der(0x30, kNtlm + kKerberos)))));
+            const Result asked = Accept(Der(0xA0, Der(0x30, Der(0xA0, Der(0x30, kNtlmObject + kKerberosObject)))));
             const Result proving = Accept(Der(0xA1, Der(0x30, Der(0xA2, Der(0x04, token)))), asked.m_key);
             MORWEN_INVARIANT(asked.m_nCode == SSO_CONTINUE && proving.m_nCode == SSO_CONTINUE);
             const bool bRaw = (input[0] & 1) != 0;

@@ -29,7 +29,7 @@ Bytes ManyIn(size_t i_nBytes) {
 }
 
 Bytes Framed(const Bytes& i_message) {
-    return Der(0x60, Bytes{0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x12, 0x01, 0x02, 0x02, 1, 0} + i_message);
+    return Der(0x60, kKerberosObject + Bytes{1, 0} + i_message);
 }
 
 // An AP-REQ of a stranger for a service whose name has as many parts as there is room for.

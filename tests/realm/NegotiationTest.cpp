@@ -9,8 +9,6 @@
 namespace morwen {
 namespace {
 
-const Bytes kKerberos = {0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x12, 0x01, 0x02, 0x02};
-const Bytes kNtlm = {0x06, 0x0A, 0x2B, 0x06, 0x01, 0x04, 0x01, 0x82, 0x37, 0x02, 0x02, 0x0A};
 const std::string kOwn = "tls-server-end-point:00ff10", kOther = "tls-server-end-point:00ff11";
 const std::string kOwnData("tls-server-end-point:\0\xFF\x10", 24);
 
@@ -71,7 +69,8 @@ Bytes From(const Bytes& i_bytes, const Bytes& i_mark) {
 
 // Kerberos is the client's second choice: whose list has been cut on its way is not logged on.
 TEST_F(Negotiation, ListsAreComparedByMics) {
-    const Bytes sent = Der(0x30, kNtlm + kKerberos), longer = Der(0x30, kNtlm + kNtlm + kKerberos);
+    const Bytes sent = Der(0x30, kNtlmObject + kKerberosObject),
+                longer = Der(0x30, kNtlmObject + kNtlmObject + kKerberosObject);
     const std::string refused = std::string(",") + kUnusable + "," + kUnusable;
     const struct {
         bool m_bMutual;
@@ -86,7 +85,7 @@ TEST_F(Negotiation, ListsAreComparedByMics) {
         const Bytes token = peer.Initiate("morwen/localhost", nFlags);
         const auto mic = [&] { return test.m_signed.empty() ? Bytes() : peer.Mic(test.m_signed); };
         const LoginResult first = AcceptLogin(Der(0xA0, Der(0x30, Der(0xA0, sent) + Der(0xA2, Der(0x04, {1, 2})))));
-        EXPECT_EQ(first.m_token, Der(0xA1, Der(0x30, Bytes{0xA0, 3, 0x0A, 1, 3} + Der(0xA1, kKerberos))));
+        EXPECT_EQ(first.m_token, Der(0xA1, Der(0x30, Bytes{0xA0, 3, 0x0A, 1, 3} + Der(0xA1, kKerberosObject))));
         const LoginResult last = AcceptLogin(Response(token, test.m_bMutual ? Bytes() : mic()), first.m_key);
         std::string verdicts = first.m_verdict + "," + last.m_verdict;
         if (test.m_bMutual) {

@@ -215,8 +215,7 @@ TEST_F(GuessedKey, OfAnUnfinishedOrReleasedOneOpensNothing) {
 }
 
 TEST_F(OpenSessions, OfClientsWithoutATicketAreFew) {
-    const Bytes proposal =
-        Der(0xA0, Der(0x30, Der(0xA0, Der(0x30, {6, 9, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x12, 1, 2, 2}))));
+    const Bytes proposal = Der(0xA0, Der(0x30, Der(0xA0, Der(0x30, kKerberosObject))));
     const std::string first = AcceptLogin(proposal).m_key;
     const auto response = [this] { return Der(0xA1, Der(0x30, Der(0xA2, Der(4, HalfLogin().m_token)))); };
     EXPECT_EQ(AcceptLogin(response(), first).m_verdict, "1");  // one of those that have shown a ticket, and stay
