@@ -45,7 +45,7 @@ public:
         }
         if (!bMine) {
             const Answer pAnswer = pQuestion->Await();
-            return pAnswer != nullptr && i_isGood(*pAnswer) ? pAnswer : i_ask(pEarlier);
+            return pAnswer != nullptr && i_isGood(*pAnswer) ? pAnswer : i_ask(pAnswer != nullptr ? pAnswer : pEarlier);
         }
         const Asking asking{*this, i_name, *pQuestion};
         Answer pAnswer = i_ask(pEarlier);
