@@ -202,32 +202,58 @@ private:
     size_t m_nHeadLength = 0;  // of its text before the last number
 };
 
-// One kind of information about a token, on the stack as long as it fits the default size.
-class UserData {
+// One kind of information about a token: its own bytes as long as the information fits the default size.
+class UserDataBuffer {
 public:
-    UserData(HANDLE i_hUserHandle, TOKEN_INFORMATION_CLASS i_eClass) {  // NOLINT(*-pro-type-member-init)
-        GetUserData(i_hUserHandle, i_eClass);
-    }
-    UserData(const UserData&) = delete;
-    UserData& operator=(const UserData&) = delete;
+    UserDataBuffer() = default;  // NOLINT(*-pro-type-member-init): only what the system writes is read
+    UserDataBuffer(const UserDataBuffer&) = delete;
+    UserDataBuffer& operator=(const UserDataBuffer&) = delete;
 
+    explicit operator bool() const noexcept { return m_pBytes != nullptr; }
     template <class Record>
     const Record& As() const noexcept {
-        return *reinterpret_cast<const Record*>(m_pLarger ? m_pLarger.get() : m_aFirst);
+        return *reinterpret_cast<const Record*>(m_pBytes);
     }
 
+    // Bytes to write to, in place of those before. Throws std::bad_alloc.
+    BYTE* Allocate(DWORD i_nSize) {
+        if (i_nSize > sizeof m_aFirst) {
+            m_pLarger = std::make_unique_for_overwrite<BYTE[]>(i_nSize);
+        }
+        return m_pLarger ? m_pLarger.get() : m_aFirst;
+    }
+    void Take(BYTE* i_pBytes) noexcept { m_pBytes = i_pBytes; }
+
 private:
-    // Throws SSOException.
-    void GetUserData(HANDLE i_hUserHandle, TOKEN_INFORMATION_CLASS i_eClass) {
-        S_ASSERT(i_hUserHandle);
-        if (i_hUserHandle == nullptr) {
-            throw SSOException(SSO_ERROR);
+    alignas(std::max_align_t) BYTE m_aFirst[SSPI_DEFAULT_USER_DATA_BUFFER_SIZE];
+    std::unique_ptr<BYTE[]> m_pLarger;
+    BYTE* m_pBytes = nullptr;
+};
+
+// Throws SSOException; the buffer is then as it was.
+void GetUserData(HANDLE i_hUserHandle, TOKEN_INFORMATION_CLASS i_eClass, UserDataBuffer* o_TokenInformation) {
+    S_ASSERT(i_hUserHandle);
+    S_ASSERT(o_TokenInformation);
+    if (i_hUserHandle == nullptr || o_TokenInformation == nullptr) {
+        throw SSOException(SSO_ERROR);
+    }
+    if (*o_TokenInformation) {
+        S_TRACE(
+            "ssoplugin: KerberosSSPIHandler::GetUserData() -- Non-NULL out-param.  This will be overwritten and lost!");
+        S_ASSERT(!*o_TokenInformation);
+    }
+    const auto allocate = [o_TokenInformation](DWORD i_nSize) {
+        try {
+            return o_TokenInformation->Allocate(i_nSize);
+        } catch (const std::bad_alloc&) {
+            S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- Out of memory!");
+            throw SSOException(SSOException::OutOfMemory());
         }
-        DWORD dwRequiredBufferSize = 0;
-        if (Platform::Tokens().GetTokenInformation(i_hUserHandle, i_eClass, m_aFirst,
-                                                   SSPI_DEFAULT_USER_DATA_BUFFER_SIZE, &dwRequiredBufferSize)) {
-            return;
-        }
+    };
+    BYTE* pBuffer = allocate(SSPI_DEFAULT_USER_DATA_BUFFER_SIZE);
+    DWORD dwRequiredBufferSize = 0;
+    if (!Platform::Tokens().GetTokenInformation(i_hUserHandle, i_eClass, pBuffer, SSPI_DEFAULT_USER_DATA_BUFFER_SIZE,
+                                                &dwRequiredBufferSize)) {
         if (const DWORD nError = Platform::Kernel().GetLastError(); nError != ERROR_INSUFFICIENT_BUFFER) {
             S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- GetTokenInformation failed (first try).");
             ThrowSystemFailure(nError, kMsgGeneral);
@@ -235,35 +261,33 @@ private:
         S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- Reallocating buffer.  Size is %1.",
                 uint64_t{dwRequiredBufferSize});
         S_ASSERT(dwRequiredBufferSize > SSPI_DEFAULT_USER_DATA_BUFFER_SIZE);
-        try {
-            m_pLarger = std::make_unique_for_overwrite<BYTE[]>(dwRequiredBufferSize);
-        } catch (const std::bad_alloc&) {
-            S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- Out of memory!");
-            throw SSOException(SSOException::OutOfMemory());
-        }
-        if (!Platform::Tokens().GetTokenInformation(i_hUserHandle, i_eClass, m_pLarger.get(), dwRequiredBufferSize,
+        pBuffer = allocate(dwRequiredBufferSize);
+        if (!Platform::Tokens().GetTokenInformation(i_hUserHandle, i_eClass, pBuffer, dwRequiredBufferSize,
                                                     &dwRequiredBufferSize)) {
             const DWORD nError = Platform::Kernel().GetLastError();
             S_TRACE("ssoplugin: KerberosSSPIHandler::GetUserData() -- GetTokenInformation failed (second try).");
             ThrowSystemFailure(nError, kMsgGeneral);
         }
     }
-
-    alignas(std::max_align_t) BYTE m_aFirst[SSPI_DEFAULT_USER_DATA_BUFFER_SIZE];  // only what was written is read
-    std::unique_ptr<BYTE[]> m_pLarger;
-};
+    S_ASSERT(pBuffer);
+    o_TokenInformation->Take(pBuffer);
+}
 
 void ReadUser(HANDLE i_hUser, Parameters& o_parameters) {
     SWCharString ssSid;
-    const UserData user(i_hUser, TokenUser);
-    SIDToSString(user.As<TOKEN_USER>().User.Sid, ssSid);
+    UserDataBuffer pUserDataBuffer;
+    GetUserData(i_hUser, TokenUser, &pUserDataBuffer);
+    S_ASSERT(pUserDataBuffer);
+    SIDToSString(pUserDataBuffer.As<TOKEN_USER>().User.Sid, ssSid);
     S_TRACE("ssoplugin: KerberosSSPIHandler::GetLogonInformation() -- User's SID is %1", ssSid);
     o_parameters.SetParameter(u"SSPI_USER_SID"_ss, ssSid);
 }
 
 void ReadGroups(HANDLE i_hUser, Parameters& o_parameters) {
-    const UserData data(i_hUser, TokenGroups);
-    const auto& groups = data.As<TOKEN_GROUPS>();
+    UserDataBuffer pGroupDataBuffer;
+    GetUserData(i_hUser, TokenGroups, &pGroupDataBuffer);
+    S_ASSERT(pGroupDataBuffer);
+    const auto& groups = pGroupDataBuffer.As<TOKEN_GROUPS>();
     const SID_AND_ATTRIBUTES* pGroup = groups.Groups;
     constexpr size_t kUsualSidLength = 48;
     SidTexts texts((groups.GroupCount + size_t{2}) * kUsualSidLength);
@@ -324,7 +348,8 @@ bool IsKnownToDirectory(const SSOSessionPtr& i_pSession) {
     }
     const auto close = [](void* i_hUser) { static_cast<void>(Platform::Tokens().CloseHandle(i_hUser)); };
     const std::unique_ptr<void, decltype(close)> pUser(hUser, close);
-    const UserData user(hUser, TokenUser);
+    UserDataBuffer user;
+    GetUserData(hUser, TokenUser, &user);
     const PSID pSid = user.As<TOKEN_USER>().User.Sid;
     constexpr BYTE kUnixAuthority[] = {0, 0, 0, 0, 0, 22};
     return Platform::Tokens().IsValidSid(pSid) != FALSE &&
