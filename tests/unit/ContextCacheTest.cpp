@@ -334,7 +334,7 @@ TEST_F(ContextCacheTest, AThreadThatCannotBeStartedIsNotReplaced) {
 TEST(KeyIndex, FindsWhatIsThereAndNothingElse) {
     KeyIndex index;
     KeyIndex::Map map;
-    std::mt19937 random(1);
+    std::mt19937 random(1);            // NOLINT(cert-msc32-c,cert-msc51-cpp): the same each time
     for (int i = 0; i < 60000; ++i) {  // parts that grow, crowd and shrink
         const SWCharString ssKey = SWCharStringConv::ToString(uint64_t{random() % (i < 30000 ? 4000 : 60)});
         const auto found = map.find(ssKey);
