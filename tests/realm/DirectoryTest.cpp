@@ -158,7 +158,7 @@ TEST_F(Directory, SecondHopsMixNoUsers) {
             threads[nThread] = std::jthread([&, nThread] {
                 ActingThread thread;
                 for (size_t i = nThread; i < nThread + 8; ++i) {
-                    const std::string& key = (nThread < 4 ? keys : captured)[i % 2];
+                    const std::string& key = nThread < 4 ? keys[i % 2] : captured[i % 2];
                     EXPECT_EQ(thread.Impersonate(key, kWho[i % 2].second), "0");
                     EXPECT_EQ(LogOn().m_userSid, sids[i % 2]);
                 }
