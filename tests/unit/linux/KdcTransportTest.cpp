@@ -197,6 +197,7 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"SilentTcpThenUdp", {{true, true, "", kAnswer}}, kAnswer, "", 950, 1'350},
         Case{"SilentThenASecondKdc", {kSilent, kGood}, kAnswer, "", 950, 1'350},
         Case{"DeadThenASecondKdc", {kDead, kGood}, kAnswer, "refused"},
+        Case{"OneInPlaceOfEachThatEnds", {kSilent, kDead, kSilent, kGood}, "", "not asked in time", 1'380, 1'700},
         Case{"HangsUp", {{true, false, "close", ""}}, "", "closed without an answer"},
         Case{"ClaimsTooMuch", {{true, false, "\x7F\xFF\xFF\xFFxx", ""}}, "", "impossible length"},
         Case{"ClaimsNothing", {{true, false, Framed(""), ""}}, "", "impossible length"},

@@ -25,8 +25,8 @@ TEST(Krb5Words, NamesWithoutControlCharacters) {
     EXPECT_EQ(ErrorWords(lease.get(), KRB5_KT_NOTFOUND), "no key for ?]0;???\xC3\x9B\xC2");
     EXPECT_EQ(shown("a\xC2\x9B"
                     "2J\xE2\x80\xAE"
-                    "b\xE2\x81\xA6\xD8\x9C\x9B\xE2\x82\xA7\xE2\x81\xBF\xC4\x9B@HERE"),
-              "a??2J???b??????\xE2\x82\xA7\xE2\x81\xBF\xC4\x9B@HERE");
+                    "b\xE2\x81\xA6\xD8\x9C\x9B\xE2\x82\xA7\xE2\x81\xBF\xC4\x9B\xF0\x90\x8C\x80@HERE"),
+              "a??2J???b??????\xE2\x82\xA7\xE2\x81\xBF\xC4\x9B\xF0\x90\x8C\x80@HERE");
     FailWith(SEC_E_WRONG_PRINCIPAL, "\x1B[2J");
     EXPECT_EQ(FailureText(SEC_E_WRONG_PRINCIPAL), "?[2J");
 }
