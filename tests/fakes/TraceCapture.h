@@ -41,9 +41,13 @@ public:
         m_messages.clear();
         return wrong.empty() ? testing::AssertionSuccess() : testing::AssertionFailure() << wrong << "among\n" << all;
     }
-    bool Contains(const std::string& i_text) const {
+    bool Contains(const std::string& i_text) const { return Count(i_text) > 0; }
+    // How many messages have the text in them.
+    int64_t Count(const std::string& i_text) const {
         const std::lock_guard lock(m_mutex);
-        return Has(i_text);
+        return std::count_if(m_messages.begin(), m_messages.end(), [&i_text](const auto& i_message) {
+            return i_message.second.find(i_text) != std::string::npos;
+        });
     }
 
     std::function<void(const std::string&)> m_onSaid = [](const std::string&) {};  // by the thread that speaks

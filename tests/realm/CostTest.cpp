@@ -170,6 +170,11 @@ protected:
 };
 
 TEST_F(TokenCost, IsBounded) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    constexpr double kMostPlainLogons = 100;  // the sanitizers slow down this library's walks and not libkrb5
+#else
+    constexpr double kMostPlainLogons = 20;
+#endif
     const double nPlain = CostOf([] {
                               for (int i = 0; i < 100; ++i) {
                                   LogOn();
@@ -221,7 +226,7 @@ TEST_F(TokenCost, IsBounded) {
         EXPECT_EQ(cost.m_verdict, pszVerdict) << pszWhat;
         printf("%s (%zu bytes): %.0f us, %.1f plain logons, %zu KiB\n", pszWhat, token.size(), cost.m_nMicroseconds,
                cost.m_nMicroseconds / nPlain, cost.m_nKiB);
-        EXPECT_LT(cost.m_nMicroseconds, 20 * nPlain) << pszWhat;
+        EXPECT_LT(cost.m_nMicroseconds, kMostPlainLogons * nPlain) << pszWhat;
         EXPECT_LT(cost.m_nKiB, 8192U) << pszWhat;
     }
 }
