@@ -205,7 +205,9 @@ private:
 // One kind of information about a token: its own bytes as long as the information fits the default size.
 class UserDataBuffer {
 public:
-    UserDataBuffer() = default;  // NOLINT(*-pro-type-member-init): only what the system writes is read
+    // Only what the system writes is read.
+    // cppcheck-suppress uninitMemberVar
+    UserDataBuffer() = default;  // NOLINT(*-pro-type-member-init)
     UserDataBuffer(const UserDataBuffer&) = delete;
     UserDataBuffer& operator=(const UserDataBuffer&) = delete;
 

@@ -20,7 +20,7 @@ using ForwardedCredentials = Krb5Owner<krb5_creds**, krb5_free_tgt_creds>;
 // Bytes with keys in them, which do not stay behind.
 class Secret {
 public:
-    explicit Secret(std::vector<uint8_t> i_bytes) noexcept : m_bytes(std::move(i_bytes)) {}
+    explicit Secret(std::vector<uint8_t>&& i_bytes) noexcept : m_bytes(std::move(i_bytes)) {}
     ~Secret() { Harrowlib201::SecureWipe(m_bytes.data(), m_bytes.size()); }
     Secret(const Secret&) = delete;
     Secret& operator=(const Secret&) = delete;
