@@ -19,8 +19,7 @@ namespace {
 constexpr const char* kOnlyNtlm =
     "ssoplugin: AcceptingNegotiation::Read() -- The client offers NTLM and no Kerberos, so it has no ticket for this "
     "service. Usual causes: the address names the server by number or by a name that is not the service principal's; "
-    "the "
-    "realm has no such principal (SPN); the client is not in the domain, or does not trust the site.";
+    "the realm has no such principal (SPN); the client is not in the domain, or does not trust the site.";
 
 }  // namespace
 
