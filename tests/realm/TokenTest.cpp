@@ -118,20 +118,20 @@ TEST_F(ForgedToken, CutOrLengthened) {
 TEST_F(ForgedToken, WithAFlippedBitMakesNobodyElse) {
     const std::string alice = LogOn().m_userSid;
     const std::string_view host = "localhost";
-    Bytes token = HalfLogin().m_token;
-    const size_t nBits = 8 * token.size();
-    for (size_t nRun = 0; nRun < 2 * nBits; ++nRun) {
-        const Client client{.m_bNegotiate = nRun >= nBits};
-        token = nRun == nBits ? HalfLogin(client).m_token : token;
-        const size_t nBit = nRun % nBits;
-        const LoginResult accepted = AcceptLogin(Flipped(token, nBit));
-        EXPECT_TRUE(m_trace.Said({}));
-        if (accepted.m_verdict != kUnusable) {
+    for (const bool bNegotiate : {false, true}) {
+        const Client client{.m_bNegotiate = bNegotiate};
+        Bytes token = HalfLogin(client).m_token;
+        for (size_t nBit = 0; nBit < 8 * token.size(); ++nBit) {  // the next token may be a byte shorter
+            const LoginResult accepted = AcceptLogin(Flipped(token, nBit));
+            EXPECT_TRUE(m_trace.Said({}));
+            if (accepted.m_verdict == kUnusable) {
+                continue;
+            }
             const auto name = std::search(token.begin(), token.end(), host.begin(), host.end()) - token.begin();
             EXPECT_LT(nBit / 8, static_cast<size_t>(name) + host.size() + 18) << nBit;
             EXPECT_EQ(accepted.m_verdict, "1") << nBit;
             const LoginResult closed = CloseLogin(accepted.m_key);
-            const bool bNobody = client.m_bNegotiate && closed.m_verdict == kUnusable;
+            const bool bNobody = bNegotiate && closed.m_verdict == kUnusable;
             EXPECT_TRUE(bNobody || closed.m_userSid == alice) << nBit;
             m_nHalfDone += bNobody;
             token = HalfLogin(client).m_token;  // or each that follows would be refused as a replay
