@@ -31,7 +31,7 @@ REASONS = {
     "keytab of another service": "refused a logon to morwen/localhost@MORWEN.TEST .*isn't for us; the keytab has old/localhost@MORWEN.TEST",
     "rc4 alone": "getting a ticket for rc4-hmac/localhost .*no support for encryption type",
     "old key": "refused a logon to old/localhost@MORWEN.TEST .*the ticket is for key version 3, the keytab has 2",
-    "wrong key": "refused a logon to other/localhost@MORWEN.TEST .*Cannot decrypt ticket for other/localhost@MORWEN.TEST",
+    "wrong key": "refused a logon to other/localhost@MORWEN.TEST .*the keytab's key for the service does not open the ticket",
     "no folder for the replay cache": "refused a logon .*No such file or directory .*none/krb5_.*rcache2",
     "user who may not be acted as": "the user maps to root, whom no logon may act as; see auth_to_local",
     "client's old ticket": "refused a logon .*the ticket is for key version 1, the keytab has 2",

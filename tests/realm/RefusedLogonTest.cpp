@@ -84,7 +84,7 @@ TEST_F(RefusedLogon, ByTheKeytab) {
     refused("morwen/localhost", "FILE:" + RealmPath("odd.keytab"), "100/61215", "odd.keytab cannot be read");
     refused("morwen/localhost", "ODD:keys", "100/61215", "ODD:keys cannot be read");
     refused("morwen/localhost", twin, "100/42254", "to morwen/localhost@MORWEN.TEST with keytab " + twin);
-    refused("twin/localhost", twin, "100/42254", twin + ": Cannot decrypt ticket for twin/localhost@MORWEN.TEST");
+    refused("twin/localhost", twin, "100/42254", "the keytab's key for the service does not open the ticket");
     refused("rekeyed/localhost", rekeyed, "100/42254", "the ticket is for key version 2, the keytab has 1");
 }
 

@@ -77,8 +77,8 @@ std::shared_ptr<const AcceptorKeys> KeysToLogOnWith(krb5_context i_context) {
 }
 
 std::string NameOf(krb5_context i_context, const AcceptorKeys& i_keys, const TicketService& i_service) {
-    const krb5_const_principal pName = i_keys.Find(i_service);
-    return i_keys.Name() + " " + (pName != nullptr ? PrincipalText(i_context, pName) : "");
+    const auto* const pService = i_keys.Find(i_service);
+    return i_keys.Name() + " " + (pService != nullptr ? PrincipalText(i_context, pService->m_pName) : "");
 }
 
 bool HaveSameKey(const krb5_keytab_entry& i_left, const krb5_keytab_entry& i_right) noexcept {

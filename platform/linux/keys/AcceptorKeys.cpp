@@ -1,7 +1,9 @@
 #include "platform/linux/keys/AcceptorKeys.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
+#include <cstdlib>
 #include <utility>
 
 #include "harrow/lifetime/AtUnload.h"
@@ -102,8 +104,11 @@ std::string NewMemoryName() {
     return "MEMORY:morwen-" + std::to_string(reinterpret_cast<uintptr_t>(&s_nLast)) + "-" + std::to_string(++s_nLast);
 }
 
-std::string WithKind(const std::string& i_name) {
-    return i_name.starts_with('/') ? "FILE:" + i_name : i_name;
+std::string WithKind(std::string i_name) {
+    if (i_name.starts_with('/')) {
+        i_name.insert(0, "FILE:");
+    }
+    return i_name;
 }
 
 [[noreturn]] void FailUnreadable(krb5_context i_context, krb5_error_code i_nCode, const std::string& i_name) {
@@ -114,6 +119,10 @@ std::string WithKind(const std::string& i_name) {
 }  // namespace
 
 std::shared_ptr<const AcceptorKeys> AcceptorKeys::Default(krb5_context i_context) {
+    // Before anything else, as libkrb5 does, which takes longer over it.
+    if (const char* const pszNamed = secure_getenv("KRB5_KTNAME")) {
+        return Named(i_context, pszNamed);
+    }
     std::array<char, 4096>
         aName;  // NOLINT(cppcoreguidelines-pro-type-member-init): clearing it would cost more than the call
     if (const krb5_error_code nCode = krb5_kt_default_name(i_context, aName.data(), int{aName.size()}); nCode != 0) {
@@ -122,8 +131,8 @@ std::shared_ptr<const AcceptorKeys> AcceptorKeys::Default(krb5_context i_context
     return Named(i_context, aName.data());
 }
 
-std::shared_ptr<const AcceptorKeys> AcceptorKeys::Named(krb5_context i_context, const std::string& i_name) {
-    return Held().Get(i_context, WithKind(i_name));
+std::shared_ptr<const AcceptorKeys> AcceptorKeys::Named(krb5_context i_context, std::string i_name) {
+    return Held().Get(i_context, WithKind(std::move(i_name)));
 }
 
 void AcceptorKeys::ReleaseHeld() noexcept {
@@ -133,6 +142,7 @@ void AcceptorKeys::ReleaseHeld() noexcept {
 AcceptorKeys::AcceptorKeys(krb5_context i_context, std::string i_name) : m_name(std::move(i_name)) {
     try {
         ReadEntries(i_context);
+        OrderByName();
         Publish(i_context);
     } catch (...) {
         FreeEntries();
@@ -168,6 +178,22 @@ void AcceptorKeys::ReadEntries(krb5_context i_context) {
     }
 }
 
+void AcceptorKeys::OrderByName() {
+    for (const krb5_keytab_entry& entry : m_entries) {
+        const auto name = TicketService::Of(*entry.principal);
+        if (!name) {
+            continue;  // no ticket's name is so long
+        }
+        auto& alike = m_services[name->PlaceInAnyCase()];
+        auto it = std::find_if(alike.begin(), alike.end(),
+                               [&](const Service& i_other) { return name->Is(*i_other.m_pName, false); });
+        if (it == alike.end()) {
+            it = alike.insert(it, {entry.principal, {}});
+        }
+        it->m_entries.push_back(&entry);
+    }
+}
+
 void AcceptorKeys::Publish(krb5_context i_context) {
     krb5_keytab keytab = nullptr;
     krb5_error_code nCode = krb5_kt_resolve(i_context, NewMemoryName().c_str(), &keytab);
@@ -188,11 +214,15 @@ void AcceptorKeys::FreeEntries() noexcept {
     }
 }
 
-krb5_const_principal AcceptorKeys::Find(const TicketService& i_service) const noexcept {
+const AcceptorKeys::Service* AcceptorKeys::Find(const TicketService& i_service) const {
+    const auto alike = m_services.find(i_service.PlaceInAnyCase());
+    if (alike == m_services.end()) {
+        return nullptr;
+    }
     for (const bool bInAnyCase : {false, true}) {
-        for (const krb5_keytab_entry& entry : m_entries) {
-            if (i_service.Is(*entry.principal, bInAnyCase)) {
-                return entry.principal;
+        for (const Service& service : alike->second) {
+            if (i_service.Is(*service.m_pName, bInAnyCase)) {
+                return &service;
             }
         }
     }

@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "platform/linux/contexts/Krb5Kept.h"
@@ -21,7 +22,7 @@ public:
     // (SEC_E_NO_CREDENTIALS, the text naming the keytab) when there is none, or none that can be read, or no key in it.
     static std::shared_ptr<const AcceptorKeys> Default(krb5_context i_context);
     // The same of another keytab, by its name.
-    static std::shared_ptr<const AcceptorKeys> Named(krb5_context i_context, const std::string& i_name);
+    static std::shared_ptr<const AcceptorKeys> Named(krb5_context i_context, std::string i_name);
     // Lets go of all that are shared; the memory of those that nobody uses is wiped.
     static void ReleaseHeld() noexcept;
 
@@ -36,19 +37,26 @@ public:
     // Holds Entries and nothing else.
     krb5_keytab Keytab() const noexcept { return m_keytab.get(); }
     const std::vector<krb5_keytab_entry>& Entries() const noexcept { return m_entries; }
-    // The name as it is in the keytab: the very same, or the same in capitals and small letters, as directories give
-    // tickets for any spelling. Null when the keytab has no key for the service.
-    krb5_const_principal Find(const TicketService& i_service) const noexcept;
+    struct Service {
+        krb5_const_principal m_pName;  // as it is in the keytab
+        std::vector<const krb5_keytab_entry*> m_entries;
+    };
+    // That with the very same name, or with the same in capitals and small letters, as directories give tickets for any
+    // spelling; found at once, however many there are. Null when the keytab has no key for the service. Throws
+    // std::bad_alloc.
+    const Service* Find(const TicketService& i_service) const;
     // What has been found in tickets that Entries have opened. It goes with them.
     KeptPacs& Pacs() const noexcept { return m_pacs; }
 
 private:
     void ReadEntries(krb5_context i_context);
+    void OrderByName();
     void Publish(krb5_context i_context);
     void FreeEntries() noexcept;
 
     const std::string m_name;
     std::vector<krb5_keytab_entry> m_entries;
+    std::unordered_map<std::string, std::vector<Service>> m_services;  // by TicketService::PlaceInAnyCase
     KeptKeytab m_keytab;
     mutable KeptPacs m_pacs;
 };

@@ -2,6 +2,7 @@
 #include "platform/linux/keys/TicketService.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "der/Der.h"
 #include "platform/linux/krb5/Krb5Words.h"
@@ -54,6 +55,28 @@ std::optional<TicketService> TicketService::Read(std::span<const uint8_t> i_tick
         service.m_names[service.m_nNames++] = text->m_content;
     }
     return service;
+}
+
+std::optional<TicketService> TicketService::Of(const krb5_principal_data& i_principal) noexcept {
+    const std::span<const krb5_data> names(i_principal.data, static_cast<size_t>(i_principal.length));
+    TicketService service;
+    if (names.size() > service.m_names.size()) {
+        return std::nullopt;
+    }
+    service.m_realm = BytesOf(i_principal.realm);
+    service.m_nNames = names.size();
+    std::transform(names.begin(), names.end(), service.m_names.begin(),
+                   [](const krb5_data& i_name) { return BytesOf(i_name); });
+    return service;
+}
+
+std::string TicketService::PlaceInAnyCase() const {
+    std::string place;
+    for (const Bytes name : std::span(m_names).first(m_nNames)) {
+        std::transform(name.begin(), name.end(), std::back_inserter(place), Lower);
+        place += '/';
+    }
+    return place.append(m_realm.begin(), m_realm.end());
 }
 
 bool TicketService::Is(const krb5_principal_data& i_principal, bool i_bInAnyCase) const noexcept {

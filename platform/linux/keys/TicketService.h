@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <string>
 
 namespace morwen {
 
@@ -15,10 +16,14 @@ class TicketService {
 public:
     // Nothing when the ticket is not in DER, or its name is longer than those of services are.
     static std::optional<TicketService> Read(std::span<const uint8_t> i_ticket) noexcept;
+    // Parts of the principal; nothing when it is longer.
+    static std::optional<TicketService> Of(const krb5_principal_data& i_principal) noexcept;
 
     // As krb5_principal_compare sees it: without the name's type; or as a directory does, for which a name is the same
     // in capitals and small letters. The realm is compared as it is.
     bool Is(const krb5_principal_data& i_principal, bool i_bInAnyCase) const noexcept;
+    // Where to look for those that it is in any case, among which there may be others. Throws std::bad_alloc.
+    std::string PlaceInAnyCase() const;
 
 private:
     std::span<const uint8_t> m_realm;

@@ -31,6 +31,7 @@ struct Exchange {
     Krb5AuthContext m_authContext;
     Krb5Ticket m_ticket;  // once the request is accepted, decrypted; or to say why it is not
     Krb5Authenticator m_authenticator;
+    const AcceptorKeys::Service* m_pService = nullptr;
     const krb5_keyblock* m_pKey = nullptr;  // that has opened the ticket
 
     std::string Text(std::string_view i_what) const {
@@ -54,9 +55,9 @@ void TakeUnopenedTicket(Exchange& io_exchange) {
 // Says which key versions the keytab has when the ticket's is not among them; else nothing.
 std::string VersionText(const Exchange& i_exchange) {
     std::set<krb5_kvno> versions;
-    for (const krb5_keytab_entry& entry : i_exchange.m_keys.Entries()) {
-        if (krb5_principal_compare(i_exchange.m_context, entry.principal, i_exchange.m_ticket->server) != 0) {
-            versions.insert(entry.vno);
+    if (i_exchange.m_pService != nullptr) {
+        for (const krb5_keytab_entry* const pEntry : i_exchange.m_pService->m_entries) {
+            versions.insert(pEntry->vno);
         }
     }
     const krb5_kvno nWanted = i_exchange.m_ticket->enc_part.kvno;
@@ -100,6 +101,19 @@ std::string CipherText(const krb5_ticket& i_ticket, krb5_error_code i_nCode) {
     return std::string(" by ticket (") + name.data() + ") or session key; see permitted_enctypes in krb5.conf";
 }
 
+// Says that it is the ticket which cannot be opened, where the library was given the key: it forgets that one as soon
+// as it has opened the ticket. Else nothing.
+std::string KeyText(const Exchange& i_exchange, krb5_error_code i_nCode) {
+    krb5_key key = nullptr;
+    const bool bUnopened =
+        i_nCode == KRB5KRB_AP_ERR_BAD_INTEGRITY && i_exchange.m_pKey != nullptr && i_exchange.m_authContext &&
+        krb5_auth_con_getkey_k(i_exchange.m_context, i_exchange.m_authContext.get(), &key) == 0 && key != nullptr;
+    krb5_k_free_key(i_exchange.m_context, key);
+    return bUnopened ? "; the keytab's key for the service does not open the ticket: the account has got another key, "
+                       "or the token was changed on its way"
+                     : "";
+}
+
 // System errors come from libkrb5's own look at a PAC that cannot be read; everything else has a code of Kerberos.
 SECURITY_STATUS StatusOfRequest(krb5_error_code i_nCode) {
     return i_nCode == ERANGE || i_nCode == EINVAL ? SEC_E_LOGON_DENIED : StatusFromKrb5(i_nCode);
@@ -115,26 +129,25 @@ SECURITY_STATUS StatusOfRequest(krb5_error_code i_nCode) {
                                                          io_exchange.m_authenticator.Receive()));
     }
     Fail(StatusOfRequest(i_nCode),
-         io_exchange.Text(words + ServicesText(io_exchange, i_nCode) + VersionText(io_exchange) +
-                          CipherText(*io_exchange.m_ticket.get(), i_nCode)));
+         io_exchange.Text(words + KeyText(io_exchange, i_nCode) + ServicesText(io_exchange, i_nCode) +
+                          VersionText(io_exchange) + CipherText(*io_exchange.m_ticket.get(), i_nCode)));
 }
 
 // As the library finds it.
 const krb5_keyblock* KeyOfTicket(const Exchange& i_exchange) {
     const krb5_keytab_entry* pFound = nullptr;
     const krb5_enc_data& part = i_exchange.m_ticket->enc_part;
-    for (const krb5_keytab_entry& entry : i_exchange.m_keys.Entries()) {
-        if (entry.key.enctype == part.enctype && (part.kvno == 0 || entry.vno == part.kvno) &&
-            (pFound == nullptr || entry.vno > pFound->vno) &&
-            krb5_principal_compare(i_exchange.m_context, entry.principal, i_exchange.m_ticket->server) != 0) {
-            pFound = &entry;
+    for (const krb5_keytab_entry* const pEntry : i_exchange.m_pService->m_entries) {
+        if (pEntry->key.enctype == part.enctype && (part.kvno == 0 || pEntry->vno == part.kvno) &&
+            (pFound == nullptr || pEntry->vno > pFound->vno)) {
+            pFound = pEntry;
         }
     }
     return pFound != nullptr ? &pFound->key : nullptr;
 }
 
-// A key that is already known is given to the library as that of an exchange between users, for which it asks no
-// keytab.
+// A key that is already known is given to the library as that of an exchange between users, for which it searches no
+// keytab, however many keys are in that.
 krb5_error_code UseKey(Exchange& io_exchange, const krb5_keyblock& i_key) {
     krb5_keyblock key = i_key;  // copied by the library
     return krb5_auth_con_setuseruserkey(io_exchange.m_context, io_exchange.m_authContext.get(), &key);
@@ -152,19 +165,23 @@ void ReadRequest(Exchange& io_exchange, std::span<const uint8_t> i_request) {
     if (!service) {
         Fail(SEC_E_INVALID_TOKEN, "the initiator's token holds no Kerberos ticket for a service");
     }
-    const krb5_const_principal pName = io_exchange.m_keys.Find(*service);
-    if (pName == nullptr) {
+    io_exchange.m_pService = io_exchange.m_keys.Find(*service);
+    if (io_exchange.m_pService == nullptr) {
         Refuse(io_exchange, KRB5KRB_AP_ERR_NOT_US);
     }
     if (i_request.size() > kMostUnseenBytes) {
-        nCode = OpenTicket(io_exchange.m_context, io_exchange.m_keys, io_exchange.m_request, pName, io_exchange.m_pKey);
-        nCode = nCode == 0 ? UseKey(io_exchange, *io_exchange.m_pKey) : nCode;
+        nCode = OpenTicket(io_exchange.m_context, *io_exchange.m_pService, io_exchange.m_request, io_exchange.m_pKey);
+    } else {
+        io_exchange.m_pKey = OnlyKeyFor(*io_exchange.m_pService, io_exchange.m_request.m_ticketPart);
+    }
+    if (nCode == 0 && io_exchange.m_pKey != nullptr) {
+        nCode = UseKey(io_exchange, *io_exchange.m_pKey);
     }
     if (nCode == 0) {
         krb5_auth_context authContext = io_exchange.m_authContext.get();
         const krb5_data request = DataOf(i_request);
-        nCode = krb5_rd_req(io_exchange.m_context, &authContext, &request, pName, io_exchange.m_keys.Keytab(), nullptr,
-                            io_exchange.m_ticket.Receive());
+        nCode = krb5_rd_req(io_exchange.m_context, &authContext, &request, io_exchange.m_pService->m_pName,
+                            io_exchange.m_keys.Keytab(), nullptr, io_exchange.m_ticket.Receive());
     }
     if (nCode == 0) {
         nCode = krb5_auth_con_getauthenticator(io_exchange.m_context, io_exchange.m_authContext.get(),

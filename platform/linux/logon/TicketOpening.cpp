@@ -41,16 +41,14 @@ private:
     size_t m_nLength = 0;
 };
 
-// Those that the ticket may be encrypted with: one, unless it names no version.
-std::vector<const krb5_keyblock*> KeysFor(krb5_context i_context, const AcceptorKeys& i_keys,
-                                          const EncryptedPart& i_ticket, krb5_const_principal i_pService) {
-    const size_t nMost = std::max<size_t>(1, kMostTriedBytes / (i_ticket.m_cipher.size() + kBytesOfATry));
+// Those that the ticket may be encrypted with, no more than i_nMost: one, unless it names no version.
+std::vector<const krb5_keyblock*> KeysFor(const AcceptorKeys::Service& i_service, const EncryptedPart& i_ticket,
+                                          size_t i_nMost) {
     std::vector<const krb5_keyblock*> keys;
-    for (const krb5_keytab_entry& entry : i_keys.Entries()) {
-        const bool bVersionFits = i_ticket.m_nKeyVersion == 0 || entry.vno == i_ticket.m_nKeyVersion;
-        if (keys.size() < nMost && bVersionFits && entry.key.enctype == i_ticket.m_nType &&
-            krb5_principal_compare(i_context, entry.principal, i_pService) != 0) {
-            keys.push_back(&entry.key);
+    for (const krb5_keytab_entry* const pEntry : i_service.m_entries) {
+        const bool bVersionFits = i_ticket.m_nKeyVersion == 0 || pEntry->vno == i_ticket.m_nKeyVersion;
+        if (keys.size() < i_nMost && bVersionFits && pEntry->key.enctype == i_ticket.m_nType) {
+            keys.push_back(&pEntry->key);
         }
     }
     return keys;
@@ -80,11 +78,18 @@ krb5_error_code CheckBounds(krb5_context i_context, const ApRequest& i_request, 
 
 }  // namespace
 
-krb5_error_code OpenTicket(krb5_context i_context, const AcceptorKeys& i_keys, const ApRequest& i_request,
-                           krb5_const_principal i_pService, const krb5_keyblock*& o_pKey) {
+const krb5_keyblock* OnlyKeyFor(const AcceptorKeys::Service& i_service, const EncryptedPart& i_ticket) {
+    const auto keys = KeysFor(i_service, i_ticket, 2);
+    return keys.size() == 1 ? keys.front() : nullptr;
+}
+
+krb5_error_code OpenTicket(krb5_context i_context, const AcceptorKeys::Service& i_service, const ApRequest& i_request,
+                           const krb5_keyblock*& o_pKey) {
     krb5_error_code nCode = KRB5KRB_AP_ERR_BADKEYVER;
-    Plain ticket(i_request.m_ticketPart.m_cipher.size());
-    for (const krb5_keyblock* const pKey : KeysFor(i_context, i_keys, i_request.m_ticketPart, i_pService)) {
+    const size_t nBytes = i_request.m_ticketPart.m_cipher.size();
+    Plain ticket(nBytes);
+    const size_t nMost = std::max<size_t>(1, kMostTriedBytes / (nBytes + kBytesOfATry));
+    for (const krb5_keyblock* const pKey : KeysFor(i_service, i_request.m_ticketPart, nMost)) {
         nCode = ticket.Decrypt(i_context, *pKey, KRB5_KEYUSAGE_KDC_REP_TICKET, i_request.m_ticketPart);
         if (nCode == 0) {
             o_pKey = pKey;
