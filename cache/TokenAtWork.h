@@ -13,19 +13,18 @@ namespace morwen {
 class TokenAtWork {
 public:
     // Null where no key was found; the token may be null all the same.
-    explicit TokenAtWork(const StaticTokenPtr* i_pFound) noexcept : m_bFound(i_pFound != nullptr) {
+    explicit TokenAtWork(const StaticTokenPtr* i_pFound) noexcept
+        : m_bFound(i_pFound != nullptr), m_held(Harrowlib201::NoteLocked()) {
         if (m_bFound && *i_pFound) {
             m_pToken = *i_pFound;
             m_pToken->BeginWork();
         }
-        // Others wait for the end of this as for that of a lock, so no sink of the host may run meanwhile.
-        Harrowlib201::NoteLocked();
     }
     ~TokenAtWork() {
         if (m_pToken) {
             m_pToken->EndWork();
         }
-        Harrowlib201::NoteUnlocked();
+        Harrowlib201::NoteUnlocked(m_held);
     }
     TokenAtWork(const TokenAtWork&) = delete;
     TokenAtWork& operator=(const TokenAtWork&) = delete;
@@ -37,6 +36,8 @@ public:
 private:
     StaticTokenPtr m_pToken;  // goes last, and may end the context
     bool m_bFound;
+    // Others wait for the end of this as for that of a lock, so no sink of the host may run meanwhile.
+    Harrowlib201::LocksHeld& m_held;
 };
 
 }  // namespace morwen

@@ -17,6 +17,7 @@
 #include "handlers/kerberos/ActingAsUser.h"
 #include "handlers/kerberos/SSPISession.h"
 #include "harrow/log/STrace.h"
+#include "harrow/text/TextRoom.h"
 #include "platform/Platform.h"
 
 namespace morwen {
@@ -94,14 +95,16 @@ private:
     HANDLE m_hUser = nullptr;
 };
 
+// Returns where the number's digits end.
 char16_t* PutNumber(uint32_t i_nNumber, char16_t* o_pszText) {
-    char16_t digits[10];
-    char16_t* pFirst = std::end(digits);
-    do {
-        *--pFirst = static_cast<char16_t>(u'0' + i_nNumber % 10);
-        i_nNumber /= 10;
-    } while (i_nNumber != 0);
-    return std::copy(pFirst, std::end(digits), o_pszText);
+    size_t nDigits = 1;
+    for (uint64_t nPower = 10; i_nNumber >= nPower; nPower *= 10) {
+        ++nDigits;
+    }
+    for (size_t i = nDigits; i-- > 0; i_nNumber /= 10) {
+        o_pszText[i] = static_cast<char16_t>(u'0' + i_nNumber % 10);
+    }
+    return o_pszText + nDigits;
 }
 
 // Writes security identifiers one behind the other. A user's groups are mostly of one domain and differ in the last
@@ -109,11 +112,12 @@ char16_t* PutNumber(uint32_t i_nNumber, char16_t* o_pszText) {
 class SidTexts {
 public:
     // Room for so many units; there will be more when they are needed. Throws std::bad_alloc.
-    explicit SidTexts(size_t i_nRoom)
-        : m_nRoom(i_nRoom), m_pText(std::make_unique_for_overwrite<char16_t[]>(i_nRoom)) {}
+    explicit SidTexts(size_t i_nRoom) : m_room(i_nRoom) {}
 
     size_t Length() const noexcept { return m_nLength; }
-    std::u16string_view From(size_t i_nBegin) const noexcept { return {&m_pText[i_nBegin], m_nLength - i_nBegin}; }
+    std::u16string_view From(size_t i_nBegin) const noexcept { return {m_room.get() + i_nBegin, m_nLength - i_nBegin}; }
+    // Then nothing is left here.
+    SWCharString Take() noexcept { return m_room.Take(m_nLength); }
 
     // Two of them must be there at once, this one and the one before. Throws SSOException for what is no SID, and
     // std::bad_alloc.
@@ -123,24 +127,24 @@ public:
         }
         const BYTE nSubAuthorities = *m_tokens.GetSidSubAuthorityCount(i_pSid);
         MakeRoom(kHeadLength + kNumberLength * size_t{nSubAuthorities});
-        const size_t nBegin = m_nLength;
+        char16_t* const pszBegin = m_room.get() + m_nLength;
         if (IsOfSameDomain(i_pSid, nSubAuthorities)) {
-            std::memcpy(&m_pText[nBegin], &m_pText[m_nBegin], m_nHeadLength * sizeof(char16_t));
+            std::memcpy(pszBegin, m_room.get() + m_nBegin, m_nHeadLength * sizeof(char16_t));
         } else {
-            m_nHeadLength = static_cast<size_t>(PutHead(i_pSid, nSubAuthorities, &m_pText[nBegin]) - &m_pText[nBegin]);
+            m_nHeadLength = static_cast<size_t>(PutHead(i_pSid, nSubAuthorities, pszBegin) - pszBegin);
         }
-        char16_t* pszEnd = &m_pText[nBegin + m_nHeadLength];
+        char16_t* pszEnd = pszBegin + m_nHeadLength;
         if (nSubAuthorities != 0) {
             pszEnd = PutNumber(*m_tokens.GetSidSubAuthority(i_pSid, nSubAuthorities - 1U), pszEnd);
         }
-        m_nLength = static_cast<size_t>(pszEnd - &m_pText[0]);
-        m_nBegin = nBegin;
+        m_nBegin = m_nLength;
+        m_nLength = static_cast<size_t>(pszEnd - m_room.get());
         m_pBefore = i_pSid;
     }
 
     void AppendSeparator() {
         MakeRoom(1);
-        m_pText[m_nLength++] = u';';
+        m_room.get()[m_nLength++] = u';';
     }
 
 private:
@@ -148,12 +152,8 @@ private:
     static constexpr size_t kNumberLength = 12;
 
     void MakeRoom(size_t i_nUnits) {
-        if (m_nRoom - m_nLength < i_nUnits) {
-            const size_t nRoom = 2 * (m_nLength + i_nUnits);
-            auto pText = std::make_unique_for_overwrite<char16_t[]>(nRoom);
-            std::copy_n(m_pText.get(), m_nLength, pText.get());
-            m_pText = std::move(pText);
-            m_nRoom = nRoom;
+        if (m_room.size() - m_nLength < i_nUnits) {
+            m_room.Grow(2 * (m_nLength + i_nUnits), m_nLength);
         }
     }
 
@@ -194,8 +194,7 @@ private:
     }
 
     TokenCalls& m_tokens = Platform::Tokens();
-    size_t m_nRoom;
-    std::unique_ptr<char16_t[]> m_pText;
+    TextRoom m_room;
     size_t m_nLength = 0;
     PSID m_pBefore = nullptr;
     size_t m_nBegin = 0;       // where its text begins
@@ -300,7 +299,7 @@ void ReadGroups(HANDLE i_hUser, Parameters& o_parameters) {
                 SWCharString(texts.From(nBefore)));
         texts.AppendSeparator();
     }
-    o_parameters.SetParameter(u"SSPI_USER_GROUP_SIDS"_ss, SWCharString(texts.From(0)));
+    o_parameters.SetParameter(u"SSPI_USER_GROUP_SIDS"_ss, texts.Take());
 }
 
 }  // namespace
@@ -364,7 +363,7 @@ void SIDToSString(PSID i_pSid, SWCharString& o_ssText) {
         constexpr size_t kUsualRoom = 256;
         SidTexts text(kUsualRoom);
         text.Append(i_pSid);
-        o_ssText = SWCharString(text.From(0));
+        o_ssText = text.Take();
     } catch (const std::bad_alloc&) {
         S_ASSERT_MSG(false, "ssoplugin: KerberosSSPIHandler::SIDToSString() -- Out of memory");
         S_ASSERT_TEXT(false, "pszTextualSid");

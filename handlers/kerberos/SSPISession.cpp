@@ -13,11 +13,11 @@ namespace morwen {
 SSPISession::SSPISession(const ParasSeq* i_pLoginParameters, const SSOHandlerPtr& i_pHandler)
     : SSOSession(i_pLoginParameters, i_pHandler) {
     m_ssType = u"SSPI"_ss;
-    if (bool bNegotiate = false; GetParameters().GetParameter(u"SSPI_NEGOTIATE", bNegotiate) && bNegotiate) {
+    if (bool bNegotiate = false; GetParameters().GetParameter(u"SSPI_NEGOTIATE"_ss, bNegotiate) && bNegotiate) {
         m_initiating.emplace();
     }
     if (SWCharString ssChannel;
-        GetParameters().GetParameter(u"SSPI_CHANNEL_BINDINGS", ssChannel) && !ssChannel.isEmpty()) {
+        GetParameters().GetParameter(u"SSPI_CHANNEL_BINDINGS"_ss, ssChannel) && !ssChannel.isEmpty()) {
         m_channel.emplace(ssChannel);
     }
 }

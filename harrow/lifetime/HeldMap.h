@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <utility>
 
@@ -9,11 +10,12 @@ namespace Harrowlib201 {
 
 // More entries than are worked with at once come of hosts or strangers that make up names: the bound keeps them from
 // growing, and whoever is worked with soon has an entry again. Takes no lock.
-template <class Key, class Value, size_t kMost, class Map = std::map<Key, Value>>
+template <class Key, class Value, size_t kMost, class Map = std::map<Key, Value, std::less<>>>
 class HeldMap {
 public:
-    // Null when nothing is held under the key.
-    Value* Find(const Key& i_key) noexcept {
+    // Null when nothing is held under the key, which may be of a type that the map compares with its own.
+    template <class Sought>
+    Value* Find(const Sought& i_key) noexcept {
         const auto found = m_map.find(i_key);
         return found != m_map.end() ? &found->second : nullptr;
     }

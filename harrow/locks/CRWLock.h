@@ -19,21 +19,21 @@ public:
     CRWLock(const CRWLock&) = delete;
     CRWLock& operator=(const CRWLock&) = delete;
 
-    void LockRead() S_ACQUIRE_SHARED() {
+    LocksHeld& LockRead() S_ACQUIRE_SHARED() {
         if (m_nWaitingWriters.load(std::memory_order_relaxed) != 0) {
             const std::lock_guard turn(m_turn);  // behind the writer that has it
         }
         m_mutex.lock_shared();
-        NoteLocked();
+        return NoteLocked();
     }
-    void UnlockRead() S_RELEASE_SHARED() {
+    // With what LockRead or LockWrite has returned, on the same thread.
+    void UnlockRead(LocksHeld& io_held) S_RELEASE_SHARED() {
         m_mutex.unlock_shared();
-        NoteUnlocked();
+        NoteUnlocked(io_held);
     }
-    void LockWrite() S_ACQUIRE() {
+    LocksHeld& LockWrite() S_ACQUIRE() {
         if (m_nWaitingWriters.load(std::memory_order_relaxed) == 0 && m_mutex.try_lock()) {
-            NoteLocked();
-            return;  // nobody was there
+            return NoteLocked();  // nobody was there
         }
         m_nWaitingWriters.fetch_add(1, std::memory_order_relaxed);
         {
@@ -41,11 +41,11 @@ public:
             m_mutex.lock();
         }
         m_nWaitingWriters.fetch_sub(1, std::memory_order_relaxed);
-        NoteLocked();
+        return NoteLocked();
     }
-    void UnlockWrite() S_RELEASE() {
+    void UnlockWrite(LocksHeld& io_held) S_RELEASE() {
         m_mutex.unlock();
-        NoteUnlocked();
+        NoteUnlocked(io_held);
     }
 
 private:
@@ -56,24 +56,26 @@ private:
 
 class S_SCOPED_CAPABILITY CSmartReadLocker {
 public:
-    explicit CSmartReadLocker(CRWLock& i_lock) S_ACQUIRE_SHARED(i_lock) : m_lock(i_lock) { m_lock.LockRead(); }
-    ~CSmartReadLocker() S_RELEASE_GENERIC() { m_lock.UnlockRead(); }
+    explicit CSmartReadLocker(CRWLock& i_lock) S_ACQUIRE_SHARED(i_lock) : m_lock(i_lock), m_held(m_lock.LockRead()) {}
+    ~CSmartReadLocker() S_RELEASE_GENERIC() { m_lock.UnlockRead(m_held); }
     CSmartReadLocker(const CSmartReadLocker&) = delete;
     CSmartReadLocker& operator=(const CSmartReadLocker&) = delete;
 
 private:
     CRWLock& m_lock;
+    LocksHeld& m_held;
 };
 
 class S_SCOPED_CAPABILITY CSmartWriteLocker {
 public:
-    explicit CSmartWriteLocker(CRWLock& i_lock) S_ACQUIRE(i_lock) : m_lock(i_lock) { m_lock.LockWrite(); }
-    ~CSmartWriteLocker() S_RELEASE() { m_lock.UnlockWrite(); }
+    explicit CSmartWriteLocker(CRWLock& i_lock) S_ACQUIRE(i_lock) : m_lock(i_lock), m_held(m_lock.LockWrite()) {}
+    ~CSmartWriteLocker() S_RELEASE() { m_lock.UnlockWrite(m_held); }
     CSmartWriteLocker(const CSmartWriteLocker&) = delete;
     CSmartWriteLocker& operator=(const CSmartWriteLocker&) = delete;
 
 private:
     CRWLock& m_lock;
+    LocksHeld& m_held;
 };
 
 }  // namespace Harrowlib201

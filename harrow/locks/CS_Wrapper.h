@@ -15,13 +15,14 @@ public:
     CS_Wrapper(const CS_Wrapper&) = delete;
     CS_Wrapper& operator=(const CS_Wrapper&) = delete;
 
-    void Lock() S_ACQUIRE() {
+    LocksHeld& Lock() S_ACQUIRE() {
         m_mutex.lock();
-        NoteLocked();
+        return NoteLocked();
     }
-    void Unlock() S_RELEASE() {
+    // With what Lock has returned, on the same thread.
+    void Unlock(LocksHeld& io_held) S_RELEASE() {
         m_mutex.unlock();
-        NoteUnlocked();
+        NoteUnlocked(io_held);
     }
 
 private:
@@ -30,13 +31,14 @@ private:
 
 class S_SCOPED_CAPABILITY CS_Locker {
 public:
-    explicit CS_Locker(CS_Wrapper& i_section) S_ACQUIRE(i_section) : m_section(i_section) { m_section.Lock(); }
-    ~CS_Locker() S_RELEASE() { m_section.Unlock(); }
+    explicit CS_Locker(CS_Wrapper& i_section) S_ACQUIRE(i_section) : m_section(i_section), m_held(m_section.Lock()) {}
+    ~CS_Locker() S_RELEASE() { m_section.Unlock(m_held); }
     CS_Locker(const CS_Locker&) = delete;
     CS_Locker& operator=(const CS_Locker&) = delete;
 
 private:
     CS_Wrapper& m_section;
+    LocksHeld& m_held;
 };
 
 }  // namespace Harrowlib201

@@ -13,14 +13,16 @@ struct LocksHeld {
 };
 inline constinit thread_local LocksHeld t_locksHeld{};
 
-inline void NoteLocked() noexcept {
-    ++t_locksHeld.m_nLocks;
+// What it returns is for the NoteUnlocked of the same thread: finding it costs a call.
+inline LocksHeld& NoteLocked() noexcept {
+    LocksHeld& held = t_locksHeld;
+    ++held.m_nLocks;
+    return held;
 }
 
-inline void NoteUnlocked() noexcept {
-    LocksHeld& held = t_locksHeld;
-    if (--held.m_nLocks == 0 && held.m_pfnPutOff != nullptr) {
-        std::exchange(held.m_pfnPutOff, nullptr)();
+inline void NoteUnlocked(LocksHeld& io_held) noexcept {
+    if (--io_held.m_nLocks == 0 && io_held.m_pfnPutOff != nullptr) {
+        std::exchange(io_held.m_pfnPutOff, nullptr)();
     }
 }
 

@@ -82,6 +82,7 @@ private:
 
     template <TextLiteral Text>
     friend SWCharString operator""_ss() noexcept;
+    friend class TextRoom;
 
     // As the views themselves compare, but passes over equal beginnings, which most keys have in common, faster.
     static std::strong_ordering Compare(std::u16string_view i_left, std::u16string_view i_right) noexcept;

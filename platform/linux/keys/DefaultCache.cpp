@@ -9,8 +9,8 @@
 
 namespace morwen {
 
-bool IsCacheNamed() noexcept {
-    return secure_getenv("KRB5CCNAME") != nullptr;
+const char* NamedCache() noexcept {
+    return secure_getenv("KRB5CCNAME");
 }
 
 std::string FaultOfDefaultCache(const std::string& i_name) {

@@ -5,8 +5,9 @@
 
 namespace morwen {
 
-// Whether the environment names it: then it is somebody's decision, and used whoever owns it.
-bool IsCacheNamed() noexcept;
+// The name in the environment, which is somebody's decision and used whoever owns the cache; null when there is none.
+// Valid until the environment changes.
+const char* NamedCache() noexcept;
 
 // Why the default cache, of this name, must not be used although nobody has named it: its place is known to everybody,
 // often in a folder where everybody may write, and tickets that somebody else has put there would log this process on

@@ -2,7 +2,9 @@
 
 #include <unistd.h>
 
-#include <tuple>
+#include <compare>
+#include <map>
+#include <string_view>
 #include <utility>
 
 #include "harrow/lifetime/AtUnload.h"
@@ -28,14 +30,14 @@ constexpr size_t kMostIdentities = 64;
 // The default identities by cache and user: the same cache name may mean another cache for another user.
 class Identities {
 public:
-    std::shared_ptr<InitiatorTickets> Get(const std::string& i_cacheName) {
+    std::shared_ptr<InitiatorTickets> Get(std::string_view i_cacheName, bool i_bNamed) {
+        const uid_t nUser = geteuid();
         const CS_Locker locker(m_section);
-        const bool bNamed = IsCacheNamed();
-        const Key key(i_cacheName, geteuid(), bNamed);
-        if (const auto* const pHeld = m_identities.Find(key)) {
+        if (const auto* const pHeld = m_identities.Find(Sought{i_cacheName, nUser, i_bNamed})) {
             return *pHeld;
         }
-        return m_identities.Hold(key, std::make_shared<InitiatorTickets>(i_cacheName, bNamed));
+        return m_identities.Hold({std::string(i_cacheName), nUser, i_bNamed},
+                                 std::make_shared<InitiatorTickets>(std::string(i_cacheName), i_bNamed));
     }
 
     void Clear() {
@@ -44,10 +46,30 @@ public:
     }
 
 private:
-    using Key = std::tuple<std::string, uid_t, bool>;
+    struct Sought {
+        std::string_view m_cacheName;
+        uid_t m_nUser;
+        bool m_bNamed;
+
+        auto operator<=>(const Sought& i_other) const noexcept = default;
+    };
+    struct Key {
+        std::string m_cacheName;
+        uid_t m_nUser;
+        bool m_bNamed;
+
+        // NOLINTNEXTLINE(google-explicit-constructor): compared as one
+        operator Sought() const noexcept { return {m_cacheName, m_nUser, m_bNamed}; }
+    };
+    struct Less {
+        using is_transparent = void;
+        bool operator()(const Sought& i_left, const Sought& i_right) const noexcept { return i_left < i_right; }
+    };
+    using Map = std::map<Key, std::shared_ptr<InitiatorTickets>, Less>;
 
     Harrowlib201::CS_Wrapper m_section;
-    Harrowlib201::HeldMap<Key, std::shared_ptr<InitiatorTickets>, kMostIdentities> m_identities S_GUARDED_BY(m_section);
+    Harrowlib201::HeldMap<Key, std::shared_ptr<InitiatorTickets>, kMostIdentities, Map> m_identities
+        S_GUARDED_BY(m_section);
 };
 
 Identities& DefaultIdentities() {
@@ -110,13 +132,17 @@ int64_t EndOfOwnTicket(krb5_context i_context, krb5_ccache i_cache, krb5_princip
 }  // namespace
 
 std::shared_ptr<InitiatorTickets> InitiatorTickets::Default(krb5_context i_context) {
+    // Before anything else, as libkrb5 does, which takes longer over it.
+    if (const char* const pszNamed = NamedCache()) {
+        return DefaultIdentities().Get(pszNamed, true);
+    }
     // A context remembers the name that it has seen first; the environment may have changed since.
     krb5_error_code nCode = krb5_cc_set_default_name(i_context, nullptr);
     const char* const pszName = nCode == 0 ? krb5_cc_default_name(i_context) : nullptr;
     if (pszName == nullptr) {
         FailKrb5(i_context, nCode != 0 ? nCode : ENOMEM, "looking for the default credential cache");
     }
-    return DefaultIdentities().Get(pszName);
+    return DefaultIdentities().Get(pszName, false);
 }
 
 void InitiatorTickets::ReleaseHeld() noexcept {

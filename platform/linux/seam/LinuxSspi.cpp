@@ -92,7 +92,8 @@ char16_t LowerCase(char16_t i_c) {
 
 void CheckPackage(const SEC_WCHAR* i_pszPackage) {
     const std::u16string_view name = i_pszPackage != nullptr ? std::u16string_view(i_pszPackage) : u"";
-    if (!std::equal(name.begin(), name.end(), kPackage.begin(), kPackage.end(),
+    if (name != kPackage &&
+        !std::equal(name.begin(), name.end(), kPackage.begin(), kPackage.end(),
                     [](char16_t i_left, char16_t i_right) { return LowerCase(i_left) == LowerCase(i_right); })) {
         Fail(SEC_E_SECPKG_NOT_FOUND, "Kerberos is the only security package here");
     }

@@ -25,7 +25,8 @@ bool LookAtFile(Case& io_case, const std::string& i_name) {
     Report& report = io_case.m_report;
     const std::string lookedAt = "the credential cache " + i_name + ", as " + ThisAccount();
     const FileLook file(path);
-    if (const std::string fault = IsCacheNamed() ? std::string() : FaultOfDefaultCache(i_name); !fault.empty()) {
+    if (const std::string fault = NamedCache() != nullptr ? std::string() : FaultOfDefaultCache(i_name);
+        !fault.empty()) {
         report.Fail(
             "cache-planted", lookedAt, "it " + fault + " (" + file.Owner() + ")",
             "find out who has put it there, remove it, and kinit; or name the cache that is meant in KRB5CCNAME");
