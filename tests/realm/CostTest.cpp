@@ -226,7 +226,9 @@ TEST_F(TokenCost, IsBounded) {
         EXPECT_EQ(cost.m_verdict, pszVerdict) << pszWhat;
         printf("%s (%zu bytes): %.0f us, %.1f plain logons, %zu KiB\n", pszWhat, token.size(), cost.m_nMicroseconds,
                cost.m_nMicroseconds / nPlain, cost.m_nKiB);
-        EXPECT_LT(cost.m_nMicroseconds, kMostPlainLogons * nPlain) << pszWhat;
+        // A usual one costs as much as with few keys.
+        const double nMost = name != keytab && token.size() < 1000 ? 3 : kMostPlainLogons;
+        EXPECT_LT(cost.m_nMicroseconds, nMost * nPlain) << pszWhat;
         EXPECT_LT(cost.m_nKiB, 8192U) << pszWhat;
     }
 }
