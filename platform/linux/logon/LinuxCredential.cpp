@@ -35,16 +35,23 @@ std::shared_ptr<InitiatorTickets> TicketsOf(const SEC_WINNT_AUTH_IDENTITY_W& i_i
                                         SWCharString(Field(i_identity.Password, i_identity.PasswordLength))));
 }
 
-// The service's own tickets must not go out in the name of a user that a thread acts as.
+// Whom the thread acts as, null for the service: its own tickets must not go out in a user's name.
+std::shared_ptr<const TokenIdentity> ActingUser() {
+    auto pIdentity = ImpersonatedIdentity();
+    return pIdentity != nullptr && !pIdentity->m_bService ? pIdentity : nullptr;
+}
+
+// Null leaves a logon to be finished that was started with other credentials.
+std::shared_ptr<LogonTickets> TicketsOf(const TokenIdentity& i_user) {
+    if (i_user.m_pDelegated == nullptr) {
+        return i_user.m_pEvidence;
+    }
+    return {i_user.m_pDelegated, &i_user.m_pDelegated->Tickets()};
+}
+
 std::shared_ptr<LogonTickets> DefaultTickets(krb5_context i_context) {
-    const auto pIdentity = ImpersonatedIdentity();
-    if (pIdentity == nullptr || pIdentity->m_bService) {
-        return InitiatorTickets::Default(i_context);
-    }
-    if (pIdentity->m_pDelegated == nullptr) {
-        return pIdentity->m_pEvidence;  // null leaves a logon to be finished that was started with other credentials
-    }
-    return {pIdentity->m_pDelegated, &pIdentity->m_pDelegated->Tickets()};
+    const auto pUser = ActingUser();
+    return pUser != nullptr ? TicketsOf(*pUser) : InitiatorTickets::Default(i_context);
 }
 
 }  // namespace
@@ -62,6 +69,19 @@ std::shared_ptr<LinuxCredential> LinuxCredential::Acquire(krb5_context i_context
         pCredential->m_bInitiates = true;
         pCredential->m_pTickets = i_pIdentity != nullptr ? TicketsOf(*i_pIdentity) : DefaultTickets(i_context);
     }
+    return pCredential;
+}
+
+std::shared_ptr<LinuxCredential> LinuxCredential::OfActingUser(uint32_t i_nUse,
+                                                               const SEC_WINNT_AUTH_IDENTITY_W* i_pIdentity) {
+    const bool bDefault = i_nUse == SECPKG_CRED_OUTBOUND && i_pIdentity == nullptr && !IsThreadStuck();
+    const auto pUser = bDefault ? ActingUser() : nullptr;
+    if (pUser == nullptr) {
+        return nullptr;
+    }
+    auto pCredential = std::make_shared<LinuxCredential>();
+    pCredential->m_bInitiates = true;
+    pCredential->m_pTickets = TicketsOf(*pUser);
     return pCredential;
 }
 

@@ -27,6 +27,10 @@ struct LinuxCredential {
     static std::shared_ptr<LinuxCredential> Acquire(krb5_context i_context, uint32_t i_nUse,
                                                     const SEC_WINNT_AUTH_IDENTITY_W* i_pIdentity);
 
+    // The same for logons of the user that the thread acts as, whose tickets are at hand: no context is needed, and the
+    // thread need not become the service for one. Null where it takes more.
+    static std::shared_ptr<LinuxCredential> OfActingUser(uint32_t i_nUse, const SEC_WINNT_AUTH_IDENTITY_W* i_pIdentity);
+
     // Lets go of the keys and tickets that are held for those to come.
     static void ReleaseHeld() noexcept;
 };

@@ -86,6 +86,19 @@ Krb5ContextLease TakeContext(const LinuxCredential* i_pCredential = nullptr) {
     return lease;
 }
 
+// For work that needs neither files nor the configuration: a thread that acts as a user need not become the service.
+template <class Work>
+void WithAnyContext(const LinuxCredential& i_credential, Work i_work) {
+    if (!IsThreadStuck() && ImpersonatedIdentity() != nullptr) {
+        if (const auto lent = Krb5LentContext::ForReleasing(); lent.get() != nullptr) {
+            krb5_clear_error_message(lent.get());
+            i_work(lent.get());
+            return;
+        }
+    }
+    i_work(TakeContext(&i_credential).get());
+}
+
 char16_t LowerCase(char16_t i_c) {
     return i_c >= u'A' && i_c <= u'Z' ? static_cast<char16_t>(i_c + 32) : i_c;
 }
@@ -167,10 +180,13 @@ SECURITY_STATUS LinuxSspi::AcquireCredentialsHandleW(SEC_WCHAR* i_pszPrincipal, 
             i_pvGetKeyArgument != nullptr) {
             Unsupported("choosing credentials by principal, logon identifier or key function");
         }
-        Krb5ContextLease lease = TakeContext();
         const auto* const pIdentity = static_cast<const SEC_WINNT_AUTH_IDENTITY_W*>(i_pvAuthData);
-        const auto pCredential = LinuxCredential::Acquire(lease.get(), i_nUse, pIdentity);
-        pCredential->m_context.Park(lease);
+        auto pCredential = LinuxCredential::OfActingUser(i_nUse, pIdentity);
+        if (pCredential == nullptr) {
+            Krb5ContextLease lease = TakeContext();
+            pCredential = LinuxCredential::Acquire(lease.get(), i_nUse, pIdentity);
+            pCredential->m_context.Park(lease);
+        }
         *o_pCredential = m_credentials.Add(pCredential);
         Give(o_ptsExpiry, LocalTimeStamp(kNever));
         return SEC_E_OK;
@@ -409,8 +425,8 @@ SECURITY_STATUS LinuxSspi::FinishLogon(const LinuxCredential& i_credential, PCtx
     if (io_pOutput != nullptr) {
         OutputToken(io_pOutput).Write({});  // nothing more to send
     }
-    const Krb5ContextLease lease = TakeContext(&i_credential);
-    CheckAnswer(lease.get(), *pLogon, InputToken(i_pInput));
+    WithAnyContext(i_credential,
+                   [&](krb5_context i_context) { CheckAnswer(i_context, *pLogon, InputToken(i_pInput)); });
     const Harrowlib201::CS_Locker locker(pLogon->m_section);
     Give(o_pNewContext, *i_pContext);
     Give(o_pnAttributes, pLogon->m_nAttributes);
