@@ -14,8 +14,8 @@ namespace morwen {
 class Krb5ContextLease;
 class Krb5ParkedContext;
 
-// A context of the pool that only the holder uses, for giving something back that needs no files and no identity. The
-// thread stays who it is: no call that releases something can leave it somebody else.
+// A context of the pool that only the holder uses, for what needs no files and no identity, as giving something back.
+// The thread stays who it is: no such call can leave it somebody else.
 class Krb5LentContext {
 public:
     // An idle context if there is one, else one without any configuration. None while the process ends: what libkrb5
