@@ -31,7 +31,7 @@ bool LogOn(SSOImpl& i_core) {
                                    &none.m_nLength) == SSO_OK &&
            i_core.SSOAcceptLogin(u"SSPI", SWCharString(server.m_pszKey), nullptr, 0, &context.m_pvToken,
                                  &context.m_nLength, nullptr, &context.m_pszKey) == SSO_ACCEPTED &&
-           i_core.ReleaseSecurityContext(SWCharString(context.m_pszKey)) == SSO_OK;
+           i_core.ReleaseSecurityContext(context.m_pszKey) == SSO_OK;
 }
 
 // Threads that log on without pause, for as long as it lives.
@@ -106,7 +106,7 @@ void CountUpAndDown(SSOImpl& i_core) {
 void Insert(SSOImpl& i_core) {
     Output context;
     Require(i_core.AcquireCurrentSecurityContext(u"THREADTOKEN", nullptr, &context.m_pszKey) == SSO_OK &&
-                i_core.ReleaseSecurityContext(SWCharString(context.m_pszKey)) == SSO_OK,
+                i_core.ReleaseSecurityContext(context.m_pszKey) == SSO_OK,
             "the insertion");
 }
 

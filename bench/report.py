@@ -92,8 +92,8 @@ REASONS = {
     "bare loop's on one thread and 1.33 on two, in turns. Threads hardly slept on a lock then: 0.02 to 0.04 futex calls a logon, the bare "
     "loop's 0.01 to 0.02. It is not the replay cache: without it neither the exports nor the bare loop came nearer to two, and a logon "
     "holds its file's lock for five short system calls, none of which waits for the disk.",
-    "SSOLookupSecurityContext": "A lookup reads one place of the index; the rest is the copy of the host's key, which lies in places of its "
-    "own here, the locks and the clock.",
+    "SSOLookupSecurityContext": "A lookup runs 700 instructions and reads one place of the index. Two fifths of the time are the "
+    "loop's own reads of the host's keys, which lie in places of their own here; the rest is the locks and the clock.",
     "second hop": "The loop becomes the user and the service again each time, which a plain logon does not.",
     "kept context": "Where the user's ticket may be forwarded and nothing was delegated, as here, the context keeps it for a second hop: "
     "its length and about 300 bytes. A context without it takes 767 bytes (measured apart, with a ticket that may not be forwarded).",
