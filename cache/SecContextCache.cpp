@@ -101,11 +101,20 @@ void SecContextCache::Clear() {
         mapReleased.swap(m_mapCachedContexts);
         return m_index.Clear();
     }();
-    for (const auto& [ssKey, pToken] : mapReleased) {
-        if (pToken) {
-            pToken->AwaitIdle();
+    const auto forEach = [&mapReleased](const auto& i_do) {
+        for (auto& [ssKey, pToken] : mapReleased) {
+            if (pToken) {
+                i_do(pToken);
+            }
         }
-    }
+    };
+    // Nobody finds them any more, so none begins to be at work. What the others hold is not kept while one is.
+    forEach([](StaticTokenPtr& io_pToken) {
+        if (!io_pToken->IsAtWork()) {
+            io_pToken = nullptr;
+        }
+    });
+    forEach([](const StaticTokenPtr& i_pToken) { i_pToken->AwaitIdle(); });
 }
 
 TokenAtWork SecContextCache::Find(std::u16string_view i_key) {

@@ -38,6 +38,7 @@ public:
     bool IsValid(std::u16string_view i_key);  // is there one, and has it not expired?
     // Both wait for whoever is at work with what they release, and for nobody else.
     bool Remove(std::u16string_view i_key);  // false when there is none
+    // Takes the lock for a moment, however many there are, and a microsecond or two for each without it.
     void Clear();
 
     // The token under the key, for work with it: no lock of the cache is held, only this token is kept from its end.

@@ -120,10 +120,19 @@ TEST_F(ContextCacheTest, OnlyItsOwnRemovalWaitsForAContextAtWork) {
         EXPECT_TRUE(m_pCache->Remove(u"a"));
         bRemoved = true;
     });
+    SWCharString ssAgain;
+    m_pCache->Insert(ssAgain, pSlow);
+    Add(u"z");
+    std::thread remover2([&, this] {
+        m_pCache->Clear();
+        bRemoved = true;
+    });
     std::this_thread::sleep_for(std::chrono::milliseconds(50));  // time enough for one that does not wait
+    EXPECT_EQ(TestToken::s_nAlive, 1);
     goOn.set_value();
     user.join();
     remover.join();
+    remover2.join();
 }
 
 TEST_F(ContextCacheTest, AContextIsInsertedWhileOthersAreUsedWithoutAPause) {
