@@ -96,8 +96,8 @@ REASONS = {
     "bare loop's on one thread and 1.33 on two, in turns. Threads hardly slept on a lock then: 0.02 to 0.04 futex calls a logon, the bare "
     "loop's 0.01 to 0.02. It is not the replay cache: without it neither the exports nor the bare loop came nearer to two, and a logon "
     "holds its file's lock for five short system calls, none of which waits for the disk.",
-    "SSOLookupSecurityContext": "A lookup runs 700 instructions and reads one place of the index. Two fifths of the time are the "
-    "loop's own reads of the host's keys, which lie in places of their own here; the rest is the locks and the clock.",
+    "SSOLookupSecurityContext": "A lookup runs 700 instructions and reads the host's key and one place of the index, both mostly "
+    "far from the processor; the rest is the locks and the clock.",
     "second hop": "The loop becomes the user and the service again each time, which a plain logon does not.",
     "longest wait during": "Most of it is the wait for a processor: in three runs calls waited 0.2, 1.9 and 4.5 ms during a pass (the "
     "last beside other work), and 0.07, 0.1 and 2.5 ms beside a thread that only computed and held no lock (`cache/no-pass-waits` below).",
