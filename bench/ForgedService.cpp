@@ -83,7 +83,7 @@ void AddPac(krb5_context i_context, krb5_principal i_client, const krb5_keyblock
 
 }  // namespace
 
-void ForgeService(const std::string& i_service, krb5_enctype i_nEnctype, uint32_t i_nGroups, krb5_flags i_nFlags) {
+size_t ForgeService(const std::string& i_service, krb5_enctype i_nEnctype, uint32_t i_nGroups, krb5_flags i_nFlags) {
     Krb5Owner<krb5_context, [](krb5_context, krb5_context i_context) { krb5_free_context(i_context); }> owner(nullptr);
     Check(krb5_init_context(owner.Receive()), "krb5_init_context");
     const krb5_context context = owner.get();
@@ -135,6 +135,7 @@ void ForgeService(const std::string& i_service, krb5_enctype i_nEnctype, uint32_
     credentials.ticket_flags = content.flags;
     credentials.ticket = *encoded.get();
     Check(krb5_cc_store_cred(context, cache.get(), &credentials), "krb5_cc_store_cred");
+    return encoded->length;
 }
 
 }  // namespace morwen::bench

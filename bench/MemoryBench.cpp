@@ -8,6 +8,7 @@
 
 #include "bench/Bench.h"
 #include "bench/ExportLogon.h"
+#include "bench/ForgedService.h"
 #include "platform/linux/krb5/Krb5Owners.h"
 
 namespace morwen::bench {
@@ -90,8 +91,8 @@ Kind ServerSession() {
             }};
 }
 
-Kind KeptContext() {
-    return {[logon = ExportLogon({})](Slot& o_slot) {
+Kind KeptContext(const std::string& i_service) {
+    return {[logon = ExportLogon({i_service})](Slot& o_slot) {
                 Output context;
                 logon.Keep(context);
                 o_slot.Keep(context);
@@ -130,7 +131,18 @@ void RegisterMemory() {
     };
     addKind("client-session", ClientSession());
     addKind("server-session", ServerSession());
-    addKind("kept-context", KeptContext());
+    // One whose ticket is of no use but for this logon, and one that is kept with its ticket for second hops.
+    constexpr const char *kWithout = "kept-1/localhost", *kWith = "kept-2/localhost";
+    ForgeService(kWithout, ENCTYPE_AES256_CTS_HMAC_SHA1_96, 0);
+    const size_t nTicket =
+        ForgeService(kWith, ENCTYPE_AES256_CTS_HMAC_SHA1_96, 0, TKT_FLG_PRE_AUTH | TKT_FLG_FORWARDABLE);
+    addKind("kept-context", KeptContext(kWithout));
+    addKind("kept-context-and-ticket", KeptContext(kWith));
+    add("ticket", [nTicket](benchmark::State& io_state) {
+        for ([[maybe_unused]] auto _ : io_state) {
+            io_state.counters["bytes"] = static_cast<double>(nTicket);
+        }
+    });
     add("krb5-principal", RunPrincipal);
 }
 

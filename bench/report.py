@@ -19,8 +19,7 @@ def read(folder):
         value = entry.get("bytes", entry.get("longest_us", entry["real_time"]))
         if entry.get("aggregate_name") == "median" or name not in found:
             found[name] = value
-            if "pages" in entry:
-                found[name + "/pages"] = entry["pages"]
+            found |= {f"{name}/{kind}": entry[kind] for kind in ("pages", "each_ns") if kind in entry}
     for kind in ("exports", "gss"):
         counted = folder / f"life-{kind}"
         if counted.exists() and counted.read_text().strip():
@@ -66,9 +65,14 @@ def targets(found):
     yield limit("a call of two threads ÷ of one", lookups[1] and lookups[0] and 2 * lookups[1] / lookups[0], 2, "times")
     for kept in (100000, 1000000):
         yield limit(f"longest wait during a clean-up pass, {kept:,} contexts", get(f"cache/pass-waits/{kept}"), 2000, "µs")
+    for kept in (100000, 1000000):
+        yield limit(f"longest wait during the release of all, {kept:,} contexts", get(f"waits/release-all/captured/{kept}"), 2000, "µs")
+    yield limit("the release of all, for each context of a logon", get("waits/release-all/logons/20000/each_ns"), 2000, "ns")
     for call, name in (("nested-start-and-end", "a start and an end that only count"), ("insert-and-release", "a context's insertion and release")):
         yield limit(f"the longest of {name}, beside the logons of 16 threads", get(f"waits/{call}"), 10000, "µs")
     yield limit("a kept context, beside libkrb5's part", memory, 819, "bytes")
+    held = [get(f"memory/{name}") for name in ("kept-context-and-ticket", "kept-context", "ticket")]
+    yield limit("what keeping the user's ticket for a second hop takes, beside the ticket", all(held) and held[0] - held[1] - held[2] or None, 192, "bytes")
     yield limit("a trace nobody listens to", get("trace/unheard"), 2, "ns")
     yield limit("an assertion nobody listens to", get("trace/assertion"), 2, "ns")
 
@@ -77,7 +81,7 @@ def targets(found):
 REASONS = {
     "holding credentials": "What GSS-API adds differs between processors: on another machine this ratio was 3.0 beside one of 0.74 for "
     "bare libkrb5.",
-    "bare libkrb5": "A logon runs 425,000 instructions, the bare loop 375,000; it was 481,000 before a ticket's PAC was checked once for each "
+    "bare libkrb5": "A logon runs 423,000 instructions, the bare loop 377,000; it was 481,000 before a ticket's PAC was checked once for each "
     "ticket. Of the time beyond the bare loop's the plug-in's own code takes a half, spread over some hundred functions of which none "
     "takes a fiftieth, the C library three tenths (a hundred small blocks of memory, fifty locks), and the kernel a tenth, for asking who "
     "the process is. The bare loop opens no sessions and handles, holds nothing that others use, looks for no account and makes no logon "
@@ -92,14 +96,12 @@ REASONS = {
     "bare loop's on one thread and 1.33 on two, in turns. Threads hardly slept on a lock then: 0.02 to 0.04 futex calls a logon, the bare "
     "loop's 0.01 to 0.02. It is not the replay cache: without it neither the exports nor the bare loop came nearer to two, and a logon "
     "holds its file's lock for five short system calls, none of which waits for the disk.",
-    "SSOLookupSecurityContext": "A lookup reads one place of the index; the rest is the copy of the host's key, which lies in places of its "
-    "own here, the locks and the clock.",
+    "SSOLookupSecurityContext": "A lookup runs 700 instructions and reads the host's key and one place of the index, both mostly "
+    "far from the processor; the rest is the locks and the clock.",
     "second hop": "A thread that acts as a user becomes the service for as long as it needs files or the configuration: four times in "
     "this loop, once to make a token, once to accept it, and twice to look at the keytab. Each way takes seven system calls, of which four "
     "read back who the thread is; a plain logon has none of them.",
-    "kept context": "Where the user's ticket may be forwarded and nothing was delegated, as here, the context keeps it for a second hop: "
-    "its length and about 300 bytes. A context without it takes 767 bytes (measured apart, with a ticket that may not be forwarded).",
-    "clean-up pass": "Most of it is the wait for a processor: in three runs calls waited 0.2, 1.9 and 4.5 ms during a pass (the "
+    "longest wait during": "Most of it is the wait for a processor: in three runs calls waited 0.2, 1.9 and 4.5 ms during a pass (the "
     "last beside other work), and 0.07, 0.1 and 2.5 ms beside a thread that only computed and held no lock (`cache/no-pass-waits` below).",
 }
 
@@ -151,7 +153,7 @@ def page(folder):
             [f"{value / 1000:.0f}" if (value := logon(found, kind, threads, way)) else "" for way in WAYS] for kind, threads in LOGONS]
     yield table(["", *WAYS.values()], rows)
     others = [[name, f"{value:,.0f}" if value >= 100 else f"{value:.2g}", "bytes" if name.startswith("memory") else "" if name.endswith(("pages", "instructions")) else
-               "µs" if "waits" in name else "ns"] for name, value in found.items() if not name.startswith("logon/")]
+               "µs" if "waits" in name and not name.endswith("_ns") else "ns"] for name, value in found.items() if not name.startswith("logon/")]
     yield "\n## Everything else\n\n" + table(["", "Median", "Unit"], others)
     sizes = [os.path.getsize(folder / f"lib{name}.so.1") for name in ("morwenplugin", "harrowlog")]
     yield f"\nThe stripped libraries: {sizes[0]:,} bytes, and {sizes[1]:,} of the log hub.\n"

@@ -16,19 +16,19 @@ ContextManager::ContextManager(const CSmartRefCountPtr<SecContextCache>& i_pCont
     }
 }
 
-void ContextManager::Impersonate(const SWCharString& i_ssKey) {
-    const TokenAtWork token = m_pContextCache->Find(i_ssKey);
+void ContextManager::Impersonate(std::u16string_view i_key) {
+    const TokenAtWork token = m_pContextCache->Find(i_key);
     if (!token || token->IsExpired(SDateTime::GetCurrentDateTime())) {
-        S_REASON("ssoplugin: ContextManager::Impersonate() -- token for %1 not found or expired.", i_ssKey);
+        S_REASON("ssoplugin: ContextManager::Impersonate() -- token for %1 not found or expired.", i_key);
         throw SSOException(SSO_ERROR, kMsgContextUnusable);
     }
     token->Impersonate();
 }
 
-void ContextManager::Revert(const SWCharString& i_ssKey) {
-    const TokenAtWork pToken = m_pContextCache->Find(i_ssKey);
+void ContextManager::Revert(std::u16string_view i_key) {
+    const TokenAtWork pToken = m_pContextCache->Find(i_key);
     if (!pToken.IsFound()) {
-        S_REASON("ssoplugin: ContextManager::Revert() -- token for %1 not found.", i_ssKey);
+        S_REASON("ssoplugin: ContextManager::Revert() -- token for %1 not found.", i_key);
         throw SSOException(SSO_ERROR, kMsgNoContext);
     }
     S_ASSERT(pToken);
@@ -38,16 +38,16 @@ void ContextManager::Revert(const SWCharString& i_ssKey) {
     pToken->Revert();
 }
 
-bool ContextManager::AddAssociation(const SWCharString& i_ssKey, const SWCharString& i_ssNewKey) {
-    return m_pContextCache->AddAssociation(i_ssKey, i_ssNewKey);
+bool ContextManager::AddAssociation(std::u16string_view i_key, const SWCharString& i_ssNewKey) {
+    return m_pContextCache->AddAssociation(i_key, i_ssNewKey);
 }
 
-bool ContextManager::IsValid(const SWCharString& i_ssKey) {
-    return m_pContextCache->IsValid(i_ssKey);
+bool ContextManager::IsValid(std::u16string_view i_key) {
+    return m_pContextCache->IsValid(i_key);
 }
 
-bool ContextManager::Remove(const SWCharString& i_ssKey) {
-    return m_pContextCache->Remove(i_ssKey);
+bool ContextManager::Remove(std::u16string_view i_key) {
+    return m_pContextCache->Remove(i_key);
 }
 
 void ContextManager::Clear() {

@@ -12,13 +12,13 @@ public:
     explicit ContextManager(const Harrowlib201::CSmartRefCountPtr<SecContextCache>& i_pContextCache);
 
     // The calling thread goes on as the user of the context. A context that has expired is refused.
-    void Impersonate(const SWCharString& i_ssKey);
+    void Impersonate(std::u16string_view i_key);
     // The calling thread is itself again, whether the context has expired or not.
-    void Revert(const SWCharString& i_ssKey);
+    void Revert(std::u16string_view i_key);
 
-    bool AddAssociation(const SWCharString& i_ssKey, const SWCharString& i_ssNewKey);
-    bool IsValid(const SWCharString& i_ssKey);
-    bool Remove(const SWCharString& i_ssKey);
+    bool AddAssociation(std::u16string_view i_key, const SWCharString& i_ssNewKey);
+    bool IsValid(std::u16string_view i_key);
+    bool Remove(std::u16string_view i_key);
     void Clear();
     void StartUpdateThread();
     void StopUpdateThread();

@@ -57,6 +57,21 @@ uint64_t NumberOf(std::u16string_view i_key) noexcept {
         return 0;
     }
     uint64_t nNumber = 0;
+    if constexpr (std::endian::native == std::endian::little) {
+        // Four at a time: the upper three quarters of each are those of a digit, also with 6 added, and the product has
+        // all four together in its uppermost 16 bits.
+        constexpr uint64_t kEach = 0x0001000100010001;
+        constexpr uint64_t kUpper = 0xFFF0 * kEach;
+        constexpr uint64_t kDigits = u'0' * kEach;
+        for (uint64_t nFour = 0; i_key.size() >= 4; i_key.remove_prefix(4)) {
+            std::memcpy(&nFour, i_key.data(), sizeof nFour);
+            if ((nFour & kUpper) != kDigits || ((nFour + 6 * kEach) & kUpper) != kDigits) {
+                return 0;
+            }
+            nNumber =
+                10000 * nNumber + ((nFour & (0xF * kEach)) * (1000ULL << 48 | 100ULL << 32 | 10ULL << 16 | 1) >> 48);
+        }
+    }
     for (const char16_t cUnit : i_key) {
         if (cUnit < u'0' || cUnit > u'9') {
             return 0;
@@ -75,21 +90,33 @@ KeyIndex::KeyIndex() {
     }
 }
 
-uint64_t KeyIndex::Hash(std::u16string_view i_key) const noexcept {
+KeyIndex::Sought KeyIndex::Of(std::u16string_view i_key) const noexcept {
     constexpr size_t kStep = sizeof(uint64_t) / sizeof(char16_t);
+    Sought sought{i_key, NumberOf(i_key)};
     SipHash hash(m_aSecret);
-    uint64_t nWord = 0;
-    for (; i_key.size() >= kStep; i_key.remove_prefix(kStep)) {
-        std::memcpy(&nWord, i_key.data(), sizeof nWord);
-        hash.Add(nWord);
-    }
-    // The last word has room for one unit fewer than it may hold, and for how many there are.
-    nWord = i_key.size() + 1;
-    for (const char16_t cUnit : i_key) {
-        nWord = nWord << 16U | cUnit;
+    uint64_t nWord = sought.m_nNumber;  // all that there is to the key, unless it is none
+    if (nWord == 0) {
+        for (; i_key.size() >= kStep; i_key.remove_prefix(kStep)) {
+            std::memcpy(&nWord, i_key.data(), sizeof nWord);
+            hash.Add(nWord);
+        }
+        // The last word has room for one unit fewer than it may hold, and for how many there are.
+        nWord = i_key.size() + 1;
+        for (const char16_t cUnit : i_key) {
+            nWord = nWord << 16U | cUnit;
+        }
     }
     hash.Add(nWord);
-    return hash.End() | 1U;
+    sought.m_nHash = hash.End() | 1U;
+    return sought;
+}
+
+KeyIndex::Sought KeyIndex::Seek(std::u16string_view i_key) const noexcept {
+    const Sought sought = Of(i_key);
+    if (const Part& part = m_aParts[PartOf(sought.m_nHash)]; !part.m_slots.empty()) {
+        __builtin_prefetch(&part.m_slots[part.Home(sought.m_nHash)]);
+    }
+    return sought;
 }
 
 void KeyIndex::Part::Put(const Slot& i_slot) noexcept {
@@ -101,46 +128,43 @@ void KeyIndex::Part::Put(const Slot& i_slot) noexcept {
     ++m_nUsed;
 }
 
-size_t KeyIndex::Part::Search(uint64_t i_nHash, std::u16string_view i_key) const noexcept {
+size_t KeyIndex::Part::Search(const Sought& i_sought) const noexcept {
     if (m_slots.empty()) {
         return 0;
     }
-    const uint64_t nNumber = NumberOf(i_key);
-    for (size_t nAt = Home(i_nHash); m_slots[nAt].m_nHash != 0; nAt = Next(nAt)) {
+    for (size_t nAt = Home(i_sought.m_nHash); m_slots[nAt].m_nHash != 0; nAt = Next(nAt)) {
         const Slot& slot = m_slots[nAt];
-        if (slot.m_nHash == i_nHash && slot.m_nNumber == nNumber &&
-            (nNumber != 0 || slot.m_entry->first.view() == i_key)) {
+        if (slot.m_nHash == i_sought.m_nHash && slot.m_nNumber == i_sought.m_nNumber &&
+            (slot.m_nNumber != 0 || slot.m_entry->first.view() == i_sought.m_key)) {
             return nAt;
         }
     }
     return m_slots.size();
 }
 
-const KeyIndex::Slot* KeyIndex::Lookup(std::u16string_view i_key) const noexcept {
-    const uint64_t nHash = Hash(i_key);
-    const Part& part = m_aParts[PartOf(nHash)];
-    const size_t nAt = part.Search(nHash, i_key);
+const KeyIndex::Slot* KeyIndex::Lookup(const Sought& i_sought) const noexcept {
+    const Part& part = m_aParts[PartOf(i_sought.m_nHash)];
+    const size_t nAt = part.Search(i_sought);
     return nAt < part.m_slots.size() ? &part.m_slots[nAt] : nullptr;
 }
 
 KeyIndex::Map::iterator KeyIndex::Find(std::u16string_view i_key, Map::iterator i_end) const noexcept {
-    const Slot* const pSlot = Lookup(i_key);
+    const Slot* const pSlot = Lookup(Of(i_key));
     return pSlot != nullptr ? pSlot->m_entry : i_end;
 }
 
 void KeyIndex::Update(Map::iterator i_entry) noexcept {
-    const std::u16string_view key = i_entry->first.view();
-    const uint64_t nHash = Hash(key);
-    Part& part = m_aParts[PartOf(nHash)];
-    if (const size_t nAt = part.Search(nHash, key); nAt < part.m_slots.size()) {
+    const Sought sought = Of(i_entry->first.view());
+    Part& part = m_aParts[PartOf(sought.m_nHash)];
+    if (const size_t nAt = part.Search(sought); nAt < part.m_slots.size()) {
         part.m_slots[nAt].m_expiry = ExpiryOf(i_entry);
     }
 }
 
 void KeyIndex::Add(Map::iterator i_entry) {
     constexpr size_t kFewest = 4;
-    const uint64_t nHash = Hash(i_entry->first.view());
-    Part& part = m_aParts[PartOf(nHash)];
+    const Sought sought = Of(i_entry->first.view());
+    Part& part = m_aParts[PartOf(sought.m_nHash)];
     if (4 * (part.m_nUsed + 1) > 3 * part.m_slots.size()) {
         Part larger;
         larger.m_slots.resize(std::max(kFewest, 2 * part.m_slots.size()));
@@ -151,13 +175,13 @@ void KeyIndex::Add(Map::iterator i_entry) {
         }
         part = std::move(larger);
     }
-    part.Put({nHash, NumberOf(i_entry->first.view()), i_entry, ExpiryOf(i_entry)});
+    part.Put({sought.m_nHash, sought.m_nNumber, i_entry, ExpiryOf(i_entry)});
 }
 
 void KeyIndex::Remove(Map::iterator i_entry) noexcept {
-    const uint64_t nHash = Hash(i_entry->first.view());
-    Part& part = m_aParts[PartOf(nHash)];
-    size_t nGap = part.Search(nHash, i_entry->first.view());
+    const Sought sought = Of(i_entry->first.view());
+    Part& part = m_aParts[PartOf(sought.m_nHash)];
+    size_t nGap = part.Search(sought);
     if (nGap >= part.m_slots.size()) {
         return;
     }

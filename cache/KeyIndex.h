@@ -34,10 +34,19 @@ public:
     // Throws std::bad_alloc, and what the system's source of random numbers does.
     KeyIndex();
 
+    // A key, and what is worked out of it.
+    struct Sought {
+        std::u16string_view m_key;
+        uint64_t m_nNumber = 0;  // as in a slot
+        uint64_t m_nHash = 0;
+    };
+    // Has the place brought near, too, where a lookup will begin.
+    Sought Seek(std::u16string_view i_key) const noexcept;
+
     // The map's end where there is none.
     Map::iterator Find(std::u16string_view i_key, Map::iterator i_end) const noexcept;
     // Null where there is none.
-    const Slot* Lookup(std::u16string_view i_key) const noexcept;
+    const Slot* Lookup(const Sought& i_sought) const noexcept;
     // The entry's token, or its expiry, is another one now.
     void Update(Map::iterator i_entry) noexcept;
     // An entry whose key is not there. Throws std::bad_alloc and leaves everything as it was.
@@ -58,10 +67,10 @@ private:
         size_t Home(uint64_t i_nHash) const noexcept { return (i_nHash >> 1U) & (m_slots.size() - 1); }
         void Put(const Slot& i_slot) noexcept;
         // Where the entry with this key is, or the size when it is not there.
-        size_t Search(uint64_t i_nHash, std::u16string_view i_key) const noexcept;
+        size_t Search(const Sought& i_sought) const noexcept;
     };
 
-    uint64_t Hash(std::u16string_view i_key) const noexcept;
+    Sought Of(std::u16string_view i_key) const noexcept;
     static size_t PartOf(uint64_t i_nHash) noexcept { return static_cast<size_t>(i_nHash >> (64 - kPartBits)); }
 
     std::array<uint64_t, 2> m_aSecret{};

@@ -34,15 +34,15 @@ SWCharString SecContextCache::Insert(SWCharString& o_ssKey, const StaticTokenPtr
     return o_ssKey;
 }
 
-bool SecContextCache::AddAssociation(const SWCharString& i_ssKey, const SWCharString& i_ssNewKey) {
+bool SecContextCache::AddAssociation(std::u16string_view i_key, const SWCharString& i_ssNewKey) {
     StaticTokenPtr pReplaced;  // the last reference goes after the lock
     const CSmartWriteLocker locker(m_lock);
-    const auto found = EntryOf(i_ssKey);
+    const auto found = EntryOf(i_key);
     if (found == m_mapCachedContexts.end()) {
-        S_TRACE("ssoplugin: SecContextCache::AddAssociation() -- Token for %1 is not in cache.", i_ssKey);
+        S_TRACE("ssoplugin: SecContextCache::AddAssociation() -- Token for %1 is not in cache.", i_key);
         return false;
     }
-    if (i_ssKey == i_ssNewKey) {
+    if (i_key == i_ssNewKey) {
         return true;
     }
     // The new entry first: should memory be short, the old one still stands.
@@ -63,10 +63,11 @@ bool SecContextCache::Extract(const SWCharString& i_ssKey, StaticTokenPtr& o_pTo
     return true;
 }
 
-bool SecContextCache::IsValid(const SWCharString& i_ssKey) {
+bool SecContextCache::IsValid(std::u16string_view i_key) {
     const CSmartReadLocker locker(m_lock);
-    const SDateTime now = SDateTime::GetCurrentDateTime();
-    const KeyIndex::Slot* const pFound = m_index.Lookup(i_ssKey.view());
+    const KeyIndex::Sought sought = m_index.Seek(i_key);
+    const SDateTime now = SDateTime::GetCurrentDateTime();  // while memory brings the place
+    const KeyIndex::Slot* const pFound = m_index.Lookup(sought);
     if (pFound == nullptr) {
         return false;
     }
@@ -77,11 +78,11 @@ bool SecContextCache::IsValid(const SWCharString& i_ssKey) {
     return pToken && !pToken->Expired(now);
 }
 
-bool SecContextCache::Remove(const SWCharString& i_ssKey) {
+bool SecContextCache::Remove(std::u16string_view i_key) {
     StaticTokenPtr pToken;  // the last reference goes after the lock, because ending a context calls the package
     {
         const CSmartWriteLocker locker(m_lock);
-        const auto found = EntryOf(i_ssKey);
+        const auto found = EntryOf(i_key);
         if (found == m_mapCachedContexts.end()) {
             return false;
         }
@@ -100,25 +101,34 @@ void SecContextCache::Clear() {
         mapReleased.swap(m_mapCachedContexts);
         return m_index.Clear();
     }();
-    for (const auto& [ssKey, pToken] : mapReleased) {
-        if (pToken) {
-            pToken->AwaitIdle();
+    const auto forEach = [&mapReleased](const auto& i_do) {
+        for (auto& [ssKey, pToken] : mapReleased) {
+            if (pToken) {
+                i_do(pToken);
+            }
         }
-    }
+    };
+    // Nobody finds them any more, so none begins to be at work. What the others hold is not kept while one is.
+    forEach([](StaticTokenPtr& io_pToken) {
+        if (!io_pToken->IsAtWork()) {
+            io_pToken = nullptr;
+        }
+    });
+    forEach([](const StaticTokenPtr& i_pToken) { i_pToken->AwaitIdle(); });
 }
 
-TokenAtWork SecContextCache::Find(const SWCharString& i_ssKey) {
+TokenAtWork SecContextCache::Find(std::u16string_view i_key) {
     const CSmartReadLocker locker(m_lock);
-    return TokenAtWork(Lookup(i_ssKey));
+    return TokenAtWork(Lookup(i_key));
 }
 
-const StaticTokenPtr* SecContextCache::Lookup(const SWCharString& i_ssKey) {
-    const auto found = EntryOf(i_ssKey);
+const StaticTokenPtr* SecContextCache::Lookup(std::u16string_view i_key) {
+    const auto found = EntryOf(i_key);
     return found == m_mapCachedContexts.end() ? nullptr : &found->second;
 }
 
-KeyIndex::Map::iterator SecContextCache::EntryOf(const SWCharString& i_ssKey) {
-    return m_index.Find(i_ssKey.view(), m_mapCachedContexts.end());
+KeyIndex::Map::iterator SecContextCache::EntryOf(std::u16string_view i_key) {
+    return m_index.Find(i_key, m_mapCachedContexts.end());
 }
 
 StaticTokenPtr SecContextCache::Put(const SWCharString& i_ssKey, const StaticTokenPtr& i_pToken) {

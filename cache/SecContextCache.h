@@ -30,18 +30,19 @@ public:
     SWCharString Insert(SWCharString& o_ssKey, const StaticTokenPtr& i_pToken);
 
     // Renames: afterwards only the new key finds the token, in place of any that had the key. False when there is none.
-    bool AddAssociation(const SWCharString& i_ssKey, const SWCharString& i_ssNewKey);
+    bool AddAssociation(std::u16string_view i_key, const SWCharString& i_ssNewKey);
 
     // Takes the token out. False when there is none.
     bool Extract(const SWCharString& i_ssKey, StaticTokenPtr& o_pToken);
 
-    bool IsValid(const SWCharString& i_ssKey);  // is there one, and has it not expired?
+    bool IsValid(std::u16string_view i_key);  // is there one, and has it not expired?
     // Both wait for whoever is at work with what they release, and for nobody else.
-    bool Remove(const SWCharString& i_ssKey);  // false when there is none
+    bool Remove(std::u16string_view i_key);  // false when there is none
+    // Takes the lock for a moment, however many there are, and a microsecond or two for each without it.
     void Clear();
 
     // The token under the key, for work with it: no lock of the cache is held, only this token is kept from its end.
-    TokenAtWork Find(const SWCharString& i_ssKey);
+    TokenAtWork Find(std::u16string_view i_key);
 
     // For the update thread: what is cached now. Taken in parts, so that nobody waits long for the lock: a context that
     // comes or is renamed meanwhile may be missing.
@@ -62,12 +63,12 @@ protected:
 private:
     void CreateUpdateThread() S_REQUIRES(m_threadSection);
     void CreateUpdateThreadAdopted() S_REQUIRES(m_threadSection);
-    const StaticTokenPtr* Lookup(const SWCharString& i_ssKey) S_REQUIRES_SHARED(m_lock);
+    const StaticTokenPtr* Lookup(std::u16string_view i_key) S_REQUIRES_SHARED(m_lock);
     // Null where nothing was replaced. Throws std::bad_alloc and leaves everything as it was.
     StaticTokenPtr Put(const SWCharString& i_ssKey, const StaticTokenPtr& i_pToken) S_REQUIRES(m_lock);
     StaticTokenPtr Take(KeyIndex::Map::iterator i_entry) noexcept S_REQUIRES(m_lock);
     // The map's end where there is none.
-    KeyIndex::Map::iterator EntryOf(const SWCharString& i_ssKey) S_REQUIRES_SHARED(m_lock);
+    KeyIndex::Map::iterator EntryOf(std::u16string_view i_key) S_REQUIRES_SHARED(m_lock);
 
     KeyIndex::Map m_mapCachedContexts S_GUARDED_BY(m_lock);
     KeyIndex m_index S_GUARDED_BY(m_lock);  // of the same entries

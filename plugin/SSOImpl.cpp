@@ -207,37 +207,39 @@ uint32_t SSOImpl::SSOAcceptLogin(const SWCharString& i_ssType, const SWCharStrin
 
 // ---- Security contexts ----
 
-uint32_t SSOImpl::Impersonate(const SWCharString& i_ssKey) {
+uint32_t SSOImpl::Impersonate(const SSOChar* i_pszKey) {
     return RunOnContexts([&](ContextManager& i_contexts) {
-        i_contexts.Impersonate(i_ssKey);
+        i_contexts.Impersonate(HostKey(i_pszKey).view());
         return SSO_OK;
     });
 }
 
-uint32_t SSOImpl::Revert(const SWCharString& i_ssKey) {
+uint32_t SSOImpl::Revert(const SSOChar* i_pszKey) {
     return RunOnContexts([&](ContextManager& i_contexts) {
-        i_contexts.Revert(i_ssKey);
+        i_contexts.Revert(HostKey(i_pszKey).view());
         return SSO_OK;
     });
 }
 
-uint32_t SSOImpl::AssociateSecurityContext(const SWCharString& i_ssKey, const SWCharString& i_ssNewKey) {
+uint32_t SSOImpl::AssociateSecurityContext(const SSOChar* i_pszKey, const SWCharString& i_ssNewKey) {
     return RunOnContexts([&](ContextManager& i_contexts) {
-        if (!i_contexts.AddAssociation(i_ssKey, i_ssNewKey)) {
+        if (!i_contexts.AddAssociation(HostKey(i_pszKey).view(), i_ssNewKey)) {
             throw SSOException(SSO_NO_CONTEXT, kMsgNoContext);
         }
         return SSO_OK;
     });
 }
 
-uint32_t SSOImpl::LookupSecurityContext(const SWCharString& i_ssKey) {
-    return RunOnContexts(
-        [&](ContextManager& i_contexts) { return i_contexts.IsValid(i_ssKey) ? SSO_OK : SSO_NO_CONTEXT; });
+uint32_t SSOImpl::LookupSecurityContext(const SSOChar* i_pszKey) {
+    return RunOnContexts([&](ContextManager& i_contexts) {
+        return i_contexts.IsValid(HostKey(i_pszKey).view()) ? SSO_OK : SSO_NO_CONTEXT;
+    });
 }
 
-uint32_t SSOImpl::ReleaseSecurityContext(const SWCharString& i_ssKey) {
-    return RunOnContexts(
-        [&](ContextManager& i_contexts) { return i_contexts.Remove(i_ssKey) ? SSO_OK : SSO_NO_CONTEXT; });
+uint32_t SSOImpl::ReleaseSecurityContext(const SSOChar* i_pszKey) {
+    return RunOnContexts([&](ContextManager& i_contexts) {
+        return i_contexts.Remove(HostKey(i_pszKey).view()) ? SSO_OK : SSO_NO_CONTEXT;
+    });
 }
 
 uint32_t SSOImpl::ReleaseAllSecurityContexts() {

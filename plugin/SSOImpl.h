@@ -44,11 +44,12 @@ public:
                             SSOLength i_nBufferLength, void** o_ppvBuffer, SSOLength* o_pnBufferLength,
                             ParasSeq** o_ppLogonInformation, SSOChar** o_ppSessionKey);
 
-    uint32_t Impersonate(const SWCharString& i_ssKey);
-    uint32_t Revert(const SWCharString& i_ssKey);
-    uint32_t AssociateSecurityContext(const SWCharString& i_ssKey, const SWCharString& i_ssNewKey);
-    uint32_t LookupSecurityContext(const SWCharString& i_ssKey);
-    uint32_t ReleaseSecurityContext(const SWCharString& i_ssKey);
+    // A key of a context is read where the host has it.
+    uint32_t Impersonate(const SSOChar* i_pszKey);
+    uint32_t Revert(const SSOChar* i_pszKey);
+    uint32_t AssociateSecurityContext(const SSOChar* i_pszKey, const SWCharString& i_ssNewKey);
+    uint32_t LookupSecurityContext(const SSOChar* i_pszKey);
+    uint32_t ReleaseSecurityContext(const SSOChar* i_pszKey);
     uint32_t ReleaseAllSecurityContexts();
     uint32_t AcquireCurrentSecurityContext(const SWCharString& i_ssType, const ParasSeq* i_pParameters,
                                            SSOChar** o_ppSessionID);

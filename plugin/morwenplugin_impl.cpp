@@ -64,6 +64,11 @@ uint32_t Export(const char* i_pszUnexpected, Operation i_operation, const char* 
     return Fenced(i_pszUnexpected, i_operation, i_pszNoCore);
 }
 
+// A host's keys are seldom near the processor; this one comes while the call is let in. Any pointer will do.
+void BringNear(const SSOChar* i_pszKey) noexcept {
+    __builtin_prefetch(i_pszKey);
+}
+
 uint32_t InitializePlugin(SSOImpl& i_core) {
     if (IsInsideSink()) {
         return SSO_ERROR;
@@ -130,18 +135,20 @@ uint32_t SSOAcceptLogin(const SSOChar* i_pszType, const SSOChar* i_pszSessionKey
 }
 
 uint32_t SSOImpersonate(const SSOChar* i_pszContextKey) {
+    BringNear(i_pszContextKey);
     return Export("ssoplugin: Impersonate() -- Unexpected Exception!",
-                  [&](SSOImpl& i_core) { return i_core.Impersonate(FromHost(i_pszContextKey)); });
+                  [&](SSOImpl& i_core) { return i_core.Impersonate(i_pszContextKey); });
 }
 
 uint32_t SSORevert(const SSOChar* i_pszContextKey) {
+    BringNear(i_pszContextKey);
     return Export("ssoplugin: Revert() -- Unexpected Exception!",
-                  [&](SSOImpl& i_core) { return i_core.Revert(FromHost(i_pszContextKey)); });
+                  [&](SSOImpl& i_core) { return i_core.Revert(i_pszContextKey); });
 }
 
 uint32_t SSOAssociateSecurityContext(const SSOChar* i_pszContextKey, const SSOChar* i_pszNewKey) {
     return Export("ssoplugin: AssociateSecurityContext() -- Unexpected Exception!", [&](SSOImpl& i_core) {
-        return i_core.AssociateSecurityContext(FromHost(i_pszContextKey), FromHost(i_pszNewKey));
+        return i_core.AssociateSecurityContext(i_pszContextKey, FromHost(i_pszNewKey));
     });
 }
 
@@ -153,8 +160,9 @@ uint32_t SSOAcquireCurrentSecurityContext(const SSOChar* i_pszType, const ParasS
 }
 
 uint32_t SSOReleaseSecurityContext(const SSOChar* i_pszContextKey) {
+    BringNear(i_pszContextKey);
     return Export("ssoplugin: ReleaseSecurityContext() -- Unexpected Exception!",
-                  [&](SSOImpl& i_core) { return i_core.ReleaseSecurityContext(FromHost(i_pszContextKey)); });
+                  [&](SSOImpl& i_core) { return i_core.ReleaseSecurityContext(i_pszContextKey); });
 }
 
 uint32_t SSOReleaseAllSecurityContexts(void) {
@@ -179,8 +187,9 @@ uint32_t SSOFreeParameters(ParasSeq* i_pParameters) {
 }
 
 uint32_t SSOLookupSecurityContext(const SSOChar* i_pszContextKey) {
+    BringNear(i_pszContextKey);
     return Export("ssoplugin: LookupSecurityContext() -- Unexpected Exception!",
-                  [&](SSOImpl& i_core) { return i_core.LookupSecurityContext(FromHost(i_pszContextKey)); });
+                  [&](SSOImpl& i_core) { return i_core.LookupSecurityContext(i_pszContextKey); });
 }
 
 uint32_t SSOGetError(uint32_t i_nErrorCode, SSOError** o_ppError) {

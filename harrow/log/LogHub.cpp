@@ -36,11 +36,13 @@ struct Hub {
 // Nothing in it that who speaks needs has a destructor: threads may speak while the process ends.
 Hub g_hub;
 
-// A plain bool: a thread-local object with a destructor would keep this library loaded.
-thread_local bool t_bInsideSink = false;
-
-// Ends with a zero byte.
-constinit thread_local std::array<char, 1024> t_aReason{};
+// Plain data: a thread-local object with a destructor would keep this library loaded. In one place, because each takes
+// a call to find.
+struct OfThread {
+    bool m_bInsideSink;
+    std::array<char, 1024> m_aReason;  // ends with a zero byte
+};
+constinit thread_local OfThread t_ofThread{};
 
 // The sink that is set, to be left again.
 Sink& Enter() {
@@ -58,7 +60,7 @@ Sink& Enter() {
 }  // namespace
 
 void HarrowLogSetSink(HarrowLogSink i_pfnSink, void* i_pvUser, uint32_t i_nKinds) {
-    if (t_bInsideSink) {
+    if (t_ofThread.m_bInsideSink) {
         return;  // it would wait for itself
     }
     const std::lock_guard lock(g_hub.m_changing);
@@ -80,29 +82,35 @@ uint32_t* HarrowLogWantedKinds(void) {
 }
 
 void HarrowLogWrite(uint32_t i_nKind, const char* i_pszFile, int i_nLine, const char* i_pszMessage) {
-    if (t_bInsideSink) {
+    bool& bInsideSink = t_ofThread.m_bInsideSink;
+    if (bInsideSink) {
         return;
     }
     Sink& sink = Enter();
     if ((sink.m_nKinds & i_nKind) != 0) {
-        t_bInsideSink = true;
+        bInsideSink = true;
         sink.m_pfn(i_nKind, i_pszFile, i_nLine, i_pszMessage, sink.m_pvUser);
-        t_bInsideSink = false;
+        bInsideSink = false;
     }
     sink.Leave();
 }
 
 const char* HarrowLogReason(void) {
-    return t_aReason.data();
+    return t_ofThread.m_aReason.data();
 }
 
 void HarrowLogSetReason(const char* i_pszReason) {
-    if (t_bInsideSink) {
+    OfThread& thread = t_ofThread;
+    if (thread.m_bInsideSink) {
         return;  // the call that speaks to the sink goes on, and may yet fail
     }
-    const std::string_view text = i_pszReason != nullptr ? i_pszReason : "";
-    const size_t nLength = Harrowlib201::FittingLength(text, t_aReason.size() - 1);
-    std::memmove(t_aReason.data(), text.data(), nLength);  // the text may be a part of the one before
-    t_aReason[nLength] = '\0';
-    Harrowlib201::HideControls(std::span(t_aReason).first(nLength));
+    if (i_pszReason == nullptr || *i_pszReason == '\0') {
+        thread.m_aReason.front() = '\0';  // as at the beginning of each call
+        return;
+    }
+    const std::string_view text = i_pszReason;
+    const size_t nLength = Harrowlib201::FittingLength(text, thread.m_aReason.size() - 1);
+    std::memmove(thread.m_aReason.data(), text.data(), nLength);  // the text may be a part of the one before
+    thread.m_aReason[nLength] = '\0';
+    Harrowlib201::HideControls(std::span(thread.m_aReason).first(nLength));
 }

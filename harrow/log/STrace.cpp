@@ -78,7 +78,7 @@ std::string Filled(const char* i_pszText, std::initializer_list<STraceParameter>
 
 }  // namespace
 
-STraceParameter::STraceParameter(const SWCharString& i_ssText) : m_text(SWCharStringConv::ToUtf8(i_ssText.view())) {}
+STraceParameter::STraceParameter(std::u16string_view i_text) : m_text(SWCharStringConv::ToUtf8(i_text)) {}
 
 void STrace(const char* i_pszFile, int i_nLine, const char* i_pszText,
             std::initializer_list<STraceParameter> i_parameters) noexcept {

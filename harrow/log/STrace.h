@@ -6,6 +6,7 @@
 #include <initializer_list>
 #include <new>
 #include <string>
+#include <string_view>
 
 #include "harrow/text/SWCharString.h"
 #include "morwen/harrow_log.h"
@@ -29,7 +30,8 @@ inline bool ShouldAssert() noexcept {
 // What replaces "%1", "%2" or "%3" in a trace.
 class STraceParameter {
 public:
-    STraceParameter(const SWCharString& i_ssText);
+    STraceParameter(std::u16string_view i_text);
+    STraceParameter(const SWCharString& i_ssText) : STraceParameter(i_ssText.view()) {}
     STraceParameter(const char* i_pszUtf8) : m_text(i_pszUtf8) {}
     STraceParameter(std::string i_utf8) : m_text(std::move(i_utf8)) {}
     STraceParameter(int32_t i_nValue) : m_text(std::to_string(i_nValue)) {}

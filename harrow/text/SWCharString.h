@@ -50,6 +50,8 @@ public:
     // Ends with a zero unit; valid as long as a copy of this string lives.
     const char16_t* c_str() const noexcept { return m_pBody == nullptr ? u"" : m_pBody->Text(); }
     std::u16string_view view() const noexcept { return {c_str(), length()}; }
+    // NOLINTNEXTLINE(google-explicit-constructor): as the standard library's own strings
+    operator std::u16string_view() const noexcept { return view(); }
 
     friend bool operator==(const SWCharString& i_left, const SWCharString& i_right) noexcept {
         return i_left.length() == i_right.length() &&

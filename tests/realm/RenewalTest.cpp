@@ -195,10 +195,10 @@ TEST_F(DirectoryRenewal, EvidenceIsOfOneUserAndLastsAsLongAsTheTicket) {
     for (const auto& test : kCases) {
         krb5_principal user = nullptr;
         ASSERT_EQ(krb5_parse_name(lease.get(), test.m_pszUser, &user), 0);
+        const KeptPrincipal owner(user);
         SECURITY_STATUS nStatus = SEC_E_OK;
         try {
-            LogonEvidence(ticket, KeptPrincipal(user), Now(lease.get()) + test.m_nLeft)
-                .Get(lease.get(), "morwen/localhost");
+            LogonEvidence(ticket, *user, Now(lease.get()) + test.m_nLeft).Get(lease.get(), "morwen/localhost");
         } catch (const SspiFailure& failure) {
             nStatus = failure.Status();
         }

@@ -120,10 +120,19 @@ TEST_F(ContextCacheTest, OnlyItsOwnRemovalWaitsForAContextAtWork) {
         EXPECT_TRUE(m_pCache->Remove(u"a"));
         bRemoved = true;
     });
+    SWCharString ssAgain;
+    m_pCache->Insert(ssAgain, pSlow);
+    Add(u"z");
+    std::thread remover2([&, this] {
+        m_pCache->Clear();
+        bRemoved = true;
+    });
     std::this_thread::sleep_for(std::chrono::milliseconds(50));  // time enough for one that does not wait
+    EXPECT_EQ(TestToken::s_nAlive, 1);
     goOn.set_value();
     user.join();
     remover.join();
+    remover2.join();
 }
 
 TEST_F(ContextCacheTest, AContextIsInsertedWhileOthersAreUsedWithoutAPause) {
@@ -336,7 +345,11 @@ TEST(KeyIndex, FindsWhatIsThereAndNothingElse) {
     KeyIndex::Map map;
     std::mt19937 random(1);            // NOLINT(cert-msc32-c,cert-msc51-cpp): the same each time
     for (int i = 0; i < 60000; ++i) {  // parts that grow, crowd and shrink
-        const SWCharString ssKey = SWCharStringConv::ToString(uint64_t{random() % (i < 30000 ? 4000 : 60)});
+        std::u16string key(SWCharStringConv::ToString(uint64_t{123401000} + random() % (i < 30000 ? 4000 : 60)));
+        if (random() % 4 == 0) {  // nearly a number
+            key[random() % key.size()] = static_cast<char16_t>(u' ' + random() % 32);
+        }
+        const SWCharString ssKey(key);
         const auto found = map.find(ssKey);
         ASSERT_TRUE(index.Find(ssKey.view(), map.end()) == found);
         if (found == map.end()) {

@@ -7,10 +7,8 @@
 #include <memory>
 #include <span>
 #include <string>
-#include <vector>
 
 #include "harrow/locks/CS_Wrapper.h"
-#include "platform/linux/contexts/Krb5Kept.h"
 #include "platform/linux/delegation/ProxyTickets.h"
 #include "platform/linux/forwarding/LogonTickets.h"
 
@@ -18,15 +16,17 @@ namespace morwen {
 
 // Belongs to the identity of one logon: a thread that acts as this user logs on elsewhere in the user's name with it,
 // and with the service's own ticket-granting ticket, where the KDC allows that (constrained delegation). It is as long
-// as the ticket and some 300 bytes; the ticket is encrypted, and no secret. Any method on any thread.
+// as the ticket and the user's name, and some 100 bytes, because there is one for each context that is kept; the ticket
+// is encrypted, and no secret. Any method on any thread.
 class LogonEvidence : public LogonTickets {
 public:
     // Null where it could not serve: a KDC takes none that may not be forwarded. The ticket as it came, and what was in
     // it. Throws std::bad_alloc.
-    static std::shared_ptr<LogonEvidence> Of(krb5_context i_context, std::span<const uint8_t> i_ticket,
+    static std::shared_ptr<LogonEvidence> Of(krb5_context, std::span<const uint8_t> i_ticket,
                                              const krb5_enc_tkt_part& i_opened);
 
-    LogonEvidence(std::span<const uint8_t> i_ticket, KeptPrincipal i_user, int64_t i_nEnd);
+    // Of a ticket of less than 4 GiB. Copies both; throws std::bad_alloc.
+    LogonEvidence(std::span<const uint8_t> i_ticket, const krb5_principal_data& i_user, int64_t i_nEnd);
 
     // As ProxyTickets::Get, as long as the ticket lasts.
     std::shared_ptr<const ServiceTicket> Get(krb5_context i_context, const std::string& i_targetName) override;
@@ -37,12 +37,15 @@ public:
 
 private:
     std::shared_ptr<ProxyTickets> Tickets();
+    std::span<const uint8_t> Ticket() const noexcept { return {m_pBytes.get(), m_nTicket}; }
 
-    const std::vector<uint8_t> m_ticket;
-    const KeptPrincipal m_user;
     const int64_t m_nEnd;
-    Harrowlib201::CS_Wrapper m_section;
-    std::shared_ptr<ProxyTickets> m_pTickets S_GUARDED_BY(m_section);  // null until they are needed
+    const krb5_int32 m_nNameType;
+    const uint32_t m_nNameParts;  // the realm is the first
+    const uint32_t m_nTicket;
+    const std::unique_ptr<const uint8_t[]> m_pBytes;  // the ticket, then each part of the name behind its length
+    static Harrowlib201::CS_Wrapper s_section;        // for all of them, and held to copy a pointer
+    std::shared_ptr<ProxyTickets> m_pTickets S_GUARDED_BY(s_section);  // null until they are needed
 };
 
 }  // namespace morwen
