@@ -164,11 +164,13 @@ void RegisterWaits() {
     }
     Register("waits/release-all/logons", [](benchmark::State& io_state) { RunReleaseAll(io_state, LogOn); })
         ->Arg(20000)
-        ->Iterations(1);
+        ->Iterations(1)
+        ->Repetitions(3);
     Register("waits/release-all/captured", [](benchmark::State& io_state) { RunReleaseAll(io_state, Acquire); })
         ->Arg(100000)
         ->Arg(1000000)
-        ->Iterations(1);
+        ->Iterations(1)
+        ->Repetitions(3);
 }
 
 }  // namespace morwen::bench

@@ -1,6 +1,7 @@
 // Cached contexts and a cache that do what a test tells them.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <utility>
 
@@ -37,7 +38,7 @@ public:
     STimeSpan GetLifetime() override { return STimeSpan(1000); }
     SWCharString GetAuthority() override { return m_ssAuthority; }
 
-    static inline int s_nAlive = 0;
+    static inline std::atomic<int> s_nAlive = 0;
     bool m_bExpired = false;
     bool m_bDue = false;
     bool m_bAnswers = true;

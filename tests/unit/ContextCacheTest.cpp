@@ -127,7 +127,10 @@ TEST_F(ContextCacheTest, OnlyItsOwnRemovalWaitsForAContextAtWork) {
         m_pCache->Clear();
         bRemoved = true;
     });
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));  // time enough for one that does not wait
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));   // time enough for one that does not wait
+    for (int i = 0; i < 1000 && TestToken::s_nAlive != 1; ++i) {  // all but the one at work end
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
     EXPECT_EQ(TestToken::s_nAlive, 1);
     goOn.set_value();
     user.join();
