@@ -41,7 +41,14 @@ public:
             return pKeys;
         }
         auto pKeys = std::make_shared<const AcceptorKeys>(i_context, i_name);
+        std::shared_ptr<const AcceptorKeys> pReplaced;  // goes after the lock, as all of them
         const Harrowlib201::CS_Locker locker(m_section);
+        if (HeldKeys* const pHeld = m_keytabs.Find(i_name)) {
+            if (pHeld->m_look.GoOnWith(look)) {
+                return pHeld->m_pKeys;  // another thread has read the same: what goes by the keys is asked for once
+            }
+            pReplaced = pHeld->m_pKeys;
+        }
         return m_keytabs.Hold(i_name, {look, std::move(pKeys)}).m_pKeys;
     }
 
