@@ -27,7 +27,7 @@ std::unique_ptr<const uint8_t[]> Copy(std::span<const uint8_t> i_ticket, const s
     for (const krb5_data& part : i_parts) {
         nBytes += sizeof(Length) + part.length;
     }
-    std::unique_ptr<uint8_t[]> pBytes(new uint8_t[nBytes]);
+    auto pBytes = std::make_unique_for_overwrite<uint8_t[]>(nBytes);
     uint8_t* pAt = std::copy(i_ticket.begin(), i_ticket.end(), pBytes.get());
     for (const krb5_data& part : i_parts) {
         std::memcpy(pAt, &part.length, sizeof(Length));
@@ -41,8 +41,7 @@ std::unique_ptr<const uint8_t[]> Copy(std::span<const uint8_t> i_ticket, const s
 
 constinit Harrowlib201::CS_Wrapper LogonEvidence::s_section;
 
-std::shared_ptr<LogonEvidence> LogonEvidence::Of(krb5_context, std::span<const uint8_t> i_ticket,
-                                                 const krb5_enc_tkt_part& i_opened) {
+std::shared_ptr<LogonEvidence> LogonEvidence::Of(std::span<const uint8_t> i_ticket, const krb5_enc_tkt_part& i_opened) {
     if ((i_opened.flags & TKT_FLG_FORWARDABLE) == 0) {
         return nullptr;
     }

@@ -22,8 +22,7 @@ class LogonEvidence : public LogonTickets {
 public:
     // Null where it could not serve: a KDC takes none that may not be forwarded. The ticket as it came, and what was in
     // it. Throws std::bad_alloc.
-    static std::shared_ptr<LogonEvidence> Of(krb5_context, std::span<const uint8_t> i_ticket,
-                                             const krb5_enc_tkt_part& i_opened);
+    static std::shared_ptr<LogonEvidence> Of(std::span<const uint8_t> i_ticket, const krb5_enc_tkt_part& i_opened);
 
     // Of a ticket of less than 4 GiB. Copies both; throws std::bad_alloc.
     LogonEvidence(std::span<const uint8_t> i_ticket, const krb5_principal_data& i_user, int64_t i_nEnd);

@@ -315,7 +315,7 @@ std::shared_ptr<SecurityContext> MakeContext(const Exchange& i_exchange, const G
         pLogon->m_nAttributes |= pIdentity->m_pDelegated != nullptr ? ASC_RET_DELEGATE : 0;
     }
     if (pIdentity->m_pDelegated == nullptr) {
-        pIdentity->m_pEvidence = LogonEvidence::Of(i_exchange.m_context, i_exchange.m_request.m_ticket, ticket);
+        pIdentity->m_pEvidence = LogonEvidence::Of(i_exchange.m_request.m_ticket, ticket);
     }
     if ((i_checksum.m_nFlags & kGssMutual) != 0) {
         pLogon->m_nAttributes |= ASC_RET_MUTUAL_AUTH;
