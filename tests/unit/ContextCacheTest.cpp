@@ -352,6 +352,7 @@ TEST(KeyIndex, FindsWhatIsThereAndNothingElse) {
         if (random() % 4 == 0) {  // nearly a number
             key[random() % key.size()] = static_cast<char16_t>(u' ' + random() % 32);
         }
+        key.insert(0, random() % 4, u'0');  // no number's digits, and not the same as one
         const SWCharString ssKey(key);
         const auto found = map.find(ssKey);
         ASSERT_TRUE(index.Find(ssKey.view(), map.end()) == found);
