@@ -213,10 +213,16 @@ TEST_F(HandshakeTest, LogonInformationOnEveryWay) {
     m_fake.Script("OpenContextToken", {SEC_E_OK, "", FakeAnswer::kNever});
     EXPECT_EQ(Step(false, Session(), "x"), "100/42254=from server");
     EXPECT_TRUE(m_trace.Said({"hUser"}));
-    m_fake.m_groupSids = Texts(200, m_fake.m_userSid);  // more than the first buffer holds
+    const std::vector<DWORD> many(15, 1234567890);
+    m_fake.m_groupSids = Texts(200, FakePlatform::MakeSid({0, 0, 0, 0, 0, 5}, many));  // more than first buffers hold
     EXPECT_EQ(Step(false, Session(), "x"), "1=from server");
-    EXPECT_EQ(m_fake.Log("GetTokenInformation").back(), "2, length 5608");
-    EXPECT_EQ(Information().size(), 9U + 1800U);
+    EXPECT_EQ(m_fake.Log("GetTokenInformation").back(), "2, length 16808");
+    std::string expected = "S-1-5-18 ";
+    for (size_t i = 0; i < 200 * many.size(); ++i) {
+        expected +=
+            (i % many.size() == 0 ? "S-1-5" : "") + std::string("-1234567890") + (i % many.size() == 14 ? ";" : "");
+    }
+    EXPECT_EQ(Information(), expected);
     m_fake.m_userSid[0] = 2;  // no such revision
     EXPECT_EQ(Step(false, Session(), "x"), "100/42254=from server");
 }
