@@ -83,7 +83,7 @@ REASONS = {
     "bare libkrb5.",
     "bare libkrb5": "A logon runs 423,000 instructions, the bare loop 377,000; it was 481,000 before a ticket's PAC was checked once for each "
     "ticket. Of the time beyond the bare loop's the plug-in's own code takes a half, spread over some hundred functions of which none "
-    "takes a fiftieth, the C library three tenths (a hundred small blocks of memory, fifty locks), and the kernel a tenth, for asking who "
+    "takes a fiftieth, the C library three tenths (seventy small blocks of memory, fifty locks), and the kernel a tenth, for asking who "
     "the process is. The bare loop opens no sessions and handles, holds nothing that others use, looks for no account and makes no logon "
     "information. Link-time optimisation changed nothing that could be measured.",
     "the same with": "A plain logon's part stays what it is; for each group there is a SID to read, to look for twice and to write as text.",
