@@ -23,10 +23,18 @@ Output::~Output() {
     SSOFreeParameters(m_pInformation);
 }
 
-ExportLogon::ExportLogon(const Target& i_target) : m_service(i_target.m_service.begin(), i_target.m_service.end()) {}
+ExportLogon::ExportLogon(const Target& i_target)
+    : m_service(i_target.m_service.begin(), i_target.m_service.end()),
+      m_bNegotiate(i_target.m_bNegotiate),
+      m_bBind(i_target.m_bBind) {}
 
 void ExportLogon::Start(Output& o_client) const {
-    const ParasSeq parameters = {u"" SSO_KEY_SPN, SSO_PARAMETER_STRING, m_service.c_str(), nullptr};
+    constexpr const SSOChar* kChannel =
+        u"tls-exporter:000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f";
+    ParasSeq bind = {u"" SSO_KEY_CHANNEL_BINDINGS, SSO_PARAMETER_STRING, kChannel, nullptr};
+    ParasSeq negotiate = {u"" SSO_KEY_NEGOTIATE, SSO_PARAMETER_BOOL, u"1", m_bBind ? &bind : nullptr};
+    const ParasSeq parameters = {u"" SSO_KEY_SPN, SSO_PARAMETER_STRING, m_service.c_str(),
+                                 m_bNegotiate ? &negotiate : negotiate.next};
     Require(SSOStartLogin(nullptr, nullptr, kType, &parameters, &o_client.m_pszKey, &o_client.m_pvToken,
                           &o_client.m_nLength) == SSO_CONTINUE,
             "SSOStartLogin failed");

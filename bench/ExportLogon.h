@@ -10,7 +10,9 @@ namespace morwen::bench {
 // The service that a loop logs on to.
 struct Target {
     std::string m_service = "morwen/localhost";
-    bool m_bDelegate = false;  // the service is one that the realm trusts for it; the exports always ask
+    bool m_bDelegate = false;   // the service is one that the realm trusts for it; the exports always ask
+    bool m_bNegotiate = false;  // by SPNEGO; exports only
+    bool m_bBind = false;       // the client sends channel bindings; exports only
 };
 
 // The plug-in is started and keeps contexts as long as it lives.
@@ -51,6 +53,8 @@ public:
 
 private:
     std::u16string m_service;
+    bool m_bNegotiate;
+    bool m_bBind;
 };
 
 }  // namespace morwen::bench

@@ -40,6 +40,8 @@ void RegisterLogons() {
             ->Threads(nThreads);
         RegisterLoop<Krb5Logon>("logon/plain/krb5", target)->Threads(nThreads);
     }
+    RegisterLoop<ExportLogon>("logon/spnego/exports", Target{.m_bNegotiate = true});
+    RegisterLoop<ExportLogon>("logon/bindings/exports", Target{.m_bBind = true});
     RegisterAll("delegation", {"fwd/localhost", true});
     constexpr std::pair<const char*, krb5_enctype> kEnctypes[] = {{"aes128-sha1", ENCTYPE_AES128_CTS_HMAC_SHA1_96},
                                                                   {"aes256-sha1", ENCTYPE_AES256_CTS_HMAC_SHA1_96},

@@ -216,8 +216,8 @@ SSO_API uint32_t SSOAcquireCurrentSecurityContext(const SSOChar* i_pszType, cons
 SSO_API uint32_t SSOReleaseSecurityContext(const SSOChar* i_pszContextKey);
 
 /* Lets every context go that is there at this moment; what other threads keep from then on stays. Nothing else waits
- * for it: the calling thread alone ends them, a microsecond or two each, and waits at the end for those that other
- * threads are just now being switched by. */
+ * for it: the calling thread alone ends them, a microsecond or two each, and waits last for those that calls of other
+ * threads (SSOImpersonate, SSORevert) are at work with. */
 SSO_API uint32_t SSOReleaseAllSecurityContexts(void);
 
 /* Gives a token buffer back. Does nothing while the package is not started: give buffers back before SSOTermPackage. */
