@@ -120,6 +120,9 @@ TEST_F(ContextCacheTest, OnlyItsOwnRemovalWaitsForAContextAtWork) {
         EXPECT_TRUE(m_pCache->Remove(u"a"));
         bRemoved = true;
     });
+    for (int i = 0; i < 1000 && !m_pCache->Snapshot().empty(); ++i) {  // before Clear() can take the key away
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
     SWCharString ssAgain;
     m_pCache->Insert(ssAgain, pSlow);
     Add(u"z");
