@@ -186,6 +186,7 @@ TEST(Harrow, NoSinkRunsUnderALock) {
     static CRWLock s_lock;
     static CS_Wrapper s_section;
     static std::string s_seen;
+    s_seen.clear();
     const auto sink = [](uint32_t, const char*, int, const char* i_pszMessage, void*) {
         const CS_Locker section(s_section);  // would wait forever
         const CSmartWriteLocker locker(s_lock);
