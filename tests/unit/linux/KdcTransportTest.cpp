@@ -148,7 +148,7 @@ struct Case {
     std::string m_answer;   // empty: unreachable
     std::string m_failure;  // part of what is said about the KDCs
     int m_nLeast = 0;       // milliseconds
-    int m_nMost = 500;
+    int m_nMost = 900;
 };
 
 void PrintTo(const Case& i_case, std::ostream* o_pStream) {
@@ -169,7 +169,7 @@ TEST_P(KdcTransportTest, EndsInTime) {
     const Krb5ContextLease lease = LendKrb5Context();
     KdcOutcome outcome;
     const auto start = steady_clock::now();
-    const krb5_error_code nCode = ExchangeWithKdcs(lease.get(), names, request, start + milliseconds(1'400), outcome);
+    const krb5_error_code nCode = ExchangeWithKdcs(lease.get(), names, request, start + milliseconds(1'900), outcome);
     const auto took = std::chrono::duration_cast<milliseconds>(steady_clock::now() - start).count();
 
     EXPECT_EQ(nCode, test.m_answer.empty() ? KRB5_KDC_UNREACH : 0) << outcome.m_failures;
@@ -193,22 +193,22 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"RefusesTcp", {{false, true, "", kAnswer}}, kAnswer, "(TCP) Connection refused"},
         Case{"RefusesBoth", {kDead}, "", "(UDP) Connection refused"},
         Case{"TooBigForUdp", {{false, true, "", kTooBig}}, "", "(TCP) Connection refused; 127.0.0.1"},
-        Case{"TooBigForUdpThenTcp", {{true, true, Framed(kAnswer), kTooBig, 1}}, kAnswer, "", 950, 1'350},
-        Case{"SilentTcpThenUdp", {{true, true, "", kAnswer}}, kAnswer, "", 950, 1'350},
-        Case{"SilentThenASecondKdc", {kSilent, kGood}, kAnswer, "", 950, 1'350},
+        Case{"TooBigForUdpThenTcp", {{true, true, Framed(kAnswer), kTooBig, 1}}, kAnswer, "", 950, 1'850},
+        Case{"SilentTcpThenUdp", {{true, true, "", kAnswer}}, kAnswer, "", 950, 1'850},
+        Case{"SilentThenASecondKdc", {kSilent, kGood}, kAnswer, "", 950, 1'850},
         Case{"DeadThenASecondKdc", {kDead, kGood}, kAnswer, "refused"},
-        Case{"OneInPlaceOfEachThatEnds", {kSilent, kDead, kSilent, kGood}, "", "not asked in time", 1'380, 1'700},
+        Case{"OneInPlaceOfEachThatEnds", {kSilent, kDead, kSilent, kGood}, "", "not asked in time", 1'880, 2'800},
         Case{"HangsUp", {{true, false, "close", ""}}, "", "closed without an answer"},
         Case{"ClaimsTooMuch", {{true, false, "\x7F\xFF\xFF\xFFxx", ""}}, "", "impossible length"},
         Case{"ClaimsNothing", {{true, false, Framed(""), ""}}, "", "impossible length"},
-        Case{"StopsHalfway", {{true, false, Framed(kAnswer).substr(0, 6), ""}}, "", "(TCP) no answer", 1'380, 1'700},
+        Case{"StopsHalfway", {{true, false, Framed(kAnswer).substr(0, 6), ""}}, "", "(TCP) no answer", 1'880, 2'800},
         Case{"InPieces", {{true, false, Framed(kAnswer), "", 0, "", true}}, kAnswer, ""},
         Case{"OverUdpAlone", {{true, true, Framed(kUnknownClient), kAnswer, 0, "udp/"}}, kAnswer, ""},
         Case{"OverTcpAlone", {{true, true, "close", kAnswer, 0, "tcp/"}}, "", "(TCP) connection closed without"},
         Case{"IsNoKdc", {{true, false, Framed("HTTP/1.1 400"), ""}}, "", "not Kerberos"},
         Case{"Unavailable", {kBusy}, kUnavailable, "not available"},
         Case{"UnavailableThenASecondKdc", {kBusy, kGood}, kAnswer, "not available"},
-        Case{"AllSilent", {{true, true, "", ""}, {true, true, "", ""}}, "", "(TCP) no answer; 127", 1'380, 1'700}),
+        Case{"AllSilent", {{true, true, "", ""}, {true, true, "", ""}}, "", "(TCP) no answer; 127", 1'880, 2'800}),
     [](const auto& i_info) { return i_info.param.m_pszName; });
 
 TEST(KdcName, ReadsWhatConfigurationsSay) {
