@@ -55,23 +55,30 @@ void SessionCache::LimitAnybodys(const SSOSession::SessionIdentifier& i_identifi
     SSOSessionPtr pOldest;  // ends after the lock
     const CSmartWriteLocker locker(*this);
     m_anybodys.push_back(i_identifier);
-    if (m_anybodys.size() <= kMostAnybodys) {
-        return;
+    for (size_t nTries = m_anybodys.size(); m_anybodys.size() > kMostAnybodys && nTries != 0; --nTries) {
+        const SSOSession::SessionIdentifier identifier = m_anybodys.front();
+        const auto oldest = m_mapSessions.find(identifier);
+        if (oldest != m_mapSessions.end() && !oldest->second->TryBegin()) {
+            // A call is at work on it, and it may be no more than anybody's afterwards: its turn comes again.
+            m_anybodys.push_back(identifier);
+            m_anybodys.pop_front();
+            continue;
+        }
+        m_anybodys.pop_front();
+        if (oldest == m_mapSessions.end()) {
+            continue;
+        }
+        if (!oldest->second->IsAnybodys()) {
+            oldest->second->End();
+            continue;
+        }
+        S_TRACE(
+            "ssoplugin: SessionCache::LimitAnybodys() -- A login that was begun without a ticket is given up for newer "
+            "ones.");
+        pOldest = oldest->second;  // stays closed to a call that has found it before
+        m_mapSessions.erase(oldest);
+        break;
     }
-    const auto oldest = m_mapSessions.find(m_anybodys.front());
-    m_anybodys.pop_front();
-    if (oldest == m_mapSessions.end() || !oldest->second->TryBegin()) {
-        return;
-    }
-    if (!oldest->second->IsAnybodys()) {
-        oldest->second->End();
-        return;
-    }
-    S_TRACE(
-        "ssoplugin: SessionCache::LimitAnybodys() -- A login that was begun without a ticket is given up for newer "
-        "ones.");
-    pOldest = oldest->second;  // stays closed to a call that has found it before
-    m_mapSessions.erase(oldest);
 }
 
 void SessionCache::ReleaseSession(const SSOSession::SessionIdentifier& i_identifier) {

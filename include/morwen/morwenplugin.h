@@ -12,7 +12,8 @@
  *    that stood there is lost (which an assertion reports). An out pointer may be null only where the text says so.
  * 5. Outputs on failure. When a function fails, every text, chain and buffer that it would have handed out is null and
  *    every length 0; there is nothing to free. A call that is refused before it begins (the package is not started, a
- *    null argument, SSOContinueLogin with an empty answer) leaves the outputs as they were.
+ *    null argument, SSOContinueLogin with an empty answer, no memory to read the arguments) leaves the outputs as they
+ *    were.
  * 6. Threads. Every function may be called on any thread, and by many at once. Of two calls with the same session key
  *    at the same time one fails with SSO_ERROR and changes nothing. No call waits for another user's; what may take
  * long (a KDC, a name service) keeps its own caller. The last SSOTermPackage waits for calls under way; a call between
@@ -187,7 +188,8 @@ SSO_API uint32_t SSOContinueLogin(const SSOChar* i_pszSessionKey, const void* i_
 /* Server: takes a client's token. First with an empty session key; SSO_CONTINUE gives the key for the next call of this
  * login. When there is an answer, send it. A server whose client sends nothing more calls again with the key, a null
  * buffer and length 0 to close the login. A first call that fails leaves no session; after a token that is refused
- * later the key still names the login, which only SSOTermPackage ends when it is not completed. SSO_ACCEPTED: the user
+ * later the key still names the login, which only SSOTermPackage ends when it is not completed (of those whose clients
+ * have shown no ticket, as SPNEGO allows, the newest 1,024 stay). SSO_ACCEPTED: the user
  * is who the ticket says, and o_ppszSessionKey holds the key of the kept context (or SSO_KEY_TEXT_CACHING_OFF). Out:
  * answer (SSOFreeBuffer; may be null), its length, logon information (SSOFreeParameters; the pointer may be null when
  * it is not wanted), key (SSOFreeString). */

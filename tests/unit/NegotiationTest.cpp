@@ -1,6 +1,7 @@
 // What is around the mechanism's tokens: SPNEGO, and the channel that a login is for.
 #include "fakes/DerBytes.h"
 #include "fakes/HandshakeTest.h"
+#include "sessions/SessionCache.h"
 
 namespace morwen {
 namespace {
@@ -175,6 +176,30 @@ TEST_F(NegotiationTest, ChannelBindingsGoToThePackage) {
     EXPECT_EQ(Step(true, m_pHandler->CreateSession(chain), ""), "1=from client");
     EXPECT_NE(m_fake.Log("InitializeSecurityContextW").back().find("input [0:14:" + record + "]"), std::string::npos);
     EXPECT_TRUE(m_trace.Said({"hexadecimal digits", "none of ignore, check and require", "none to compare them with"}));
+}
+
+TEST_F(NegotiationTest, TooLittleMemoryForAMicIsNoForgery) {
+    m_fake.Script("VerifySignature", {SEC_E_INSUFFICIENT_MEMORY});
+    EXPECT_EQ(Step(false, Session(), Init(kKerberos, Token("t") + Mic(kKerberos))), "106/42502=from server");
+}
+
+TEST_F(NegotiationTest, ALoginAtWorkIsNoWayRoundTheLimit) {
+    SessionCache cache;
+    const auto begin = [&] {
+        auto pSession = cache.CreateSession(m_pHandler, nullptr);
+        EXPECT_EQ(Step(false, pSession, Init(kKerberos, "")).substr(0, 2), "1=");
+        cache.LimitAnybodys(pSession->GetIdentifier());
+        return pSession;
+    };
+    const auto pBusy = begin();  // the call that has made it goes on
+    for (int i = 0; i < 2050; ++i) {
+        begin()->End();
+        if (i == 1025) {
+            EXPECT_TRUE(cache.GetSession(pBusy->GetIdentifier()));
+            pBusy->End();
+        }
+    }
+    EXPECT_FALSE(cache.GetSession(pBusy->GetIdentifier()));
 }
 
 }  // namespace
