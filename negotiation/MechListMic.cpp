@@ -9,6 +9,12 @@ namespace morwen {
 
 namespace {
 
+void RequireMemory(SECURITY_STATUS i_nStatus) {
+    if (i_nStatus == SEC_E_INSUFFICIENT_MEMORY) {
+        throw SSOException(SSOException::OutOfMemory());
+    }
+}
+
 // The two buffers that the system's calls for signatures take: what is signed, which they only read, and the signature.
 class SignatureBuffers {
 public:
@@ -34,6 +40,7 @@ std::vector<uint8_t> MakeListMic(CtxtHandle* i_pContext, std::span<const uint8_t
     std::vector<uint8_t> mic(kMostMicBytes);
     SignatureBuffers buffers(i_list, mic);
     const SECURITY_STATUS nStatus = Platform::Sspi().MakeSignature(i_pContext, 0, buffers.get(), 0);
+    RequireMemory(nStatus);
     if (nStatus != SEC_E_OK || buffers.Written() > mic.size()) {
         S_REASON("ssoplugin: MakeListMic() -- The list of mechanisms cannot be signed; status %1.",
                  static_cast<int32_t>(nStatus));
@@ -47,6 +54,7 @@ void CheckListMic(CtxtHandle* i_pContext, std::span<const uint8_t> i_list, std::
     SignatureBuffers buffers(i_list, i_mic);
     ULONG nQuality = 0;
     const SECURITY_STATUS nStatus = Platform::Sspi().VerifySignature(i_pContext, buffers.get(), 0, &nQuality);
+    RequireMemory(nStatus);
     if (nStatus != SEC_E_OK) {
         S_REASON(
             "ssoplugin: CheckListMic() -- The list of mechanisms is not the one that the other side has seen, or its "

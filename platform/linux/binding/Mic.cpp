@@ -1,6 +1,8 @@
 #include "platform/linux/binding/Mic.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <new>
 
 #include "harrow/lifetime/SecureWipe.h"
 #include "platform/linux/krb5/Krb5Owners.h"
@@ -30,6 +32,14 @@ bool IsOfOldForm(krb5_enctype i_nType) {
     }
 }
 
+// Too little memory is no reason to do without a MIC, nor a wrong one.
+bool IsGood(krb5_error_code i_nCode) {
+    if (i_nCode == ENOMEM) {
+        throw std::bad_alloc();
+    }
+    return i_nCode == 0;
+}
+
 // Without a hint, by its time, of how much was right.
 bool AreSame(std::span<const uint8_t> i_left, std::span<const uint8_t> i_right) {
     uint8_t nDifference = i_left.size() != i_right.size() ? 1 : 0;
@@ -49,9 +59,9 @@ std::optional<MicKey> MicKey::Of(krb5_context i_context, krb5_auth_context i_exc
                                  bool i_bAcceptorKey) {
     Krb5Owner<krb5_keyblock*, krb5_free_keyblock> key(i_context);
     // Both sides' sub-key is that of the last who has chosen one.
-    if (krb5_auth_con_getsendsubkey(i_context, i_exchange, key.Receive()) != 0 ||
-        (!key && krb5_auth_con_getrecvsubkey(i_context, i_exchange, key.Receive()) != 0) ||
-        (!key && krb5_auth_con_getkey(i_context, i_exchange, key.Receive()) != 0) || !key ||
+    if (!IsGood(krb5_auth_con_getsendsubkey(i_context, i_exchange, key.Receive())) ||
+        (!key && !IsGood(krb5_auth_con_getrecvsubkey(i_context, i_exchange, key.Receive()))) ||
+        (!key && !IsGood(krb5_auth_con_getkey(i_context, i_exchange, key.Receive()))) || !key ||
         IsOfOldForm(key->enctype)) {
         return std::nullopt;
     }
@@ -82,8 +92,8 @@ Bytes MicKey::Checksum(krb5_context i_context, std::span<const uint8_t> i_messag
     key.contents = const_cast<uint8_t*>(m_key.data());  // read only
     key.length = static_cast<unsigned>(m_key.size());
     krb5_checksum checksum{};
-    if (krb5_c_make_checksum(i_context, 0, &key, i_bOfAcceptor ? kAcceptorSigns : kInitiatorSigns, &data, &checksum) !=
-        0) {
+    const krb5_keyusage nUsage = i_bOfAcceptor ? kAcceptorSigns : kInitiatorSigns;
+    if (!IsGood(krb5_c_make_checksum(i_context, 0, &key, nUsage, &data, &checksum))) {
         return {};
     }
     Bytes bytes(checksum.contents, checksum.contents + checksum.length);
