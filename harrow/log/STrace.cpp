@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "harrow/locks/LocksHeld.h"
+#include "harrow/text/HideControls.h"
 #include "harrow/text/SWCharStringConv.h"
 
 namespace Harrowlib201 {
@@ -36,9 +37,10 @@ void WritePutOff() noexcept {
     }
 }
 
-// To the host's sink, which runs under no lock of ours: while the thread holds one, the message waits. Throws
-// std::bad_alloc.
+// To the host's sink, which runs under no lock of ours: while the thread holds one, the message waits. Names in it may
+// come from strangers. Throws std::bad_alloc.
 void Write(uint32_t i_nKind, const char* i_pszFile, int i_nLine, std::string i_message) {
+    HideControls(i_message);
     if (t_locksHeld.m_nLocks == 0) {
         HarrowLogWrite(i_nKind, i_pszFile, i_nLine, i_message.c_str());
         return;

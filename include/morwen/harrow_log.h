@@ -35,8 +35,8 @@ enum HarrowLogKind {
 };
 
 /* Called on the thread that speaks, by many threads at once, and on the plug-in's own thread. The texts are UTF-8, end
- * with a zero byte, and are valid only during the call. The plug-in holds no lock then: what it says while it holds one
- * it says afterwards.
+ * with a zero byte, and are valid only during the call; control characters and marks of direction are shown as "?". The
+ * plug-in holds no lock then: what it says while it holds one it says afterwards.
  *
  * The sink must not throw. It may call every function of the plug-in but two: SSOInitPackage and SSOTermPackage return
  * SSO_ERROR and do nothing when a call of the plug-in has led to the sink. HarrowLogSetSink does nothing inside a sink.
