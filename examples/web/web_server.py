@@ -77,7 +77,7 @@ class Request(http.server.BaseHTTPRequestHandler):
             self.close_connection = True
 
     def do_GET(self):
-        if "Transfer-Encoding" in self.headers or self.headers.get("Content-Length", "0") != "0":
+        if "Transfer-Encoding" in self.headers or self.headers.get_all("Content-Length", ["0"]) != ["0"]:
             self.close_connection = True  # a body that nobody reads would be taken for the next request
             return self.answer(400, "This server takes no data.")
         scheme, _, text = self.headers.get("Authorization", "").partition(" ")
@@ -86,7 +86,7 @@ class Request(http.server.BaseHTTPRequestHandler):
             return self.answer(401, "You are not logged on: your browser has not been told to do so here, or must be started again "
                                     "first.", "Negotiate")
         try:
-            token = login.step(base64.b64decode(text, validate=True))
+            token = login.step(base64.b64decode(text.encode("latin-1"), validate=True))
             challenge = f"Negotiate {base64.b64encode(token).decode()}" if token else None
             try:
                 user = login.finish()
@@ -115,7 +115,7 @@ class Request(http.server.BaseHTTPRequestHandler):
             with user.context.impersonate():  # this thread, until the end of the block, whatever happens there
                 text = read_below(self.server.files, path.removeprefix("/files/"))
         except (OSError, ValueError) as error:
-            self.log_error("%s: %s: %s", user.sid, path, error)
+            self.log_error("%s: %a: %s", user.sid, path, error)
             return self.answer(404, "There is no such file, or it is not for you.", challenge)
         self.answer(200, text, challenge, "application/octet-stream")
 
