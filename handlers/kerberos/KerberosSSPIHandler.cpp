@@ -315,6 +315,10 @@ uint32_t KerberosSSPIHandler::AcceptContext(const SSOCredentialsPtr& i_pCredenti
             return *o_ppvBuffer != nullptr || *o_pnBufferLength != 0 ? SSO_CONTINUE : SSO_ACCEPTED;
         case SEC_I_COMPLETE_NEEDED:
         case SEC_I_COMPLETE_AND_CONTINUE:
+            if (negotiation.IsUsed()) {  // its answer, and the client's proof, would be left out
+                S_REASON("ssoplugin: KerberosSSPIHandler::AcceptContext() -- The package wants what SPNEGO has not.");
+                throw SSOException(SSO_ERROR);
+            }
             CheckLogonInformation(i_pSession);
             session.SetEstablished();
             return SSO_OK;
