@@ -189,10 +189,10 @@ SSO_API uint32_t SSOContinueLogin(const SSOChar* i_pszSessionKey, const void* i_
  * login. When there is an answer, send it. A server whose client sends nothing more calls again with the key, a null
  * buffer and length 0 to close the login. A first call that fails leaves no session; after a token that is refused
  * later the key still names the login, which only SSOTermPackage ends when it is not completed (of those whose clients
- * have shown no ticket, as SPNEGO allows, the newest 1,024 stay). SSO_ACCEPTED: the user
- * is who the ticket says, and o_ppszSessionKey holds the key of the kept context (or SSO_KEY_TEXT_CACHING_OFF). Out:
- * answer (SSOFreeBuffer; may be null), its length, logon information (SSOFreeParameters; the pointer may be null when
- * it is not wanted), key (SSOFreeString). */
+ * have shown no ticket, as SPNEGO allows, the newest 1,024 stay). SSO_ACCEPTED: the user is who the ticket says, and
+ * o_ppszSessionKey holds the key of the kept context (or SSO_KEY_TEXT_CACHING_OFF). Out: answer (SSOFreeBuffer; may be
+ * null), its length, logon information (SSOFreeParameters; the pointer may be null when it is not wanted), key
+ * (SSOFreeString). */
 SSO_API uint32_t SSOAcceptLogin(const SSOChar* i_pszType, const SSOChar* i_pszSessionKey, const void* i_pvBuffer,
                                 SSOLength i_nBufferLength, void** o_ppvBuffer, SSOLength* o_pnBufferLength,
                                 ParasSeq** o_ppLogonInformation, SSOChar** o_ppszSessionKey);
