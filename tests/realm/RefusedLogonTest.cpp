@@ -56,6 +56,14 @@ TEST_F(RefusedLogon, ByWhoHasMadeTheTicketCache) {
     };
     // It is looked at once a second.
     logsOn("sed -i \"/.libdefaults/a default_ccache_name = FILE:$PWD/default.cc\" krb5.conf; sleep 1.1", "");
+    m_trace.m_onSaid = [](const std::string& i_said) {  // came and went between two looks, for all that can be told
+        if (getenv("KRB5CCNAME") == nullptr && i_said.find("Got a ticket") != std::string::npos) {
+            std::filesystem::rename(RealmPath("default.cc"), RealmPath("there.cc"));
+        }
+    };
+    logsOn("touch default.cc", "default.cc is not used, because it has gone while it was read");
+    m_trace.m_onSaid = [](const std::string&) {};
+    RunCommand("cd $MORWEN_REALM_DIR; mv there.cc default.cc");
     logsOn("mv default.cc there.cc; ln -s there.cc default.cc", "default.cc is not used, because it is a link of the");
     if (getuid() == 0) {
         logsOn("mv there.cc default.cc; chown nobody default.cc",

@@ -13,11 +13,11 @@ const char* NamedCache() noexcept {
     return secure_getenv("KRB5CCNAME");
 }
 
-std::string FaultOfDefaultCache(const std::string& i_name) {
+std::string FaultOfDefaultCache(const std::string& i_name, bool i_bRead) {
     const std::string path = PathOfKrb5Name(i_name);
     struct stat status {};
     if (path.empty() || lstat(path.c_str(), &status) != 0) {
-        return {};
+        return path.empty() || !i_bRead ? "" : "has gone while it was read, and nobody knows whose it was";
     }
     const std::string owner = "of the account with the number " + std::to_string(status.st_uid);
     if (S_ISLNK(status.st_mode)) {

@@ -177,8 +177,9 @@ uint64_t InitiatorTickets::Generation() {
     return m_nGeneration;
 }
 
-void InitiatorTickets::RequireOwnCache() const {
-    if (const std::string fault = m_bCacheNamed ? std::string() : FaultOfDefaultCache(m_cacheName); !fault.empty()) {
+void InitiatorTickets::RequireOwnCache(bool i_bRead) const {
+    if (const std::string fault = m_bCacheNamed ? std::string() : FaultOfDefaultCache(m_cacheName, i_bRead);
+        !fault.empty()) {
         Fail(SEC_E_NO_CREDENTIALS, "the default credential cache " + m_cacheName + " is not used, because it " + fault +
                                        "; KRB5CCNAME can name another, or this one");
     }
@@ -272,9 +273,9 @@ std::shared_ptr<const InitiatorTickets::ServiceTicket> InitiatorTickets::Fetch(k
     if (pTicket->m_nEnd <= Now(i_context)) {
         FailExpired(PrincipalText(i_context, client.get()), CacheText(i_context, cache.get()), pTicket->m_nEnd);
     }
-    RequireOwnCache();  // it may have come just after the first look
     S_TRACE("ssoplugin: InitiatorTickets::Fetch() -- Got a ticket for %1 that ends at %2.", i_targetName,
             TimeText(pTicket->m_nEnd));
+    RequireOwnCache(true);  // it may have come just after the first look
     return pTicket;
 }
 

@@ -50,7 +50,7 @@ private:
     std::shared_ptr<const ServiceTicket> Held(krb5_context i_context, const std::string& i_targetName,
                                               uint64_t& o_nGeneration);
     void Hold(const std::string& i_targetName, std::shared_ptr<const ServiceTicket> i_pTicket, uint64_t i_nGeneration);
-    void RequireOwnCache() const;
+    void RequireOwnCache(bool i_bRead = false) const;
     bool NeedsLook();
     void ForgetWhenChanged();
     std::shared_ptr<const ServiceTicket> Fetch(krb5_context i_context, const std::string& i_targetName);
