@@ -205,6 +205,17 @@ TEST_F(DirectoryRenewal, EvidenceIsOfOneUserAndLastsAsLongAsTheTicket) {
         EXPECT_EQ(nStatus, test.m_nStatus) << test.m_pszUser;
         EXPECT_NE(FailureText(nStatus).find(test.m_pszSays), std::string_view::npos) << FailureText(nStatus);
     }
+    // What renews is asked for each time, also where no realm is configured for the host.
+    RunCommand("sed -i '/^.domain_realm/,$d' $MORWEN_REALM_DIR/krb5.conf");
+    m_trace.Said({});
+    krb5_principal alice = nullptr;
+    ASSERT_EQ(krb5_parse_name(lease.get(), "alice", &alice), 0);
+    LogonEvidence evidence(ticket, *KeptPrincipal(alice).get(), Now(lease.get()) + 60);
+    for (int i = 0; i < 2; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+        evidence.Get(LendKrb5Context().get(), "front/localhost");
+    }
+    EXPECT_EQ(m_trace.Count("The KDC lets"), 2);
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include "harrow/lifetime/NeverDestroyed.h"
 #include "harrow/log/STrace.h"
 #include "platform/linux/delegation/ServiceLogon.h"
+#include "platform/linux/keys/AcceptorKeys.h"
 #include "platform/linux/keys/ServiceName.h"
 #include "platform/linux/krb5/Krb5Owners.h"
 #include "platform/linux/krb5/Krb5Words.h"
@@ -81,6 +82,24 @@ bool IsRefusal(krb5_error_code i_nCode) noexcept {
     return IsDecision(i_nCode) || i_nCode == KRB5KRB_AP_ERR_BAD_INTEGRITY;
 }
 
+// Whether the other service is this one, under whichever of its account's names: users may have come under another than
+// it goes on to. A name without a realm is taken for one of the account's.
+bool IsItself(krb5_context i_context, const TicketService& i_service, krb5_principal_data i_other,
+              const krb5_data& i_realm) {
+    if (i_other.realm.length == 0) {
+        i_other.realm = i_realm;
+    }
+    if (i_service.Is(i_other, true)) {
+        return true;
+    }
+    try {
+        const auto other = TicketService::Of(i_other);
+        return other && AcceptorKeys::Default(i_context)->AreOfOneAccount(i_service, *other);
+    } catch (const SspiFailure&) {
+        return false;  // it has no keytab any more, and accepts nobody
+    }
+}
+
 // What may be wrong where the KDC says no more than that it will not.
 const char* Advice(krb5_error_code i_nCode) noexcept {
     switch (i_nCode) {
@@ -148,7 +167,7 @@ std::shared_ptr<const ProxyTickets::Finding> ProxyTickets::Ask(krb5_context i_co
             throw std::bad_alloc();
         }
         const SECURITY_STATUS nStatus = StatusFromKrb5(nCode);
-        const bool bToItself = service->Is(*server.get(), true);
+        const bool bToItself = IsItself(i_context, *service, *server.get(), pOwn->m_account.get()->realm);
         if (nCode != 0 && !IsDecision(nCode) && nStatus != SEC_E_TARGET_UNKNOWN &&
             nStatus != SEC_E_NO_AUTHENTICATING_AUTHORITY) {
             ServiceLogon::Forget(i_context, *service);  // a new one may do better

@@ -81,11 +81,6 @@ std::string NameOf(krb5_context i_context, const AcceptorKeys& i_keys, const Tic
     return i_keys.Name() + " " + (pService != nullptr ? PrincipalText(i_context, pService->m_pName) : "");
 }
 
-bool HaveSameKey(const krb5_keytab_entry& i_left, const krb5_keytab_entry& i_right) noexcept {
-    return i_left.key.enctype == i_right.key.enctype && i_left.key.length == i_right.key.length &&
-           std::equal(i_left.key.contents, i_left.key.contents + i_left.key.length, i_right.key.contents);
-}
-
 // Those in the keytab, the likeliest first: the one that had a ticket before; accounts, whose names have one part, and
 // of these that of the service, which has one key under all its names; the service itself, to which other KDCs than a
 // directory's give tickets too; the others.
@@ -106,8 +101,9 @@ std::vector<krb5_const_principal> Candidates(krb5_context i_context, const Accep
     size_t nOthers = 0;
     for (const krb5_keytab_entry& entry : entries) {
         const bool bService = i_service.Is(*entry.principal, true);
-        const bool bSameKey = std::any_of(ofService.begin(), ofService.end(),
-                                          [&](const auto* i_pOther) { return HaveSameKey(entry, *i_pOther); });
+        const bool bSameKey = std::any_of(ofService.begin(), ofService.end(), [&](const auto* i_pOther) {
+            return AcceptorKeys::HaveSameKey(entry, *i_pOther);
+        });
         int nRank = bService ? 3 : 4;
         if (i_pEarlier != nullptr && krb5_principal_compare(i_context, entry.principal, i_pEarlier) != 0) {
             nRank = 0;

@@ -236,4 +236,19 @@ const AcceptorKeys::Service* AcceptorKeys::Find(const TicketService& i_service) 
     return nullptr;
 }
 
+bool AcceptorKeys::AreOfOneAccount(const TicketService& i_left, const TicketService& i_right) const {
+    const Service* const pLeft = Find(i_left);
+    const Service* const pRight = Find(i_right);
+    return pLeft != nullptr && pRight != nullptr &&
+           std::any_of(pLeft->m_entries.begin(), pLeft->m_entries.end(), [&](const krb5_keytab_entry* i_pLeft) {
+               return std::any_of(pRight->m_entries.begin(), pRight->m_entries.end(),
+                                  [&](const krb5_keytab_entry* i_pRight) { return HaveSameKey(*i_pLeft, *i_pRight); });
+           });
+}
+
+bool AcceptorKeys::HaveSameKey(const krb5_keytab_entry& i_left, const krb5_keytab_entry& i_right) noexcept {
+    return i_left.key.enctype == i_right.key.enctype && i_left.key.length == i_right.key.length &&
+           std::equal(i_left.key.contents, i_left.key.contents + i_left.key.length, i_right.key.contents);
+}
+
 }  // namespace morwen

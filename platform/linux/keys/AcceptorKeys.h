@@ -45,6 +45,9 @@ public:
     // spelling; found at once, however many there are. Null when the keytab has no key for the service. Throws
     // std::bad_alloc.
     const Service* Find(const TicketService& i_service) const;
+    // Whether both have the same key: a directory gives an account one under all its names.
+    bool AreOfOneAccount(const TicketService& i_left, const TicketService& i_right) const;
+    static bool HaveSameKey(const krb5_keytab_entry& i_left, const krb5_keytab_entry& i_right) noexcept;
     // What has been found in tickets that Entries have opened. It goes with them.
     KeptPacs& Pacs() const noexcept { return m_pacs; }
 
