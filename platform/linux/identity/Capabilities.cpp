@@ -53,6 +53,12 @@ int Capabilities::Read(Capabilities& o_capabilities) noexcept {
 }
 
 bool Capabilities::CanComeBack() const noexcept {
+    // Nothing becomes inheritable again that is not in the bounding set.
+    for (uint64_t nLeft = m_nInheritable & m_nPermitted; nLeft != 0; nLeft &= nLeft - 1) {
+        if (syscall(SYS_prctl, PR_CAPBSET_READ, std::countr_zero(nLeft), 0, 0, 0) != 1) {
+            return false;
+        }
+    }
     if (m_nAmbient == 0) {
         return true;
     }

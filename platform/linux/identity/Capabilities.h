@@ -26,7 +26,7 @@ struct Capabilities {
     // permitted stay, because the thread could not take them back.
     Capabilities WhileActing() const noexcept { return {m_nPermitted, 0, m_nInheritable & ~m_nPermitted, 0}; }
 
-    // Whether the thread could raise the ambient ones again, once they are gone.
+    // Whether the thread could raise the inheritable and the ambient ones again, once they are gone.
     bool CanComeBack() const noexcept;
 
     // The calling thread gets the effective, the inheritable and the ambient ones. 0, or an errno; what it has then
