@@ -68,6 +68,12 @@ TEST_F(RefusedLogon, ByWhoHasMadeTheTicketCache) {
     if (getuid() == 0) {
         logsOn("mv there.cc default.cc; chown nobody default.cc",
                "a file of the account with the number 65534, not of 0");
+        logsOn(
+            "chown root default.cc; mkdir -m 700 dir; cp default.cc dir/tkt; echo tkt >dir/primary; chown nobody dir; "
+            "sed -i \"/^ *default_ccache_name/d; /.libdefaults/a default_ccache_name = DIR:$PWD/dir\" krb5.conf; sleep "
+            "1.1",
+            "is a folder of the account with the number 65534, not of 0");
+        logsOn("chown root dir", "");
     }
 }
 
