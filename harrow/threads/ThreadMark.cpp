@@ -16,6 +16,10 @@ namespace Harrowlib201 {
 
 namespace {
 
+// What no thread has begun at that goes on: the first of a process stays known when it has ended, as long as others
+// run.
+constexpr uint64_t kEnded = ~uint64_t{0};
+
 // The thread's start, in the kernel's ticks since the machine's; 0 when it cannot be read.
 uint64_t StartOf(uintptr_t i_nThread) noexcept {
     constexpr int kFieldsBetween = 20;  // from the name's end on
@@ -30,6 +34,9 @@ uint64_t StartOf(uintptr_t i_nThread) noexcept {
     close(nFile);
     aText[nRead > 0 ? static_cast<size_t>(nRead) : 0] = '\0';
     const char* pszField = std::strrchr(aText.data(), ')');  // a name may hold blanks and brackets
+    if (pszField != nullptr && std::strncmp(pszField, ") Z", 3) == 0) {
+        return kEnded;
+    }
     for (int i = 0; i < kFieldsBetween && pszField != nullptr; ++i) {
         pszField = std::strchr(pszField + 1, ' ');
     }
