@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <ctime>
 #include <new>
@@ -87,6 +88,11 @@ public:
     bool Take(int64_t i_nNow, krb5_context& o_context, int64_t& o_nBornAt, uint64_t& o_nGeneration) noexcept {
         const uid_t nUser = geteuid();
         const void* const pvThread = ThisThread();
+        // By one thread in its turn, and not under the lock: a file system that does not answer holds nobody else up.
+        int64_t nNextLook = m_nNextLook.load(std::memory_order_relaxed);
+        const bool bLook =
+            i_nNow >= nNextLook && m_nNextLook.compare_exchange_strong(nNextLook, i_nNow + kLookInterval);
+        const uint64_t nMark = bLook ? ConfigurationMark() : 0;
         Discarded discarded;
         const CS_Locker locker(m_section);
         if (m_bEnding) {
@@ -96,9 +102,8 @@ public:
             m_nUser = nUser;
             DiscardAll(discarded);
         }
-        if (i_nNow >= m_nNextLook) {
-            m_nNextLook = i_nNow + kLookInterval;
-            if (const uint64_t nMark = ConfigurationMark(); nMark != m_nMark) {
+        if (bLook) {
+            if (nMark != m_nMark) {
                 m_nMark = nMark;
                 DiscardAll(discarded);
             }
@@ -213,7 +218,7 @@ private:
     size_t m_nIdle S_GUARDED_BY(m_section) = 0;
     uint64_t m_nGeneration S_GUARDED_BY(m_section) = 0;
     uint64_t m_nMark S_GUARDED_BY(m_section) = 0;
-    int64_t m_nNextLook S_GUARDED_BY(m_section) = 0;
+    std::atomic<int64_t> m_nNextLook = 0;
     uid_t m_nUser S_GUARDED_BY(m_section) = 0;
     uint64_t m_nLent S_GUARDED_BY(m_section) = 0;
     bool m_bEnding S_GUARDED_BY(m_section) = false;
