@@ -16,10 +16,10 @@ function(morwen_shared_library target description)
   set_target_properties(${target} PROPERTIES LINK_DEPENDS ${names})
   if(NOT MORWEN_SANITIZE)
     target_link_options(${target} PRIVATE -Wl,--no-undefined)
-    # The C++ library inside: what a C host would load and relocate of the shared one takes a client longer than its logon.
-    # The unwinder stays the system's, because a process must have no more than one.
+    # The C++ library and its unwinder inside: what a C host would load and relocate of the shared ones takes a client
+    # longer than its logon. No exception passes an export, so it is no matter that the host has an unwinder of its own.
     if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-      target_link_options(${target} PRIVATE -static-libstdc++ -Wl,--gc-sections)
+      target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc -Wl,--gc-sections)
       target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/platform/linux/LibraryEnd.cpp)
     endif()
   endif()
