@@ -115,6 +115,9 @@ void SSOImpl::ReleaseComponents() {
 }
 
 void SSOImpl::Shutdown() {
+    if (OwnProcess::IsAlone()) {
+        return;  // a static object of a host's library: what is kept goes with the process
+    }
     if (CountDown()) {
         return;
     }

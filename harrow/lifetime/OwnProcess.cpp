@@ -20,4 +20,8 @@ bool OwnProcess::IsForkedChild() noexcept {
     return g_nProcess != getpid();
 }
 
+bool OwnProcess::IsAlone() noexcept {
+    return false;
+}
+
 }  // namespace Harrowlib201
