@@ -13,7 +13,7 @@ bool IsOfActingLevel(HANDLE i_hToken) noexcept {
          eLevel >= SecurityImpersonation)) {
         return true;
     }
-    S_TRACE("ssoplugin: IsOfActingLevel() -- The token says who its user is, and lets nobody act as that.");
+    S_REASON("ssoplugin: IsOfActingLevel() -- The token says who its user is, and lets nobody act as that.");
     return false;
 }
 

@@ -49,8 +49,9 @@ SWCharString FormatSystemText(DWORD i_nCode) {
 }
 
 SWCharString GetLastErrorText() {
-    const SWCharString ssText = FormatSystemText(Platform::Kernel().GetLastError());
-    return ssText.isEmpty() ? SWCharString(u"Unknown error.") : ssText;
+    const SWCharString ssSystem = FormatSystemText(Platform::Kernel().GetLastError());
+    const std::u16string_view words = WithoutLineBreak(ssSystem);
+    return SWCharString(words.empty() ? std::u16string_view(u"Unknown error.") : words);
 }
 
 SWCharString GetErrorText(SECURITY_STATUS i_nStatus) {
