@@ -369,7 +369,7 @@ void KerberosSSPIHandler::CheckLogonInformation(const SSOSessionPtr& i_pSession)
         }
     }
     if (!IsKnownToDirectory(i_pSession)) {
-        S_TRACE(
+        S_REASON(
             "ssoplugin: KerberosSSPIHandler::AcceptContext() -- The ticket brings no logon information of a directory, "
             "which is required.");
         throw SSOException(SSO_DENIED, kMsgCredentials);

@@ -24,7 +24,9 @@
  *    every failure, or strangers' bad tokens pile them up.
  * 8. The end. The process may end while threads are in any call, with or without a last SSOTermPackage; it may wait a
  *    second for those that are at work with Kerberos, and later logons fail. An unload needs the last SSOTermPackage
- *    first, and no thread in a call; while the package is started the library stays in memory.
+ *    first, and no thread in a call; while the package is started the library stays in memory. On Windows that call
+ *    must not come from a DllMain, nor from a static object of a library that is unloaded: it waits for a thread that
+ *    cannot end then.
  */
 #ifndef MORWEN_MORWENPLUGIN_H
 #define MORWEN_MORWENPLUGIN_H
@@ -116,7 +118,8 @@ typedef struct SSOError {
 #define SSO_KEY_RENEWALS "CONTEXT_RENEWALS_ALLOWED"
 /* Bool: accept only tickets with a directory's logon information (its PAC); false unless set. For services all of whose
  * users come from directories: a user may have asked for a ticket without it, and is then known by the name alone that
- * he has asked by. Others are denied, whether or not the host wants logon information. */
+ * he has asked by. Others are denied, whether or not the host wants logon information. Without effect on Windows, which
+ * does not tell how it has found out who the user is. */
 #define SSO_KEY_REQUIRE_LOGON_INFO "SSPI_REQUIRE_LOGON_INFO"
 /* Bool, for SSOStartLogin: wrap the client's tokens into SPNEGO (RFC 4178), for servers that await it, as those of HTTP
  * do; false unless set. A server needs no setting: it answers each client in its own way. A token that comes with
