@@ -46,6 +46,12 @@ bool SSOImpl::Initialize() {
 }
 
 bool SSOImpl::Start() {
+    if (m_bAbandoned) {
+        S_REASON(
+            "ssoplugin: SSOImpl::Initialize() -- The package ended in a forked process while threads of its parent "
+            "were in calls; what they had locked there stays locked.");
+        return false;
+    }
     if (OwnProcess::IsForkedChild()) {
         m_gate.ForgetAll();
     }
@@ -154,6 +160,7 @@ void SSOImpl::Shutdown() {
 }
 
 void SSOImpl::AbandonComponents() noexcept {
+    m_bAbandoned = true;
     const auto leave = [](auto& io_pComponent) {
         if (io_pComponent) {
             io_pComponent->addRef();

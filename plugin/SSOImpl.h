@@ -84,15 +84,16 @@ private:
 
     bool CountUp();
     bool CountDown();
-    bool Start();
+    bool Start() S_REQUIRES(m_transition);
     void StartThreadLibrary();
     void CreateComponents();
     void EndComponents();
-    void AbandonComponents() noexcept;
+    void AbandonComponents() noexcept S_REQUIRES(m_transition);
     void ReleaseComponents();
 
     // Held by the first start and the last end for as long as they take: they wait for each other, nobody else does.
     Harrowlib201::CS_Wrapper m_transition;
+    bool m_bAbandoned S_GUARDED_BY(m_transition) = false;  // ended in a fork, with what others had locked
     Harrowlib201::CS_Wrapper m_counting;                   // for the count alone
     int32_t m_nInitRefcount S_GUARDED_BY(m_counting) = 0;  // 0: not initialised
     // Open while the core is initialised. The rest changes only while it is shut and nobody is inside.

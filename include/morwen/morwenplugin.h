@@ -161,8 +161,9 @@ SSO_API uint32_t SSOInitPackage(void);
  * waits for the calls that are under way, as long as they take, and for a renewal under way, but for no call that comes
  * later. It makes its own thread itself again, should that act as a user; another thread that does stays the user:
  * revert there before, or after the next SSOInitPackage by SSORevert under the key of any context of that time. In a
- * forked child it waits for nobody: what its parent's threads were at work with stays in memory. SSO_ERROR from a log
- * sink (see harrow_log.h), and nothing is ended. No record. */
+ * forked child it waits for nobody: what its parent's threads were at work with stays in memory, and if they were in
+ * calls at the fork, the package does not start there again. SSO_ERROR from a log sink (see harrow_log.h), and nothing
+ * is ended. No record. */
 SSO_API uint32_t SSOTermPackage(void);
 
 /* Makes the handler of a provider type and gives it its settings. A setting that is absent keeps its value; a setting

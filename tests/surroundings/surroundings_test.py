@@ -151,6 +151,13 @@ def forked(work):
     assert os.waitpid(child, 0)[1] == 0, "the child did not end cleanly"
 
 
+def again():
+    package.__exit__()
+    with contextlib.suppress(morwen.Error):  # where its parent's threads had locked what they were at work with
+        package.__enter__()
+        package.__exit__()
+
+
 def fork():
     for work in (lambda: None, lambda: expect(""), package.__exit__):  # a thread of the library runs since the first logon
         forked(work)
@@ -159,6 +166,7 @@ def fork():
         for _ in range(100):
             forked(lambda: None)
             forked(package.__exit__)
+            forked(again)
 
 
 def account():
