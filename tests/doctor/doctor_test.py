@@ -161,7 +161,7 @@ ktadd -k lapsed.keytab -norandkey lapsed
     sh("ktutil", "rkt all.keytab\ndelent 1\nwkt typed.keytab\nclear\n"
        "addent -password -p other/localhost@MORWEN.TEST -k 1 -e aes256-cts-hmac-sha1-96\nwrong\nwkt other.keytab\n")
     sh("cp alice.cc exposed.cc; cp service.keytab exposed.keytab; chmod 644 exposed.*; cp alice.cc owned.cc;"
-       "cp service.keytab owned.keytab; cp -p alice.cc fresh.cc; mkdir open link own; chmod 700 own; ln -s nowhere link/krb5_$(id -u).rcache2; chmod 1777 open;"
+       "cp service.keytab owned.keytab; cp -p alice.cc fresh.cc; mkfifo pipe; mkdir open link own; chmod 700 own; ln -s nowhere link/krb5_$(id -u).rcache2; chmod 1777 open;"
        "chmod 711 .; [ $(id -u) != 0 ] || chown nobody owned.* own")
     write("alias.hosts", "127.0.0.1 localhost\n127.0.0.1 www.localhost.test\n", 0o644)
     write("included.conf", "\n[logging]\n kdc here\n", 0o644)
@@ -218,6 +218,9 @@ def run_checks(skewed, half):
         ("cache of another", client, cache("owned.cc"), {"cache-owner": warning} if ROOT else {}),
         ("default cache of another", client, {"KRB5CCNAME": None, **config("planted", ("rdns", f"default_ccache_name = FILE:{path('owned.cc')}\nrdns"))},
          {"cache-planted": error} if ROOT else {}, "is a file of the account with the number" if ROOT else ""),
+        ("pipe as default cache", client, {"KRB5CCNAME": None, **config("pipe", ("rdns", f"default_ccache_name = FILE:{path('pipe')}\nrdns"))},
+         {"cache-planted": error}, "is no regular file"),
+        ("pipe as default cache, server", server, {"KRB5CCNAME": None, "KRB5_CONFIG": path("pipe.conf")}, {}),
         ("readable cache", client, cache("exposed.cc"), {"cache-exposed": warning}),
         ("no cache at all", client, cache("old.keytab"), {"cache-broken": error}, "there are no tickets"),
         ("cache with a service's ticket", "client --spn fwd/localhost", cache("service.cc"), {"ticket-missing": error}),

@@ -15,6 +15,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "platform/linux/keys/DefaultCache.h"
 #include "platform/linux/krb5/Krb5Owners.h"
 
 namespace morwen::doctor {
@@ -23,13 +24,14 @@ namespace {
 
 constexpr const char* kCache = "MEMORY:morwen-doctor";  // as long as the process
 
-// The default cache's tickets, if there are any that can be read.
+// The default cache's tickets, if there are any that can be read, and the library itself would take them.
 void KeepTickets() {
     krb5_context context = nullptr;
     if (krb5_init_context(&context) != 0) {
         return;
     }
-    {
+    const char* const pszName = NamedCache() == nullptr ? krb5_cc_default_name(context) : nullptr;
+    if (pszName == nullptr || FaultOfDefaultCache(pszName).empty()) {
         Krb5CacheOwner from(context);
         Krb5CacheOwner to(context);
         Krb5Principal client(context);

@@ -46,6 +46,8 @@ struct Case {
     // Made as the library makes its own, so that it permits the same ciphers, finds the same KDCs and waits as long for
     // them. Null when the configuration cannot be read: no check after that one runs.
     std::unique_ptr<std::remove_pointer_t<krb5_context>, FreeContext> m_pContext{};
+    std::string m_plantedCache{};                               // the default cache that nothing looks into
+    std::string m_cacheFault{};                                 // and why: what the library says of it; else empty
     std::string m_realm{};                                      // the default realm
     std::map<std::string, std::vector<KdcName>> m_answering{};  // the KDCs that answer, by realm
     int64_t m_nClockOffset = 0;                                 // the KDC's clock less this one, in seconds

@@ -5,7 +5,6 @@
 #include <ctime>
 #include <system_error>
 
-#include "platform/linux/keys/DefaultCache.h"
 #include "tools/doctor/case/FileLook.h"
 #include "tools/doctor/case/FreshTickets.h"
 #include "tools/doctor/checks/Checks.h"
@@ -25,13 +24,6 @@ bool LookAtFile(Case& io_case, const std::string& i_name) {
     Report& report = io_case.m_report;
     const std::string lookedAt = "the credential cache " + i_name + ", as " + ThisAccount();
     const FileLook file(path);
-    if (const std::string fault = NamedCache() != nullptr ? std::string() : FaultOfDefaultCache(i_name);
-        !fault.empty()) {
-        report.Fail(
-            "cache-planted", lookedAt, "it " + fault + " (" + file.Owner() + ")",
-            "find out who has put it there, remove it, and kinit; or name the cache that is meant in KRB5CCNAME");
-        return false;
-    }
     if (file.m_nError == ENOENT || file.m_nError == ENOTDIR) {
         report.Fail("cache-missing", lookedAt, "there is no such file", kGetTickets);
         return false;
@@ -83,6 +75,13 @@ bool IsAtTheSocket(krb5_error_code i_nCode) {
 }  // namespace
 
 void CheckCache(Case& io_case) {
+    if (!io_case.m_cacheFault.empty() && io_case.m_pLogon == nullptr) {
+        io_case.m_report.Fail(
+            "cache-planted", "the credential cache " + io_case.m_plantedCache + ", as " + ThisAccount(),
+            "it " + io_case.m_cacheFault,
+            "find out who has put it there, remove it, and kinit; or name the cache that is meant in KRB5CCNAME");
+        return;
+    }
     const krb5_context context = io_case.Context();
     const char* const pszName = krb5_cc_default_name(context);
     const std::string name = pszName != nullptr ? pszName : "";

@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "platform/linux/contexts/ServiceProfile.h"
+#include "platform/linux/keys/DefaultCache.h"
 #include "tools/doctor/case/SyntaxFault.h"
 #include "tools/doctor/checks/Checks.h"
 
@@ -55,6 +56,17 @@ bool LookAtFiles(Report& io_report) {
     return false;
 }
 
+// A default cache that the library does not take is opened by no check: somebody else may have put a pipe there, which
+// would keep whoever reads it waiting, or tickets with which the checks would ask another realm.
+void SetPlantedCacheAside(Case& io_case) {
+    const char* const pszName = NamedCache() == nullptr ? krb5_cc_default_name(io_case.Context()) : nullptr;
+    io_case.m_cacheFault = pszName != nullptr ? FaultOfDefaultCache(pszName) : "";
+    if (!io_case.m_cacheFault.empty()) {
+        io_case.m_plantedCache = pszName;
+        krb5_cc_set_default_name(io_case.Context(), "MEMORY:morwen-doctor-none");
+    }
+}
+
 }  // namespace
 
 void CheckConfiguration(Case& io_case) {
@@ -78,6 +90,7 @@ void CheckConfiguration(Case& io_case) {
                               "correct that line: outside a comment there are [section], name = value, name = { and }");
         return;
     }
+    SetPlantedCacheAside(io_case);
     Krb5Owner<char*, krb5_free_default_realm> realm(context);
     nCode = krb5_get_default_realm(context, realm.Receive());
     if (nCode != 0) {
