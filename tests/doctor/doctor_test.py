@@ -229,6 +229,7 @@ def run_checks(skewed, half):
         ("no service's name", "client --spn morwen", {}, {"spn-malformed": error}),
         ("wrong case", "client --spn MORWEN/localhost", {}, {"spn-case": error}, "not found in Kerberos database"),
         ("unknown service", "client --spn nobody/localhost", {}, {"spn-unknown": error}, "not found in Kerberos database"),
+        ("name of three parts", "client --spn ldap/localhost/x", {}, {"spn-unknown": error}, "", False, "addprinc -randkey ldap/localhost/x"),
         ("unknown host", "client --spn morwen/no.invalid", {}, {"host-unresolvable": warning, "spn-unknown": error}),
         ("no common type", client, config("type", ("rdns", "default_tgs_enctypes = camellia128-cts-cmac\nrdns")), {"spn-enctype": error}),
         ("service that takes no tickets", "client --spn u2u/localhost", {}, {"ticket-refused": error}),

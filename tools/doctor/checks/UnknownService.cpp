@@ -221,6 +221,16 @@ constexpr const char* kWhereNamesStand = " (SI_SERVER_SSPI_SPN of the program, -
 }  // namespace
 
 bool SayUnknown(Case& io_case, FreshTickets* i_pTickets, krb5_principal i_service, const std::string& i_words) {
+    if (i_service->length != 2) {  // a directory's "ldap/host/domain": there is nothing to compare it with
+        std::string name = PrincipalText(io_case.Context(), i_service);
+        name.resize(name.ends_with('@') ? name.size() - 1 : name.size());  // the KDC is to find out the realm
+        if (i_pTickets != nullptr) {
+            io_case.m_report.Fail("spn-unknown", "the service " + name, i_words,
+                                  "kadmin addprinc -randkey " + Quoted(name) + "; in a directory: setspn -S " +
+                                      Quoted(name.substr(0, name.rfind('@'))) + " ACCOUNT");
+        }
+        return i_pTickets != nullptr;
+    }
     Name asked = NameOf(i_service);
     const bool bMapped = !asked.m_realm.empty() && io_case.m_options.m_spn.find('@') == std::string::npos;
     if (asked.m_realm.empty()) {  // the KDC is to find out
