@@ -61,6 +61,14 @@ std::string Trimmed(const std::string& i_text) {
     return nBegin == std::string::npos ? "" : i_text.substr(nBegin, i_text.find_last_not_of(" \t\r") + 1 - nBegin);
 }
 
+// Which files of a folder libkrb5 reads: copies that editors and packages leave beside them may be as faulty as they
+// like.
+bool IsIncluded(const std::string& i_name) {
+    return (i_name.ends_with(".conf") && !i_name.starts_with('.')) ||
+           i_name.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_") ==
+               std::string::npos;
+}
+
 std::string FaultIn(const std::string& i_file, int i_nDepth);
 
 // The fault in what a line includes; empty when there is none to be found.
@@ -75,7 +83,8 @@ std::string FaultBehind(const std::string& i_line, int i_nDepth) {
     }
     std::error_code ignored;
     for (const auto& entry : std::filesystem::directory_iterator(path, ignored)) {
-        if (std::string fault = FaultIn(entry.path(), i_nDepth + 1); !fault.empty()) {
+        if (std::string fault = IsIncluded(entry.path().filename()) ? FaultIn(entry.path(), i_nDepth + 1) : "";
+            !fault.empty()) {
             return fault;
         }
     }
