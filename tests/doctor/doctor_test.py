@@ -213,6 +213,8 @@ def run_checks(skewed, half):
         ("KDC of another realm", client, kdcs("other", listen(relayed)), {"kdc-wrong-realm": error}),
         ("UDP alone is blocked", client, kdcs("half", half), {"kdc-one-protocol": warning}),
         ("clock", client, kdcs("skewed", skewed), {"clock-skew": error}, "Clock skew too great"),
+        ("clock of one of two KDCs", "server --spn old/localhost", {**kdcs("two-clocks", KDC, skewed), **keytab("old.keytab")},
+         {"clock-skew": error, "keytab-kvno": error}),
         ("no cache", client, cache("none.cc"), {"cache-missing": error}, "there are no tickets to log on with"),
         ("unreadable cache", client, {}, {"cache-unreadable": error}, "there are no tickets", True),
         ("cache of another", client, cache("owned.cc"), {"cache-owner": warning} if ROOT else {}),

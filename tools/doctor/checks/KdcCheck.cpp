@@ -181,9 +181,14 @@ std::string RemedyFor(const std::string& i_problem, const KdcName& i_kdc, const 
            i_kdc.m_port + " through";
 }
 
-void CheckClock(Case& io_case, const std::string& i_kdc, int64_t i_nOffset) {
+int ClockLimit(const Case& i_case) {
     int nLimit = kUsualSkew;
-    profile_get_integer(io_case.m_system.get(), "libdefaults", "clockskew", nullptr, kUsualSkew, &nLimit);
+    profile_get_integer(i_case.m_system.get(), "libdefaults", "clockskew", nullptr, kUsualSkew, &nLimit);
+    return nLimit;
+}
+
+void CheckClock(Case& io_case, const std::string& i_kdc, int64_t i_nOffset) {
+    const int nLimit = ClockLimit(io_case);
     const std::string lookedAt = "the clock against the KDC " + i_kdc;
     const int64_t nDistance = std::abs(i_nOffset);
     const std::string found = nDistance == 0 ? std::string("they agree")
@@ -192,7 +197,6 @@ void CheckClock(Case& io_case, const std::string& i_kdc, int64_t i_nOffset) {
                                                    std::to_string(nLimit) + " s";
     const char* const pszRemedy = "on the machine that is wrong: timedatectl set-ntp true (date -u compares)";
     if (nDistance > nLimit) {
-        io_case.m_nClockOffset = i_nOffset;
         io_case.m_report.Fail("clock-skew", lookedAt, found, pszRemedy);
     } else if (nDistance > nLimit / 5) {
         io_case.m_report.Warn("clock-skew", lookedAt, found, pszRemedy);
@@ -235,9 +239,22 @@ void CheckRealm(Case& io_case, const std::string& i_realm) {
     const std::vector<KdcReply> replies = AskKdcs(kdcs, question, io_case.m_options.m_wait, false);
     std::vector<Verdict> verdicts;
     std::vector<KdcName> answering;
+    const auto isLate = [nLimit = ClockLimit(io_case)](const Verdict& i_verdict) {
+        return std::abs(i_verdict.m_offset.value_or(0)) > nLimit;
+    };
     for (size_t i = 0; i < kdcs.size(); ++i) {
-        const Verdict& verdict = verdicts.emplace_back(Judge(io_case, replies, i));
-        if (verdict.m_nAnswers > 0) {
+        verdicts.push_back(Judge(io_case, replies, i));
+    }
+    // A KDC whose clock is wrong refuses what the checks ask: only where there is no other do they stop at that.
+    const bool bInTime = std::any_of(verdicts.begin(), verdicts.end(), [&](const Verdict& i_verdict) {
+        return i_verdict.m_nAnswers > 0 && !isLate(i_verdict);
+    });
+    for (size_t i = 0; i < kdcs.size(); ++i) {
+        const Verdict& verdict = verdicts[i];
+        if (verdict.m_nAnswers > 0 && isLate(verdict) && !bInTime) {
+            io_case.m_nClockOffset = *verdict.m_offset;
+        }
+        if (verdict.m_nAnswers > 0 && !(isLate(verdict) && bInTime)) {
             answering.push_back(kdcs[i]);
             // Over UDP a KDC may only say that its answer is too large.
             answering.back().m_bUdp = !verdict.m_bTcp;
