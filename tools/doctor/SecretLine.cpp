@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <stdexcept>
 #include <string_view>
 
@@ -16,7 +17,8 @@ namespace morwen::doctor {
 
 namespace {
 
-// The terminal without echo, as long as this lives.
+// The terminal without echo, as long as this lives. An interrupt from the keyboard ends the reading and nothing else,
+// so that the echo comes back.
 class Terminal {
 public:
     Terminal() : m_nDescriptor(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY)) {
@@ -25,11 +27,15 @@ public:
         }
         termios silent = m_before;
         silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        struct sigaction wake {};
+        wake.sa_handler = [](int) {};
+        sigaction(SIGINT, &wake, &m_interrupt);
         tcsetattr(m_nDescriptor, TCSAFLUSH, &silent);
         Say("Password: ");
     }
     ~Terminal() {
         tcsetattr(m_nDescriptor, TCSAFLUSH, &m_before);
+        sigaction(SIGINT, &m_interrupt, nullptr);
         Say("\n");
         close(m_nDescriptor);
     }
@@ -43,6 +49,7 @@ private:
 
     int m_nDescriptor;
     termios m_before{};
+    struct sigaction m_interrupt {};
 };
 
 }  // namespace

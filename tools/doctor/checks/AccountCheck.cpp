@@ -76,9 +76,6 @@ void CheckAccount(Case& io_case) {
         io_case.m_report.Skip("account", "the local account of a user", "no user was given (--user)");
     } else {
         account = AccountOf(io_case, user);
-        if (!account) {
-            return;
-        }
     }
     const std::string lookedAt = "the right to act as users, of " + ThisAccount();
     const uint64_t nHas = EffectiveCapabilities();

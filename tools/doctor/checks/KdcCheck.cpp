@@ -230,8 +230,9 @@ void CheckRealm(Case& io_case, const std::string& i_realm) {
             io_case.m_report.Skip("kdc", NameOf(text, i_realm), "only libkrb5 can reach this kind");
         }
     }
-    if (const std::string upper = Upper(i_realm);
-        upper != i_realm && IsServed(io_case, kdcs, upper) && !IsServed(io_case, kdcs, i_realm)) {
+    const std::string upper = Upper(i_realm);
+    const bool bUnconfirmed = upper != i_realm && !IsServed(io_case, kdcs, i_realm);
+    if (bUnconfirmed && IsServed(io_case, kdcs, upper)) {
         SayCase(io_case, i_realm, upper, "its KDCs serve " + upper);
         return;
     }
@@ -276,6 +277,9 @@ void CheckRealm(Case& io_case, const std::string& i_realm) {
         if (verdict.m_offset && verdict.m_nAnswers > 0) {
             CheckClock(io_case, kdcs[i].Text(), *verdict.m_offset);
         }
+    }
+    if (bUnconfirmed && !answering.empty()) {  // a directory's KDC answers to any spelling, with tickets of its own
+        SayCase(io_case, i_realm, upper, "its KDCs do not say that they serve it in this spelling");
     }
     if (!answering.empty()) {
         io_case.m_answering[i_realm] = std::move(answering);
