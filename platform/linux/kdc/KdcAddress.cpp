@@ -1,10 +1,12 @@
 // Where a KDC listens: from the configuration's words to socket addresses.
 #include "platform/linux/kdc/KdcAddress.h"
 
+#include <arpa/nameser.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <resolv.h>
 
+#include <array>
 #include <cstring>
 #include <memory>
 
@@ -18,24 +20,32 @@ constexpr std::string_view kDefaultPort = "88";
 class ShortResolverWait {
 public:
     ShortResolverWait() {
-        if ((_res.options & RES_INIT) == 0) {
-            res_init();
-        }
+        // Asks nobody. resolv.conf is read here if it has changed: not by a look-up whose settings are not the file's.
+        std::array<unsigned char, NS_PACKETSZ> aQuery{};
+        static_cast<void>(res_mkquery(ns_o_query, "", ns_c_in, ns_t_a, nullptr, 0, nullptr, aQuery.data(),
+                                      static_cast<int>(aQuery.size())));
         m_nRetransmit = _res.retrans;
         m_nRetry = _res.retry;
+        m_nOptions = _res.options;
         _res.retrans = 1;
         _res.retry = 1;
+        // A cut answer is used as it is: the repetition over TCP would have no deadline.
+        _res.options |= kOptions;
     }
     ~ShortResolverWait() {
         _res.retrans = m_nRetransmit;
         _res.retry = m_nRetry;
+        _res.options = (_res.options & ~kOptions) | (m_nOptions & kOptions);
     }
     ShortResolverWait(const ShortResolverWait&) = delete;
     ShortResolverWait& operator=(const ShortResolverWait&) = delete;
 
 private:
+    static constexpr unsigned long kOptions = RES_IGNTC | RES_USE_EDNS0;
+
     int m_nRetransmit;
     int m_nRetry;
+    unsigned long m_nOptions;
 };
 
 bool TakePrefix(std::string_view& io_text, std::string_view i_prefix) {

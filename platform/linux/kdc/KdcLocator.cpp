@@ -16,13 +16,20 @@ namespace morwen {
 
 namespace {
 
+// Whether the server has left something out for want of room. It would be asked for over TCP, with no deadline.
+bool IsCut(const std::vector<uint8_t>& i_answer) {
+    constexpr size_t kFlags = 2;
+    constexpr uint8_t kCut = 0x02;
+    return i_answer.size() > kFlags && (i_answer[kFlags] & kCut) != 0;
+}
+
 // A resolver of its own, so that neither the host's settings nor another thread's are touched.
 class Resolver {
 public:
     Resolver() : m_bReady(res_ninit(&m_state) == 0) {
         m_state.retrans = 1;
         m_state.retry = 1;
-        // A cut answer is used as it is: the repetition over TCP would have no deadline.
+        // A cut answer is used as it is.
         m_state.options |= RES_IGNTC | RES_USE_EDNS0;
     }
     ~Resolver() {
@@ -34,12 +41,13 @@ public:
     Resolver& operator=(const Resolver&) = delete;
 
     KdcSearch Query(const std::string& i_name, std::vector<uint8_t>& o_answer) {
-        o_answer.resize(NS_MAXMSG);
+        o_answer.assign(NS_MAXMSG, 0);
         const int nLength = m_bReady ? res_nquery(&m_state, i_name.c_str(), ns_c_in, ns_t_srv, o_answer.data(),
                                                   static_cast<int>(o_answer.size()))
                                      : -1;
         if (nLength < 0) {
-            return m_bReady && m_state.res_h_errno != TRY_AGAIN ? KdcSearch::None : KdcSearch::Silent;
+            return m_bReady && m_state.res_h_errno != TRY_AGAIN && !IsCut(o_answer) ? KdcSearch::None
+                                                                                    : KdcSearch::Silent;
         }
         o_answer.resize(std::min(static_cast<size_t>(nLength), o_answer.size()));
         return KdcSearch::Found;
@@ -68,6 +76,9 @@ KdcSearch FindKdcs(const std::string& i_service, const std::string& i_realm, std
         }
         if (!o_kdcs.empty()) {
             return KdcSearch::Found;
+        }
+        if (IsCut(answer)) {
+            return KdcSearch::Silent;
         }
     }
     return KdcSearch::None;
