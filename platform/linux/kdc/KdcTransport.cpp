@@ -161,8 +161,9 @@ void Exchanger::PollUntil(Clock::time_point i_time) {
         bNews = bNews || running.m_pAttempt->Descriptor() < 0;
     }
     const auto wait = std::chrono::ceil<milliseconds>(i_time - Clock::now());
-    // An interrupted or failed poll shows nothing, and the caller looks at the clock before it polls again.
-    if (poll(descriptors.data(), descriptors.size(), bNews ? 0 : std::max(0, static_cast<int>(wait.count()))) < 0) {
+    // Where there are news, the others' come next time: a process that may have no descriptors may not poll either. An
+    // interrupted or failed poll shows nothing, and the caller looks at the clock before it polls again.
+    if (!bNews && poll(descriptors.data(), descriptors.size(), std::max(0, static_cast<int>(wait.count()))) < 0) {
         return;
     }
     for (size_t i = 0; i < m_running.size(); ++i) {
