@@ -27,11 +27,26 @@ constexpr int64_t kSpareSeconds = 2;
 // More than one process uses.
 constexpr size_t kMostIdentities = 64;
 
+// Whether the name may mean another cache on each thread: a keyring of the thread, or of its session, which is also
+// where a name without a kind of keyring lies.
+bool IsOfThread(std::string_view i_cacheName) {
+    constexpr std::string_view kKeyring = "KEYRING:";
+    if (!i_cacheName.starts_with(kKeyring)) {
+        return false;
+    }
+    i_cacheName.remove_prefix(kKeyring.size());
+    return !i_cacheName.starts_with("persistent:") && !i_cacheName.starts_with("user:") &&
+           !i_cacheName.starts_with("process:");
+}
+
 // The default identities by cache and user: the same cache name may mean another cache for another user.
 class Identities {
 public:
     std::shared_ptr<InitiatorTickets> Get(std::string_view i_cacheName, bool i_bNamed) {
         const uid_t nUser = geteuid();
+        if (IsOfThread(i_cacheName)) {
+            return std::make_shared<InitiatorTickets>(std::string(i_cacheName), i_bNamed);
+        }
         const CS_Locker locker(m_section);
         if (const auto* const pHeld = m_identities.Find(Sought{i_cacheName, nUser, i_bNamed})) {
             return *pHeld;

@@ -21,7 +21,8 @@ namespace morwen {
 // or a KDC asked for a service ticket; a password is checked once, and who needs its tickets meanwhile waits.
 class InitiatorTickets : public LogonTickets, private ForwardedTickets::Source {
 public:
-    // The tickets in the default cache of the user that the process runs as. Nothing is looked at yet: that there is no
+    // The tickets in the default cache of the user that the process runs as, held for all who ask, unless it is in a
+    // keyring of the thread or session. Nothing is looked at yet: that there is no
     // ticket shows when one is needed. Throws SspiFailure, std::bad_alloc.
     static std::shared_ptr<InitiatorTickets> Default(krb5_context i_context);
 
