@@ -1,7 +1,7 @@
 // host.hpp: the plug-in's functions for C++ hosts, as objects that give back what they hold. Header only, C++17.
 //
-// 1. Text is UTF-8 (std::string, std::string_view) on this side. Text that is not UTF-8 throws std::invalid_argument; a
-//    unit without sense in a text of the plug-in becomes U+FFFD.
+// 1. Text is UTF-8 (std::string, std::string_view) on this side. Text that is not UTF-8, or has a zero in it,
+//    throws std::invalid_argument; a unit without sense in a text of the plug-in becomes U+FFFD.
 // 2. A failed call throws morwen::host::Error with the code, the reason and the plug-in's own words. Nothing else is
 //    thrown but std::bad_alloc, and std::logic_error for misuse.
 // 3. A Package must live as long as every other object. One object is used by one thread at a time, an Impersonation by
@@ -29,15 +29,15 @@ namespace morwen::host {
 using Text = std::basic_string<SSOChar>;
 using Token = std::vector<std::uint8_t>;
 
-// UTF-8 to UTF-16; throws std::invalid_argument.
+// UTF-8 to UTF-16; throws std::invalid_argument, for a zero too: the text would end there and mean another one.
 inline Text Wide(std::string_view i_text) {
-    const auto refuse = [] { throw std::invalid_argument("morwen::host: a text is not UTF-8"); };
+    const auto refuse = [] { throw std::invalid_argument("morwen::host: a text is not UTF-8, or has a zero in it"); };
     Text wide;
     wide.reserve(i_text.size());
     for (std::size_t i = 0; i < i_text.size();) {
         const auto nLead = static_cast<unsigned char>(i_text[i++]);
         const int nFollowing = nLead < 0x80 ? 0 : nLead < 0xE0 ? 1 : nLead < 0xF0 ? 2 : 3;
-        if ((nLead >= 0x80 && nLead < 0xC2) || nLead > 0xF4) {
+        if (nLead == 0 || (nLead >= 0x80 && nLead < 0xC2) || nLead > 0xF4) {
             refuse();
         }
         std::uint32_t nPoint = nFollowing == 0 ? nLead : nLead & (0x3Fu >> nFollowing);
@@ -385,9 +385,11 @@ struct LogonInformation {
 // more, Close. One that is given up in between stays in memory until the package ends.
 class ServerLogin {
 public:
-    // What to send to the client; empty when there is nothing. Throws Error for a token that is refused, and
-    // std::logic_error after the end: another login is another object's.
-    Token Accept(const Token& i_token) { return Step(i_token); }
+    // What to send to the client; empty when there is nothing. Throws Error for a token that is refused, as an empty
+    // one is, and std::logic_error after Close: another login is another object's.
+    Token Accept(const Token& i_token) {
+        return Step(i_token.empty() ? static_cast<const void*>("") : i_token.data(), detail::LengthOf(i_token));
+    }
     // The user is who the ticket says: Information and TakeContext have something to give. Throws Error when the login
     // is not complete, and std::logic_error when no token has been accepted.
     void Close() {
@@ -395,7 +397,7 @@ public:
             throw std::logic_error("morwen::host: no token has been accepted");
         }
         if (!m_bDone) {
-            Step({});
+            Step(nullptr, 0);  // as the plug-in knows that the client is done
         }
     }
 
@@ -405,7 +407,7 @@ public:
     Context TakeContext() noexcept { return std::move(m_context); }
 
 private:
-    Token Step(const Token& i_token) {
+    Token Step(const void* i_pvToken, SSOLength i_nTokenLength) {
         if (m_bDone) {
             throw std::logic_error("morwen::host: the login is complete");
         }
@@ -414,9 +416,8 @@ private:
         detail::HandedChain information;
         detail::HandedText key;
         const std::uint32_t nCode = Check(
-            "SSOAcceptLogin",
-            SSOAcceptLogin(Wide(SSO_PROVIDER_SSPI).c_str(), m_key.get(), i_token.empty() ? nullptr : i_token.data(),
-                           detail::LengthOf(i_token), reply.Out(), &nLength, information.Out(), key.Out()));
+            "SSOAcceptLogin", SSOAcceptLogin(Wide(SSO_PROVIDER_SSPI).c_str(), m_key.get(), i_pvToken, i_nTokenLength,
+                                             reply.Out(), &nLength, information.Out(), key.Out()));
         if (nCode == SSO_ACCEPTED) {
             std::string contextKey = Narrow(key.get());
             m_context = contextKey == SSO_KEY_TEXT_CACHING_OFF ? Context() : Context(std::move(contextKey));
