@@ -55,7 +55,8 @@ class Impersonation:
     """The thread acts as the user inside the "with", by its effective ids: files, not programs that it starts.
 
     A thread that cannot be made itself again must not go on: then the process ends (os.abort). A coroutine gives its thread to
-    others whenever it waits, so that this refuses an event loop's thread: use morwen.aio.as_user there.
+    others whenever it waits, so that this refuses an event loop's thread: use morwen.aio.as_user there. Not on the main thread of a
+    program whose signal handlers raise, as that for Ctrl-C does: in the instant before the end begins, one may leave it the user.
     """
     def __init__(self, key: str) -> None:
         self._key = _library.wide(key)
@@ -64,11 +65,26 @@ class Impersonation:
     def __enter__(self) -> None:
         if "asyncio" in sys.modules and sys.modules["asyncio"]._get_running_loop() is not None:
             raise RuntimeError("an event loop's thread cannot act as a user; use morwen.aio.as_user")
-        errors.call("SSOImpersonate", self._key)
         self._thread = threading.get_ident()
+        try:
+            errors.call("SSOImpersonate", self._key)
+        except errors.Error:
+            raise
+        except BaseException:  # a signal handler's, when the thread may be the user already
+            self.__exit__()
+            raise
 
     def __exit__(self, *_: object) -> None:
-        # Another thread would revert itself, and leave this one as it is.
-        if threading.get_ident() != self._thread or _library.invoke("SSORevert", self._key) != _library.OK:
+        raised = None
+        while True:  # a signal handler of the program may raise before the call or after it
+            try:
+                # Another thread would revert itself, and leave this one as it is.
+                failed = threading.get_ident() != self._thread or _library.invoke("SSORevert", self._key) != _library.OK
+                break
+            except BaseException as error:
+                raised = error
+        if failed:
             os.write(2, b"morwen: a thread cannot be made itself again\n")
             os.abort()
+        if raised:
+            raise raised
