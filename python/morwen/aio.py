@@ -9,6 +9,7 @@ from __future__ import annotations
 import asyncio
 import concurrent.futures
 import functools
+import os
 import struct
 from collections.abc import Callable
 from typing import ParamSpec, TypeVar
@@ -23,6 +24,15 @@ T = TypeVar("T")
 _LARGEST_FRAME, _MOST_ROUNDS = 256 * 1024, 8
 # As many logins may wait for a KDC at once; more wait for their turn.
 _pool = concurrent.futures.ThreadPoolExecutor(32, "morwen")
+
+
+def _forked() -> None:
+    """A child has none of the threads, and would wait for them."""
+    global _pool
+    _pool = concurrent.futures.ThreadPoolExecutor(32, "morwen")
+
+
+os.register_at_fork(after_in_child=_forked)
 
 
 async def run(function: Callable[P, T], *arguments: P.args, **named: P.kwargs) -> T:
