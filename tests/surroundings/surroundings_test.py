@@ -127,6 +127,7 @@ def limited(kind, value):
 
 
 def full_disk():
+    signal.signal(signal.SIGXFSZ, signal.SIG_DFL)  # as in any host but Python
     shutil.rmtree("rcache")
     os.mkdir("rcache")
     for value in (0, 16, 1):
@@ -235,7 +236,7 @@ def run(name):
     began = time.monotonic()
     done = subprocess.run([*plain, sys.executable, __file__, *sys.argv[1:], name], cwd=folder, env=env, timeout=50, capture_output=True, text=True)
     print(f"{name}: {'holds' if done.returncode == 0 else 'DOES NOT HOLD'}, {time.monotonic() - began:.1f} s")
-    return "" if done.returncode == 0 else done.stdout + done.stderr
+    return "" if done.returncode == 0 else f"{name} ended with {done.returncode}: {done.stdout}{done.stderr}"
 
 
 if len(sys.argv) == 2:

@@ -10,6 +10,7 @@
 #include "harrow/lifetime/AtUnload.h"
 #include "harrow/lifetime/NeverDestroyed.h"
 #include "harrow/log/STrace.h"
+#include "platform/linux/contexts/FileSizeSignal.h"
 #include "platform/linux/keys/DefaultCache.h"
 #include "platform/linux/keys/ServiceName.h"
 #include "platform/linux/krb5/Krb5Words.h"
@@ -268,14 +269,18 @@ std::shared_ptr<const InitiatorTickets::ServiceTicket> InitiatorTickets::Fetch(k
     wanted.client = client.get();
     wanted.server = server.get();
     krb5_creds* pFound = nullptr;
-    nCode = krb5_get_credentials(i_context, 0, cache.get(), &wanted, &pFound);
+    const auto get = [&] {
+        const FileSizeSignal heldBack;  // of the cache, where a new ticket goes
+        return krb5_get_credentials(i_context, 0, cache.get(), &wanted, &pFound);
+    };
+    nCode = get();
     KeptCredentials found(pFound);
     if (nCode == 0 && EndsSoon(i_context, SecondsOf(pFound->times.endtime))) {
         // libkrb5 gives a ticket of the cache up to its last second; the user's own may be good for a longer one.
         const int64_t nOwnEnd = EndOfOwnTicket(i_context, cache.get(), client.get());
         if (nOwnEnd > SecondsOf(pFound->times.endtime)) {
             wanted.times.endtime = static_cast<krb5_timestamp>(nOwnEnd);
-            nCode = krb5_get_credentials(i_context, 0, cache.get(), &wanted, &pFound);
+            nCode = get();
             found = KeptCredentials(pFound);
         }
     }

@@ -8,6 +8,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/linux/contexts/FileSizeSignal.h"
 #include "platform/linux/delegation/LogonEvidence.h"
 #include "platform/linux/krb5/Krb5Owners.h"
 #include "platform/linux/krb5/Krb5Words.h"
@@ -180,6 +181,7 @@ void ReadRequest(Exchange& io_exchange, std::span<const uint8_t> i_request) {
     if (nCode == 0) {
         krb5_auth_context authContext = io_exchange.m_authContext.get();
         const krb5_data request = DataOf(i_request);
+        const FileSizeSignal heldBack;  // of the replay cache
         nCode = krb5_rd_req(io_exchange.m_context, &authContext, &request, io_exchange.m_pService->m_pName,
                             io_exchange.m_keys.Keytab(), nullptr, io_exchange.m_ticket.Receive());
     }
