@@ -2,7 +2,6 @@
 set(CPACK_PACKAGE_NAME morwen)
 set(CPACK_PACKAGE_VENDOR "The morwen authors")
 set(CPACK_PACKAGE_CONTACT "The morwen authors <maintainers@morwen.example.org>")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "single sign-on security plug-in")
 set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_STRIP_FILES ON)
@@ -16,6 +15,7 @@ if(WIN32)
 endif()
 
 set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # it would be the first line of every description
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_ALL runtime development tools python)
@@ -41,11 +41,11 @@ function(debian_package component name section summary text)
 endfunction()
 
 debian_package(runtime libmorwenplugin1 libs "single sign-on security plug-in - libraries"
-  "A multi-user server and its clients load this library, so that users who are\n logged on already prove who they are with Kerberos, and the server can act as\n them on a thread.")
+  "A multi-user server and its clients load this library, so that users who are\nlogged on already prove who they are with Kerberos, and the server can act as\nthem on a thread.")
 debian_package(development libmorwenplugin-dev libdevel "single sign-on security plug-in - development files"
-  "Headers, the link to the library, a CMake package, a pkg-config file and\n example hosts.")
+  "Headers, the link to the library, a CMake package, a pkg-config file and\nexample hosts.")
 debian_package(tools morwen-tools admin "single sign-on security plug-in - administrators' command"
-  "morwen-doctor says what is wrong with the Kerberos set-up of a client or a\n server, and what to do about it, and makes a real logon between two machines.\n The guides for administrators, and a unit for systemd to start from.")
+  "morwen-doctor says what is wrong with the Kerberos set-up of a client or a\nserver, and what to do about it, and makes a real logon between two machines.\nThe guides for administrators, and a unit for systemd to start from.")
 debian_package(python python3-morwen python "single sign-on security plug-in - Python module"
   "Clients and servers in Python, with context managers, exceptions and asyncio.")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)

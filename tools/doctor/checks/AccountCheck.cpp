@@ -54,7 +54,10 @@ std::optional<uid_t> AccountOf(Case& io_case, const std::string& i_user) {
                     name + " is no account here" +
                         (errno != 0 && errno != ENOENT ? std::string(": ") + std::strerror(errno) : ""),
                     "getent passwd " + Quoted(name) +
-                        " must answer: useradd, join the directory (sssd), or another auth_to_local rule");
+                        " must answer: useradd, join the directory (sssd), or another auth_to_local rule" +
+                        (io_case.m_options.m_bImpersonate
+                             ? ""
+                             : "; a logon alone needs no account where a directory's tickets say who the user is"));
         return std::nullopt;
     }
     const uid_t nUser = pRecord->pw_uid;
