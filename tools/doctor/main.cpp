@@ -96,8 +96,10 @@ int Run(int i_nArguments, char** i_ppszArguments) {
         ->needs(pUser)
         ->excludes(pPassword);
     pServer->add_option("--user", options.m_user, "a user's principal, whose local account is looked up");
-    pServer->add_option("--account", options.m_account,
-                        "the service's account, as which everything is looked at (root may ask this)");
+    pServer
+        ->add_option("--account", options.m_account,
+                     "the service's account, as which everything is looked at (root may ask this)")
+        ->check([](const std::string& i_name) { return i_name.empty() ? std::string("no name") : std::string(); });
     pServer->add_flag("--impersonate", options.m_bImpersonate,
                       "the server is to act as its users on this machine; with --account, the account keeps the two "
                       "capabilities for it, which the service's unit must give then");

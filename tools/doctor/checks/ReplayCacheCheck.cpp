@@ -50,7 +50,8 @@ void CheckReplayCache(Case& io_case) {
     }
     if (chosen.starts_with("file2:")) {
         chosen = chosen.substr(6);
-        CheckFile(io_case, chosen.substr(0, chosen.rfind('/') + 1), chosen);
+        const size_t nFolder = chosen.rfind('/') + 1;
+        CheckFile(io_case, nFolder != 0 ? chosen.substr(0, nFolder) : ".", chosen);
         return;
     }
     const ReplayCacheFile file(geteuid());

@@ -34,14 +34,16 @@ Addresses Find(const std::string& i_peer, int i_nFlags) {
     if (host.starts_with('[') && host.ends_with(']')) {
         host = host.substr(1, host.size() - 2);
     }
-    if (host.empty()) {
+    const std::string port = i_peer.substr(nColon + 1);
+    const bool bNumber = port.find_first_not_of("0123456789") == std::string::npos;
+    if (host.empty() || port.empty() || (bNumber && (port.size() > 5 || std::stoi(port) > 65535))) {  // it would wrap
         throw PeerError("\"" + i_peer + "\" is not HOST:PORT");
     }
     addrinfo hints{};
     hints.ai_socktype = SOCK_STREAM;
     hints.ai_flags = i_nFlags;
     addrinfo* pList = nullptr;
-    if (const int nError = getaddrinfo(host.c_str(), i_peer.c_str() + nColon + 1, &hints, &pList); nError != 0) {
+    if (const int nError = getaddrinfo(host.c_str(), port.c_str(), &hints, &pList); nError != 0) {
         throw PeerError(i_peer + ": " + gai_strerror(nError));
     }
     return {pList, freeaddrinfo};
