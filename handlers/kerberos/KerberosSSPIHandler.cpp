@@ -47,6 +47,8 @@ void RequireInput(const uint8_t* i_pvBuffer, uint64_t i_nBufferSize, const char*
     S_ASSERT_MSG(i_nBufferSize, i_pszEmpty);
     // What does not fit the package's 32-bit length must not be cut to something that does.
     if (i_pvBuffer == nullptr || i_nBufferSize == 0 || i_nBufferSize > std::numeric_limits<uint32_t>::max()) {
+        SetReason(i_pvBuffer == nullptr || i_nBufferSize == 0 ? "The other side's token is empty."
+                                                              : "The other side's token is of 4 GiB or more.");
         throw SSOException(SSO_ERROR);
     }
 }

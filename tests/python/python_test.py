@@ -2,12 +2,13 @@
 
 Usage: scripts/realm python_test.py EXAMPLE SERVER
 """
-import asyncio, os, subprocess, sys, threading, time  # noqa: E401
+import asyncio, os, signal, subprocess, sys, threading, time  # noqa: E401
+from unittest import mock
 import morwen
-from morwen import aio
+from morwen import aio, errors
 
 EXAMPLE, SERVER = sys.argv[1:]
-SPN, OWN = "morwen/localhost", os.geteuid()
+SPN, OWN, call_plainly = "morwen/localhost", os.geteuid(), errors.call
 ALICE = 65534 if OWN == 0 else OWN
 
 
@@ -74,6 +75,12 @@ with morwen.Package():
         assert log_on().sid
     with morwen.Package(keep_contexts=True, context_seconds=3600, spn=SPN):
         assert log_on().context
+    with log_on() as user, mock.patch.object(errors, "call", lambda *call: (call_plainly(*call), signal.raise_signal(signal.SIGINT))):
+        try:
+            user.context.impersonate().__enter__()
+            raise AssertionError("nothing was raised")
+        except KeyboardInterrupt:
+            assert os.geteuid() == OWN, "a signal left the thread the user"
     child = os.fork()
     if child == 0:
         os.dup2(os.open(os.devnull, os.O_WRONLY), 2)
@@ -128,6 +135,11 @@ with subprocess.Popen([SERVER, "--port-file", port_file], stdout=subprocess.DEVN
         asyncio.run(many(int(open(port_file).read())))
     finally:
         server.terminate()
+    child = os.fork()  # when the pool has threads
+    if child == 0:
+        signal.alarm(10)
+        os._exit(0 if asyncio.run(aio.run(os.getpid)) == os.getpid() else 1)
+    assert os.waitpid(child, 0)[1] == 0, "a forked child waits for its parent's threads"
 assert server.returncode == 0, server.returncode
 
 for spn, status, words in ((SPN, 0, "this thread acts as the user"), ("nobody/localhost", 1, "SSOStartLogin: code 100: ")):

@@ -81,6 +81,12 @@ TEST_F(HostLayer, FailuresSayWhatTheyAre) {
     EXPECT_EQ(Thrown([&] { host::ClientLogin(spn, "MORWEN\\bob", "\xC3"); }), "misuse");
     EXPECT_EQ(Thrown([] { host::ServerLogin().Accept({1, 2, 3}); }), "100/42254");
     EXPECT_EQ(Thrown([] { host::ServerLogin().Close(); }), "misuse");
+    host::ServerLogin begun;
+    host::ClientLogin client("morwen/localhost");
+    client.Continue(begun.Accept(client.NextToken()));
+    EXPECT_EQ(Thrown([&] { begun.Accept({}); }), "100/42254");  // which is not the client's end
+    begun.Close();
+    EXPECT_TRUE(m_trace.Said({"AcceptContext() -- 0-length input buffer."}));
 }
 
 TEST(HostText, ConvertsBothWaysAndRefusesNonsense) {
@@ -89,6 +95,7 @@ TEST(HostText, ConvertsBothWaysAndRefusesNonsense) {
         EXPECT_EQ(host::Narrow(host::Wide(pszText).c_str()), pszText);
     }
     EXPECT_EQ(host::Wide("\xF0\x9F\x98\x80"), u"\xD83D\xDE00");
+    EXPECT_THROW(host::Wide({"bob\0x", 5}), std::invalid_argument) << "it would be bob";
     EXPECT_EQ(host::Narrow(u"a\xD83D"), "a\xEF\xBF\xBD");
     EXPECT_EQ(host::Narrow(u"\xDC00\xD83Dz"), "\xEF\xBF\xBD\xEF\xBF\xBDz");
     for (const char* pszText : {"\x80", "\xC1\xBF", "\xC3", "\xC3z", "\xE0\x9F\xBF", "\xED\xA0\x80", "\xF0\x8F\xBF\xBF",

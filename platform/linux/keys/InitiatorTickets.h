@@ -22,8 +22,8 @@ namespace morwen {
 class InitiatorTickets : public LogonTickets, private ForwardedTickets::Source {
 public:
     // The tickets in the default cache of the user that the process runs as, held for all who ask, unless it is in a
-    // keyring of the thread or session. Nothing is looked at yet: that there is no
-    // ticket shows when one is needed. Throws SspiFailure, std::bad_alloc.
+    // keyring of the thread or session. Nothing is looked at yet: that there is no ticket shows when one is needed.
+    // Throws SspiFailure, std::bad_alloc.
     static std::shared_ptr<InitiatorTickets> Default(krb5_context i_context);
 
     // Lets go of all that are shared by who has the same cache.

@@ -184,6 +184,21 @@ TEST_F(Delegation, TicketsOfAReplacedFileAreNotHeld) {
     std::filesystem::remove(path);
 }
 
+// What one thread calls so may be another's tickets on the next.
+TEST_F(Delegation, TicketsOfAThreadsKeyringAreNotShared) {
+    for (const auto& [pszName, bShared] : {std::pair{"FILE:/nowhere/cc", true},
+                                           {"KEYRING:user:x", true},
+                                           {"KEYRING:process:x", true},
+                                           {"KEYRING:persistent:1", true},
+                                           {"KEYRING:thread:x", false},
+                                           {"KEYRING:session:x", false},
+                                           {"KEYRING:x", false}}) {
+        setenv("KRB5CCNAME", pszName, 1);
+        EXPECT_EQ(InitiatorTickets::Default(Context()) == InitiatorTickets::Default(Context()), bShared) << pszName;
+    }
+    unsetenv("KRB5CCNAME");
+}
+
 TEST(GssChecksum, IsReadToItsLastByte) {
     const std::vector<uint8_t> delegation = {1, 2, 3};
     const std::vector<uint8_t> good = MakeGssChecksum({kGssMutual | kGssDelegate, delegation});
